@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+// Threads to wake once every lock has been released: a thread woken earlier would run straight into the lock.
+//
+// The words must stay readable until the batch is flushed, although the wait set they belong to may be gone by then; waking a
+// word that somebody else uses meanwhile does no harm.
+#ifndef NORVANE_PLATFORM_WAKEBATCH_HPP
+#define NORVANE_PLATFORM_WAKEBATCH_HPP
+
+#include "platform/FutexWord.hpp"
+
+namespace norvane {
+namespace platform {
+
+class WakeBatch {
+public:
+    WakeBatch() = default;
+    WakeBatch(const WakeBatch&) = delete;
+    WakeBatch& operator=(const WakeBatch&) = delete;
+    ~WakeBatch() { flush(); }
+
+    /// Notes a sleeper. When the batch is full the sleeper is woken here and now: slower, but not lost.
+    void add(FutexWord& word) noexcept {
+        if (_count == ROOM) {
+            wake_one(word);
+            return;
+        }
+        _words[_count++] = &word;
+    }
+
+    /// Wakes the sleepers noted.
+    void flush() noexcept {
+        for (int index = 0; index < _count; ++index) {
+            wake_one(*_words[index]);
+        }
+        _count = 0;
+    }
+
+private:
+    static constexpr int ROOM = 32;
+
+    int _count = 0;
+    FutexWord* _words[ROOM];
+};
+
+}  // namespace platform
+}  // namespace norvane
+
+#endif

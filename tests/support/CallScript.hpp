@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the forwarding doubles ask before they forward: it notes the names of the calls in order, and fails the one that a test chose.
+//
+// Only operations that may fail are asked for, not plain accessors. A call that is failed is not forwarded.
+// Thread rule: any thread.
+#ifndef NORVANE_TESTS_SUPPORT_CALLSCRIPT_HPP
+#define NORVANE_TESTS_SUPPORT_CALLSCRIPT_HPP
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "norvane/dds/retcode.hpp"
+
+namespace norvane {
+namespace test {
+
+class CallScript {
+public:
+    /// Forgets the calls noted so far, and fails the `call`-th from now on, counted from 1; 0 fails none.
+    void fail_call(int call, DDS_ReturnCode_t code = DDS_RETCODE_ERROR) {
+        std::lock_guard<std::mutex> guard(_mutex);
+        _calls.clear();
+        _failed.clear();
+        _call_to_fail = call;
+        _code = code;
+    }
+
+    /// Fails every call of that name, until told DDS_RETCODE_OK.
+    void fail_every(const std::string& name, DDS_ReturnCode_t code = DDS_RETCODE_ERROR) {
+        std::lock_guard<std::mutex> guard(_mutex);
+        _codes_by_name[name] = code;
+    }
+
+    /// Notes one call.
+    /// @return DDS_RETCODE_OK to go on, else the code to fail with.
+    DDS_ReturnCode_t next(const char* name) {
+        std::lock_guard<std::mutex> guard(_mutex);
+        _calls.push_back(name);
+        if (static_cast<int>(_calls.size()) == _call_to_fail) {
+            _failed = name;
+            return _code;
+        }
+        const auto found = _codes_by_name.find(name);
+        return found == _codes_by_name.end() ? DDS_RETCODE_OK : found->second;
+    }
+
+    /// Forwards a call that returns a code, unless it is to fail.
+    template <typename Forward>
+    DDS_ReturnCode_t code(const char* name, Forward forward) {
+        const DDS_ReturnCode_t failure = next(name);
+        return failure == DDS_RETCODE_OK ? forward() : failure;
+    }
+
+    /// Forwards a call that returns a pointer, unless it is to fail.
+    template <typename Forward>
+    auto pointer(const char* name, Forward forward) -> decltype(forward()) {
+        return next(name) == DDS_RETCODE_OK ? forward() : nullptr;
+    }
+
+    /// @return the names since the last `fail_call`, in order.
+    std::vector<std::string> calls() const {
+        std::lock_guard<std::mutex> guard(_mutex);
+        return _calls;
+    }
+
+    /// @return the name of the call that was failed by its number; empty when the number was not reached.
+    std::string failed_call() const {
+        std::lock_guard<std::mutex> guard(_mutex);
+        return _failed;
+    }
+
+private:
+    mutable std::mutex _mutex;
+    std::vector<std::string> _calls;
+    std::string _failed;
+    int _call_to_fail = 0;
+    DDS_ReturnCode_t _code = DDS_RETCODE_ERROR;
+    std::map<std::string, DDS_ReturnCode_t> _codes_by_name;
+};
+
+}  // namespace test
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+// A data writer that stands for another one, the record behind it included. Listeners and statuses are those of the real one.
+#ifndef NORVANE_TESTS_SUPPORT_FORWARDINGDATAWRITER_HPP
+#define NORVANE_TESTS_SUPPORT_FORWARDINGDATAWRITER_HPP
+
+#include "CallScript.hpp"
+#include "norvane/dds/DataWriter.hpp"
+
+namespace norvane {
+namespace test {
+
+class ForwardingDataWriter : public DDSDataWriter, public DDS_DataWriter {
+public:
+    /// @param publisher  the double that made it; null when the participant did. All are borrowed.
+    ForwardingDataWriter(DDSDataWriter& real, DDSPublisher* publisher, CallScript& script)
+        : _real(real), _publisher(publisher), _script(script) {}
+
+    DDSDataWriter& real() { return _real; }
+
+    DDSStatusCondition* get_statuscondition() override { return _real.get_statuscondition(); }
+    DDS_StatusMask get_status_changes() override { return _real.get_status_changes(); }
+    DDS_InstanceHandle_t get_instance_handle() override { return _real.get_instance_handle(); }
+    DDSTopic* get_topic() override { return _real.get_topic(); }
+    DDSPublisher* get_publisher() override { return _publisher != nullptr ? _publisher : _real.get_publisher(); }
+    DDS_DataWriter* get_c_datawriter() override { return this; }
+    DDSDataWriterListener* get_listener() override { return _real.get_listener(); }
+
+    DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override {
+        return _script.code("DDSDataWriter::get_qos", [&] { return _real.get_qos(qos); });
+    }
+    DDS_ReturnCode_t write_w_params_untyped_general(void* reserved, const void* data, DDS_WriteParams_t& params) override {
+        return _script.code("DDS_DataWriter::write",
+                            [&] { return _real.get_c_datawriter()->write_w_params_untyped_general(reserved, data, params); });
+    }
+    DDS_ReturnCode_t set_listener(DDSDataWriterListener* listener, DDS_StatusMask mask) override {
+        return _script.code("DDSDataWriter::set_listener", [&] { return _real.set_listener(listener, mask); });
+    }
+    DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override {
+        return _script.code("DDSDataWriter::get_publication_matched_status", [&] { return _real.get_publication_matched_status(status); });
+    }
+    DDS_ReturnCode_t get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override {
+        return _script.code("DDSDataWriter::get_offered_incompatible_qos_status",
+                            [&] { return _real.get_offered_incompatible_qos_status(status); });
+    }
+    DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
+        return _script.code("DDSDataWriter::get_incompatible_type_status", [&] { return _real.get_incompatible_type_status(status); });
+    }
+    DDS_ReturnCode_t get_counts(DDS_DataWriterCounts& counts) override {
+        return _script.code("DDSDataWriter::get_counts", [&] { return _real.get_counts(counts); });
+    }
+    DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& handles) override {
+        return _script.code("DDSDataWriter::get_matched_subscriptions", [&] { return _real.get_matched_subscriptions(handles); });
+    }
+    DDS_ReturnCode_t get_matched_subscription_data(DDS_SubscriptionBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) override {
+        return _script.code("DDSDataWriter::get_matched_subscription_data",
+                            [&] { return _real.get_matched_subscription_data(data, handle); });
+    }
+    DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) override {
+        return _script.code("DDSDataWriter::wait_for_acknowledgments", [&] { return _real.wait_for_acknowledgments(max_wait); });
+    }
+
+private:
+    DDSDataWriter& _real;
+    DDSPublisher* _publisher;
+    CallScript& _script;
+};
+
+}  // namespace test
+}  // namespace norvane
+
+#endif
