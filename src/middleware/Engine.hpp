@@ -135,9 +135,10 @@ public:
     /// Asks for room. @param data  the sample, when it can be looked at; null when it is still encoded: a filter that needs it is then
     /// evaluated by `commit`.
     virtual Admission admit(const SampleMetadata& metadata, const void* data) noexcept = 0;
-    /// Gives the room of an admitted sample back.
+    /// Gives the room of an admitted sample back. The engine itself tells the writers that wait for room there.
     virtual void abandon() noexcept = 0;
     /// Stores an admitted sample, and takes a reference of its own. @param wake  gets the threads to wake after every lock is released.
+    /// A sample that the filter, evaluated only now, does not pass is not stored; its room is free again (as after `abandon`).
     /// @return whether `announce` is wanted.
     virtual bool commit(Sample& sample, platform::WakeBatch& wake) noexcept = 0;
     /// `admit` and `commit` in one step, for a sample that goes to one reader alone. @param announce  set when `announce` is wanted.

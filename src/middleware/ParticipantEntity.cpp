@@ -1,0 +1,649 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "middleware/ParticipantEntity.hpp"
+
+#include <algorithm>
+#include <new>
+#include <vector>
+
+#include "middleware/Log.hpp"
+#include "middleware/PublisherEntity.hpp"
+#include "middleware/QosValidation.hpp"
+#include "middleware/SubscriberEntity.hpp"
+
+namespace norvane {
+namespace mw {
+
+namespace {
+
+constexpr std::size_t MAX_NAME_LENGTH = 255;
+
+/// @return whether the name may be used; when not, the log says why.
+bool is_name_usable(const char* method, const char* what, const char* name) noexcept {
+    if (name == nullptr || *name == '\0') {
+        log_error(method, [what] { return std::string("the ") + what + " name is null or empty"; });
+        return false;
+    }
+    if (std::strlen(name) > MAX_NAME_LENGTH) {
+        log_error(method, [&] {
+            return std::string("the ") + what + " name has " + std::to_string(std::strlen(name)) + " characters, " +
+                   std::to_string(MAX_NAME_LENGTH) + " are allowed: " + name;
+        });
+        return false;
+    }
+    return true;
+}
+
+bool is_same_type(const DDS_TypeOperations& left, const DDS_TypeOperations& right) noexcept {
+    return &left == &right || (std::strcmp(left.name, right.name) == 0 && left.layout_hash == right.layout_hash &&
+                               left.size == right.size && left.alignment == right.alignment);
+}
+
+/// Runs what allocates; memory that is short ends in `failed` and a log line.
+template <typename Result, typename Operation>
+Result or_out_of_memory(const char* method, Result failed, Operation operation) {
+    try {
+        return operation();
+    } catch (const std::bad_alloc&) {
+        log_error(method, "out of memory");
+        return failed;
+    }
+}
+
+}  // namespace
+
+ParticipantEntity::ParticipantEntity(DDS_DomainId_t domain_id, Engine& engine) : _domain_id(domain_id), _engine(engine) {}
+
+ParticipantEntity::~ParticipantEntity() = default;
+
+bool ParticipantEntity::prepare(const DDS_DomainParticipantQos& qos) {
+    constexpr const char* METHOD = "DDSDomainParticipantFactory::create_participant";
+    _qos = qos;
+    DomainSettings settings;
+    settings.domain_id = _domain_id;
+    settings.qos = &_qos;
+    DDS_ReturnCode_t code = DDS_RETCODE_ERROR;
+    std::string failure;
+    _port = _engine.join(settings, code, failure);
+    if (_port == nullptr) {
+        log_error(METHOD, [&] {
+            return "domain " + std::to_string(_domain_id) + ", engine \"" + _engine.name() + "\": " + failure;
+        });
+        return false;
+    }
+    _own_publisher = std::make_unique<PublisherEntity>(*this, DDS_PublisherQos());
+    _own_subscriber = std::make_unique<SubscriberEntity>(*this, DDS_SubscriberQos());
+    return true;
+}
+
+bool ParticipantEntity::is_empty() noexcept {
+    Lock lock(_mutex);
+    return _topics.empty() && _filtered_topics.empty() && _publishers.empty() && _subscribers.empty() && _writers.empty() &&
+           _readers.empty();
+}
+
+DDS_ReturnCode_t ParticipantEntity::get_qos(DDS_DomainParticipantQos& qos) {
+    qos = _qos;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantEntity::get_current_time(DDS_Time_t& current_time) {
+    current_time = _port->current_time();
+    return DDS_RETCODE_OK;
+}
+
+// ---- types --------------------------------------------------------------------------------------------------------
+
+DDS_ReturnCode_t ParticipantEntity::register_type(const char* type_name, const std::shared_ptr<const DDS_TypeOperations>& type) {
+    constexpr const char* METHOD = "DDSDomainParticipant::register_type";
+    if (!is_name_usable(METHOD, "type", type_name)) {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    if (type == nullptr || type->name == nullptr || type->size == 0 || type->construct == nullptr || type->copy == nullptr ||
+        type->destroy == nullptr) {
+        log_error(METHOD, [type_name] { return std::string("type \"") + type_name + "\": the table of operations is null or incomplete"; });
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    Lock lock(_mutex);
+    return or_out_of_memory(METHOD, DDS_RETCODE_OUT_OF_RESOURCES, [&] {
+        const auto added = _types.emplace(type_name, type);
+        if (!added.second && !is_same_type(*added.first->second, *type)) {
+            log_error(METHOD, [&] {
+                return std::string("the name \"") + type_name + "\" is taken by another type: \"" + added.first->second->name + "\" of " +
+                       std::to_string(added.first->second->size) + " octets; this one is \"" + type->name + "\" of " +
+                       std::to_string(type->size) + " octets";
+            });
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+        return DDS_RETCODE_OK;
+    });
+}
+
+DDS_ReturnCode_t ParticipantEntity::unregister_type(const char* type_name) {
+    constexpr const char* METHOD = "DDSDomainParticipant::unregister_type";
+    if (!is_name_usable(METHOD, "type", type_name)) {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    Lock lock(_mutex);
+    const auto found = _types.find(type_name);
+    if (found == _types.end()) {
+        log_error(METHOD, [type_name] { return std::string("no type is registered as \"") + type_name + "\""; });
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    for (const auto& topic : _topics) {
+        if (topic.second->type_name() == type_name) {
+            log_error(METHOD, [&] { return "topic \"" + topic.first + "\" uses the type \"" + type_name + "\""; });
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+    }
+    _types.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+std::shared_ptr<const DDS_TypeOperations> ParticipantEntity::lookup_type(const char* type_name) {
+    if (type_name == nullptr) {
+        return nullptr;
+    }
+    Lock lock(_mutex);
+    const auto found = _types.find(type_name);
+    return found != _types.end() ? found->second : nullptr;
+}
+
+// ---- topics -------------------------------------------------------------------------------------------------------
+
+TopicEntity* ParticipantEntity::find_topic_locked(const DDSTopicDescription* topic) noexcept {
+    for (const auto& entry : _topics) {
+        if (static_cast<DDSTopicDescription*>(entry.second.get()) == topic) {
+            return entry.second.get();
+        }
+    }
+    return nullptr;
+}
+
+ContentFilteredTopicEntity* ParticipantEntity::find_filtered_topic_locked(const DDSTopicDescription* topic) noexcept {
+    for (const auto& entry : _filtered_topics) {
+        if (static_cast<DDSTopicDescription*>(entry.second.get()) == topic) {
+            return entry.second.get();
+        }
+    }
+    return nullptr;
+}
+
+DDSTopic* ParticipantEntity::create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos,
+                                          DDSTopicListener* /*listener*/, DDS_StatusMask /*mask*/) {
+    constexpr const char* METHOD = "DDSDomainParticipant::create_topic";
+    if (!is_name_usable(METHOD, "topic", topic_name) || !is_name_usable(METHOD, "type", type_name)) {
+        return nullptr;
+    }
+    Lock lock(_mutex);
+    return or_out_of_memory<DDSTopic*>(METHOD, nullptr, [&]() -> DDSTopic* {
+        const auto type = _types.find(type_name);
+        if (type == _types.end()) {
+            log_error(METHOD, [&] {
+                return std::string("topic \"") + topic_name + "\": no type is registered as \"" + type_name + "\"; register it first";
+            });
+            return nullptr;
+        }
+        const auto existing = _topics.find(topic_name);
+        if (existing != _topics.end()) {
+            if (existing->second->type_name() == type_name && is_same_type(*existing->second->type(), *type->second)) {
+                return existing->second.get();
+            }
+            log_error(METHOD, [&] {
+                return std::string("topic \"") + topic_name + "\" exists with the type \"" + existing->second->type_name() +
+                       "\"; it cannot be made with the type \"" + type_name + "\"";
+            });
+            return nullptr;
+        }
+        if (_filtered_topics.count(topic_name) > 0) {
+            log_error(METHOD, [&] { return std::string("a content-filtered topic has the name \"") + topic_name + "\""; });
+            return nullptr;
+        }
+        OwnedSamplePool pool(TypeSamplePool::make(type->second));
+        if (pool == nullptr) {
+            throw std::bad_alloc();
+        }
+        auto topic = std::make_unique<TopicEntity>(*this, topic_name, type_name, type->second, std::move(pool), qos);
+        return _topics.emplace(topic_name, std::move(topic)).first->second.get();
+    });
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_topic(DDSTopic* topic) {
+    constexpr const char* METHOD = "DDSDomainParticipant::delete_topic";
+    if (topic == nullptr) {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    std::unique_ptr<TopicEntity> deleted;
+    Lock lock(_mutex);
+    for (auto entry = _topics.begin(); entry != _topics.end(); ++entry) {
+        if (entry->second.get() != topic) {
+            continue;
+        }
+        if (entry->second->users > 0) {
+            log_error(METHOD, [&] { return "topic \"" + entry->first + "\" is used by endpoints or content-filtered topics"; });
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+        deleted = std::move(entry->second);
+        _topics.erase(entry);
+        return DDS_RETCODE_OK;
+    }
+    log_error(METHOD, "the topic is of another participant, or deleted already");
+    return DDS_RETCODE_PRECONDITION_NOT_MET;
+}
+
+DDSTopicDescription* ParticipantEntity::lookup_topicdescription(const char* name) {
+    if (name == nullptr) {
+        return nullptr;
+    }
+    Lock lock(_mutex);
+    const auto topic = _topics.find(name);
+    if (topic != _topics.end()) {
+        return topic->second.get();
+    }
+    const auto filtered = _filtered_topics.find(name);
+    return filtered != _filtered_topics.end() ? filtered->second.get() : nullptr;
+}
+
+DDSContentFilteredTopic* ParticipantEntity::create_contentfilteredtopic(const char* name, DDSTopic* related_topic,
+                                                                        const char* filter_expression,
+                                                                        const DDS_StringSeq& expression_parameters) {
+    constexpr const char* METHOD = "DDSDomainParticipant::create_contentfilteredtopic";
+    if (!is_name_usable(METHOD, "content-filtered topic", name)) {
+        return nullptr;
+    }
+    if (filter_expression == nullptr) {
+        log_error(METHOD, [name] { return std::string("\"") + name + "\": the filter expression is null"; });
+        return nullptr;
+    }
+    Lock lock(_mutex);
+    return or_out_of_memory<DDSContentFilteredTopic*>(METHOD, nullptr, [&]() -> DDSContentFilteredTopic* {
+        TopicEntity* topic = find_topic_locked(related_topic);
+        if (topic == nullptr) {
+            log_error(METHOD, [name] { return std::string("\"") + name + "\": the related topic is null or of another participant"; });
+            return nullptr;
+        }
+        if (_topics.count(name) > 0 || _filtered_topics.count(name) > 0) {
+            log_error(METHOD, [name] { return std::string("the name \"") + name + "\" is taken"; });
+            return nullptr;
+        }
+        std::vector<std::string> parameters;
+        for (DDS_Long index = 0; index < expression_parameters.length(); ++index) {
+            parameters.emplace_back(expression_parameters[index] != nullptr ? expression_parameters[index] : "");
+        }
+        std::string failure;
+        std::unique_ptr<const FilterExpression> filter;
+        if (FilterExpression::compile(topic->type(), filter_expression, expression_parameters, filter, failure) != DDS_RETCODE_OK) {
+            log_error(METHOD, [&] { return std::string("\"") + name + "\": the filter \"" + filter_expression + "\" is refused: " + failure; });
+            return nullptr;
+        }
+        auto made = std::make_unique<ContentFilteredTopicEntity>(*topic, name, filter_expression, std::move(parameters), std::move(filter));
+        DDSContentFilteredTopic* result = _filtered_topics.emplace(name, std::move(made)).first->second.get();
+        ++topic->users;
+        return result;
+    });
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_contentfilteredtopic(DDSContentFilteredTopic* topic) {
+    constexpr const char* METHOD = "DDSDomainParticipant::delete_contentfilteredtopic";
+    if (topic == nullptr) {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    Lock lock(_mutex);
+    ContentFilteredTopicEntity* found = find_filtered_topic_locked(topic);
+    if (found == nullptr) {
+        log_error(METHOD, "the content-filtered topic is of another participant, or deleted already");
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    }
+    if (found->users > 0) {
+        log_error(METHOD, [found] { return "\"" + found->name() + "\" is used by a reader"; });
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    }
+    --found->topic().users;
+    _filtered_topics.erase(_filtered_topics.find(found->name()));
+    return DDS_RETCODE_OK;
+}
+
+// ---- publishers and subscribers -----------------------------------------------------------------------------------
+
+DDSPublisher* ParticipantEntity::create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* /*listener*/, DDS_StatusMask /*mask*/) {
+    Lock lock(_mutex);
+    return or_out_of_memory<DDSPublisher*>("DDSDomainParticipant::create_publisher", nullptr, [&]() -> DDSPublisher* {
+        auto made = std::make_unique<PublisherEntity>(*this, qos);
+        DDSPublisher* publisher = made.get();
+        _publishers.emplace(publisher, std::move(made));
+        return publisher;
+    });
+}
+
+DDSSubscriber* ParticipantEntity::create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* /*listener*/,
+                                                    DDS_StatusMask /*mask*/) {
+    Lock lock(_mutex);
+    return or_out_of_memory<DDSSubscriber*>("DDSDomainParticipant::create_subscriber", nullptr, [&]() -> DDSSubscriber* {
+        auto made = std::make_unique<SubscriberEntity>(*this, qos);
+        DDSSubscriber* subscriber = made.get();
+        _subscribers.emplace(subscriber, std::move(made));
+        return subscriber;
+    });
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_publisher(DDSPublisher* publisher) {
+    constexpr const char* METHOD = "DDSDomainParticipant::delete_publisher";
+    if (publisher == nullptr) {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    Lock lock(_mutex);
+    const auto found = _publishers.find(publisher);
+    if (found == _publishers.end()) {
+        log_error(METHOD, "the publisher is of another participant, or deleted already");
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    }
+    if (std::any_of(_writers.begin(), _writers.end(), [publisher](const auto& entry) { return entry.second.owner == publisher; })) {
+        log_error(METHOD, "the publisher has writers; delete them first");
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    }
+    _publishers.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_subscriber(DDSSubscriber* subscriber) {
+    constexpr const char* METHOD = "DDSDomainParticipant::delete_subscriber";
+    if (subscriber == nullptr) {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    Lock lock(_mutex);
+    const auto found = _subscribers.find(subscriber);
+    if (found == _subscribers.end()) {
+        log_error(METHOD, "the subscriber is of another participant, or deleted already");
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    }
+    if (std::any_of(_readers.begin(), _readers.end(), [subscriber](const auto& entry) { return entry.second.owner == subscriber; })) {
+        log_error(METHOD, "the subscriber has readers; delete them first");
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    }
+    _subscribers.erase(found);
+    return DDS_RETCODE_OK;
+}
+
+// ---- endpoints ----------------------------------------------------------------------------------------------------
+
+DDSDataWriter* ParticipantEntity::create_datawriter(DDSTopic* topic, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener,
+                                                    DDS_StatusMask mask) {
+    return create_writer(*_own_publisher, topic, qos, listener, mask);
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_datawriter(DDSDataWriter* writer) { return delete_writer(*_own_publisher, writer); }
+
+DDSDataReader* ParticipantEntity::create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
+                                                    DDSDataReaderListener* listener, DDS_StatusMask mask) {
+    return create_reader(*_own_subscriber, topic, qos, listener, mask);
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_datareader(DDSDataReader* reader) { return delete_reader(*_own_subscriber, reader, false); }
+
+bool ParticipantEntity::type_may_travel(const char* method, const TopicEntity& topic) {
+    if (!_engine.leaves_process() || topic.type()->encode != nullptr) {
+        return true;
+    }
+    log_error(method, [&] {
+        return "topic \"" + topic.name() + "\": the type \"" + topic.type()->name + "\" cannot be encoded, so it cannot leave the process; " +
+               "describe it, or use the embedded engine instead of \"" + _engine.name() + "\"";
+    });
+    return false;
+}
+
+DDSDataWriter* ParticipantEntity::create_writer(DDSPublisher& owner, DDSTopic* topic, const DDS_DataWriterQos& qos,
+                                                DDSDataWriterListener* listener, DDS_StatusMask mask) {
+    constexpr const char* METHOD = "DDSPublisher::create_datawriter";
+    return or_out_of_memory<DDSDataWriter*>(METHOD, nullptr, [&]() -> DDSDataWriter* {
+        TopicEntity* own = nullptr;
+        DDS_DataWriterQos wanted;
+        DDS_ReturnCode_t code = DDS_RETCODE_OK;
+        {
+            Lock lock(_mutex);
+            own = find_topic_locked(topic);
+            if (own == nullptr) {
+                log_error(METHOD, "the topic is null, deleted, or of another participant");
+                return nullptr;
+            }
+            code = DDS_DataWriterQos_copy(&wanted, &qos == &DDS_DATAWRITER_QOS_DEFAULT ? &_default_writer_qos : &qos);
+            ++own->users;
+        }
+        auto writer = std::make_unique<DataWriterEntity>(owner, *own);
+        DataWriterEntity* made = writer.get();
+        if (code == DDS_RETCODE_OK && type_may_travel(METHOD, *own) && made->prepare(*_port, wanted, listener, mask, code)) {
+            {
+                Lock lock(_mutex);
+                _writers.emplace(made, WriterEntry{&owner, std::move(writer)});
+            }
+            code = made->enable();
+            if (code == DDS_RETCODE_OK) {
+                return made;
+            }
+            log_error(METHOD, [own] { return "topic \"" + own->name() + "\": the engine could not enable the writer"; });
+            Lock lock(_mutex);
+            writer = std::move(_writers.find(made)->second.writer);
+            _writers.erase(made);
+        }
+        writer.reset();
+        Lock lock(_mutex);
+        --own->users;
+        return nullptr;
+    });
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_writer(DDSPublisher& owner, DDSDataWriter* writer) {
+    constexpr const char* METHOD = "DDSPublisher::delete_datawriter";
+    if (writer == nullptr) {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    std::unique_ptr<DataWriterEntity> deleted;
+    {
+        Lock lock(_mutex);
+        const auto found = _writers.find(writer);
+        if (found == _writers.end() || found->second.owner != &owner) {
+            log_error(METHOD, "the writer is of another publisher or participant, or deleted already");
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+        if (found->second.writer->is_inside_listener()) {
+            log_error(METHOD, "a writer cannot be deleted from inside its own listener");
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+        deleted = std::move(found->second.writer);
+        _writers.erase(found);
+    }
+    TopicEntity& topic = deleted->topic();
+    deleted->close();
+    deleted.reset();
+    Lock lock(_mutex);
+    --topic.users;
+    return DDS_RETCODE_OK;
+}
+
+DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
+                                                DDSDataReaderListener* listener, DDS_StatusMask mask) {
+    constexpr const char* METHOD = "DDSSubscriber::create_datareader";
+    return or_out_of_memory<DDSDataReader*>(METHOD, nullptr, [&]() -> DDSDataReader* {
+        TopicEntity* own = nullptr;
+        ContentFilteredTopicEntity* filtered = nullptr;
+        DDS_DataReaderQos wanted;
+        DDS_ReturnCode_t code = DDS_RETCODE_OK;
+        {
+            Lock lock(_mutex);
+            filtered = find_filtered_topic_locked(topic);
+            own = filtered != nullptr ? &filtered->topic() : find_topic_locked(topic);
+            if (own == nullptr) {
+                log_error(METHOD, "the topic is null, deleted, or of another participant");
+                return nullptr;
+            }
+            code = DDS_DataReaderQos_copy(&wanted, &qos == &DDS_DATAREADER_QOS_DEFAULT ? &_default_reader_qos : &qos);
+            ++own->users;
+            if (filtered != nullptr) {
+                ++filtered->users;
+            }
+        }
+        const auto stop_using_topic = [&] {
+            Lock lock(_mutex);
+            --own->users;
+            if (filtered != nullptr) {
+                --filtered->users;
+            }
+        };
+        std::string failure;
+        if (code == DDS_RETCODE_OK) {
+            code = validate(wanted, failure);
+            if (code != DDS_RETCODE_OK) {
+                log_error(METHOD, [&] { return "topic \"" + own->name() + "\": " + failure; });
+            }
+        }
+        ReaderControl* reader = nullptr;
+        if (code == DDS_RETCODE_OK && type_may_travel(METHOD, *own)) {
+            reader = make_reader_entity(owner, *own, filtered, wanted);
+        }
+        if (reader == nullptr) {
+            stop_using_topic();
+            return nullptr;
+        }
+        DDSDataReader* made = &reader->reader();
+        if (!reader->prepare(*_port, listener, mask, code)) {
+            reader->discard();
+            stop_using_topic();
+            return nullptr;
+        }
+        {
+            Lock lock(_mutex);
+            _readers.emplace(made, ReaderEntry{&owner, reader});
+        }
+        code = reader->enable();
+        if (code == DDS_RETCODE_OK) {
+            return made;
+        }
+        log_error(METHOD, [own] { return "topic \"" + own->name() + "\": the engine could not enable the reader"; });
+        {
+            Lock lock(_mutex);
+            _readers.erase(made);
+        }
+        reader->close();
+        stop_using_topic();
+        return nullptr;
+    });
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_reader(DDSSubscriber& owner, DDSDataReader* reader, bool with_conditions) {
+    constexpr const char* METHOD = "DDSSubscriber::delete_datareader";
+    if (reader == nullptr) {
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    ReaderControl* deleted = nullptr;
+    {
+        Lock lock(_mutex);
+        const auto found = _readers.find(reader);
+        if (found == _readers.end() || found->second.owner != &owner) {
+            log_error(METHOD, "the reader is of another subscriber or participant, or deleted already");
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+        if (found->second.reader->is_inside_listener()) {
+            log_error(METHOD, "a reader cannot be deleted from inside its own listener");
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+        if (with_conditions) {
+            found->second.reader->delete_conditions();
+        }
+        if (found->second.reader->condition_count() > 0) {
+            log_error(METHOD, "the reader still has read conditions; delete them first");
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+        deleted = found->second.reader;
+        _readers.erase(found);
+    }
+    TopicEntity& topic = deleted->topic();
+    ContentFilteredTopicEntity* filtered = deleted->filtered_topic();
+    deleted->close();  // the object may live on for its loans, but has nothing to do with the participant any more
+    Lock lock(_mutex);
+    --topic.users;
+    if (filtered != nullptr) {
+        --filtered->users;
+    }
+    return DDS_RETCODE_OK;
+}
+
+// ---- defaults, and everything at once -----------------------------------------------------------------------------
+
+DDS_ReturnCode_t ParticipantEntity::get_default_datawriter_qos(DDS_DataWriterQos& qos) {
+    Lock lock(_mutex);
+    return DDS_DataWriterQos_copy(&qos, &_default_writer_qos);
+}
+
+DDS_ReturnCode_t ParticipantEntity::get_default_datareader_qos(DDS_DataReaderQos& qos) {
+    Lock lock(_mutex);
+    return DDS_DataReaderQos_copy(&qos, &_default_reader_qos);
+}
+
+DDS_ReturnCode_t ParticipantEntity::set_default_datawriter_qos(const DDS_DataWriterQos& qos) {
+    std::string failure;
+    const DDS_ReturnCode_t code = validate(qos, failure);
+    if (code != DDS_RETCODE_OK) {
+        log_error("DDSDomainParticipant::set_default_datawriter_qos", failure);
+        return code;
+    }
+    Lock lock(_mutex);
+    return DDS_DataWriterQos_copy(&_default_writer_qos, &qos);
+}
+
+DDS_ReturnCode_t ParticipantEntity::set_default_datareader_qos(const DDS_DataReaderQos& qos) {
+    std::string failure;
+    const DDS_ReturnCode_t code = validate(qos, failure);
+    if (code != DDS_RETCODE_OK) {
+        log_error("DDSDomainParticipant::set_default_datareader_qos", failure);
+        return code;
+    }
+    Lock lock(_mutex);
+    return DDS_DataReaderQos_copy(&_default_reader_qos, &qos);
+}
+
+DDS_ReturnCode_t ParticipantEntity::get_default_datawriter_qos_for_topic(DDS_DataWriterQos& qos, const char* topic_name) {
+    return topic_name != nullptr ? get_default_datawriter_qos(qos) : DDS_RETCODE_BAD_PARAMETER;
+}
+
+DDS_ReturnCode_t ParticipantEntity::get_default_datareader_qos_for_topic(DDS_DataReaderQos& qos, const char* topic_name) {
+    return topic_name != nullptr ? get_default_datareader_qos(qos) : DDS_RETCODE_BAD_PARAMETER;
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_contained_entities() {
+    return or_out_of_memory("DDSDomainParticipant::delete_contained_entities", DDS_RETCODE_OUT_OF_RESOURCES, [&] {
+        std::vector<std::pair<DDSSubscriber*, DDSDataReader*>> readers;
+        std::vector<std::pair<DDSPublisher*, DDSDataWriter*>> writers;
+        {
+            Lock lock(_mutex);
+            for (const auto& entry : _readers) {
+                readers.emplace_back(entry.second.owner, &entry.second.reader->reader());
+            }
+            for (const auto& entry : _writers) {
+                writers.emplace_back(entry.second.owner, entry.second.writer.get());
+            }
+        }
+        DDS_ReturnCode_t code = DDS_RETCODE_OK;
+        for (const auto& entry : readers) {
+            const DDS_ReturnCode_t deleted = delete_reader(*entry.first, entry.second, true);
+            code = code == DDS_RETCODE_OK ? deleted : code;
+        }
+        for (const auto& entry : writers) {
+            const DDS_ReturnCode_t deleted = delete_writer(*entry.first, entry.second);
+            code = code == DDS_RETCODE_OK ? deleted : code;
+        }
+        if (code != DDS_RETCODE_OK) {
+            return code;
+        }
+        Lock lock(_mutex);
+        _publishers.clear();
+        _subscribers.clear();
+        _filtered_topics.clear();
+        _topics.clear();
+        return DDS_RETCODE_OK;
+    });
+}
+
+}  // namespace mw
+}  // namespace norvane
+
+DDSPublisherListener::~DDSPublisherListener() = default;
+DDSSubscriberListener::~DDSSubscriberListener() = default;
+DDSDomainParticipantListener::~DDSDomainParticipantListener() = default;

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "middleware/PeerRegister.hpp"
+
+#include <new>
+#include <utility>
+
+namespace norvane {
+namespace mw {
+
+namespace {
+
+DDS_GUID_t guid_of(const DDS_InstanceHandle_t& handle) noexcept {
+    DDS_GUID_t guid;
+    std::memcpy(guid.value, handle.value, sizeof guid.value);
+    return guid;
+}
+
+std::string text_of(const char* text) { return text != nullptr ? text : ""; }
+
+template <typename Qos>
+EndpointInfo describe_endpoint(const std::string& topic_name, const std::string& type_name, const DDS_TypeOperations& type,
+                               const Qos& qos, const DDS_EntityNameQosPolicy& name) {
+    EndpointInfo info;
+    info.guid = qos.protocol.virtual_guid;
+    info.topic_name = topic_name;
+    info.type_name = type_name;
+    info.type_hash = type.layout_hash;
+    info.reliability = qos.reliability;
+    info.durability = qos.durability;
+    for (DDS_Long index = 0; index < qos.user_data.value.length(); ++index) {
+        info.user_data.push_back(qos.user_data.value[index]);
+    }
+    info.name = text_of(name.name);
+    info.role_name = text_of(name.role_name);
+    for (DDS_Long index = 0; index < qos.property.value.length(); ++index) {
+        const DDS_Property_t& property = qos.property.value[index];
+        if (property.propagate != DDS_BOOLEAN_FALSE) {
+            info.properties.emplace_back(text_of(property.name), text_of(property.value));
+        }
+    }
+    return info;
+}
+
+bool replace(char*& target, const std::string& text) noexcept { return DDS_String_replace(&target, text.c_str()) != nullptr; }
+
+template <typename Data>
+DDS_ReturnCode_t report_endpoint(const EndpointInfo& peer, Data& data, DDS_EntityNameQosPolicy& name) noexcept {
+    data.key = peer.guid;
+    data.participant_key = peer.participant_guid;
+    data.partner_key = peer.partner_guid;
+    data.type_hash = peer.type_hash;
+    data.reliability = peer.reliability;
+    data.durability = peer.durability;
+    const DDS_Long octets = static_cast<DDS_Long>(peer.user_data.size());
+    bool complete = replace(data.topic_name, peer.topic_name) && replace(data.type_name, peer.type_name) &&
+                    replace(name.name, peer.name) && replace(name.role_name, peer.role_name) &&
+                    data.user_data.value.from_array(peer.user_data.data(), octets) && data.property.value.length(0);
+    for (const auto& property : peer.properties) {
+        complete = complete && DDSPropertyQosPolicyHelper::add_property(data.property, property.first.c_str(), property.second.c_str(),
+                                                                        DDS_BOOLEAN_TRUE) == DDS_RETCODE_OK;
+    }
+    return complete ? DDS_RETCODE_OK : DDS_RETCODE_OUT_OF_RESOURCES;
+}
+
+}  // namespace
+
+bool PeerRegister::note(const PeerEvent& event) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    switch (event.kind) {
+        case PeerEventKind::MATCHED:
+            try {
+                _matched[event.peer->guid] = event.peer;
+            } catch (const std::bad_alloc&) {
+                return false;
+            }
+            ++_counts.total;
+            ++_counts.total_change;
+            ++_counts.current;
+            ++_counts.current_change;
+            _counts.last_handle = handle_of(event.peer->guid);
+            return true;
+        case PeerEventKind::DELETED:
+        case PeerEventKind::LOST:
+            if (_matched.erase(event.peer->guid) > 0) {
+                --_counts.current;
+                --_counts.current_change;
+                _counts.last_handle = handle_of(event.peer->guid);
+            }
+            return true;
+        case PeerEventKind::INCOMPATIBLE_QOS:
+            ++_incompatible_qos.total_count;
+            ++_incompatible_qos.total_count_change;
+            _incompatible_qos.last_policy_id = event.policy;
+            _incompatible_qos.last_offered = event.offered;
+            _incompatible_qos.last_requested = event.requested;
+            return true;
+        case PeerEventKind::INCOMPATIBLE_TYPE:
+            ++_incompatible_type.total_count;
+            ++_incompatible_type.total_count_change;
+            std::strncpy(_incompatible_type.last_type_name, event.peer->type_name.c_str(), sizeof _incompatible_type.last_type_name - 1);
+            return true;
+    }
+    return true;
+}
+
+MatchCounts PeerRegister::match_counts() noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const MatchCounts counts = _counts;
+    _counts.total_change = 0;
+    _counts.current_change = 0;
+    return counts;
+}
+
+DDS_IncompatibleQosStatus PeerRegister::incompatible_qos() noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const DDS_IncompatibleQosStatus status = _incompatible_qos;
+    _incompatible_qos.total_count_change = 0;
+    return status;
+}
+
+DDS_IncompatibleTypeStatus PeerRegister::incompatible_type() noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const DDS_IncompatibleTypeStatus status = _incompatible_type;
+    _incompatible_type.total_count_change = 0;
+    return status;
+}
+
+DDS_ReturnCode_t PeerRegister::list(DDS_InstanceHandleSeq& handles) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const DDS_Long count = static_cast<DDS_Long>(_matched.size());
+    if (!handles.ensure_length(count, count > handles.maximum() ? count : handles.maximum())) {
+        return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+    DDS_Long index = 0;
+    for (const auto& peer : _matched) {
+        handles[index++] = handle_of(peer.first);
+    }
+    return DDS_RETCODE_OK;
+}
+
+std::shared_ptr<const EndpointInfo> PeerRegister::find(const DDS_InstanceHandle_t& handle) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto found = _matched.find(guid_of(handle));
+    return found != _matched.end() ? found->second : nullptr;
+}
+
+EndpointInfo describe(const std::string& topic_name, const std::string& type_name, const DDS_TypeOperations& type,
+                      const DDS_DataWriterQos& qos) {
+    return describe_endpoint(topic_name, type_name, type, qos, qos.publication_name);
+}
+
+EndpointInfo describe(const std::string& topic_name, const std::string& type_name, const DDS_TypeOperations& type,
+                      const DDS_DataReaderQos& qos) {
+    return describe_endpoint(topic_name, type_name, type, qos, qos.subscription_name);
+}
+
+DDS_ReturnCode_t report(const EndpointInfo& peer, DDS_SubscriptionBuiltinTopicData& data) noexcept {
+    return report_endpoint(peer, data, data.subscription_name);
+}
+
+DDS_ReturnCode_t report(const EndpointInfo& peer, DDS_PublicationBuiltinTopicData& data) noexcept {
+    return report_endpoint(peer, data, data.publication_name);
+}
+
+}  // namespace mw
+}  // namespace norvane

@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: Apache-2.0
+// The samples of one reader: what is there, in which state, under which key, on loan to whom, and who waits for it.
+//
+// Invariants:
+// 1. Everything but the counters that triggers read is guarded by the one mutex. It is never held while user code runs or an engine is
+//    called. Order: engine, this mutex, wait set.
+// 2. A slot is listed (to be read or taken), pinned (on loan), or both; when neither, it is free again. Slots that are listed or pinned
+//    occupy room; so do those reserved by `admit`.
+// 3. A selection (the whole store, or one key of the index) holds its samples in order of reception, and those not read once more, so that
+//    every operation costs what it returns.
+// 4. A reservation has its slot, its key and its place in the index: `commit` cannot fail.
+// 5. A key's record lives while it has samples or conditions, is open, or is interrupted.
+// 6. The store counts its holders: the reader, its status condition, each read condition, each loan. The last one to go tells the owner.
+#ifndef NORVANE_MIDDLEWARE_SAMPLESTORE_HPP
+#define NORVANE_MIDDLEWARE_SAMPLESTORE_HPP
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "middleware/ConditionCore.hpp"
+#include "middleware/Engine.hpp"
+#include "middleware/IntrusiveList.hpp"
+#include "middleware/OpenKeys.hpp"
+#include "middleware/ReadCondition.hpp"
+#include "middleware/SampleIndex.hpp"
+#include "middleware/SpinHistory.hpp"
+#include "norvane/dds/DataReader.hpp"
+#include "platform/Processor.hpp"
+
+namespace norvane {
+namespace mw {
+
+class FilterExpression;
+
+/// What happened to samples that were not kept.
+struct LossCounts {
+    std::atomic<std::int64_t> no_room{0};
+    std::atomic<std::int64_t> replaced{0};
+    std::atomic<std::int64_t> closed_key{0};
+};
+
+/// One sample of the store.
+struct SampleSlot {
+    Sample* sample = nullptr;
+    SampleSelection* key = nullptr;  // null without an index, or for a sample that answers none
+    std::int64_t reception_number = 0;
+    std::uint32_t pins = 0;
+    bool listed = false;
+    bool read = false;
+    ListLink<SampleSlot> links[4];  // in the whole store: all, not read; under the key: all, not read
+    SampleSlot* next_free = nullptr;
+};
+
+/// The slots of a selection, through one of their four links.
+class SlotList {
+public:
+    SampleSlot* front() const noexcept { return _first; }
+    void push_back(SampleSlot& slot, int link) noexcept;
+    void remove(SampleSlot& slot, int link) noexcept;
+
+private:
+    SampleSlot* _first = nullptr;
+    SampleSlot* _last = nullptr;
+};
+
+/// The whole store, or the samples of one key.
+struct SampleSelection {
+    int link = 0;  // of `all`; that of `unread` is the next
+    std::uint64_t key = 0;
+    SlotList all;
+    SlotList unread;
+    // What triggers read without the lock.
+    std::atomic<std::int64_t> unread_count{0};
+    std::atomic<std::int64_t> read_count{0};
+    std::atomic<int> interruption{DDS_RETCODE_OK};
+    IntrusiveList<ReadCondition, &ReadCondition::in_selection> conditions;
+    SampleSelection* next_free = nullptr;
+};
+
+/// What the store asks of its reader.
+class SampleStoreOwner {
+public:
+    virtual DDSDataReader* store_reader() noexcept = 0;
+    virtual DDS_DataReader* c_reader() noexcept = 0;
+    /// There is room again for an engine that was told FULL. Called without the lock.
+    virtual void room_freed() noexcept = 0;
+    /// Nobody holds the store any more. Called without the lock, once; the store is not touched afterwards.
+    virtual void last_holder_gone() noexcept = 0;
+
+protected:
+    ~SampleStoreOwner() = default;
+};
+
+struct SampleStoreSettings {
+    bool keep_all = true;
+    DDS_Long depth = 1;
+    DDS_Long max_samples = DDS_LENGTH_UNLIMITED;
+    DDS_Long initial_samples = 0;
+    DDS_Long max_samples_per_take = DDS_LENGTH_UNLIMITED;
+    std::shared_ptr<const DDS_TypeOperations> type;
+    bool routed = false;  ///< Only samples whose related writer GUID is `route` pass.
+    DDS_GUID_t route = DDS_GUID_UNKNOWN;
+    std::shared_ptr<const FilterExpression> filter;  ///< Null: every other sample passes.
+};
+
+class SampleStore {
+public:
+    SampleStore(SampleStoreOwner& owner, const SampleStoreSettings& settings);
+    ~SampleStore();
+    SampleStore(const SampleStore&) = delete;
+    SampleStore& operator=(const SampleStore&) = delete;
+
+    /// Makes room for the initial samples. @return false when memory is short.
+    bool prepare() noexcept;
+
+    // ---- for the engine
+    Admission admit(const SampleMetadata& metadata, const void* data) noexcept;
+    void abandon() noexcept;
+    /// @return whether it was stored: a filter that needs the sample is evaluated here when `admit` could not.
+    bool commit(Sample& sample, platform::WakeBatch& wake) noexcept;
+    Admission deliver(Sample& sample, platform::WakeBatch& wake) noexcept;
+
+    // ---- for the reader
+    ReadCondition* create_condition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
+                                    DDS_InstanceStateMask instance_states) noexcept;
+    ReadCondition* create_key_condition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
+                                        DDS_InstanceStateMask instance_states, const char* index_name, std::uint64_t key) noexcept;
+    DDS_ReturnCode_t delete_condition(ReadCondition& condition) noexcept;
+    std::size_t condition_count() noexcept;
+    /// Deletes every condition.
+    void delete_conditions() noexcept;
+
+    DDS_ReturnCode_t create_index(const char* index_name) noexcept;
+    DDS_ReturnCode_t interrupt(DDS_ReturnCode_t code) noexcept;
+    DDS_ReturnCode_t interrupt_key(const char* index_name, std::uint64_t key, DDS_ReturnCode_t code) noexcept;
+    DDS_ReturnCode_t admit_open_keys_only(const char* index_name, bool open_only) noexcept;
+    DDS_ReturnCode_t open_key(const char* index_name, std::uint64_t key) noexcept;
+    DDS_ReturnCode_t close_key(const char* index_name, std::uint64_t key) noexcept;
+
+    DDS_ReturnCode_t read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
+                                  ReadCondition& condition, bool take) noexcept;
+    DDS_ReturnCode_t read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
+                                  DDS_SampleStateMask states, bool take) noexcept;
+    DDS_ReturnCode_t return_loan(void** received_data, DDS_SampleInfoSeq& info_seq) noexcept;
+
+    /// Drops what nobody has on loan, and takes nothing in any more.
+    void close() noexcept;
+    /// A holder lets go. The store may be gone afterwards.
+    void drop_holder() noexcept;
+
+    /// The reader's status condition, which is signalled at every arrival while it is attached. Guarded by `mutex()`.
+    void set_status_condition(DDS_Condition* condition) noexcept { _status_condition = condition; }
+    platform::BriefMutex& mutex() noexcept { return _mutex; }
+    /// Counts arrivals, for the data-available status.
+    std::int64_t arrivals() const noexcept { return _arrivals.load(std::memory_order_acquire); }
+
+    const LossCounts& losses() const noexcept { return _losses; }
+    void count_no_room() noexcept { _losses.no_room.fetch_add(1, std::memory_order_relaxed); }
+
+    SampleSelection& whole() noexcept { return _whole; }
+    SpinHistory& spin_history() noexcept { return _spin_history; }
+    SampleStoreOwner& owner() noexcept { return _owner; }
+
+private:
+    friend class ReadCondition;
+    struct Loan;
+
+    bool passes_filter(const SampleMetadata& metadata, const void* data) const noexcept;
+    Admission admit_locked(const SampleMetadata& metadata) noexcept;
+    bool make_room_for_one_more_locked() noexcept;
+    Sample* store_locked(Sample& sample, platform::WakeBatch& wake) noexcept;
+    bool has_room_locked() const noexcept;
+
+    ReadCondition* create_condition_locked(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
+                                           DDS_InstanceStateMask instance_states, SampleSelection& selection) noexcept;
+    void delete_condition_locked(ReadCondition& condition) noexcept;
+    void dispose(ReadCondition& condition) noexcept;
+
+    bool has_index_locked(const char* index_name) const noexcept;
+    bool reserve_keys_locked(std::size_t more) noexcept;
+    SampleSelection& key_record_locked(std::uint64_t key) noexcept;
+    void drop_key_if_idle_locked(SampleSelection& key) noexcept;
+    bool grow_slots_locked(std::size_t count) noexcept;
+    void list_locked(SampleSlot& slot, SampleSelection& selection, platform::WakeBatch& wake) noexcept;
+    void index_locked(SampleSlot& slot) noexcept;
+    void interrupt_locked(SampleSelection& selection, DDS_ReturnCode_t code, platform::WakeBatch& wake) noexcept;
+
+    DDS_ReturnCode_t lend_locked(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
+                                 SampleSelection& selection, DDS_SampleStateMask states, bool take, platform::WakeBatch& wake) noexcept;
+    static void fill(Loan& loan, int index, const SampleSlot& slot) noexcept;
+    void mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) noexcept;
+    void unlist_locked(SampleSlot& slot) noexcept;
+    Loan* take_loan_locked(int count) noexcept;
+    void keep_loan_locked(Loan& loan) noexcept;
+    Sample* free_slot_locked(SampleSlot& slot) noexcept;
+    Sample* drop_front_locked(SampleSelection& selection) noexcept;
+    bool claim_room_notice_locked() noexcept;
+    void after_unlock(bool room_notice, bool last_holder) noexcept;
+
+    SampleStoreOwner& _owner;
+    const SampleStoreSettings _settings;
+
+    alignas(platform::CACHE_LINE) platform::BriefMutex _mutex;
+    bool _closed = false;
+    bool _full_reported = false;
+    bool _indexed = false;
+    bool _open_only = false;
+    std::size_t _holders = 2;  // the reader, and its status condition, which shares the mutex
+    std::size_t _occupied = 0;
+    std::size_t _reserved = 0;
+    std::size_t _listed = 0;
+    std::size_t _listed_pinned = 0;
+    std::int64_t _received = 0;
+    std::size_t _conditions = 0;
+    DDS_Condition* _status_condition = nullptr;
+
+    SampleSlot* _free_slots = nullptr;
+    std::size_t _free_slot_count = 0;
+    std::vector<std::unique_ptr<SampleSlot[]>> _slot_chunks;
+
+    SampleSelection _whole;
+    SampleIndex<SampleSelection> _keys;
+    SampleSelection* _free_keys = nullptr;
+    std::size_t _free_key_count = 0;
+    std::vector<std::unique_ptr<SampleSelection[]>> _key_chunks;
+    std::vector<std::string> _index_names;
+    OpenKeys _open_keys;
+
+    ReadCondition* _free_conditions = nullptr;
+    std::vector<std::unique_ptr<ReadCondition>> _all_conditions;
+
+    Loan* _free_loans = nullptr;
+    SampleIndex<Loan> _loans_out;
+    std::vector<std::unique_ptr<Loan>> _all_loans;
+
+    alignas(platform::CACHE_LINE) std::atomic<std::int64_t> _arrivals{0};
+    LossCounts _losses;
+    SpinHistory _spin_history;
+};
+
+}  // namespace mw
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "middleware/TypeSamplePool.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <mutex>
+#include <new>
+
+#include "middleware/Log.hpp"
+
+namespace norvane {
+namespace mw {
+
+namespace {
+
+// A burst leaves at most so much behind.
+constexpr std::int64_t KEPT_OCTETS = 16 * 1024 * 1024;
+constexpr std::int64_t KEPT_AT_LEAST = 8;
+
+std::size_t round_up(std::size_t size, std::size_t alignment) noexcept { return (size + alignment - 1) / alignment * alignment; }
+
+}  // namespace
+
+TypeSamplePool* TypeSamplePool::make(std::shared_ptr<const DDS_TypeOperations> type) noexcept {
+    return new (std::nothrow) TypeSamplePool(std::move(type));
+}
+
+TypeSamplePool::TypeSamplePool(std::shared_ptr<const DDS_TypeOperations> type) noexcept
+    : _type(std::move(type)),
+      _data_offset(round_up(sizeof(Sample), _type->alignment)),
+      _alignment(std::max(_type->alignment, platform::CACHE_LINE)),
+      _kept(std::max(KEPT_AT_LEAST, KEPT_OCTETS / static_cast<std::int64_t>(_data_offset + _type->size))) {}
+
+TypeSamplePool::~TypeSamplePool() {
+    for (Sample* stack : {_free, _returned.load(std::memory_order_acquire)}) {
+        while (stack != nullptr) {
+            Sample* next = stack->next;
+            destroy_sample(stack);
+            stack = next;
+        }
+    }
+}
+
+Sample* TypeSamplePool::make_sample() noexcept {
+    // Each on cache lines of its own: writer and readers of neighbouring samples are different threads.
+    const std::size_t size = round_up(_data_offset + _type->size, platform::CACHE_LINE);
+    void* place = ::operator new(size, std::align_val_t(_alignment), std::nothrow);
+    if (place == nullptr) {
+        return nullptr;
+    }
+    Sample* sample = new (place) Sample();
+    sample->pool = this;
+    sample->data = static_cast<unsigned char*>(place) + _data_offset;
+    try {
+        _type->construct(*_type, sample->data);
+    } catch (...) {
+        sample->~Sample();
+        ::operator delete(place, std::align_val_t(_alignment));
+        return nullptr;
+    }
+    return sample;
+}
+
+void TypeSamplePool::destroy_sample(Sample* sample) noexcept {
+    _type->destroy(*_type, sample->data);
+    sample->~Sample();
+    ::operator delete(static_cast<void*>(sample), std::align_val_t(_alignment));
+}
+
+Sample* TypeSamplePool::take() noexcept {
+    Sample* sample = nullptr;
+    {
+        std::lock_guard<platform::BriefMutex> lock(_mutex);
+        if (_free == nullptr) {
+            _free = _returned.exchange(nullptr, std::memory_order_acquire);
+        }
+        sample = _free;
+        if (sample != nullptr) {
+            _free = sample->next;
+        }
+    }
+    if (sample != nullptr) {
+        _free_count.fetch_sub(1, std::memory_order_relaxed);
+        sample->references.store(1, std::memory_order_relaxed);
+        sample->metadata = SampleMetadata();
+    } else {
+        sample = make_sample();
+    }
+    if (sample != nullptr) {
+        _holders.fetch_add(1, std::memory_order_relaxed);
+    }
+    return sample;
+}
+
+Sample* TypeSamplePool::make_copy(const void* data) noexcept {
+    Sample* sample = take();
+    if (sample == nullptr) {
+        return nullptr;
+    }
+    try {
+        if (_type->copy(*_type, sample->data, data)) {
+            return sample;
+        }
+    } catch (const std::exception& failure) {
+        log_error("TypeSamplePool::make_copy", [&] { return std::string("copying a sample of type ") + _type->name + " threw: " + failure.what(); });
+    } catch (...) {
+        log_error("TypeSamplePool::make_copy", [&] { return std::string("copying a sample of type ") + _type->name + " threw"; });
+    }
+    release(*sample);
+    return nullptr;
+}
+
+Sample* TypeSamplePool::make_decoded(const std::uint8_t* octets, std::size_t length) noexcept {
+    if (_type->decode == nullptr) {
+        return nullptr;
+    }
+    Sample* sample = take();
+    if (sample == nullptr) {
+        return nullptr;
+    }
+    try {
+        if (_type->decode(*_type, sample->data, octets, length)) {
+            return sample;
+        }
+    } catch (...) {
+        log_error("TypeSamplePool::make_decoded", [&] { return std::string("decoding a sample of type ") + _type->name + " threw"; });
+    }
+    release(*sample);
+    return nullptr;
+}
+
+void TypeSamplePool::take_back(Sample& sample) noexcept {
+    if (_type->clear != nullptr) {
+        _type->clear(*_type, sample.data);
+    }
+    if (_free_count.fetch_add(1, std::memory_order_relaxed) >= _kept) {
+        _free_count.fetch_sub(1, std::memory_order_relaxed);
+        destroy_sample(&sample);
+    } else {
+        Sample* top = _returned.load(std::memory_order_relaxed);
+        do {
+            sample.next = top;
+        } while (!_returned.compare_exchange_weak(top, &sample, std::memory_order_release, std::memory_order_relaxed));
+    }
+    let_go();
+}
+
+void TypeSamplePool::let_go() noexcept {
+    if (_holders.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete this;
+    }
+}
+
+}  // namespace mw
+}  // namespace norvane

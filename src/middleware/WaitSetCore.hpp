@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// The wait set behind a DDSWaitSet: its attachments, the ones to look at, and the word that its waiter sleeps on.
+//
+// Invariants:
+// 1. Both lists change only under the mutex.
+// 2. An attachment whose condition may hold is in the ready list; a wait takes out those that do not.
+// 3. No lost wake-up: a notifier sets the trigger, puts the attachment into the ready list, then changes the word. The waiter reads the
+//    word, looks at the ready list, then sleeps on the value it read. The lowest bit says that somebody sleeps; the notifier that clears
+//    it wakes. A time-out leaves the bit set, so the next sleeper must accept it.
+// 4. Cores are never given back to the heap, only used again: a notifier may touch the word of a set that is gone.
+#ifndef NORVANE_MIDDLEWARE_WAITSETCORE_HPP
+#define NORVANE_MIDDLEWARE_WAITSETCORE_HPP
+
+#include <atomic>
+
+#include "middleware/ConditionCore.hpp"
+#include "norvane/dds/WaitSet.hpp"
+#include "platform/Processor.hpp"
+
+namespace norvane {
+namespace mw {
+
+class alignas(platform::CACHE_LINE) WaitSetCore {
+public:
+    /// @return a core without conditions; null when memory is short.
+    static WaitSetCore* acquire() noexcept;
+    /// Detaches everything, and keeps the core for the next `acquire`.
+    static void give_back(WaitSetCore* core) noexcept;
+
+    DDS_ReturnCode_t wait(DDSConditionSeq& active, const DDS_Duration_t& timeout) noexcept;
+    DDS_ReturnCode_t list(DDSConditionSeq& attached) noexcept;
+
+    // For conditions, which hold their own mutex.
+    /// @param may_hold  whether the condition is to be looked at by the next wait.
+    void link(Attachment& attachment, bool may_hold) noexcept;
+    void unlink(Attachment& attachment) noexcept;
+    void mark_ready(Attachment& attachment, platform::WakeBatch& wake) noexcept;
+
+private:
+    enum class Look { NOTHING, ACTIVE, INTERRUPTED, NO_MEMORY };
+
+    WaitSetCore() = default;
+
+    Look look(DDSConditionSeq& active, DDS_ReturnCode_t& interruption) noexcept;
+    bool spin(std::uint32_t seen) noexcept;
+    bool spin_until_changed(std::uint32_t seen, SpinHistory& history) const noexcept;
+    DDS_ReturnCode_t wait_alone(DDSConditionSeq& active, const DDS_Duration_t& timeout) noexcept;
+    void change_word(platform::WakeBatch& wake) noexcept;
+    void detach_all() noexcept;
+
+    static constexpr std::uint32_t SLEEPING = 1;
+
+    platform::FutexWord _word{0};
+    std::atomic<bool> _waiting{false};
+    WaitSetCore* _next_free = nullptr;
+
+    alignas(platform::CACHE_LINE) platform::BriefMutex _mutex;
+    IntrusiveList<Attachment, &Attachment::in_set> _attachments;
+    IntrusiveList<Attachment, &Attachment::in_ready> _ready;
+    DDS_Long _attachment_count = 0;
+    DDS_Long _ready_count = 0;
+};
+
+}  // namespace mw
+}  // namespace norvane
+
+#endif
