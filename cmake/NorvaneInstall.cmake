@@ -1,0 +1,26 @@
+# SPDX-License-Identifier: Apache-2.0
+# The install target: headers, library, find_package(norvane) and pkg-config.
+include(CMakePackageConfigHelpers)
+
+set(norvane_config_dir "${CMAKE_INSTALL_LIBDIR}/cmake/norvane")
+
+install(TARGETS norvane EXPORT norvaneTargets
+        RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+        INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/norvane" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.hpp")
+install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(EXPORT norvaneTargets NAMESPACE norvane:: DESTINATION "${norvane_config_dir}")
+
+configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/norvaneConfig.cmake.in" "${PROJECT_BINARY_DIR}/norvaneConfig.cmake"
+                              INSTALL_DESTINATION "${norvane_config_dir}" NO_SET_AND_CHECK_MACRO)
+# Before 1.0 a minor version may change the interface.
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/norvaneConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/norvaneConfig.cmake" "${PROJECT_BINARY_DIR}/norvaneConfigVersion.cmake"
+        DESTINATION "${norvane_config_dir}")
+
+# Relative to the file itself: the tree may be installed with another prefix, or moved.
+set(norvane_pc_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${norvane_pc_dir}" OUTPUT_VARIABLE norvane_prefix_from_pc)
+configure_file("${PROJECT_SOURCE_DIR}/cmake/norvane.pc.in" "${PROJECT_BINARY_DIR}/norvane.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/norvane.pc" DESTINATION "${norvane_pc_dir}")

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/embedded/EmbeddedReaderPort.hpp"
+
+#include <utility>
+
+namespace norvane {
+namespace embedded {
+
+EmbeddedReaderPort::EmbeddedReaderPort(std::shared_ptr<Bus> bus, std::shared_ptr<Reader> reader) noexcept
+    : _bus(std::move(bus)), _reader(std::move(reader)) {}
+
+// One that was never enabled has a GUID to give back.
+EmbeddedReaderPort::~EmbeddedReaderPort() { _bus->remove(_reader); }
+
+const mw::EndpointInfo& EmbeddedReaderPort::info() const noexcept { return *_reader->info(); }
+
+DDS_ReturnCode_t EmbeddedReaderPort::enable(mw::SampleSink& sink) noexcept {
+    _reader->open(sink);
+    return _bus->add(_reader);
+}
+
+void EmbeddedReaderPort::room_freed() noexcept {
+    // What is older goes first: the writers that owe it refuse anything newer until they have settled.
+    if (_reader->debtors().load() != 0) {
+        _bus->send_backlogs(_reader);
+    }
+    _reader->signal_room();
+}
+
+void EmbeddedReaderPort::close() noexcept { _bus->remove(_reader); }
+
+}  // namespace embedded
+}  // namespace norvane

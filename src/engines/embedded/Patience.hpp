@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// How long one call may sleep. The clock is not read before the first sleep: most calls never do.
+// Thread rule: a local of one thread.
+#ifndef NORVANE_ENGINES_EMBEDDED_PATIENCE_HPP
+#define NORVANE_ENGINES_EMBEDDED_PATIENCE_HPP
+
+#include <cstdint>
+
+#include "norvane/dds/types.hpp"
+#include "platform/Clock.hpp"
+#include "platform/FutexWord.hpp"
+
+namespace norvane {
+namespace embedded {
+
+class Patience {
+public:
+    /// @param limit  zero and below: none. Infinite: no end.
+    explicit Patience(const DDS_Duration_t& limit) noexcept
+        : _limit(limit), _left(limit.sec > 0 || (limit.sec == 0 && limit.nanosec > 0)) {}
+
+    bool is_left() const noexcept { return _left; }
+
+    /// Sleeps while the word holds `seen`, no longer than there is patience.
+    void sleep(platform::FutexWord& word, std::uint32_t seen) noexcept {
+        if (!_started) {
+            _deadline_ns = platform::deadline_after(_limit);
+            _started = true;
+        }
+        // A word that keeps changing never times out by itself.
+        _left = platform::wait_on(word, seen, _deadline_ns) && platform::monotonic_ns() < _deadline_ns;
+    }
+
+private:
+    const DDS_Duration_t _limit;
+    bool _left;
+    bool _started = false;
+    std::int64_t _deadline_ns = 0;
+};
+
+}  // namespace embedded
+}  // namespace norvane
+
+#endif

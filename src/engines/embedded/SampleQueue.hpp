@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+// Samples in order, each held by one reference: what a transient-local writer keeps, and what a full reader could not take yet.
+// A ring that grows and never shrinks. Thread rule: its owner's lock.
+#ifndef NORVANE_ENGINES_EMBEDDED_SAMPLEQUEUE_HPP
+#define NORVANE_ENGINES_EMBEDDED_SAMPLEQUEUE_HPP
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "middleware/Engine.hpp"
+
+namespace norvane {
+namespace embedded {
+
+struct ReleaseSample {
+    void operator()(mw::Sample* sample) const noexcept { mw::release(*sample); }
+};
+/// One reference to a sample.
+typedef std::unique_ptr<mw::Sample, ReleaseSample> HeldSample;
+
+class SampleQueue {
+public:
+    bool empty() const noexcept { return _count == 0; }
+    std::size_t size() const noexcept { return _count; }
+    /// @param position  0 is the oldest.
+    mw::Sample& operator[](std::size_t position) const noexcept { return *_slots[(_first + position) % _slots.size()]; }
+
+    /// Makes room for so many samples in all.
+    /// @throws std::bad_alloc  nothing has changed.
+    void make_room(std::size_t count);
+    /// Appends a sample and takes a reference of its own. There must be room.
+    void push(mw::Sample& sample) noexcept;
+    /// @return the reference to the oldest sample. There must be one.
+    HeldSample pop() noexcept;
+
+private:
+    std::vector<HeldSample> _slots;
+    std::size_t _first = 0;
+    std::size_t _count = 0;
+};
+
+}  // namespace embedded
+}  // namespace norvane
+
+#endif
