@@ -113,7 +113,8 @@ public:
     /// Interrupts one index key: running and future waits on its conditions return `code`.
     /// The interruption is kept until it is ended with DDS_RETCODE_OK or the key is closed.
     /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER when there is no such index; DDS_RETCODE_OUT_OF_RESOURCES.
-    virtual DDS_ReturnCode_t interrupt_index_key(const char* index_name, const DDS_SequenceNumber_t& key, DDS_ReturnCode_t code) = 0;
+    virtual DDS_ReturnCode_t interrupt_index_key(const char* index_name, const DDS_SequenceNumber_t& key,
+                                                 DDS_ReturnCode_t code) = 0;
 
     /// Admits samples for open keys only (true), or all samples (false, as at start).
     ///
@@ -140,7 +141,8 @@ public:
     /// Lists the matched writers.
     virtual DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) = 0;
     /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER when no matched writer has that handle; DDS_RETCODE_OUT_OF_RESOURCES.
-    virtual DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) = 0;
+    virtual DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data,
+                                                          const DDS_InstanceHandle_t& handle) = 0;
 };
 
 /// Reader of the built-in string type.

@@ -28,8 +28,8 @@ struct NORVANE_EXPORT DDS_DataWriter {
 ///         nothing and uses up no number.
 /// @par Threads  Same writer: any; distinct `params`.
 /// @par Blocks   Up to `max_blocking_time`; never inside a listener.
-NORVANE_EXPORT DDS_ReturnCode_t DDS_DataWriter_write_w_params_untyped_generalI(DDS_DataWriter* writer, void* reserved, const void* data,
-                                                                               DDS_WriteParams_t& params);
+NORVANE_EXPORT DDS_ReturnCode_t DDS_DataWriter_write_w_params_untyped_generalI(DDS_DataWriter* writer, void* reserved,
+                                                                               const void* data, DDS_WriteParams_t& params);
 
 /// Tells of what happens to a writer. Called without any lock of ours held, by one thread at a time for one writer.
 /// An exception that leaves a listener is caught, logged and counted.

@@ -43,8 +43,8 @@ public:
     /// @param topic_name  not null, not empty, at most 255 characters.
     /// @param type_name   a registered type.
     /// @return the topic; null when the type is unknown, or the name is taken by a topic of another type or a content-filtered topic.
-    virtual DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos, DDSTopicListener* listener,
-                                   DDS_StatusMask mask) = 0;
+    virtual DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos,
+                                   DDSTopicListener* listener, DDS_StatusMask mask) = 0;
     /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET when it is not this participant's or an
     ///         endpoint or a content-filtered topic uses it.
     virtual DDS_ReturnCode_t delete_topic(DDSTopic* topic) = 0;
@@ -57,7 +57,8 @@ public:
     /// @param filter_expression      see docs/filters.md. Errors are logged with their column.
     /// @param expression_parameters  values of %0, %1 ... in the expression; copied.
     /// @return the content-filtered topic; null when an argument is refused.
-    virtual DDSContentFilteredTopic* create_contentfilteredtopic(const char* name, DDSTopic* related_topic, const char* filter_expression,
+    virtual DDSContentFilteredTopic* create_contentfilteredtopic(const char* name, DDSTopic* related_topic,
+                                                                 const char* filter_expression,
                                                                  const DDS_StringSeq& expression_parameters) = 0;
     /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET when it is not this participant's or a
     ///         reader uses it.
@@ -66,7 +67,8 @@ public:
     virtual DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener, DDS_StatusMask mask) = 0;
     /// @return DDS_RETCODE_PRECONDITION_NOT_MET while the publisher has writers, or when it is not this participant's.
     virtual DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) = 0;
-    virtual DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener, DDS_StatusMask mask) = 0;
+    virtual DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener,
+                                             DDS_StatusMask mask) = 0;
     /// @return DDS_RETCODE_PRECONDITION_NOT_MET while the subscriber has readers, or when it is not this participant's.
     virtual DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) = 0;
 

@@ -45,10 +45,10 @@ public:
     /// Adds writer settings to a profile.
     /// @param topic_filter  pattern of topic names ("*" any run, "?" any one character, "[abc]" one of these); null means every topic.
     /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for an unknown library or profile; DDS_RETCODE_OUT_OF_RESOURCES.
-    virtual DDS_ReturnCode_t add_datawriter_qos_to_profile(const char* library_name, const char* profile_name, const char* topic_filter,
-                                                           const DDS_DataWriterQos& qos) = 0;
-    virtual DDS_ReturnCode_t add_datareader_qos_to_profile(const char* library_name, const char* profile_name, const char* topic_filter,
-                                                           const DDS_DataReaderQos& qos) = 0;
+    virtual DDS_ReturnCode_t add_datawriter_qos_to_profile(const char* library_name, const char* profile_name,
+                                                           const char* topic_filter, const DDS_DataWriterQos& qos) = 0;
+    virtual DDS_ReturnCode_t add_datareader_qos_to_profile(const char* library_name, const char* profile_name,
+                                                           const char* topic_filter, const DDS_DataReaderQos& qos) = 0;
     /// Removes a profile; its library goes with the last one.
     /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for an unknown one.
     virtual DDS_ReturnCode_t remove_qos_profile(const char* library_name, const char* profile_name) = 0;

@@ -8,14 +8,14 @@
 
 /// Metadata of one received sample. A plain value without heap memory.
 struct DDS_SampleInfo {
-    DDS_SampleStateMask sample_state = DDS_NOT_READ_SAMPLE_STATE;  ///< State before the read or take that returned it.
-    DDS_ViewStateMask view_state = DDS_NEW_VIEW_STATE;             ///< Always new: topics are keyless.
+    DDS_SampleStateMask sample_state = DDS_NOT_READ_SAMPLE_STATE;     ///< State before the read or take that returned it.
+    DDS_ViewStateMask view_state = DDS_NEW_VIEW_STATE;                ///< Always new: topics are keyless.
     DDS_InstanceStateMask instance_state = DDS_ALIVE_INSTANCE_STATE;  ///< Always alive.
-    DDS_Boolean valid_data = DDS_BOOLEAN_TRUE;                     ///< Whether there is data to go with it.
-    DDS_Time_t source_timestamp = DDS_TIME_INVALID;     ///< When it was written, by the writer's clock.
-    DDS_Time_t reception_timestamp = DDS_TIME_INVALID;  ///< When it came into the reader's store.
-    DDS_InstanceHandle_t instance_handle;               ///< Always nil.
-    DDS_InstanceHandle_t publication_handle;            ///< The matched writer; key of get_matched_publication_data.
+    DDS_Boolean valid_data = DDS_BOOLEAN_TRUE;                        ///< Whether there is data to go with it.
+    DDS_Time_t source_timestamp = DDS_TIME_INVALID;                   ///< When it was written, by the writer's clock.
+    DDS_Time_t reception_timestamp = DDS_TIME_INVALID;                ///< When it came into the reader's store.
+    DDS_InstanceHandle_t instance_handle;                             ///< Always nil.
+    DDS_InstanceHandle_t publication_handle;                          ///< The matched writer; key of get_matched_publication_data.
 
     DDS_GUID_t source_guid = DDS_GUID_UNKNOWN;          ///< Unused: unknown.
     DDS_GUID_t related_source_guid = DDS_GUID_UNKNOWN;  ///< Unused: unknown.

@@ -44,11 +44,11 @@ struct DDS_IncompatibleTypeStatus {
 
 /// Samples that a reader did not keep.
 struct DDS_SampleLostStatus {
-    DDS_LongLong total_count = 0;         ///< All of the below.
+    DDS_LongLong total_count = 0;  ///< All of the below.
     DDS_LongLong total_count_change = 0;
-    DDS_LongLong no_room_count = 0;       ///< Best effort, and the reader was full.
-    DDS_LongLong replaced_count = 0;      ///< Keep-last, and a later one took its place before it was taken.
-    DDS_LongLong closed_key_count = 0;    ///< For an index key that is not open (any more).
+    DDS_LongLong no_room_count = 0;     ///< Best effort, and the reader was full.
+    DDS_LongLong replaced_count = 0;    ///< Keep-last, and a later one took its place before it was taken.
+    DDS_LongLong closed_key_count = 0;  ///< For an index key that is not open (any more).
 };
 
 /// Samples that a writer sent and that went to nobody, and the like.
@@ -69,7 +69,7 @@ struct DDS_SubscriptionBuiltinTopicData {
     DDS_DurabilityQosPolicy durability;
     DDS_UserDataQosPolicy user_data;
     DDS_EntityNameQosPolicy subscription_name;
-    DDS_PropertyQosPolicy property;                 ///< Those that the reader propagates.
+    DDS_PropertyQosPolicy property;  ///< Those that the reader propagates.
 
     DDS_SubscriptionBuiltinTopicData() = default;
     DDS_SubscriptionBuiltinTopicData(const DDS_SubscriptionBuiltinTopicData&) = delete;
@@ -92,7 +92,7 @@ struct DDS_PublicationBuiltinTopicData {
     DDS_DurabilityQosPolicy durability;
     DDS_UserDataQosPolicy user_data;
     DDS_EntityNameQosPolicy publication_name;
-    DDS_PropertyQosPolicy property;                 ///< Those that the writer propagates.
+    DDS_PropertyQosPolicy property;  ///< Those that the writer propagates.
 
     DDS_PublicationBuiltinTopicData() = default;
     DDS_PublicationBuiltinTopicData(const DDS_PublicationBuiltinTopicData&) = delete;

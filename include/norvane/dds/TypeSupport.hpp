@@ -24,8 +24,8 @@ enum DDS_FieldKind {
     DDS_FIELD_UNSIGNED,  ///< Unsigned 64 bits hold it.
     DDS_FIELD_FLOAT,     ///< A double holds it.
     DDS_FIELD_BOOLEAN,
-    DDS_FIELD_STRING,    ///< `data` and `length`, not necessarily terminated.
-    DDS_FIELD_OCTETS     ///< `data` and `length`.
+    DDS_FIELD_STRING,  ///< `data` and `length`, not necessarily terminated.
+    DDS_FIELD_OCTETS   ///< `data` and `length`.
 };
 
 /// Value of one field of one sample. Borrows from the sample.
@@ -44,11 +44,11 @@ struct DDS_FieldValue {
 /// The table, `name` and `context` outlive every sample. Operations may throw std::exception; the middleware turns that into
 /// a return code. Those marked optional may be null.
 struct DDS_TypeOperations {
-    const char* name;            ///< The type's own name; what it is registered under unless another is given.
-    std::uint64_t layout_hash;   ///< Differs when the layout differs. Types of one name and two hashes are incompatible.
-    std::size_t size;            ///< Octets of one sample in memory.
-    std::size_t alignment;       ///< Power of two.
-    const void* context;         ///< For the operations alone; may be null.
+    const char* name;           ///< The type's own name; what it is registered under unless another is given.
+    std::uint64_t layout_hash;  ///< Differs when the layout differs. Types of one name and two hashes are incompatible.
+    std::size_t size;           ///< Octets of one sample in memory.
+    std::size_t alignment;      ///< Power of two.
+    const void* context;        ///< For the operations alone; may be null.
 
     /// Makes an empty sample in `place`.
     void (*construct)(const DDS_TypeOperations& type, void* place);

@@ -21,7 +21,7 @@ struct PALUFastBufferPoolProperty {
     DDS_Long multiThreadedAccess;  ///< Not zero: any threads may use the pool at once. Zero: no lock.
     DDS_Long zeroBufferContent;    ///< Not zero: a buffer is cleared when it is handed out. Only without an initialise callback.
     DDS_Long ignoreMaximal;        ///< Not zero: `growth.maximal` is not looked at.
-    DDS_Long dynamicAlloc;         ///< Not zero: buffers are made one by one as they are needed; `growth.increment` is not looked at.
+    DDS_Long dynamicAlloc;  ///< Not zero: buffers are made one by one as they are needed; `growth.increment` is not looked at.
 };
 
 /// State of a pool.
@@ -44,11 +44,10 @@ struct PALUFastBufferPoolInfo {
 /// @param alignment_text    kept for the interface; any text, or null.
 /// @param flags             kept for the interface; any value.
 /// @return the pool; null when an argument is out of range, memory is short, or fewer than `growth.initial` buffers could be made.
-NORVANE_EXPORT PALUFastBufferPool* PALUFastBufferPool_newWithParams(DDS_Long buffer_size, DDS_Long buffer_alignment,
-                                                                    int (*initialize)(void* buffer, void* param), void* initialize_param,
-                                                                    void (*finalize)(void* buffer, void* param), void* finalize_param,
-                                                                    const PALUFastBufferPoolProperty* property,
-                                                                    const char* alignment_text, int flags);
+NORVANE_EXPORT PALUFastBufferPool* PALUFastBufferPool_newWithParams(
+    DDS_Long buffer_size, DDS_Long buffer_alignment, int (*initialize)(void* buffer, void* param), void* initialize_param,
+    void (*finalize)(void* buffer, void* param), void* finalize_param, const PALUFastBufferPoolProperty* property,
+    const char* alignment_text, int flags);
 
 /// Takes a buffer out of the pool. Growth never moves a buffer.
 /// @param pool  not null.

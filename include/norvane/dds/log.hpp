@@ -51,20 +51,21 @@ NORVANE_EXPORT void VOSTLog_onAssertBreakpoint();
 /// @param method    name of the reporting function; not null.
 /// @param message   the template; not null.
 /// @param argument  takes the place of the first "%s"; null is written "(null)".
-NORVANE_EXPORT void VOSTLogMessage_printWithParams(int unused, std::uint32_t level, std::uint32_t module, const char* file, int line,
-                                                   const char* method, const VOSTLogMessage* message, const char* argument);
+NORVANE_EXPORT void VOSTLogMessage_printWithParams(int unused, std::uint32_t level, std::uint32_t module, const char* file,
+                                                   int line, const char* method, const VOSTLogMessage* message,
+                                                   const char* argument);
 
 namespace norvane {
 
 /// One line of the log. The pointers are borrowed for the call that gets it.
 struct LogRecord {
-    std::uint32_t level;       ///< One level bit.
+    std::uint32_t level;  ///< One level bit.
     std::uint32_t module;
     std::uint32_t message_id;  ///< Of the template.
     const char* file;
     int line;
     const char* method;
-    const char* text;          ///< The template with its argument in place.
+    const char* text;  ///< The template with its argument in place.
 };
 
 /// Where log lines go.

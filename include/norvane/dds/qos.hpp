@@ -4,6 +4,8 @@
 #ifndef NORVANE_DDS_QOS_HPP
 #define NORVANE_DDS_QOS_HPP
 
+#include <utility>
+
 #include "norvane/dds/sequence.hpp"
 #include "norvane/dds/string.hpp"
 #include "norvane/dds/types.hpp"
@@ -72,6 +74,15 @@ struct NORVANE_EXPORT DDS_Property_t {
     DDS_Property_t() = default;
     DDS_Property_t(const DDS_Property_t& other);
     DDS_Property_t& operator=(const DDS_Property_t& other);
+    // A sequence that grows moves its elements: a copy could run out of memory half-way, and nobody would hear of it.
+    DDS_Property_t(DDS_Property_t&& other) noexcept
+        : name(std::exchange(other.name, nullptr)), value(std::exchange(other.value, nullptr)), propagate(other.propagate) {}
+    DDS_Property_t& operator=(DDS_Property_t&& other) noexcept {
+        std::swap(name, other.name);
+        std::swap(value, other.value);
+        std::swap(propagate, other.propagate);
+        return *this;
+    }
     ~DDS_Property_t();
 };
 typedef norvane::Sequence<DDS_Property_t> DDS_PropertySeq;
@@ -94,7 +105,8 @@ public:
     ///         already; DDS_RETCODE_OUT_OF_RESOURCES when memory is short.
     static DDS_ReturnCode_t add_property(DDS_PropertyQosPolicy& policy, const char* name, const char* value, DDS_Boolean propagate);
     /// Adds a property, or changes the one of that name. Results as `add_property`.
-    static DDS_ReturnCode_t assert_property(DDS_PropertyQosPolicy& policy, const char* name, const char* value, DDS_Boolean propagate);
+    static DDS_ReturnCode_t assert_property(DDS_PropertyQosPolicy& policy, const char* name, const char* value,
+                                            DDS_Boolean propagate);
     /// @return DDS_RETCODE_OK; DDS_RETCODE_PRECONDITION_NOT_MET when there is none of that name.
     static DDS_ReturnCode_t remove_property(DDS_PropertyQosPolicy& policy, const char* name);
 };

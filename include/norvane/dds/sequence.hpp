@@ -190,22 +190,17 @@ public:
 
 private:
     T* at(DDS_Long index) noexcept {
-        if (_discontiguous != nullptr) {
-            return _discontiguous[index];
-        }
-        if (_contiguous != nullptr) {
-            return _contiguous + index;
-        }
-        return inline_element(index);
+        return _discontiguous != nullptr ? _discontiguous[index] : element_in(_contiguous, index);
     }
 
-    T* inline_element(DDS_Long index) noexcept {
+    // No memory means the room inside.
+    T* element_in(T* memory, DDS_Long index) noexcept {
         if constexpr (INLINE > 0) {
-            return _inline.elements + index;
-        } else {
-            (void)index;
-            return nullptr;
+            if (memory == nullptr) {
+                return _inline.elements + index;
+            }
         }
+        return memory + index;
     }
 
     bool may_borrow(const void* buffer, DDS_Long new_length, DDS_Long new_maximum) const noexcept {
@@ -239,7 +234,7 @@ private:
         }
         const DDS_Long kept = _length < new_maximum ? _length : new_maximum;
         for (DDS_Long index = 0; index < kept; ++index) {
-            std::swap(fresh != nullptr ? fresh[index] : *inline_element(index), *at(index));
+            std::swap(*element_in(fresh, index), *at(index));
         }
         release();
         _contiguous = fresh;

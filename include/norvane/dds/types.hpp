@@ -31,8 +31,8 @@ struct DDS_GUID_t {
 };
 
 /// Asks the middleware to choose the GUID. Not the identifier of anything.
-inline constexpr DDS_GUID_t DDS_GUID_AUTO = {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff,
-                                              0xff, 0xff, 0xff, 0xff}};
+inline constexpr DDS_GUID_t DDS_GUID_AUTO = {
+    {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}};
 /// No GUID: what a record holds that names nobody.
 inline constexpr DDS_GUID_t DDS_GUID_UNKNOWN = {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}};
 
@@ -60,9 +60,7 @@ struct DDS_SequenceNumber_t {
 inline bool operator==(const DDS_SequenceNumber_t& left, const DDS_SequenceNumber_t& right) noexcept {
     return left.high == right.high && left.low == right.low;
 }
-inline bool operator!=(const DDS_SequenceNumber_t& left, const DDS_SequenceNumber_t& right) noexcept {
-    return !(left == right);
-}
+inline bool operator!=(const DDS_SequenceNumber_t& left, const DDS_SequenceNumber_t& right) noexcept { return !(left == right); }
 
 /// Asks the middleware to assign the writer's next number.
 inline constexpr DDS_SequenceNumber_t DDS_AUTO_SEQUENCE_NUMBER = {-1, 0xffffffffU};
@@ -83,9 +81,7 @@ struct DDS_SampleIdentity_t {
 inline bool operator==(const DDS_SampleIdentity_t& left, const DDS_SampleIdentity_t& right) noexcept {
     return left.sequence_number == right.sequence_number && left.writer_guid == right.writer_guid;
 }
-inline bool operator!=(const DDS_SampleIdentity_t& left, const DDS_SampleIdentity_t& right) noexcept {
-    return !(left == right);
-}
+inline bool operator!=(const DDS_SampleIdentity_t& left, const DDS_SampleIdentity_t& right) noexcept { return !(left == right); }
 
 /// Asks the middleware to assign the writer's GUID and its next number.
 inline constexpr DDS_SampleIdentity_t DDS_AUTO_SAMPLE_IDENTITY = {DDS_GUID_AUTO, DDS_AUTO_SEQUENCE_NUMBER};
@@ -106,9 +102,7 @@ inline const DDS_InstanceHandle_t DDS_HANDLE_NIL = {};
 inline bool operator==(const DDS_InstanceHandle_t& left, const DDS_InstanceHandle_t& right) noexcept {
     return std::memcmp(left.value, right.value, sizeof left.value) == 0;
 }
-inline bool operator!=(const DDS_InstanceHandle_t& left, const DDS_InstanceHandle_t& right) noexcept {
-    return !(left == right);
-}
+inline bool operator!=(const DDS_InstanceHandle_t& left, const DDS_InstanceHandle_t& right) noexcept { return !(left == right); }
 
 // ---- time -------------------------------------------------------------------------------------------------------
 
@@ -133,9 +127,7 @@ inline constexpr DDS_Time_t DDS_TIME_INVALID = {-1, 0xffffffffU};
 constexpr bool operator==(const DDS_Duration_t& left, const DDS_Duration_t& right) noexcept {
     return left.sec == right.sec && left.nanosec == right.nanosec;
 }
-constexpr bool operator!=(const DDS_Duration_t& left, const DDS_Duration_t& right) noexcept {
-    return !(left == right);
-}
+constexpr bool operator!=(const DDS_Duration_t& left, const DDS_Duration_t& right) noexcept { return !(left == right); }
 constexpr bool operator==(const DDS_Time_t& left, const DDS_Time_t& right) noexcept {
     return left.sec == right.sec && left.nanosec == right.nanosec;
 }
@@ -173,8 +165,7 @@ constexpr DDS_Duration_t operator-(const DDS_Time_t& later, const DDS_Time_t& ea
         return {INT32_MIN, 0};
     }
     return norvane::details::normalized_duration(
-        later.sec - earlier.sec,
-        static_cast<DDS_LongLong>(later.nanosec) - static_cast<DDS_LongLong>(earlier.nanosec));
+        later.sec - earlier.sec, static_cast<DDS_LongLong>(later.nanosec) - static_cast<DDS_LongLong>(earlier.nanosec));
 }
 
 /// @return `left` less `right`; infinite when `left` is infinite, and the shortest duration when only `right` is.

@@ -57,8 +57,10 @@ public:
     void swap(EntityUntypedImpl& other);
 
 protected:
-    virtual void get_datawriter_qos(DDS_DataWriterQos& qos, const EntityParams& params, const char* topic_name, const char* role_name);
-    virtual void get_datareader_qos(DDS_DataReaderQos& qos, const EntityParams& params, const char* topic_name, const char* role_name);
+    virtual void get_datawriter_qos(DDS_DataWriterQos& qos, const EntityParams& params, const char* topic_name,
+                                    const char* role_name);
+    virtual void get_datareader_qos(DDS_DataReaderQos& qos, const EntityParams& params, const char* topic_name,
+                                    const char* role_name);
 
     /// @param delete_cft  whether `finalize` deletes the reader's content-filtered topic.
     explicit EntityUntypedImpl(bool delete_cft);
@@ -70,9 +72,9 @@ protected:
     /// @throws BadParameterException        the parameters are invalid.
     /// @throws PreconditionNotMetException  a registration function is null or returned null.
     /// @throws RuntimeException             an endpoint, topic or condition could not be made.
-    void initialize(const EntityParams& params, RegisterTypeFunc register_writer_type_fnc, RegisterTypeFunc register_reader_type_fnc,
-                    int sample_size, TopicBuilder& topic_builder, DDSDataReaderListener* reader_listener, bool isStringDataReader,
-                    const char* role_name);
+    void initialize(const EntityParams& params, RegisterTypeFunc register_writer_type_fnc,
+                    RegisterTypeFunc register_reader_type_fnc, int sample_size, TopicBuilder& topic_builder,
+                    DDSDataReaderListener* reader_listener, bool isStringDataReader, const char* role_name);
     /// Deletes what `initialize` made. Idempotent; failures are logged.
     void finalize();
 
@@ -91,8 +93,8 @@ protected:
     /// @param waitset            has `condition` attached, and nothing else.
     /// @param initial_condition  selects samples in any state. @param condition  selects not-read samples.
     /// @return false when the time ran out first.
-    bool wait_for_samples(const DDS_Duration_t& max_wait, int min_sample_count, DDSWaitSet& waitset, DDSReadCondition* initial_condition,
-                          DDSReadCondition* condition);
+    bool wait_for_samples(const DDS_Duration_t& max_wait, int min_sample_count, DDSWaitSet& waitset,
+                          DDSReadCondition* initial_condition, DDSReadCondition* condition);
     bool wait_for_any_sample(const DDS_Duration_t& max_wait, int min_sample_count);
     /// Reads at most `max_count` samples and returns the loan at once. @return how many there were.
     int touch_samples(int max_count, DDSReadCondition* read_condition);
@@ -126,11 +128,11 @@ protected:
     DDSSubscriber* _subscriber;  // null: the participant makes and deletes the reader
     DDSTopic* _writer_topic;     // shared by the whole participant; never deleted here
     DDSTopicDescription* _reader_topic;
-    DDSDataWriter* _writer;                    // owned
-    DDSDataReader* _reader;                    // owned
+    DDSDataWriter* _writer;  // owned
+    DDSDataReader* _reader;  // owned
     DDSWaitSet _waitset;
-    DDSReadCondition* _not_read_sample_cond;   // owned; attached to _waitset
-    DDSReadCondition* _any_sample_cond;        // owned; not attached
+    DDSReadCondition* _not_read_sample_cond;  // owned; attached to _waitset
+    DDSReadCondition* _any_sample_cond;       // owned; not attached
     VOSTClock* _clock;
     int _sample_size;
     bool _isStringDataReader;

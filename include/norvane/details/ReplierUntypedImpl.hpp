@@ -31,8 +31,9 @@ protected:
     /// @param request_size     octets of one request sample.
     /// @param reader_listener  may be null.
     /// @throws as EntityUntypedImpl::initialize.
-    void initialize(const EntityParams& params, RegisterTypeFunc register_request_type_fnc, RegisterTypeFunc register_reply_type_fnc,
-                    int request_size, DDSDataReaderListener* reader_listener, bool isStringDataReader);
+    void initialize(const EntityParams& params, RegisterTypeFunc register_request_type_fnc,
+                    RegisterTypeFunc register_reply_type_fnc, int request_size, DDSDataReaderListener* reader_listener,
+                    bool isStringDataReader);
 
     /// Stores the identity of a request in the write parameters of its reply. Needs no initialised replier.
     /// @throws BadParameterException  the GUID is automatic or unknown, or the number automatic, maximal, zero or unknown; nothing is

@@ -24,7 +24,8 @@ public:
     /// @throws PreconditionNotMetException  an argument is null.
     /// @throws BadParameterException        the topic's name is longer than MAX_TOPIC_NAME_LENGTH.
     /// @throws RuntimeException             the middleware refused it.
-    DDSContentFilteredTopic* create_correlation_cft(DDSDomainParticipant* participant, DDSTopic* topic, const DDS_GUID_t& correlation_guid);
+    DDSContentFilteredTopic* create_correlation_cft(DDSDomainParticipant* participant, DDSTopic* topic,
+                                                    const DDS_GUID_t& correlation_guid);
 };
 
 /// Untyped requester: complete when its constructor returns.
@@ -51,8 +52,8 @@ protected:
     /// @param sample_size         octets of one reply sample.
     /// @param isStringDataReader  whether the reply type is the built-in string.
     /// @throws as EntityUntypedImpl::initialize; the class of the middleware's code when the index could not be made; std::bad_alloc.
-    RequesterUntypedImpl(const RequesterParams& params, RegisterTypeFunc register_request_type_fnc, RegisterTypeFunc register_reply_type_fnc,
-                         int sample_size, bool isStringDataReader);
+    RequesterUntypedImpl(const RequesterParams& params, RegisterTypeFunc register_request_type_fnc,
+                         RegisterTypeFunc register_reply_type_fnc, int sample_size, bool isStringDataReader);
 
     /// Waits until replies to one request are available.
     ///

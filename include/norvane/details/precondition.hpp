@@ -19,11 +19,11 @@ namespace details {
 }  // namespace norvane
 
 /// Does nothing when `condition` holds; else norvane::details::fail_precondition.
-#define NORVANE_CHECK_PRECONDITION(condition, function)                                        \
-    do {                                                                                       \
-        if (!(condition)) {                                                                    \
-            ::norvane::details::fail_precondition(#condition, function, __FILE__, __LINE__);   \
-        }                                                                                      \
+#define NORVANE_CHECK_PRECONDITION(condition, function)                                      \
+    do {                                                                                     \
+        if (!(condition)) {                                                                  \
+            ::norvane::details::fail_precondition(#condition, function, __FILE__, __LINE__); \
+        }                                                                                    \
     } while (false)
 
 #endif

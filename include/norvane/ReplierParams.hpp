@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// Configuration of a replier: it reads requests and writes replies.
+#ifndef NORVANE_REPLIERPARAMS_HPP
+#define NORVANE_REPLIERPARAMS_HPP
+
+#include "norvane/EntityParams.hpp"
+
+namespace norvane {
+
+/// Builder of a replier's configuration. Setters chain, check nothing, and may be called again: the last value wins.
+///
+/// Needed: a participant, and either a service name or both topic names.
+/// @par Threads  A plain value; one thread at a time.
+class NORVANE_EXPORT ReplierParams : public details::EntityParams {
+public:
+    ReplierParams(DDSDomainParticipant* participant);
+    ReplierParams(const ReplierParams&) = default;
+    ReplierParams& operator=(const ReplierParams&) = default;
+    ~ReplierParams() override;
+
+    ReplierParams& participant(DDSDomainParticipant* participant);
+    /// Requests travel on the topic of that name followed by "Request", replies on the one followed by "Reply".
+    ReplierParams& service_name(const std::string& name);
+    /// May name a content-filtered topic of the application's own: the replier then reads only the requests that pass it.
+    ReplierParams& request_topic_name(const std::string& name);
+    ReplierParams& reply_topic_name(const std::string& name);
+    /// Takes the QoS of both endpoints from a profile, unless one is given explicitly.
+    ReplierParams& qos_profile(const std::string& library_name, const std::string& profile_name);
+    /// QoS of the reply writer. Only the address is kept: the record must live until the replier is made.
+    ReplierParams& datawriter_qos(const DDS_DataWriterQos& qos);
+    /// QoS of the request reader. Only the address is kept.
+    ReplierParams& datareader_qos(const DDS_DataReaderQos& qos);
+    ReplierParams& publisher(DDSPublisher* publisher);
+    ReplierParams& subscriber(DDSSubscriber* subscriber);
+    ReplierParams& request_type_support(DDSTypeSupport* type_support);
+    ReplierParams& reply_type_support(DDSTypeSupport* type_support);
+
+    using details::EntityParams::datareader_qos;
+    using details::EntityParams::datawriter_qos;
+    using details::EntityParams::participant;
+    using details::EntityParams::publisher;
+    using details::EntityParams::reply_topic_name;
+    using details::EntityParams::request_topic_name;
+    using details::EntityParams::service_name;
+    using details::EntityParams::subscriber;
+};
+
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a front-end's caller hands in, turned into what the core wants: strings into samples, std::chrono into DDS_Duration_t.
+#ifndef NORVANE_DETAILS_SAMPLE_ARGUMENT_HPP
+#define NORVANE_DETAILS_SAMPLE_ARGUMENT_HPP
+
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "norvane/Exception.hpp"
+#include "norvane/dds/types.hpp"
+
+namespace norvane {
+namespace details {
+
+/// A sample in the form in which the core writes it. Borrows from the value, for the call.
+template <class T>
+class SampleArgument {
+public:
+    SampleArgument(const T& value, const char* /*method_name*/) noexcept : _value(&value) {}
+    const void* sample() const noexcept { return _value; }
+
+private:
+    const T* _value;
+};
+
+/// A string's sample is a pointer to its text.
+template <>
+class SampleArgument<std::string> {
+public:
+    /// @throws BadParameterException  the string holds a NUL, where its text would end on the way.
+    SampleArgument(const std::string& value, const char* method_name) : _text(value.c_str()) {
+        if (std::strlen(_text) != value.size()) {
+            check_retcode(DDS_RETCODE_BAD_PARAMETER, method_name, DDS_LOG_BAD_PARAMETER_s, "string with a NUL inside", false);
+        }
+    }
+    /// @throws BadParameterException  the text is null: not every engine could tell it from an empty one.
+    SampleArgument(const char* text, const char* method_name) : _text(text) {
+        if (text == nullptr) {
+            check_retcode(DDS_RETCODE_BAD_PARAMETER, method_name, DDS_LOG_BAD_PARAMETER_s, "null string", false);
+        }
+    }
+    const void* sample() const noexcept { return &_text; }
+
+private:
+    const char* _text;
+};
+
+/// @return the duration, rounded up to nanoseconds; infinite from 2,147,483,647 s (68 years) on, so that `duration::max()` never turns into
+///         a time-out; the shortest duration for what is below the range, and for no number at all.
+template <class Rep, class Period>
+DDS_Duration_t to_dds_duration(const std::chrono::duration<Rep, Period>& duration) {
+    const double seconds = std::chrono::duration<double>(duration).count();
+    if (seconds >= DDS_DURATION_INFINITE.sec) {
+        return DDS_DURATION_INFINITE;
+    }
+    if (!(seconds > INT32_MIN)) {
+        return {INT32_MIN, 0};
+    }
+    return normalized_duration(0, std::chrono::ceil<std::chrono::nanoseconds>(duration).count());
+}
+
+}  // namespace details
+}  // namespace norvane
+
+#endif

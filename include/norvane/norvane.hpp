@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+// Everything that an application needs. For applications only: no header of the library includes it.
+#ifndef NORVANE_NORVANE_HPP
+#define NORVANE_NORVANE_HPP
+
+#include "norvane/Exception.hpp"
+#include "norvane/LoanedSamples.hpp"
+#include "norvane/Replier.hpp"
+#include "norvane/ReplierParams.hpp"
+#include "norvane/Requester.hpp"
+#include "norvane/RequesterParams.hpp"
+#include "norvane/SampleIterator.hpp"
+#include "norvane/SampleRef.hpp"
+#include "norvane/dds/DomainParticipantFactory.hpp"
+#include "norvane/dds/WaitSet.hpp"
+#include "norvane/dds/log.hpp"
+#include "norvane/dds_type_traits.hpp"
+#include "norvane/version.hpp"
+
+#endif

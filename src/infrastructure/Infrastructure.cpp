@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+// Value semantics of the built-in records, and the identities of received samples.
+//
+// A copy that finds no memory leaves a null pointer beside a length that is copied all the same: `is_allocated` is how it is told.
+#include "norvane/dds/builtin_types.hpp"
+
+#include <utility>
+
+#include "norvane/dds/TypeSupport.hpp"
+#include "norvane/details/sample_identity.hpp"
+
+namespace {
+
+unsigned char* copy_of(const unsigned char* octets, int length) { return octets != NULL ? DDS_OctetBuffer_dup(octets, length) : NULL; }
+
+void release(unsigned char*& octets) {
+    if (octets != NULL) {
+        DDS_OctetBuffer_free(octets);
+        octets = NULL;
+    }
+}
+
+}  // namespace
+
+DDS_Octets::DDS_Octets() : length(0), value(NULL) {}
+
+DDS_Octets::DDS_Octets(int size) : length(size < 0 ? 0 : size), value(size < 0 ? NULL : DDS_OctetBuffer_alloc(size)) {}
+
+DDS_Octets::DDS_Octets(const DDS_Octets& other) : length(other.length), value(copy_of(other.value, other.length)) {}
+
+DDS_Octets& DDS_Octets::operator=(const DDS_Octets& other) {
+    if (this != &other) {
+        release(value);
+        value = copy_of(other.value, other.length);
+        length = other.length;
+    }
+    return *this;
+}
+
+DDS_Octets::~DDS_Octets() {
+    if (value != NULL) {
+        DDS_OctetBuffer_free(value);
+    }
+}
+
+void DDS_Octets::swap(DDS_Octets& other) noexcept {
+    std::swap(length, other.length);
+    std::swap(value, other.value);
+}
+
+unsigned int DDS_Octets::is_allocated() const noexcept { return value != NULL ? 1 : 0; }
+
+DDS_KeyedString::DDS_KeyedString() : key(NULL), value(NULL) {}
+
+DDS_KeyedString::DDS_KeyedString(int key_size, int value_size)
+    : key(key_size < 0 ? NULL : DDS_String_alloc(static_cast<std::size_t>(key_size))),
+      value(value_size < 0 ? NULL : DDS_String_alloc(static_cast<std::size_t>(value_size))) {}
+
+DDS_KeyedString::DDS_KeyedString(const DDS_KeyedString& other) : key(NULL), value(NULL) {
+    DDS_String_replace(&key, other.key);
+    DDS_String_replace(&value, other.value);
+}
+
+DDS_KeyedString& DDS_KeyedString::operator=(const DDS_KeyedString& other) {
+    if (this != &other) {
+        DDS_String_replace(&key, other.key);
+        DDS_String_replace(&value, other.value);
+    }
+    return *this;
+}
+
+DDS_KeyedString::~DDS_KeyedString() {
+    if (key != NULL) {
+        DDS_String_free(key);
+    }
+    if (value != NULL) {
+        DDS_String_free(value);
+    }
+}
+
+void DDS_KeyedString::swap(DDS_KeyedString& other) noexcept { DDS::swap(*this, other); }
+
+unsigned int DDS_KeyedString::is_allocated() const noexcept { return key != NULL && value != NULL ? 1 : 0; }
+
+DDS_KeyedOctets::DDS_KeyedOctets() : key(NULL), length(0), value(NULL) {}
+
+DDS_KeyedOctets::DDS_KeyedOctets(int key_size, int size)
+    : key(key_size < 0 ? NULL : DDS_String_alloc(static_cast<std::size_t>(key_size))),
+      length(size < 0 ? 0 : size),
+      value(size < 0 ? NULL : DDS_OctetBuffer_alloc(size)) {}
+
+DDS_KeyedOctets::DDS_KeyedOctets(const DDS_KeyedOctets& other) : key(NULL), length(other.length), value(NULL) {
+    DDS_String_replace(&key, other.key);
+    value = copy_of(other.value, other.length);
+}
+
+DDS_KeyedOctets& DDS_KeyedOctets::operator=(const DDS_KeyedOctets& other) {
+    if (this != &other) {
+        DDS_String_replace(&key, other.key);
+        release(value);
+        value = copy_of(other.value, other.length);
+        length = other.length;
+    }
+    return *this;
+}
+
+DDS_KeyedOctets::~DDS_KeyedOctets() {
+    if (key != NULL) {
+        DDS_String_free(key);
+    }
+    if (value != NULL) {
+        DDS_OctetBuffer_free(value);
+    }
+}
+
+void DDS_KeyedOctets::swap(DDS_KeyedOctets& other) noexcept { DDS::swap(*this, other); }
+
+unsigned int DDS_KeyedOctets::is_allocated() const noexcept { return key != NULL && value != NULL ? 1 : 0; }
+
+namespace DDS {
+
+void swap(DDS_KeyedString& ks1, DDS_KeyedString& ks2) noexcept {
+    std::swap(ks1.key, ks2.key);
+    std::swap(ks1.value, ks2.value);
+}
+
+void swap(DDS_KeyedOctets& ko1, DDS_KeyedOctets& ko2) noexcept {
+    std::swap(ko1.key, ko2.key);
+    std::swap(ko1.length, ko2.length);
+    std::swap(ko1.value, ko2.value);
+}
+
+}  // namespace DDS
+
+namespace norvane {
+namespace details {
+
+DDS_SampleIdentity_t get_sample_identity_from_sample_info(const DDS_SampleInfo& info) {
+    DDS_SampleIdentity_t identity;
+    DDS_GUID_copy(&identity.writer_guid, &info.original_publication_virtual_guid);
+    identity.sequence_number = info.original_publication_virtual_sequence_number;
+    return identity;
+}
+
+DDS_SampleIdentity_t get_related_sample_identity_from_sample_info(const DDS_SampleInfo& info) {
+    DDS_SampleIdentity_t identity;
+    DDS_GUID_copy(&identity.writer_guid, &info.related_original_publication_virtual_guid);
+    identity.sequence_number = info.related_original_publication_virtual_sequence_number;
+    return identity;
+}
+
+DDSDynamicDataTypeSupport* dynamic_data_type_support_cast(DDSTypeSupport* type_support) {
+    return dynamic_cast<DDSDynamicDataTypeSupport*>(type_support);
+}
+
+}  // namespace details
+}  // namespace norvane

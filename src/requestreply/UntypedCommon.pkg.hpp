@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the sources of this room share and nobody else sees: the log gate, the check of return codes on the fast way, and the owner of
+// a read condition.
+// Thread rule: no state; any thread.
+#ifndef NORVANE_REQUESTREPLY_UNTYPEDCOMMON_PKG_HPP
+#define NORVANE_REQUESTREPLY_UNTYPEDCOMMON_PKG_HPP
+
+#include <cstdint>
+
+#include "norvane/Exception.hpp"
+#include "norvane/dds/DataReader.hpp"
+
+namespace norvane {
+namespace details {
+
+// Level bits of the library's log lines, and the bit that each of them needs in the submodule mask.
+constexpr std::uint32_t LOG_PRECONDITION = 0x1;
+constexpr std::uint32_t LOG_ERROR = 0x2;
+constexpr std::uint32_t LOG_NOTICE = 0x8;
+constexpr std::uint32_t LOG_SUBMODULE = 0x10;
+constexpr std::uint32_t LOG_MODULE = 0xf0000;
+
+/// Index of the reply reader that keys replies by the number of their request. Made by the requester, named by each of its conditions.
+constexpr const char* CORRELATION_INDEX_NAME = "RequestReplyIndex";
+
+inline bool log_is_on(std::uint32_t level) noexcept {
+    return (DDSLog_g_instrumentationMask.load(std::memory_order_relaxed) & level) != 0 &&
+           (DDSLog_g_submoduleMask.load(std::memory_order_relaxed) & LOG_SUBMODULE) != 0;
+}
+
+/// Prints one line when the level is on. File and line are those of the caller.
+inline void log_line(std::uint32_t level, const char* method, const VOSTLogMessage& message, const char* argument,
+                     const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+    if (log_is_on(level)) {
+        VOSTLogMessage_printWithParams(-1, level, LOG_MODULE, file, line, method, &message, argument);
+    }
+}
+
+/// `check_retcode` without the time-out as an error, for the fast way: its std::string costs an allocation, which no success, empty read
+/// or time-out may pay.
+inline bool check_code(DDS_ReturnCode_t retcode, const char* method_name, const VOSTLogMessage& error_msg, const char* msg) {
+    if (retcode == DDS_RETCODE_OK) {
+        return true;
+    }
+    if (retcode == DDS_RETCODE_NO_DATA || retcode == DDS_RETCODE_TIMEOUT) {
+        return false;
+    }
+    return check_retcode(retcode, method_name, error_msg, msg, false);
+}
+
+}  // namespace details
+}  // namespace norvane
+
+/// Owns one read condition and deletes it through its reader.
+class ScopedReadCondition {
+public:
+    /// @param condition  may be null.
+    explicit ScopedReadCondition(DDSReadCondition* condition) : _condition(condition) {}
+    /// Deleting is the middleware's to refuse: the operation that used the condition is over, and its outcome stands.
+    virtual ~ScopedReadCondition();
+
+    DDSReadCondition* get() { return _condition; }
+    operator DDS::ReadCondition*() { return _condition; }
+
+private:
+    ScopedReadCondition(const ScopedReadCondition&);             // not defined
+    ScopedReadCondition& operator=(const ScopedReadCondition&);  // not defined
+
+    DDSReadCondition* _condition;
+};
+
+#endif
