@@ -10,8 +10,10 @@ namespace mw {
 namespace {
 
 bool is_digit(char character) noexcept { return character >= '0' && character <= '9'; }
+/// Octets of UTF-8 beyond ASCII count as letters: a member may be called what its author likes.
 bool is_letter(char character) noexcept {
-    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') || character == '_';
+    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') || character == '_' ||
+           static_cast<unsigned char>(character) >= 0x80;
 }
 bool is_name_character(char character) noexcept { return is_letter(character) || is_digit(character); }
 

@@ -9,6 +9,7 @@
 #include "middleware/PublisherEntity.hpp"
 #include "middleware/QosValidation.hpp"
 #include "middleware/SubscriberEntity.hpp"
+#include "middleware/TypeOperations.hpp"
 
 namespace norvane {
 namespace mw {
@@ -98,9 +99,13 @@ DDS_ReturnCode_t ParticipantEntity::register_type(const char* type_name, const s
     if (!is_name_usable(METHOD, "type", type_name)) {
         return DDS_RETCODE_BAD_PARAMETER;
     }
-    if (type == nullptr || type->name == nullptr || type->size == 0 || type->construct == nullptr || type->copy == nullptr ||
-        type->destroy == nullptr) {
-        log_error(METHOD, [type_name] { return std::string("type \"") + type_name + "\": the table of operations is null or incomplete"; });
+    if (type == nullptr) {
+        log_error(METHOD, [type_name] { return std::string("type \"") + type_name + "\": the table of operations is null"; });
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    std::string fault;
+    if (!is_usable(*type, fault)) {
+        log_error(METHOD, fault);
         return DDS_RETCODE_BAD_PARAMETER;
     }
     Lock lock(_mutex);

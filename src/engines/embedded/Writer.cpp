@@ -263,6 +263,7 @@ DDS_ReturnCode_t Writer::deliver_to_all_locked(const MatchList* routed, const Ma
             }
         } else if (claim.admitted) {
             claim.match->sink->abandon();
+            claim.match->reader->signal_room();  // another writer may have found the reader full for this claim alone
         }
     }
     return code;
