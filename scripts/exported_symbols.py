@@ -11,8 +11,8 @@ import subprocess
 import sys
 from pathlib import Path
 
-# _Z, then what the symbol is for (virtual table, type info, its name), then a name within std:: or __gnu_cxx::.
-STANDARD = re.compile(r"^_Z(T[ISVT][PK]*|GV|GR)?(N[VKRO]*)?(S[tabsiod]|9__gnu_cxx)")
+# _Z (_ZZ: a static of a function), what the symbol is for (virtual table, type info, its name), then a name within std:: or __gnu_cxx::.
+STANDARD = re.compile(r"^_ZZ?(T[ISVT][PK]*|GV|GR)?(N[VKRO]*)?(S[tabsiod]|9__gnu_cxx)")
 
 
 def exported(library):
