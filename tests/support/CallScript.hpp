@@ -6,6 +6,8 @@
 #ifndef NORVANE_TESTS_SUPPORT_CALLSCRIPT_HPP
 #define NORVANE_TESTS_SUPPORT_CALLSCRIPT_HPP
 
+#include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -18,10 +20,11 @@ namespace test {
 
 class CallScript {
 public:
-    /// Forgets the calls noted so far, and fails the `call`-th from now on, counted from 1; 0 fails none.
+    /// Forgets the calls noted so far and the actions left over, and fails the `call`-th from now on, counted from 1; 0 fails none.
     void fail_call(int call, DDS_ReturnCode_t code = DDS_RETCODE_ERROR) {
         std::lock_guard<std::mutex> guard(_mutex);
         _calls.clear();
+        _actions.clear();
         _failed.clear();
         _call_to_fail = call;
         _code = code;
@@ -33,10 +36,27 @@ public:
         _codes_by_name[name] = code;
     }
 
+    /// Runs an action, once, when a call of that name comes, before it is forwarded or failed. Several for one name take turns; an empty
+    /// one lets a call pass. So something can happen in the middle of an operation without a second thread.
+    void at_next(const std::string& name, std::function<void()> action) {
+        std::lock_guard<std::mutex> guard(_mutex);
+        _actions[name].push_back(std::move(action));
+    }
+
     /// Notes one call.
     /// @return DDS_RETCODE_OK to go on, else the code to fail with.
     DDS_ReturnCode_t next(const char* name) {
-        std::lock_guard<std::mutex> guard(_mutex);
+        std::unique_lock<std::mutex> guard(_mutex);
+        std::deque<std::function<void()>>& actions = _actions[name];
+        if (!actions.empty()) {
+            const std::function<void()> action = std::move(actions.front());
+            actions.pop_front();
+            guard.unlock();
+            if (action) {
+                action();
+            }
+            guard.lock();
+        }
         _calls.push_back(name);
         if (static_cast<int>(_calls.size()) == _call_to_fail) {
             _failed = name;
@@ -78,6 +98,7 @@ private:
     int _call_to_fail = 0;
     DDS_ReturnCode_t _code = DDS_RETCODE_ERROR;
     std::map<std::string, DDS_ReturnCode_t> _codes_by_name;
+    std::map<std::string, std::deque<std::function<void()>>> _actions;
 };
 
 }  // namespace test

@@ -4,9 +4,11 @@
 #ifndef NORVANE_TESTS_SUPPORT_FORWARDINGDATAREADER_HPP
 #define NORVANE_TESTS_SUPPORT_FORWARDINGDATAREADER_HPP
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "CallScript.hpp"
 #include "ForwardingReadCondition.hpp"
@@ -21,6 +23,18 @@ public:
     /// @param subscriber  the double that made it; null when the participant did. All are borrowed.
     ForwardingDataReader(DDSDataReader& real, DDSSubscriber* subscriber, CallScript& script, LiveObjects& live)
         : _real(real), _subscriber(subscriber), _script(script), _live(live) {}
+    /// Returns the loans whose return was failed: nobody else can any more.
+    ~ForwardingDataReader() override {
+        for (const Loan& loan : _refused) {
+            DDS_SampleInfoSeq infos;
+            if (loan.contiguous != nullptr) {
+                infos.loan_contiguous(loan.contiguous, loan.length, loan.maximum);
+            } else {
+                infos.loan_discontiguous(loan.discontiguous, loan.length, loan.maximum);
+            }
+            forward_return(loan.data, infos);
+        }
+    }
 
     /// Makes reads report that the samples were copied, as a middleware might that cannot lend. Their loans are returned here.
     void pretend_to_copy(bool pretend) { _pretends_to_copy = pretend; }
@@ -120,10 +134,25 @@ public:
         return code;
     }
     DDS_ReturnCode_t return_loan_untyped(void** received_data, DDS_SampleInfoSeq& info_seq) override {
-        return _script.code("DDS_DataReader::return_loan", [&] { return forward_return(received_data, info_seq); });
+        const DDS_ReturnCode_t code = _script.next("DDS_DataReader::return_loan");
+        if (code == DDS_RETCODE_OK) {
+            return forward_return(received_data, info_seq);
+        }
+        std::lock_guard<std::mutex> guard(_mutex);
+        _refused.push_back({received_data, info_seq.get_contiguous_buffer(), info_seq.get_discontiguous_buffer(), info_seq.length(),
+                            info_seq.maximum()});
+        return code;
     }
 
 private:
+    struct Loan {
+        void** data;
+        DDS_SampleInfo* contiguous;
+        DDS_SampleInfo** discontiguous;
+        DDS_Long length;
+        DDS_Long maximum;
+    };
+
     DDSReadCondition* wrap(DDSReadCondition* real) {
         if (real == nullptr) {
             return nullptr;
@@ -167,6 +196,7 @@ private:
     std::atomic<int> _loans{0};
     std::mutex _mutex;
     std::map<ForwardingReadCondition*, std::unique_ptr<ForwardingReadCondition>> _conditions;
+    std::vector<Loan> _refused;
 };
 
 }  // namespace test

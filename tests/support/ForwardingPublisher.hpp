@@ -19,7 +19,6 @@ namespace test {
 class ForwardingWriters {
 public:
     ForwardingWriters(CallScript& script, LiveObjects& live) : _script(script), _live(live) {}
-    ~ForwardingWriters() { _live.writers -= static_cast<int>(_wrapped.size()); }
 
     DDSDataWriter* wrap(DDSDataWriter* real, DDSPublisher* publisher) {
         if (real == nullptr) {

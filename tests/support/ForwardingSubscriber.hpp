@@ -20,7 +20,6 @@ namespace test {
 class ForwardingReaders {
 public:
     ForwardingReaders(CallScript& script, LiveObjects& live) : _script(script), _live(live) {}
-    ~ForwardingReaders() { _live.readers -= static_cast<int>(_wrapped.size()); }
 
     DDSDataReader* wrap(DDSDataReader* real, DDSSubscriber* subscriber) {
         if (real == nullptr) {

@@ -1,0 +1,404 @@
+// SPDX-License-Identifier: Apache-2.0
+// Participants, types, topics and endpoints: what is made of what, who may delete it, and what is refused.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "support/TextFixture.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
+constexpr DDS_ReturnCode_t BAD_PARAMETER = DDS_RETCODE_BAD_PARAMETER;
+constexpr DDS_ReturnCode_t PRECONDITION = DDS_RETCODE_PRECONDITION_NOT_MET;
+
+class Entities : public TextFixture {
+protected:
+    DDSTopic* make_topic(const char* name, const char* type) {
+        return _participant.create_topic(name, type, DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
+    }
+    DDSContentFilteredTopic* make_filtered(const char* name, DDSTopic* related, const char* filter = "value = 'x'") {
+        return _participant.create_contentfilteredtopic(name, related, filter, DDS_StringSeq());
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Engine, Entities, ::testing::ValuesIn(engine_names()), engine_of_test);
+
+TEST_P(Entities, a_participant_is_made_in_a_legal_domain_on_an_engine_that_exists_and_goes_when_it_is_empty) {
+    const LogCapture log;
+    struct {
+        DDS_DomainId_t domain;
+        std::string engine;
+        const char* refusal;  // a part of the log line
+    } const CASES[] = {
+        {-1, GetParam(), "from 0 to 232"},          {233, GetParam(), "from 0 to 232"}, {0, GetParam(), nullptr},
+        {232, GetParam(), nullptr},                 {0, "", "engine \"\""},             {0, "pigeons", "engine \"pigeons\""},
+        {0, GetParam() + "x", "is not an engine"},
+    };
+    for (const auto& each : CASES) {
+        DDSDomainParticipant* made = factory().create_participant(each.domain, participant_qos(each.engine), nullptr, 0);
+        EXPECT_EQ(each.refusal == nullptr, made != nullptr) << each.domain << " " << each.engine;
+        if (made != nullptr) {
+            EXPECT_EQ(each.domain, made->get_domain_id());
+            EXPECT_EQ(each.engine, made->get_engine_name());
+            EXPECT_EQ(OK, factory().delete_participant(made));
+            EXPECT_EQ(BAD_PARAMETER, factory().delete_participant(made));
+        }
+    }
+    EXPECT_EQ(BAD_PARAMETER, factory().delete_participant(nullptr));
+
+    DDS_DomainParticipantQos qos = participant_qos(GetParam());
+    qos.participant_name.name = DDS_String_dup("me");
+    DDSDomainParticipant* named = factory().create_participant(_domain, qos, nullptr, 0);
+    ASSERT_NE(nullptr, named);
+    DDS_DomainParticipantQos got;
+    EXPECT_EQ(OK, named->get_qos(got));
+    EXPECT_STREQ("me", got.participant_name.name);
+    DDS_Time_t before;
+    DDS_Time_t after;
+    EXPECT_EQ(OK, named->get_current_time(before));
+    EXPECT_EQ(OK, _participant.get_current_time(after));
+    EXPECT_GE((after - before).sec, 0) << "participants have one clock";
+    topic("T", named);
+    EXPECT_EQ(PRECONDITION, factory().delete_participant(named));
+    EXPECT_EQ(OK, named->delete_contained_entities());
+    EXPECT_EQ(OK, factory().delete_participant(named));
+}
+
+TEST_P(Entities, a_type_has_a_name_and_a_whole_table_and_keeps_its_name_while_topics_use_it) {
+    const LogCapture log;
+    const std::string longest(255, 'n');
+    const std::string too_long(256, 'n');
+    const std::shared_ptr<const DDS_TypeOperations> text = DDSStringTypeSupport::get_instance().get_type_operations();
+    const auto spoilt = [&](const std::function<void(DDS_TypeOperations&)>& spoil) {
+        auto copy = std::make_shared<DDS_TypeOperations>(*text);
+        spoil(*copy);
+        return std::shared_ptr<const DDS_TypeOperations>(copy);
+    };
+    struct {
+        const char* name;
+        std::shared_ptr<const DDS_TypeOperations> type;
+        DDS_ReturnCode_t code;
+    } const CASES[] = {
+        {nullptr, text, BAD_PARAMETER},
+        {"", text, BAD_PARAMETER},
+        {too_long.c_str(), text, BAD_PARAMETER},
+        {longest.c_str(), text, OK},
+        {"A", nullptr, BAD_PARAMETER},
+        {"A", spoilt([](DDS_TypeOperations& type) { type.name = nullptr; }), BAD_PARAMETER},
+        {"A", spoilt([](DDS_TypeOperations& type) { type.size = 0; }), BAD_PARAMETER},
+        {"A", spoilt([](DDS_TypeOperations& type) { type.alignment = 0; }), BAD_PARAMETER},
+        {"A", spoilt([](DDS_TypeOperations& type) { type.alignment = 24; }), BAD_PARAMETER},
+        {"A", spoilt([](DDS_TypeOperations& type) { type.copy = nullptr; }), BAD_PARAMETER},
+        {"A", spoilt([](DDS_TypeOperations& type) { type.decode = nullptr; }), BAD_PARAMETER},
+        {"A", spoilt([](DDS_TypeOperations& type) { type.find_field = nullptr; }), BAD_PARAMETER},
+        {"A", text, OK},
+        {"A", text, OK},
+        {"A", spoilt([](DDS_TypeOperations&) {}), OK},  // another table of the same type
+        {"A", spoilt([](DDS_TypeOperations& type) { ++type.layout_hash; }), PRECONDITION},
+        {"A", DDSOctetsTypeSupport::get_instance().get_type_operations(), PRECONDITION},
+    };
+    int row = 0;
+    for (const auto& each : CASES) {
+        EXPECT_EQ(each.code, _participant.register_type(each.name, each.type)) << "row " << row;
+        ++row;
+    }
+    EXPECT_EQ(1, log.count("the name \"A\" is taken by another type: \"DDS::String\" of 8 octets; this one is \"DDS::Octets\""));
+    EXPECT_EQ(text, _participant.lookup_type("A"));
+    EXPECT_EQ(nullptr, _participant.lookup_type("B"));
+    EXPECT_EQ(nullptr, _participant.lookup_type(nullptr));
+    EXPECT_EQ(BAD_PARAMETER, DDSStringTypeSupport::get_instance().register_type(nullptr));
+    for (const DDSDynamicDataTypeSupport& invalid :
+         {DDSDynamicDataTypeSupport("", {{"a", DDS_DYNAMIC_INT32}}), DDSDynamicDataTypeSupport("D", {}),
+          DDSDynamicDataTypeSupport("D", {{"a", DDS_DYNAMIC_INT32}, {"a", DDS_DYNAMIC_STRING}})}) {
+        EXPECT_FALSE(invalid.is_valid());
+        EXPECT_EQ(BAD_PARAMETER, invalid.register_type(&_participant, "D"));
+    }
+
+    DDSTopic* user = make_topic("user", "A");
+    ASSERT_NE(nullptr, user);
+    EXPECT_EQ(PRECONDITION, _participant.unregister_type("A"));
+    EXPECT_EQ(OK, _participant.delete_topic(user));
+    EXPECT_EQ(OK, _participant.unregister_type("A"));
+    EXPECT_EQ(BAD_PARAMETER, _participant.unregister_type("A"));
+    EXPECT_EQ(BAD_PARAMETER, _participant.unregister_type(nullptr));
+}
+
+TEST_P(Entities, a_topic_of_one_name_is_one_topic_of_one_type) {
+    const LogCapture log;
+    const std::string longest(255, 'n');
+    const std::string too_long(256, 'n');
+    DDSTopic* const existing = topic("T");
+    DDSContentFilteredTopic* const filtered = make_filtered("F", existing);
+    ASSERT_NE(nullptr, filtered);
+    ASSERT_EQ(OK, DDSOctetsTypeSupport::get_instance().register_type(&_participant));
+    ASSERT_EQ(OK, DDSStringTypeSupport::get_instance().register_type(&_participant, "Alias"));
+    struct {
+        const char* name;
+        const char* type;
+        bool made;
+        const char* refusal;
+    } const CASES[] = {
+        {nullptr, "DDS::String", false, "topic name is null or empty"},
+        {"", "DDS::String", false, "topic name is null or empty"},
+        {"N", nullptr, false, "type name is null or empty"},
+        {"N", "Nothing", false, "no type is registered as \"Nothing\""},
+        {too_long.c_str(), "DDS::String", false, "256 characters"},
+        {longest.c_str(), "DDS::String", true, nullptr},
+        {"T", "DDS::String", true, nullptr},
+        {"T", "DDS::Octets", false, "topic \"T\" exists with the type \"DDS::String\"; it cannot be made with the type \"DDS::Octets\""},
+        {"T", "Alias", false, "exists with the type \"DDS::String\""},
+        {"F", "DDS::String", false, "a content-filtered topic has the name \"F\""},
+    };
+    for (const auto& each : CASES) {
+        DDSTopic* made = make_topic(each.name, each.type);
+        EXPECT_EQ(each.made, made != nullptr) << each.name;
+        EXPECT_TRUE(each.made || log.count(each.refusal) > 0) << each.refusal;
+    }
+    EXPECT_EQ(existing, make_topic("T", "DDS::String"));
+    EXPECT_EQ(existing, _participant.lookup_topicdescription("T"));
+    EXPECT_EQ(filtered, _participant.lookup_topicdescription("F"));
+    EXPECT_EQ(nullptr, _participant.lookup_topicdescription("N"));
+    EXPECT_EQ(nullptr, _participant.lookup_topicdescription(nullptr));
+    EXPECT_EQ(nullptr, join()->lookup_topicdescription("T")) << "of another participant";
+    EXPECT_EQ(existing, DDSTopic::narrow(_participant.lookup_topicdescription("T")));
+    EXPECT_EQ(nullptr, DDSContentFilteredTopic::narrow(existing));
+    EXPECT_EQ(nullptr, DDSTopic::narrow(filtered));
+    EXPECT_EQ(nullptr, DDSTopic::narrow(nullptr));
+    EXPECT_STREQ("DDS::String", filtered->get_type_name());
+    EXPECT_EQ(existing, filtered->get_related_topic());
+
+    for (const char* name : {static_cast<const char*>(nullptr), "", too_long.c_str(), "T", "F"}) {
+        EXPECT_EQ(nullptr, make_filtered(name, existing));
+    }
+    EXPECT_EQ(nullptr, make_filtered("G", nullptr));
+    EXPECT_EQ(nullptr, make_filtered("G", topic("T", join())));
+    EXPECT_EQ(nullptr, make_filtered("G", existing, nullptr));
+    EXPECT_EQ(nullptr, make_filtered("G", existing, "nonsense"));
+}
+
+TEST_P(Entities, what_is_in_use_foreign_or_gone_is_not_deleted_and_foreign_topics_are_not_used) {
+    const LogCapture log;
+    DDSDomainParticipant& other = *join();
+    DDSTopic* const base = topic("T");
+    DDSContentFilteredTopic* const filtered = make_filtered("F", base);
+    DDSPublisher* const publisher = _participant.create_publisher(DDS_PUBLISHER_QOS_DEFAULT, nullptr, 0);
+    DDSSubscriber* const subscriber = _participant.create_subscriber(DDS_SUBSCRIBER_QOS_DEFAULT, nullptr, 0);
+    DDSDataWriter* const grouped_writer = publisher->create_datawriter(base, writer_qos(), nullptr, 0);
+    DDSDataReader* const grouped_reader = subscriber->create_datareader(filtered, reader_qos(), nullptr, 0);
+    DDSDataWriter* const own_writer = &writer();
+    DDSDataReader* const own_reader = &reader();
+    DDSReadCondition* const own_condition = &condition(*own_reader);
+    ASSERT_TRUE(grouped_writer != nullptr && grouped_reader != nullptr);
+    EXPECT_EQ(publisher, grouped_writer->get_publisher());
+    EXPECT_EQ(subscriber, grouped_reader->get_subscriber());
+    EXPECT_EQ(&_participant, own_writer->get_publisher()->get_participant());
+    EXPECT_EQ(filtered, grouped_reader->get_topicdescription());
+
+    // In this order; each is refused, or done and then refused as gone.
+    struct {
+        const char* what;
+        DDS_ReturnCode_t code;
+        std::function<DDS_ReturnCode_t()> remove;
+    } const STEPS[] = {
+        {"foreign topic", PRECONDITION, [&] { return other.delete_topic(base); }},
+        {"foreign filter", PRECONDITION, [&] { return other.delete_contentfilteredtopic(filtered); }},
+        {"foreign publisher", PRECONDITION, [&] { return other.delete_publisher(publisher); }},
+        {"foreign subscriber", PRECONDITION, [&] { return other.delete_subscriber(subscriber); }},
+        {"foreign writer", PRECONDITION, [&] { return other.delete_datawriter(own_writer); }},
+        {"foreign reader", PRECONDITION, [&] { return other.delete_datareader(own_reader); }},
+        {"a publisher's writer", PRECONDITION, [&] { return _participant.delete_datawriter(grouped_writer); }},
+        {"a subscriber's reader", PRECONDITION, [&] { return _participant.delete_datareader(grouped_reader); }},
+        {"not the publisher's writer", PRECONDITION, [&] { return publisher->delete_datawriter(own_writer); }},
+        {"not the subscriber's reader", PRECONDITION, [&] { return subscriber->delete_datareader(own_reader); }},
+        {"reader with a condition", PRECONDITION, [&] { return _participant.delete_datareader(own_reader); }},
+        {"another reader's condition", PRECONDITION, [&] { return grouped_reader->delete_readcondition(own_condition); }},
+        {"topic with endpoints", PRECONDITION, [&] { return _participant.delete_topic(base); }},
+        {"filter with a reader", PRECONDITION, [&] { return _participant.delete_contentfilteredtopic(filtered); }},
+        {"publisher with a writer", PRECONDITION, [&] { return _participant.delete_publisher(publisher); }},
+        {"subscriber with a reader", PRECONDITION, [&] { return _participant.delete_subscriber(subscriber); }},
+        {"null topic", BAD_PARAMETER, [&] { return _participant.delete_topic(nullptr); }},
+        {"null filter", BAD_PARAMETER, [&] { return _participant.delete_contentfilteredtopic(nullptr); }},
+        {"null publisher", BAD_PARAMETER, [&] { return _participant.delete_publisher(nullptr); }},
+        {"null subscriber", BAD_PARAMETER, [&] { return _participant.delete_subscriber(nullptr); }},
+        {"null writer", BAD_PARAMETER, [&] { return publisher->delete_datawriter(nullptr); }},
+        {"null reader", BAD_PARAMETER, [&] { return subscriber->delete_datareader(nullptr); }},
+        {"null condition", BAD_PARAMETER, [&] { return own_reader->delete_readcondition(nullptr); }},
+        {"condition", OK, [&] { return own_reader->delete_readcondition(own_condition); }},
+        {"condition again", DDS_RETCODE_ALREADY_DELETED, [&] { return own_reader->delete_readcondition(own_condition); }},
+        {"reader", OK, [&] { return _participant.delete_datareader(own_reader); }},
+        {"reader again", PRECONDITION, [&] { return _participant.delete_datareader(own_reader); }},
+        {"writer", OK, [&] { return _participant.delete_datawriter(own_writer); }},
+        {"writer again", PRECONDITION, [&] { return _participant.delete_datawriter(own_writer); }},
+        {"grouped reader", OK, [&] { return subscriber->delete_datareader(grouped_reader); }},
+        {"grouped writer", OK, [&] { return publisher->delete_datawriter(grouped_writer); }},
+        {"topic with a filter", PRECONDITION, [&] { return _participant.delete_topic(base); }},
+        {"filter", OK, [&] { return _participant.delete_contentfilteredtopic(filtered); }},
+        {"filter again", PRECONDITION, [&] { return _participant.delete_contentfilteredtopic(filtered); }},
+        {"topic", OK, [&] { return _participant.delete_topic(base); }},
+        {"topic again", PRECONDITION, [&] { return _participant.delete_topic(base); }},
+        {"publisher", OK, [&] { return _participant.delete_publisher(publisher); }},
+        {"subscriber", OK, [&] { return _participant.delete_subscriber(subscriber); }},
+    };
+    for (const auto& step : STEPS) {
+        EXPECT_EQ(step.code, step.remove()) << step.what;
+    }
+
+    DDSTopic* const foreign = topic("T", &other);
+    DDSContentFilteredTopic* const foreign_filter =
+        other.create_contentfilteredtopic("F", foreign, "value = 'x'", DDS_StringSeq());
+    EXPECT_EQ(nullptr, _participant.create_datawriter(foreign, writer_qos(), nullptr, 0));
+    EXPECT_EQ(nullptr, _participant.create_datawriter(nullptr, writer_qos(), nullptr, 0));
+    for (DDSTopicDescription* each : {static_cast<DDSTopicDescription*>(foreign), static_cast<DDSTopicDescription*>(foreign_filter),
+                                      static_cast<DDSTopicDescription*>(nullptr)}) {
+        EXPECT_EQ(nullptr, _participant.create_datareader(each, reader_qos(), nullptr, 0));
+    }
+    EXPECT_EQ(5, log.count("the topic is null, deleted, or of another participant"));
+    EXPECT_EQ(OK, other.delete_contentfilteredtopic(foreign_filter)) << "nothing may have been left that uses it";
+    EXPECT_EQ(OK, other.delete_topic(foreign));
+}
+
+TEST_P(Entities, qos_that_makes_no_sense_is_refused_and_the_field_is_named) {
+    const DDS_GUID_t taken = {{0x77, 1, 2, 3}};
+    DDS_DataWriterQos own = writer_qos();
+    own.protocol.virtual_guid = taken;
+    EXPECT_EQ(0, std::memcmp(&taken, writer(own).get_instance_handle().value, sizeof taken));
+    // What both kinds of endpoint have, and what the one or the other has alone.
+    const auto cases = [&](auto none) {
+        typedef decltype(none) Qos;
+        struct Case {
+            const char* named;
+            std::function<void(Qos&)> spoil;
+            bool as_default;  // refused as a participant's default, too
+        };
+        return std::vector<Case>{
+            {"durability.kind", [](Qos& qos) { qos.durability.kind = DDS_TRANSIENT_DURABILITY_QOS; }, true},
+            {"durability.kind", [](Qos& qos) { qos.durability.kind = DDS_PERSISTENT_DURABILITY_QOS; }, true},
+            {"reliability.kind", [](Qos& qos) { qos.reliability.kind = static_cast<DDS_ReliabilityQosPolicyKind>(3); }, true},
+            {"reliability.max_blocking_time", [](Qos& qos) { qos.reliability.max_blocking_time = {-1, 0}; }, true},
+            {"reliability.max_blocking_time", [](Qos& qos) { qos.reliability.max_blocking_time = {0, 1000000000}; }, true},
+            {"history.depth",
+             [](Qos& qos) {
+                 qos.history.kind = DDS_KEEP_LAST_HISTORY_QOS;
+                 qos.history.depth = 0;
+             },
+             true},
+            {"history.depth",
+             [](Qos& qos) {
+                 qos.history = {DDS_KEEP_LAST_HISTORY_QOS, 3};
+                 qos.resource_limits.max_samples = 2;
+             },
+             true},
+            {"resource_limits.max_samples", [](Qos& qos) { qos.resource_limits.max_samples = 0; }, true},
+            {"resource_limits.initial_samples", [](Qos& qos) { qos.resource_limits.initial_samples = -2; }, true},
+            {"virtual_guid", [](Qos& qos) { qos.protocol.virtual_guid = DDS_GUID_UNKNOWN; }, true},
+            {"belongs to another endpoint", [&](Qos& qos) { qos.protocol.virtual_guid = taken; }, false},
+        };
+    };
+    const LogCapture log;
+    const auto expect_refused = [&](const auto& each, const char* method, auto create, auto set_default) {
+        SCOPED_TRACE(each.named);
+        int lines = log.count(each.named);
+        EXPECT_EQ(nullptr, create());
+        EXPECT_EQ(++lines, log.count(each.named)) << method;
+        if (each.as_default) {
+            EXPECT_NE(OK, set_default());
+            EXPECT_EQ(++lines, log.count(each.named));
+        }
+    };
+    for (const auto& each : cases(DDS_DataWriterQos())) {
+        DDS_DataWriterQos qos = writer_qos();
+        each.spoil(qos);
+        expect_refused(
+            each, "writer", [&] { return _participant.create_datawriter(topic(), qos, nullptr, 0); },
+            [&] { return _participant.set_default_datawriter_qos(qos); });
+    }
+    auto reader_cases = cases(DDS_DataReaderQos());
+    reader_cases.push_back(
+        {"max_samples_per_read", [](DDS_DataReaderQos& qos) { qos.reader_resource_limits.max_samples_per_read = 0; }, true});
+    for (const auto& each : reader_cases) {
+        DDS_DataReaderQos qos = reader_qos();
+        each.spoil(qos);
+        expect_refused(
+            each, "reader", [&] { return _participant.create_datareader(topic(), qos, nullptr, 0); },
+            [&] { return _participant.set_default_datareader_qos(qos); });
+    }
+
+    // A default in order is what endpoints get that ask for it, for every topic.
+    DDS_DataReaderQos preset = reader_qos(7);
+    preset.subscription_name.role_name = DDS_String_dup("role");
+    EXPECT_EQ(OK, _participant.set_default_datareader_qos(preset));
+    DDS_DataReaderQos got;
+    EXPECT_EQ(OK, reader(DDS_DATAREADER_QOS_DEFAULT).get_qos(got));
+    EXPECT_EQ(7, got.resource_limits.max_samples);
+    EXPECT_STREQ("role", got.subscription_name.role_name);
+    EXPECT_NE(DDS_GUID_AUTO, got.protocol.virtual_guid);
+    EXPECT_EQ(OK, _participant.get_default_datareader_qos_for_topic(got, "any"));
+    EXPECT_EQ(7, got.resource_limits.max_samples);
+    EXPECT_EQ(DDS_GUID_AUTO, got.protocol.virtual_guid);
+    EXPECT_EQ(BAD_PARAMETER, _participant.get_default_datareader_qos_for_topic(got, nullptr));
+    DDS_DataWriterQos writer_default;
+    EXPECT_EQ(BAD_PARAMETER, _participant.get_default_datawriter_qos_for_topic(writer_default, nullptr));
+}
+
+TEST_P(Entities, threads_that_start_on_one_topic_at_once_share_it_and_all_succeed) {
+    constexpr int THREADS = 8;
+    constexpr int ROUNDS = 20;
+    for (int round = 0; round < ROUNDS; ++round) {
+        const std::string name = "T" + std::to_string(round);
+        std::atomic<int> ready{0};
+        std::vector<DDSTopic*> topics(THREADS);
+        std::vector<std::thread> threads;
+        for (DDSTopic*& made : topics) {
+            threads.emplace_back([&] {
+                ++ready;
+                eventually([&] { return ready == THREADS; });
+                made = topic(name);
+                DDSDataWriter& own_writer = writer(writer_qos(), name);
+                DDSDataReader& own_reader = reader(reader_qos(), name);
+                meet(own_writer, own_reader);
+                EXPECT_EQ(OK, _participant.delete_datawriter(&own_writer));
+                EXPECT_EQ(OK, _participant.delete_datareader(&own_reader));
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        for (DDSTopic* made : topics) {
+            EXPECT_EQ(topics[0], made);
+        }
+        EXPECT_EQ(OK, _participant.delete_topic(topics[0])) << "an endpoint is still counted";
+    }
+}
+
+TEST_P(Entities, everything_goes_at_once_conditions_loans_and_all) {
+    DDSDomainParticipant& leaving = *join();
+    DDSDataReader* const receiver = leaving.create_datareader(topic("T", &leaving), reader_qos(), nullptr, 0);
+    DDSDataWriter* const sender = leaving.create_datawriter(topic("T", &leaving), writer_qos(), nullptr, 0);
+    DDSReadCondition& all = condition(*receiver);
+    DDSWaitSet set;
+    DDSGuardCondition guard;
+    EXPECT_EQ(OK, set.attach_condition(&all));
+    EXPECT_EQ(OK, set.attach_condition(&guard));
+    EXPECT_EQ(OK, set.attach_condition(sender->get_statuscondition()));
+    EXPECT_EQ(OK, set.attach_condition(receiver->get_statuscondition()));
+    meet(*sender, *receiver);
+    deliver(*sender, "kept");
+    Loan loan(*receiver, all, false);
+    EXPECT_EQ(OK, leaving.delete_contained_entities());
+    EXPECT_EQ(OK, leaving.delete_contained_entities()) << "there is nothing to do";
+    EXPECT_EQ(nullptr, leaving.lookup_topicdescription("T"));
+    DDSConditionSeq left;
+    EXPECT_EQ(OK, set.get_conditions(left));
+    ASSERT_EQ(1, left.length());
+    EXPECT_EQ(&guard, left[0]);
+    EXPECT_EQ("kept", loan.texts());
+    EXPECT_EQ(OK, loan.give_back());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

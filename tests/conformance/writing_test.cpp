@@ -1,0 +1,479 @@
+// SPDX-License-Identifier: Apache-2.0
+// Writing: identities, what a sample carries, room and the want of it, and what late readers get.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <stdexcept>
+#include <vector>
+
+#include "norvane/dds/builtin_types.hpp"
+#include "support/TextFixture.hpp"
+#include "support/ThreadState.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
+constexpr DDS_ReturnCode_t BAD_PARAMETER = DDS_RETCODE_BAD_PARAMETER;
+constexpr DDS_ReturnCode_t TIMEOUT = DDS_RETCODE_TIMEOUT;
+
+class Writing : public TextFixture {
+protected:
+    static DDS_LongLong lost(DDSDataReader& reader, DDS_LongLong DDS_SampleLostStatus::*kind) {
+        DDS_SampleLostStatus status;
+        EXPECT_EQ(OK, reader.get_sample_lost_status(status));
+        return status.*kind;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Engine, Writing, ::testing::ValuesIn(engine_names()), engine_of_test);
+
+TEST_P(Writing, a_sample_carries_the_identity_that_its_write_returned_and_what_it_answers) {
+    DDSDataWriter& sender = writer();
+    DDSDataReader& receiver = reader();
+    DDSReadCondition& all = condition(receiver);
+    meet(sender, receiver);
+    DDS_DataWriterQos qos;
+    ASSERT_EQ(OK, sender.get_qos(qos));
+    const DDS_GUID_t guid = qos.protocol.virtual_guid;
+    DDS_Time_t start;
+    ASSERT_EQ(OK, _participant.get_current_time(start));
+    for (DDS_UnsignedLong number = 1; number <= 5; ++number) {
+        const DDS_SampleIdentity_t related = number % 2 == 0 ? related_to(number * 10) : DDS_UNKNOWN_SAMPLE_IDENTITY;
+        const DDS_SampleIdentity_t identity = deliver(sender, "x", related);
+        EXPECT_EQ((DDS_SampleIdentity_t{guid, {0, number}}), identity) << "from one, without a gap";
+        Loan loan(receiver, all);
+        ASSERT_EQ(1, loan.count);
+        const DDS_SampleInfo& info = loan.infos[0];
+        EXPECT_EQ(identity, identity_of(info));
+        EXPECT_EQ(related, related_identity_of(info));
+        EXPECT_EQ(guid, info.publication_virtual_guid);
+        EXPECT_EQ(identity.sequence_number, info.publication_virtual_sequence_number);
+        EXPECT_EQ((DDS_SequenceNumber_t{0, number}), info.reception_sequence_number);
+        EXPECT_EQ(sender.get_instance_handle(), info.publication_handle);
+        EXPECT_EQ(DDS_HANDLE_NIL, info.instance_handle);
+        EXPECT_TRUE(info.valid_data);
+        EXPECT_TRUE(info.view_state == DDS_NEW_VIEW_STATE && info.instance_state == DDS_ALIVE_INSTANCE_STATE);
+        EXPECT_GE((info.source_timestamp - start).sec, 0);
+        EXPECT_GE((info.reception_timestamp - info.source_timestamp).sec, 0);
+    }
+    DDS_WriteParams_t params;
+    params.source_timestamp = {12345, 678};
+    EXPECT_EQ(OK, write(sender, "old", params));
+    EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+    const Loan loan(receiver, all);
+    ASSERT_EQ(1, loan.count);
+    EXPECT_EQ((DDS_Time_t{12345, 678}), loan.infos[0].source_timestamp);
+    EXPECT_GE((loan.infos[0].reception_timestamp - start).sec, 0);
+}
+
+TEST_P(Writing, an_explicit_identity_is_the_writers_own_and_above_all_that_it_has_used) {
+    const LogCapture log;
+    DDSDataWriter& sender = writer();
+    DDSDataReader& receiver = reader();
+    DDSReadCondition& all = condition(receiver);
+    meet(sender, receiver);
+    DDS_DataWriterQos qos;
+    ASSERT_EQ(OK, sender.get_qos(qos));
+    const DDS_GUID_t own = qos.protocol.virtual_guid;
+    const DDS_GUID_t foreign = {{9, 9, 9}};
+    const DDS_SequenceNumber_t automatic = DDS_AUTO_SEQUENCE_NUMBER;
+    const char* const nothing = nullptr;
+    // In this order: each row goes on from the one before.
+    struct {
+        DDS_GUID_t guid;
+        DDS_SequenceNumber_t wanted;
+        DDS_SequenceNumber_t given;  // {0, 0}: refused
+    } const CASES[] = {
+        {DDS_GUID_AUTO, automatic, {0, 1}},
+        {own, automatic, {0, 2}},
+        {DDS_GUID_AUTO, {0, 7}, {0, 7}},
+        {DDS_GUID_AUTO, {0, 7}, {0, 0}},
+        {own, {0, 6}, {0, 0}},
+        {foreign, {0, 8}, {0, 0}},
+        {foreign, automatic, {0, 0}},
+        {DDS_GUID_UNKNOWN, automatic, {0, 0}},
+        {own, DDS::SEQUENCE_NUMBER_ZERO, {0, 0}},
+        {own, DDS::SEQUENCE_NUMBER_UNKNOWN, {0, 0}},
+        {own, DDS::SEQUENCE_NUMBER_MAX, {0, 0}},
+        {own, {-5, 3}, {0, 0}},
+        {DDS_GUID_AUTO, automatic, {0, 8}},
+        {own, {0, 0xffffffff}, {0, 0xffffffff}},
+        {own, automatic, {1, 0}},
+        {own, {3, 1}, {3, 1}},
+        {DDS_GUID_AUTO, automatic, {3, 2}},
+    };
+    int row = 0;
+    for (const auto& each : CASES) {
+        SCOPED_TRACE("row " + std::to_string(row++));
+        const bool legal = each.given != DDS::SEQUENCE_NUMBER_ZERO;
+        DDS_WriteParams_t params;
+        params.identity = {each.guid, each.wanted};
+        EXPECT_EQ(legal ? OK : BAD_PARAMETER, write(sender, "x", params));
+        EXPECT_EQ(legal ? (DDS_SampleIdentity_t{own, each.given}) : (DDS_SampleIdentity_t{each.guid, each.wanted}), params.identity);
+        if (legal) {
+            EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+        }
+        Loan loan(receiver, all);
+        ASSERT_EQ(legal ? 1 : 0, loan.count);
+        EXPECT_TRUE(!legal || identity_of(loan.infos[0]) == params.identity);
+    }
+    DDS_WriteParams_t params;
+    params.replace_auto = DDS_BOOLEAN_FALSE;
+    EXPECT_EQ(OK, write(sender, "x", params));
+    EXPECT_EQ(DDS_AUTO_SAMPLE_IDENTITY, params.identity);
+    EXPECT_EQ(BAD_PARAMETER, DDS_DataWriter_write_w_params_untyped_generalI(nullptr, nullptr, &nothing, params));
+    EXPECT_EQ(BAD_PARAMETER, DDS_DataWriter_write_w_params_untyped_generalI(sender.get_c_datawriter(), nullptr, nullptr, params));
+    EXPECT_EQ(OK, write(sender, "x", params));
+    EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+    const Loan loan(receiver, all);
+    ASSERT_EQ(2, loan.count);
+    EXPECT_EQ((DDS_SequenceNumber_t{3, 4}), identity_of(loan.infos[1]).sequence_number) << "a refused write used up a number";
+}
+
+// Texts that cannot be copied, nor encoded.
+class Moody : public DDSTypeSupport {
+public:
+    Moody() : _plain(*DDSStringTypeSupport::get_instance().get_type_operations()) {
+        auto table = std::make_shared<DDS_TypeOperations>(_plain);
+        table->name = "Moody";
+        table->context = &_plain;
+        table->copy = [](const DDS_TypeOperations& type, void* destination, const void* source) {
+            return is_willing(source) && plain(type).copy(plain(type), destination, source);
+        };
+        table->encode = [](const DDS_TypeOperations& type, const void* sample, std::uint8_t* buffer, std::size_t capacity) {
+            return is_willing(sample) ? plain(type).encode(plain(type), sample, buffer, capacity) : 0;
+        };
+        _table = table;
+    }
+    const char* get_type_name() const override { return "Moody"; }
+    std::shared_ptr<const DDS_TypeOperations> get_type_operations() const override { return _table; }
+
+private:
+    static const DDS_TypeOperations& plain(const DDS_TypeOperations& type) {
+        return *static_cast<const DDS_TypeOperations*>(type.context);
+    }
+    static bool is_willing(const void* sample) {
+        const std::string text = *static_cast<char* const*>(sample);
+        if (text == "throw") {
+            throw std::runtime_error("not today");
+        }
+        if (text == "throw a number") {
+            throw 7;
+        }
+        return text != "fail";
+    }
+    const DDS_TypeOperations _plain;
+    std::shared_ptr<const DDS_TypeOperations> _table;
+};
+
+TEST_P(Writing, a_sample_that_cannot_be_copied_is_not_written_and_uses_up_no_number) {
+    const LogCapture log;
+    static const Moody MOODY;
+    ASSERT_EQ(OK, MOODY.register_type(&_participant));
+    DDSTopic* moody = _participant.create_topic("M", "Moody", DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
+    DDSDataWriter& sender = *_participant.create_datawriter(moody, writer_qos(), nullptr, 0);
+    DDSDataReader& receiver = *_participant.create_datareader(moody, reader_qos(), nullptr, 0);
+    DDSReadCondition& all = condition(receiver);
+    meet(sender, receiver);
+    for (const char* text : {"fail", "throw", "throw a number", "fine", "fail", "fine"}) {
+        EXPECT_EQ(std::string(text) == "fine" ? OK : DDS_RETCODE_OUT_OF_RESOURCES, write(sender, text)) << text;
+    }
+    EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+    const Loan loan(receiver, all);
+    EXPECT_EQ("fine fine", loan.texts());
+    EXPECT_EQ((DDS_SequenceNumber_t{0, 2}), identity_of(loan.infos[1]).sequence_number);
+    EXPECT_EQ(1, log.count("not today"));
+}
+
+TEST_P(Writing, every_built_in_type_arrives_as_it_was_written) {
+    const unsigned char octets[] = {1, 0, 255};
+    DDS_KeyedString keyed_string;
+    DDS_String_replace(&keyed_string.key, "k");
+    DDS_String_replace(&keyed_string.value, "value");
+    DDS_Octets plain_octets;
+    plain_octets.length = 3;
+    plain_octets.value = DDS_OctetBuffer_dup(octets, 3);
+    DDS_KeyedOctets keyed_octets;
+    DDS_String_replace(&keyed_octets.key, "k");
+    keyed_octets.length = 3;
+    keyed_octets.value = DDS_OctetBuffer_dup(octets, 3);
+    const char* text = "text";
+    DDSDynamicDataTypeSupport pair("Pair", {{"number", DDS_DYNAMIC_INT64}, {"text", DDS_DYNAMIC_STRING}});
+    struct Pair {
+        std::int64_t number;
+        const char* text;
+    } const both = {-5, "both"};
+    const auto same = [](const char* left, const char* right) { return std::strcmp(left, right) == 0; };
+    struct {
+        const DDSTypeSupport& type;
+        const void* sample;
+        std::function<bool(const void*)> is_right;
+    } const CASES[] = {
+        {DDSStringTypeSupport::get_instance(), &text, [&](const void* got) { return same(*static_cast<char* const*>(got), "text"); }},
+        {DDSKeyedStringTypeSupport::get_instance(), &keyed_string,
+         [&](const void* got) {
+             const auto& record = *static_cast<const DDS_KeyedString*>(got);
+             return same(record.key, "k") && same(record.value, "value");
+         }},
+        {DDSOctetsTypeSupport::get_instance(), &plain_octets,
+         [&](const void* got) {
+             const auto& record = *static_cast<const DDS_Octets*>(got);
+             return record.length == 3 && std::memcmp(record.value, octets, 3) == 0;
+         }},
+        {DDSKeyedOctetsTypeSupport::get_instance(), &keyed_octets,
+         [&](const void* got) {
+             const auto& record = *static_cast<const DDS_KeyedOctets*>(got);
+             return same(record.key, "k") && record.length == 3 && std::memcmp(record.value, octets, 3) == 0;
+         }},
+        {pair, &both,
+         [&](const void* got) {
+             const auto& record = *static_cast<const Pair*>(got);
+             return record.number == -5 && same(record.text, "both");
+         }},
+    };
+    for (const auto& each : CASES) {
+        SCOPED_TRACE(each.type.get_type_name());
+        ASSERT_EQ(OK, each.type.register_type(&_participant));
+        DDSTopic* made = _participant.create_topic((std::string("of ") + each.type.get_type_name()).c_str(),
+                                                   each.type.get_type_name(), DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
+        DDSDataWriter& sender = *_participant.create_datawriter(made, writer_qos(), nullptr, 0);
+        DDSDataReader& receiver = *_participant.create_datareader(made, reader_qos(), nullptr, 0);
+        DDSReadCondition& all = condition(receiver);
+        meet(sender, receiver);
+        DDS_WriteParams_t params;
+        EXPECT_EQ(OK, DDS_DataWriter_write_w_params_untyped_generalI(sender.get_c_datawriter(), nullptr, each.sample, params));
+        EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+        DDS_Boolean is_loan = DDS_BOOLEAN_FALSE;
+        void** data = nullptr;
+        int count = 0;
+        DDS_SampleInfoSeq infos;
+        const int size = static_cast<int>(each.type.get_type_operations()->size);
+        ASSERT_EQ(OK, DDS_DataReader_read_or_take_w_condition_untypedI(receiver.get_c_datareader(), &is_loan, &data, &count, infos, 0,
+                                                                       0, DDS_BOOLEAN_TRUE, nullptr, size, 1,
+                                                                       all.get_c_readcondition(), DDS_BOOLEAN_TRUE));
+        EXPECT_NE(each.sample, data[0]);
+        EXPECT_TRUE(each.is_right(data[0]));
+        EXPECT_EQ(OK, DDS_DataReader_return_loan_untypedI(receiver.get_c_datareader(), data, infos));
+        EXPECT_EQ(std::string(each.type.get_type_name()) == "DDS::String", DDSStringDataReader::narrow(&receiver) != nullptr);
+    }
+}
+
+// A full reader that is reliable stops its writer: nothing is lost, and nothing is written that was not acknowledged with OK.
+TEST_P(Writing, without_room_a_write_times_out_and_leaves_no_gap) {
+    struct {
+        DDS_Duration_t patience;
+        int at_least_ms;
+    } const CASES[] = {{NO_TIME, 0}, {SHORT_TIME, 20}};
+    for (const auto& each : CASES) {
+        DDSDataReader& receiver = reader(reader_qos(2));
+        DDSDataWriter& sender = writer(writer_qos(each.patience));
+        meet(sender, receiver);
+        const int written = fill(sender);
+        EXPECT_LE(2, written);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(TIMEOUT, write(sender, "too much"));
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(each.at_least_ms));
+        // As it is emptied, all comes that was written, in order; then there is room again, and the numbers go on.
+        std::string expected;
+        std::string got;
+        for (int number = 1; number <= written; ++number) {
+            expected += std::to_string(number) + " ";
+        }
+        EXPECT_TRUE(eventually([&] {
+            const std::string more = take(receiver);
+            got += more.empty() ? "" : more + " ";
+            return got.size() >= expected.size();
+        }));
+        EXPECT_EQ(expected, got);
+        DDS_WriteParams_t params;
+        EXPECT_TRUE(eventually([&] { return write(sender, "next", params) == OK; }));
+        EXPECT_EQ(static_cast<DDS_UnsignedLong>(written) + 1, params.identity.sequence_number.low);
+        EXPECT_EQ(OK, _participant.delete_datawriter(&sender));
+        EXPECT_EQ(OK, _participant.delete_datareader(&receiver));
+    }
+}
+
+TEST_P(Writing, a_blocked_write_goes_on_when_room_comes_or_either_end_goes) {
+    constexpr int SAMPLES = 6;
+    struct {
+        const char* what;
+        bool lend;  // the two samples that fill the reader are taken beforehand, and are on loan
+        bool either_end_goes;
+        DDS_ReturnCode_t outcome;
+        std::function<void(DDSDataWriter&, DDSDataReader&, Loan&)> release;
+    } const CASES[] = {
+        {"a loan comes back", true, false, OK, [](DDSDataWriter&, DDSDataReader&, Loan& loan) { EXPECT_EQ(OK, loan.give_back()); }},
+        {"samples are taken", false, false, OK, [this](DDSDataWriter&, DDSDataReader& receiver, Loan&) { take(receiver); }},
+        {"a key is closed", false, false, OK,
+         [](DDSDataWriter&, DDSDataReader& receiver, Loan&) { EXPECT_EQ(OK, receiver.close_index_key("index", {0, 5})); }},
+        {"the reader goes", false, true, OK,
+         [this](DDSDataWriter&, DDSDataReader& receiver, Loan&) { EXPECT_EQ(OK, _participant.delete_datareader(&receiver)); }},
+        {"the reader goes with loans out", true, true, OK,
+         [this](DDSDataWriter&, DDSDataReader& receiver, Loan&) { EXPECT_EQ(OK, _participant.delete_datareader(&receiver)); }},
+        {"the writer goes", false, true, DDS_RETCODE_ALREADY_DELETED,
+         [this](DDSDataWriter& sender, DDSDataReader&, Loan&) { EXPECT_EQ(OK, _participant.delete_datawriter(&sender)); }},
+    };
+    for (const auto& each : CASES) {
+        SCOPED_TRACE(each.what);
+        DDSDataReader& receiver = reader(reader_qos(2));
+        ASSERT_EQ(OK, receiver.create_index("index"));
+        DDSReadCondition& all = condition(receiver);
+        DDS_DataWriterQos qos = writer_qos(DDS_DURATION_INFINITE);
+        qos.resource_limits.max_samples = 1;  // an engine that keeps samples on the way to the reader keeps one
+        qos.resource_limits.initial_samples = 0;
+        DDSDataWriter& sender = writer(qos);
+        meet(sender, receiver);
+        std::atomic<long> thread{0};
+        std::atomic<int> written{0};
+        auto blocked = std::async(std::launch::async, [&] {
+            thread = this_thread_number();
+            DDS_WriteParams_t params;
+            params.related_sample_identity = related_to(5);
+            DDS_ReturnCode_t code = OK;
+            while (code == OK && written < SAMPLES) {
+                params.identity = DDS_AUTO_SAMPLE_IDENTITY;
+                code = write(sender, "x", params);
+                written += code == OK ? 1 : 0;
+            }
+            return code;
+        });
+        EXPECT_TRUE(eventually([&] { return Loan(receiver, all, false).count == 2; }));
+        EXPECT_TRUE(eventually([&] { return written >= 2 && is_asleep(thread); }));
+        Loan loan(receiver, all, each.lend);
+        EXPECT_EQ(2, loan.count);
+        if (!each.lend) {
+            EXPECT_EQ(OK, loan.give_back());
+        }
+        const int before = written;
+        EXPECT_LT(before, SAMPLES) << "what was only lent made room";
+        EXPECT_EQ(OK, receiver.delete_readcondition(&all));
+        each.release(sender, receiver, loan);
+        EXPECT_TRUE(eventually([&] { return written > before || each.outcome != OK; }));
+        EXPECT_TRUE(eventually([&] {
+            if (!each.either_end_goes) {
+                take(receiver);
+            }
+            return blocked.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+        }));
+        EXPECT_EQ(each.outcome, blocked.get());
+        EXPECT_EQ(each.outcome == OK ? SAMPLES : before, written);
+    }
+}
+
+TEST_P(Writing, best_effort_drops_what_finds_no_room_and_counts_it) {
+    for (const bool reliable_writer : {true, false}) {
+        DDS_DataReaderQos qos = reader_qos(2);
+        qos.reliability.kind = DDS_BEST_EFFORT_RELIABILITY_QOS;
+        DDSDataReader& receiver = reader(qos);
+        DDS_DataWriterQos sender_qos = writer_qos(NO_TIME);
+        sender_qos.reliability.kind = reliable_writer ? DDS_RELIABLE_RELIABILITY_QOS : DDS_BEST_EFFORT_RELIABILITY_QOS;
+        DDSDataWriter& sender = writer(sender_qos);
+        meet(sender, receiver);
+        int written = 0;
+        EXPECT_TRUE(eventually([&] {
+            EXPECT_EQ(OK, write(sender, std::to_string(++written)));
+            return lost(receiver, &DDS_SampleLostStatus::no_room_count) >= 3;
+        }));
+        const std::string got = take(receiver);
+        EXPECT_EQ("1 2", got);
+        DDS_SampleLostStatus status;
+        EXPECT_EQ(OK, receiver.get_sample_lost_status(status));
+        EXPECT_EQ(status.total_count, status.no_room_count);
+        EXPECT_EQ(OK, _participant.delete_datawriter(&sender));
+        EXPECT_EQ(OK, _participant.delete_datareader(&receiver));
+    }
+}
+
+TEST_P(Writing, keep_last_replaces_the_oldest_but_not_what_is_on_loan) {
+    DDS_DataReaderQos qos = reader_qos(3);
+    qos.history = {DDS_KEEP_LAST_HISTORY_QOS, 2};
+    DDSDataReader& receiver = reader(qos);
+    DDSReadCondition& all = condition(receiver);
+    DDSDataWriter& sender = writer(writer_qos(NO_TIME));
+    meet(sender, receiver);
+    for (const char* text : {"1", "2", "3", "4", "5"}) {
+        deliver(sender, text);
+    }
+    EXPECT_EQ(3, lost(receiver, &DDS_SampleLostStatus::replaced_count));
+    Loan lent(receiver, all, false);
+    EXPECT_EQ("4 5", lent.texts());
+    deliver(sender, "6");  // replaces "4", which goes on taking room
+    EXPECT_EQ(TIMEOUT, write(sender, "7")) << "two are on loan and one is new: there is no room for a fourth";
+    EXPECT_EQ("5 6", Loan(receiver, all, false).texts());
+    EXPECT_EQ("4 5", lent.texts());
+    EXPECT_EQ(OK, lent.give_back());
+    EXPECT_TRUE(eventually([&] { return write(sender, "8") == OK; }));
+    EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+    EXPECT_EQ("6 8", Loan(receiver, all).texts());
+}
+
+TEST_P(Writing, a_late_reader_gets_what_a_transient_local_writer_keeps_and_its_filter_passes) {
+    DDS_DataWriterQos keeping = writer_qos();
+    keeping.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    DDS_DataReaderQos late = reader_qos();
+    late.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    DDSDataWriter& sender = writer(keeping);
+    keeping.history = {DDS_KEEP_LAST_HISTORY_QOS, 2};
+    DDSDataWriter& brief_sender = writer(keeping, "Brief");
+    for (int number = 1; number <= 5; ++number) {
+        const DDS_SampleIdentity_t related = related_to(static_cast<DDS_UnsignedLong>(number));
+        deliver(sender, std::to_string(number), number % 2 == 0 ? related : DDS_UNKNOWN_SAMPLE_IDENTITY);
+        deliver(brief_sender, std::to_string(number));
+    }
+    const auto filtered = [&](const char* name, const char* filter) {
+        return _participant.create_contentfilteredtopic(name, topic(), filter, DDS_StringSeq());
+    };
+    struct {
+        DDSTopicDescription* topic;
+        bool transient_local;
+        const char* expected;
+    } const CASES[] = {
+        {topic(), true, "1 2 3 4 5"},
+        {topic(), false, ""},
+        {topic("Brief"), true, "4 5"},
+        {filtered("F1", "value >= '3'"), true, "3 4 5"},
+        {filtered("F2", "@related_sample_identity.writer_guid.value = &hex(42000000000000000000000000000000)"), true, "2 4"},
+        {filtered("F3", "@related_sample_identity.sequence_number = 4 AND value <> 'x'"), true, "4"},
+    };
+    for (const auto& each : CASES) {
+        DDSDataReader* receiver =
+            _participant.create_datareader(each.topic, each.transient_local ? late : reader_qos(), nullptr, 0);
+        ASSERT_NE(nullptr, receiver);
+        meet(each.topic == topic("Brief") ? brief_sender : sender, *receiver);
+        EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+        EXPECT_EQ(OK, brief_sender.wait_for_acknowledgments(LONG_TIME));
+        EXPECT_EQ(each.expected, take(*receiver)) << each.topic->get_name();
+    }
+    EXPECT_EQ("6", (deliver(sender, "6"), take(*_participant.create_datareader(topic(), late, nullptr, 0)).substr(10)));
+}
+
+TEST_P(Writing, what_goes_to_nobody_is_counted) {
+    DDSDataWriter& sender = writer();
+    const auto counts = [&] {
+        DDS_DataWriterCounts got;
+        EXPECT_EQ(OK, sender.get_counts(got));
+        return std::to_string(got.written) + " " + std::to_string(got.unaddressed);
+    };
+    deliver(sender, "to nobody");
+    EXPECT_EQ("1 1", counts());
+    DDSDataReader& receiver = reader();
+    meet(sender, receiver);
+    deliver(sender, "to one");
+    EXPECT_EQ("2 1", counts());
+    EXPECT_EQ("to one", take(receiver));
+    EXPECT_EQ(OK, _participant.delete_datareader(&receiver));
+    EXPECT_TRUE(eventually([&] {
+        DDS_PublicationMatchedStatus status;
+        return sender.get_publication_matched_status(status) == OK && status.current_count == 0;
+    }));
+    deliver(sender, "to nobody any more");
+    EXPECT_EQ("3 2", counts());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

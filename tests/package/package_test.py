@@ -1,0 +1,125 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Builds and runs strangers' programs against an installed tree, and tries the checks of the house on trees that break their rules.
+
+usage: package_test.py <case> <source tree> <build tree> <scratch folder>     (CTest calls it; the cases are the functions below)
+"""
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+SOURCE, BUILD, SCRATCH = (Path(p).resolve() for p in sys.argv[2:5])
+PREFIX = SCRATCH / "prefix"
+
+
+def run(*command, **more):
+    """Runs a command and returns what it printed; its whole output goes to the log when it fails."""
+    done = subprocess.run([str(c) for c in command], capture_output=True, text=True, timeout=300, **more)
+    if done.returncode != 0:
+        sys.exit("%s\nexit code %d\n%s%s" % (" ".join(map(str, command)), done.returncode, done.stdout, done.stderr))
+    return done.stdout
+
+
+def check(holds, what):
+    if not holds:
+        sys.exit(what)
+
+
+def install():
+    """The installed tree holds the library under its three names, and each public header."""
+    shutil.rmtree(SCRATCH, ignore_errors=True)
+    run("cmake", "--install", BUILD, "--prefix", PREFIX)
+    library = next(PREFIX.rglob("libnorvane.so"))
+    check(library.is_symlink() and os.readlink(library) == "libnorvane.so.0", "libnorvane.so does not lead to its SONAME")
+    check("SONAME" in run("readelf", "-d", library) and "[libnorvane.so.0]" in run("readelf", "-d", library), "wrong SONAME")
+    here = {p.relative_to(SOURCE / "include") for p in (SOURCE / "include").rglob("*.hpp")}
+    there = {p.relative_to(PREFIX / "include") for p in (PREFIX / "include").rglob("*.hpp")}
+    check(here == there, "headers that are not installed, or should not be: %s" % (here ^ there))
+
+
+def consumer():
+    """A program of three lines finds the package, links and runs; and so does the example that README.md shows."""
+    example = re.search(r"```cpp\n(.*?)```", (SOURCE / "README.md").read_text(), re.DOTALL)
+    check(example, "README.md shows no example")
+    source = SCRATCH / "readme_example.cpp"
+    source.write_text(example[1])
+    expected = re.search(r"prints\s+`([^`]+)`", (SOURCE / "README.md").read_text())
+    check(expected, "README.md does not say what its example prints")
+
+    build = SCRATCH / "consumer"
+    run("cmake", "-S", SOURCE / "tests/package/consumer", "-B", build, "-DCMAKE_PREFIX_PATH=%s" % PREFIX, "-DREADME_EXAMPLE=%s" % source)
+    run("cmake", "--build", build)
+    run(build / "consumer")
+    printed = run(build / "readme_example").strip()
+    check(printed == expected[1], "the example of README.md prints %r, and says %r" % (printed, expected[1]))
+
+
+def pkg_config():
+    """The same program builds with what pkg-config says."""
+    os.environ["PKG_CONFIG_PATH"] = str(next(PREFIX.rglob("norvane.pc")).parent)
+    flags = run("pkg-config", "--cflags", "--libs", "norvane").split()
+    program = SCRATCH / "pkg_config_consumer"
+    run(os.environ.get("CXX", "c++"), "-std=c++17", SOURCE / "tests/package/consumer/main.cpp", "-o", program, *flags)
+    run(program, env=dict(os.environ, LD_LIBRARY_PATH=run("pkg-config", "--variable=libdir", "norvane").strip()))
+
+
+UNLICENSED = "// A file of unknown origin."
+# A file that breaks one rule of scripts/check_rooms.py, and words of the complaint.
+OUT_OF_ROOM = [
+    ("src/requestreply/A.cpp", '#include "middleware/Engine.hpp"', "src/requestreply/ may include"),
+    ("src/requestreply/A.cpp", '#include "norvane/Requester.hpp"', "never norvane/norvane.hpp"),
+    ("src/infrastructure/A.cpp", "#include <mutex>", "without threads"),
+    ("src/middleware/A.cpp", '#include "norvane/Exception.hpp"', "src/middleware/ may include"),
+    ("src/middleware/A.cpp", '#include "engines/embedded/Bus.hpp"', "src/middleware/ may include"),
+    ("src/engines/embedded/A.cpp", '#include "middleware/SampleStore.hpp"', "src/engines/embedded/ may include"),
+    ("src/engines/embedded/A.cpp", "#include <fastdds/rtps/RTPSDomain.h>", "of <...> the C++ library"),
+    ("src/engines/select.cpp", '#include "engines/embedded/Bus.hpp"', "src/engines/select.cpp may include"),
+    ("src/platform/A.cpp", '#include "middleware/Engine.hpp"', "src/platform/ may include"),
+    ("src/elsewhere/A.cpp", "", "in no room"),
+    ("include/norvane/dds/a.hpp", '#include "norvane/Exception.hpp"', "include/norvane/dds/ may include"),
+    ("include/norvane/details/a.hpp", '#include "norvane/Requester.hpp"', "include/norvane/details/ may include"),
+    ("include/norvane/a.hpp", '#include "norvane/norvane.hpp"', "never norvane/norvane.hpp"),
+    ("include/norvane/a.hpp", "#include <sys/types.h>", "of <...> the C++ library"),
+    ("examples/a/main.cpp", '#include "norvane/details/FastObjectPool.hpp"', "never norvane/details"),
+    ("tests/conformance/a_test.cpp", '#include "norvane/Requester.hpp"', "tests/conformance/ may include"),
+    ("tests/requestreply/a_test.cpp", '#include "middleware/Engine.hpp"', "tests/requestreply/ may include"),
+    ("src/middleware/A.cpp", '#include "../platform/Clock.hpp"', "no .. in an include"),
+    ("src/middleware/A.cpp", '#include "Missing.hpp"', "a plain name means"),
+    ("src/middleware/A.cpp", "namespace x {\n#include <string>\n}", "inside a namespace"),
+    ("src/middleware/A.cpp", "class PoolManager {};", "no Manager"),
+    ("src/middleware/B.cpp", "#include <string>\n#include \"middleware/B.hpp\"", "first include"),
+    ("src/middleware/A.cpp", UNLICENSED, "SPDX line"),
+    ("src/middleware/Unlisted.cpp", "", "every source of the folder is listed"),
+]
+IN_ROOM = [
+    ("src/middleware/B.hpp", "// namespace {\nconst char* const TEXT = \"{ // \"; // struct FreeUtil {\nconst char BRACE = '{';"),
+    ("src/middleware/B.cpp", '#include "middleware/B.hpp"\n\n#include <mutex>\n\n#include "norvane/dds/types.hpp"'),
+    ("src/engines/select.cpp", '#include "middleware/Engine.hpp"\n#include "engines/embedded/EmbeddedEngine.hpp"'),
+]
+
+
+def rooms():
+    """Each rule of check_rooms.py complains of a tree that breaks it, at its line, and of nothing else."""
+    def complaints(files):
+        with tempfile.TemporaryDirectory() as name:
+            tree = Path(name)
+            for path, text in IN_ROOM + files:
+                (tree / path).parent.mkdir(parents=True, exist_ok=True)
+                (tree / path).write_text(("" if text.startswith(UNLICENSED) else "// SPDX-License-Identifier: Apache-2.0\n") + text + "\n")
+                (tree / path).with_name("CMakeLists.txt").write_text("A.cpp B.cpp select.cpp")
+            done = subprocess.run([sys.executable, SOURCE / "scripts/check_rooms.py", tree], capture_output=True, text=True, timeout=60)
+            return done.returncode, done.stdout
+    code, printed = complaints([])
+    check(code == 0, "a tree that obeys is complained of:\n" + printed)
+    for path, text, words in OUT_OF_ROOM:
+        code, printed = complaints([(path, text)])
+        place = "CMakeLists.txt:1: " if "Unlisted" in path else path + ":"
+        check(code == 1 and words in printed and place in printed and len(printed.splitlines()) == 2,
+              "%s with\n%s\nshould give one complaint with %r, gives:\n%s" % (path, text, words, printed))
+
+
+{"install": install, "consumer": consumer, "pkg_config": pkg_config, "rooms": rooms}[sys.argv[1]]()

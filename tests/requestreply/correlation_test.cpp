@@ -1,0 +1,378 @@
+// SPDX-License-Identifier: Apache-2.0
+// Requester and replier of the untyped core: whose replies reach whom, what is refused, and what a call leaves behind.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <thread>
+
+#include "support/AllocationProbe.hpp"
+#include "support/DoubledDomain.hpp"
+#include "support/Eventually.hpp"
+#include "support/LogCapture.hpp"
+#include "support/OpenEntities.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr DDS_Duration_t LONG = {20, 0};
+constexpr DDS_Duration_t SHORT = {0, 20000000};
+
+// Keeps the filters that were asked for.
+class NotingParticipant : public ForwardingParticipant {
+public:
+    using ForwardingParticipant::ForwardingParticipant;
+    DDSContentFilteredTopic* create_contentfilteredtopic(const char* name, DDSTopic* related_topic, const char* filter_expression,
+                                                         const DDS_StringSeq& expression_parameters) override {
+        filter_name = name;
+        filter = filter_expression;
+        parameter_count = expression_parameters.length();
+        return ForwardingParticipant::create_contentfilteredtopic(name, related_topic, filter_expression, expression_parameters);
+    }
+    std::string filter_name;
+    std::string filter;
+    DDS_Long parameter_count = -1;
+};
+
+class Correlation : public DoubledDomain<NotingParticipant> {
+protected:
+    DDSTopic* make_topic(const std::string& name) {
+        register_string(NULL, _participant.get());
+        return _participant->create_topic(name.c_str(), "DDS::String", DDS_TOPIC_QOS_DEFAULT, NULL, 0);
+    }
+    static std::string texts(const std::vector<Received>& received) {
+        std::string all;
+        for (const Received& each : received) {
+            all += each.text + " ";
+        }
+        return all;
+    }
+    // No condition is left, no wait set taken, and none of the pooled ones holds a condition.
+    void expect_idle(OpenRequester& requester) {
+        EXPECT_EQ(0, requester.waitset_pool().buffers_in_use());
+        std::vector<DDSWaitSet*> taken;
+        for (int count = requester.waitset_pool().buffers_allocated(); count > 0; --count) {
+            taken.push_back(requester.waitset_pool().get_ptr());
+            DDSConditionSeq attached;
+            EXPECT_EQ(DDS_RETCODE_OK, taken.back()->get_conditions(attached));
+            EXPECT_EQ(0, attached.length());
+        }
+        for (DDSWaitSet* each : taken) {
+            requester.waitset_pool().return_ptr(each);
+        }
+    }
+};
+
+const DDS_SequenceNumber_t REFUSED_NUMBERS[] = {DDS_AUTO_SEQUENCE_NUMBER, DDS::SEQUENCE_NUMBER_MAX, DDS::SEQUENCE_NUMBER_ZERO,
+                                                DDS::SEQUENCE_NUMBER_UNKNOWN};
+
+TEST_F(Correlation, filter_is_named_and_written_digit_by_digit) {
+    const DDS_GUID_t example = {{0x01, 0x0f, 0xa3, 0, 0x7c, 0x2e, 0x10, 0xff, 0, 0, 0, 0x01, 0x80, 0, 0, 0xc2}};
+    struct Case {
+        std::string topic;
+        DDS_GUID_t guid;
+        const char* digits;
+    };
+    const Case cases[] = {{"CalculatorReply", example, "010fa3007c2e10ff00000001800000c2"},
+                          {"CalculatorReply", DDS_GUID_UNKNOWN, "00000000000000000000000000000000"},
+                          {std::string(190, 't'), DDS_GUID_AUTO, "ffffffffffffffffffffffffffffffff"}};
+    details::CorrelationCFTBuilder builder;
+    for (const Case& each : cases) {
+        DDSTopic* topic = make_topic(each.topic);
+        DDSContentFilteredTopic* made = builder.create_correlation_cft(_participant.get(), topic, each.guid);
+        ASSERT_NE(nullptr, made);
+        EXPECT_EQ(topic, made->get_related_topic());
+        EXPECT_EQ(each.topic + "_" + each.digits, _participant->filter_name);
+        EXPECT_EQ(std::string("@related_sample_identity.writer_guid.value = &hex(") + each.digits + ")", _participant->filter);
+        EXPECT_EQ(0, _participant->parameter_count);
+    }
+    const std::string long_name(191, 't');
+    DDSTopic* topic = make_topic("CalculatorReply");
+    LogCapture log;
+    const auto refusal = [&](DDSDomainParticipant* participant, DDSTopic* of) {
+        return thrown_by([&] { builder.create_correlation_cft(participant, of, example); });
+    };
+    EXPECT_EQ("participant != NULL", refusal(NULL, NULL).message);
+    EXPECT_EQ("topic != NULL", refusal(_participant.get(), NULL).message);
+    EXPECT_EQ("BadParameterException", refusal(_participant.get(), make_topic(long_name)).type);
+    EXPECT_EQ("CorrelationCFTBuilder::create_correlation_cft:" +
+                  expanded(DDS_LOG_BAD_PARAMETER_s, "topic name is too long: " + long_name),
+              refusal(_participant.get(), make_topic(long_name)).message);
+    // The name is taken: by the first of the cases above.
+    EXPECT_EQ("CorrelationCFTBuilder::create_correlation_cft:" +
+                  expanded(VOST_LOG_CREATE_s, "content-filtered topic for topic CalculatorReply"),
+              refusal(_participant.get(), topic).message);
+}
+
+TEST_F(Correlation, entities_use_the_topics_of_their_service_or_the_ones_named_and_leave_only_topics) {
+    for (const bool by_service : {true, false}) {
+        RequesterParams named = RequesterParams(_participant.get());
+        by_service ? named.service_name("Calculator") : named.request_topic_name("Q").reply_topic_name("R");
+        const std::string requests = by_service ? "CalculatorRequest" : "Q";
+        const std::string replies = by_service ? "CalculatorReply" : "R";
+        {
+            OpenRequester requester(named);
+            OpenReplier replier(named);
+            EXPECT_EQ(requests, requester.get_datawriter()->get_topic()->get_name());
+            EXPECT_EQ(replies, replier.get_datawriter()->get_topic()->get_name());
+            EXPECT_EQ(requests, replier.get_datareader()->get_topicdescription()->get_name());
+            DDS_DataWriterQos qos;
+            ASSERT_EQ(DDS_RETCODE_OK, requester.get_datawriter()->get_qos(qos));
+            std::string filter_name = replies + "_";
+            for (const DDS_Octet octet : qos.protocol.virtual_guid.value) {
+                char digits[3];
+                std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned int>(octet));
+                filter_name += digits;
+            }
+            EXPECT_EQ(filter_name, requester.get_datareader()->get_topicdescription()->get_name());
+        }
+        EXPECT_EQ("", live());
+        EXPECT_NE(nullptr, _real.lookup_topicdescription(requests.c_str()));
+        EXPECT_EQ(nullptr, _real.lookup_topicdescription(_participant->filter_name.c_str()));
+    }
+}
+
+TEST_F(Correlation, a_filter_of_the_applications_is_read_by_the_replier_and_stays_and_is_refused_elsewhere) {
+    DDSTopic* base = make_topic("Base");
+    _participant->create_contentfilteredtopic("FilteredRequest", base, "value = 'yes'", DDS_StringSeq());
+    _participant->create_contentfilteredtopic("OtherReply", base, "value = 'yes'", DDS_StringSeq());
+    {
+        OpenReplier replier(params("Filtered"));
+        OpenRequester requester(RequesterParams(_participant.get()).request_topic_name("Base").reply_topic_name("FilteredReply"));
+        requester.send("no");
+        requester.send("yes");
+        EXPECT_EQ("yes ", texts(replier.requests()));
+    }
+    EXPECT_EQ("2 filters", live());
+    LogCapture log;
+    for (const Thrown& each : {thrown_by([&] { OpenRequester requester(params("Filtered")); }),
+                               thrown_by([&] { OpenRequester requester(params("Other")); }),
+                               thrown_by([&] { OpenReplier replier(params("Other")); })}) {
+        EXPECT_EQ("PreconditionNotMetException", each.type);
+        EXPECT_NE(std::string::npos, each.message.find("a content-filtered topic with the name already exists (")) << each.message;
+    }
+    EXPECT_EQ("2 filters", live());
+}
+
+TEST_F(Correlation, each_request_gets_its_own_replies_and_no_others) {
+    OpenRequester requester(params("S"));
+    OpenRequester other(params("S"));
+    OpenReplier replier(params("S"));
+    const DDS_SampleIdentity_t first = requester.send("first");
+    const DDS_SampleIdentity_t second = requester.send("second");
+    const DDS_SampleIdentity_t foreign = other.send("foreign");
+    const std::vector<Received> requests = replier.requests(3);
+    ASSERT_EQ("first second foreign ", texts(requests));
+    EXPECT_TRUE(requests[0].identity == first);
+    EXPECT_TRUE(requests[2].identity == foreign);
+    EXPECT_TRUE(requests[0].related_identity == DDS_UNKNOWN_SAMPLE_IDENTITY);
+    for (const char* text : {"a", "b"}) {
+        for (const Received& each : requests) {
+            replier.reply(each.identity, each.text + text);
+        }
+    }
+    EXPECT_TRUE(requester.wait_for_replies(DDS_DURATION_ZERO, 2, second));
+    EXPECT_FALSE(requester.wait_for_replies(SHORT, 3, second));
+    EXPECT_FALSE(requester.wait_for_replies(SHORT, DDS_LENGTH_UNLIMITED, second));
+    EXPECT_EQ("seconda secondb ", texts(requester.replies(second, false)));
+    EXPECT_EQ("seconda ", texts(requester.replies(second, false, 1)));
+    EXPECT_EQ("", texts(requester.replies(second, true, 0)));
+    EXPECT_EQ("seconda secondb ", texts(requester.replies(second, true)));
+    EXPECT_EQ("", texts(requester.replies(second, true)));
+    EXPECT_EQ("firsta firstb ", texts(requester.replies(first, true)));
+    const std::vector<Received> got = other.replies({DDS_GUID_AUTO, foreign.sequence_number}, true);  // only the number is looked at
+    ASSERT_EQ("foreigna foreignb ", texts(got));
+    EXPECT_TRUE(got[0].related_identity == foreign);
+    expect_idle(requester);
+    EXPECT_EQ("3 writers 3 readers 6 conditions 2 filters", live());
+}
+
+TEST_F(Correlation, threads_wait_for_their_own_requests_at_once_and_leave_nothing_behind) {
+    OpenRequester requester(params("S"));
+    OpenReplier replier(params("S"));
+    constexpr int THREADS = 4;
+    constexpr int CALLS = 50;
+    std::atomic<int> right{0};
+    std::vector<std::thread> callers;
+    for (int caller = 0; caller < THREADS; ++caller) {
+        callers.emplace_back([&, caller] {
+            for (int call = 0; call < CALLS; ++call) {
+                const std::string text = std::to_string(caller) + "." + std::to_string(call);
+                const DDS_SampleIdentity_t request = requester.send(text);
+                if (requester.wait_for_replies(LONG, 2, request)) {
+                    right += texts(requester.replies(request, true)) == text + "! " + text + "? " ? 1 : 0;
+                }
+            }
+        });
+    }
+    // Answers come in an order of their own: the second half of each reply after the first half of the next.
+    std::vector<Received> half_answered;
+    for (int answered = 0; answered < THREADS * CALLS;) {
+        for (const Received& each : replier.requests(1)) {
+            replier.reply(each.identity, each.text + "!");
+            half_answered.push_back(each);
+            ++answered;
+        }
+        for (; !half_answered.empty(); half_answered.pop_back()) {
+            replier.reply(half_answered.back().identity, half_answered.back().text + "?");
+        }
+    }
+    for (std::thread& each : callers) {
+        each.join();
+    }
+    EXPECT_EQ(THREADS * CALLS, right);
+    expect_idle(requester);
+    EXPECT_LE(requester.waitset_pool().buffers_allocated(), 2 * THREADS);
+    EXPECT_EQ("2 writers 2 readers 4 conditions 1 filters", live());
+}
+
+TEST_F(Correlation, a_wait_is_ended_by_its_own_reply_only) {
+    OpenRequester requester(params("S"));
+    OpenReplier replier(params("S"));
+    const DDS_SampleIdentity_t awaited = requester.send("awaited");
+    const DDS_SampleIdentity_t other = requester.send("other");
+    replier.requests(2);
+    std::atomic<bool> ended{false};
+    std::thread waiting([&] {
+        EXPECT_TRUE(requester.wait_for_replies(DDS_DURATION_INFINITE, 1, awaited));
+        ended = true;
+    });
+    // In its wait, or about to be: the reply to the other request must not matter in either case.
+    EXPECT_TRUE(eventually([&] { return requester.waitset_pool().buffers_in_use() == 1; }));
+    replier.reply(other, "for the other");
+    EXPECT_TRUE(requester.wait_for_replies(LONG, 1, other));
+    EXPECT_FALSE(ended);
+    replier.reply(awaited, "at last");
+    waiting.join();
+    expect_idle(requester);
+}
+
+TEST_F(Correlation, identities_that_name_no_request_are_refused_before_anything_is_done) {
+    OpenRequester requester(params("S"));
+    OpenReplier replier(params("S"));
+    const DDS_SampleIdentity_t request = requester.send("x");
+    const std::string no_request =
+        "RequesterUntypedImpl::create_correlation_condition:" + expanded(DDS_LOG_BAD_PARAMETER_s, "sample identity");
+    const std::string no_guid = "ReplierUntypedImpl::configure_params_for_reply:" +
+                                expanded(DDS_LOG_BAD_PARAMETER_s, "related request identity (writer guid)");
+    const std::string no_number = "ReplierUntypedImpl::configure_params_for_reply:" +
+                                  expanded(DDS_LOG_BAD_PARAMETER_s, "related request identity (sequence number)");
+    LogCapture log;
+    for (const DDS_SequenceNumber_t& number : REFUSED_NUMBERS) {
+        _script.fail_call(0);
+        const DDS_SampleIdentity_t identity = {request.writer_guid, number};
+        for (const Thrown& thrown : {thrown_by([&] { requester.wait_for_replies(LONG, 1, identity); }),
+                                     thrown_by([&] { requester.replies(identity, true); })}) {
+            EXPECT_EQ("BadParameterException", thrown.type);
+            EXPECT_EQ(no_request, thrown.message);
+        }
+        EXPECT_EQ(no_number, thrown_by([&] { replier.reply(identity, "y"); }).message);
+        EXPECT_EQ(0U, _script.calls().size());
+        // Both halves must be equal.
+        DDS_SampleIdentity_t close = identity;
+        close.sequence_number.low ^= 1;
+        EXPECT_EQ("", texts(requester.replies(close, true)));
+        DDS_WriteParams_t params;
+        EXPECT_EQ("", thrown_by([&] { OpenReplier::configure_params_for_reply(params, close); }).message);
+    }
+    for (const DDS_GUID_t& guid : {DDS_GUID_AUTO, DDS_GUID_UNKNOWN}) {
+        DDS_WriteParams_t params;
+        params.related_sample_identity = request;
+        const Thrown thrown = thrown_by([&] {
+            OpenReplier::configure_params_for_reply(params, {guid, DDS::SEQUENCE_NUMBER_ZERO});  // both halves are wrong
+        });
+        EXPECT_EQ("BadParameterException", thrown.type);
+        EXPECT_EQ(no_guid, thrown.message);
+        EXPECT_TRUE(params.related_sample_identity == request);
+    }
+    DDS_WriteParams_t params;
+    params.identity = {{{5}}, {5, 5}};
+    OpenReplier::configure_params_for_reply(params, request);
+    EXPECT_TRUE(params.related_sample_identity == request);
+    EXPECT_TRUE(params.identity == (DDS_SampleIdentity_t{{{5}}, {5, 5}}));
+    expect_idle(requester);
+}
+
+// A type that holds no heap memory, as a call that is to allocate nothing needs it.
+const DDS_TypeOperations NUMBER = {"Number",
+                                   1,
+                                   sizeof(long),
+                                   alignof(long),
+                                   nullptr,
+                                   [](const DDS_TypeOperations&, void* place) { *static_cast<long*>(place) = 0; },
+                                   [](const DDS_TypeOperations&, void* destination, const void* source) {
+                                       *static_cast<long*>(destination) = *static_cast<const long*>(source);
+                                       return true;
+                                   },
+                                   nullptr,
+                                   [](const DDS_TypeOperations&, void*) {},
+                                   nullptr,
+                                   nullptr,
+                                   nullptr,
+                                   nullptr,
+                                   nullptr};
+
+const char* register_number(DDSTypeSupport*, DDSDomainParticipant* participant) {
+    const std::shared_ptr<const DDS_TypeOperations> type(&NUMBER, [](const DDS_TypeOperations*) {});
+    return participant->register_type(NUMBER.name, type) == DDS_RETCODE_OK ? NUMBER.name : nullptr;
+}
+
+// Without doubles: they allocate themselves.
+TEST_F(Correlation, a_call_allocates_nothing_once_it_is_warm) {
+    class NumberRequester : public Open<details::RequesterUntypedImpl> {
+    public:
+        explicit NumberRequester(const RequesterParams& params) : Open(params, &register_number, &register_number, sizeof(long), false) {}
+        using RequesterUntypedImpl::get_reply_loaned;
+        using RequesterUntypedImpl::wait_for_replies;
+    };
+    const RequesterParams named = RequesterParams(&_real).service_name("Number");
+    NumberRequester requester(named);
+    Open<details::ReplierUntypedImpl> replier;
+    replier.initialize(named, &register_number, &register_number, sizeof(long), NULL, false);
+
+    long sum = 0;
+    for (long number = 0; number < 200; ++number) {
+        if (number == 100) {
+            AllocationProbe::fail(0);
+        }
+        void** data = NULL;
+        int count = 0;
+        DDS_SampleInfoSeq infos;
+        DDS_WriteParams_t request;
+        requester.send_sample(&number, request);
+        ASSERT_TRUE(replier.receive_sample_loaned(&data, &count, infos, DDS_LENGTH_UNLIMITED, LONG, 1));
+        const long doubled = 2 * *static_cast<long*>(data[0]);
+        DDS_WriteParams_t reply;
+        replier.send_sample(&doubled, details::get_sample_identity_from_sample_info(infos[0]), reply);
+        replier.return_loan(data, infos);
+        ASSERT_TRUE(requester.wait_for_replies(LONG, 1, request.identity));
+        ASSERT_FALSE(requester.wait_for_replies(DDS_DURATION_ZERO, 2, request.identity));
+        requester.get_reply_loaned(&data, &count, infos, 1, request.identity, true);
+        sum += count == 1 ? *static_cast<long*>(data[0]) : 0;
+        requester.return_loan(data, infos);
+    }
+    const long allocations = AllocationProbe::count();
+    AllocationProbe::stop();
+    EXPECT_EQ(0, allocations);
+    EXPECT_EQ(199 * 200, sum);
+}
+
+TEST_F(Correlation, swapped_requesters_hold_each_others_requests_and_keep_their_pools) {
+    OpenRequester one(params("One"));
+    OpenRequester two(params("Two"));
+    OpenReplier replier(params("One"));
+    const DDS_SampleIdentity_t request = one.send("x");
+    FastObjectPool<DDSWaitSet>* pool = &one.waitset_pool();
+    details::swap(one, two);
+    EXPECT_EQ(pool, &one.waitset_pool());
+    replier.reply(replier.requests().at(0).identity, "y");
+    EXPECT_TRUE(two.wait_for_replies(LONG, 1, request));
+    EXPECT_EQ("y ", texts(two.replies(request, true)));
+    EXPECT_EQ("", texts(one.replies(request, true)));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

@@ -1,0 +1,615 @@
+// SPDX-License-Identifier: Apache-2.0
+// The typed front-end, over the whole road: structs and strings, replies told apart by request, loans, types that do not fit, and
+// the forms of waiting.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "norvane/norvane.hpp"
+#include "support/AllocationProbe.hpp"
+#include "support/DoubledDomain.hpp"
+#include "support/LogCapture.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+
+struct Order {
+    int number;
+    char goods[20];
+};
+struct Bill {
+    int number;
+    double total;
+};
+// Two types that share a name, as two versions of one struct in two modules of a process would.
+struct OldPrice {
+    int cents;
+};
+struct NewPrice {
+    long long cents;
+};
+
+}  // namespace test
+
+template <>
+inline constexpr const char* type_name<test::OldPrice> = "shop::Price";
+template <>
+inline constexpr const char* type_name<test::NewPrice> = "shop::Price";
+
+namespace test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+typedef norvane::Requester<Order, Bill> OrderRequester;
+typedef norvane::Replier<Order, Bill> OrderReplier;
+typedef norvane::Requester<std::string, std::string> TextRequester;
+typedef norvane::Replier<std::string, std::string> TextReplier;
+
+constexpr seconds LONG(10);
+
+class Frontend : public DoubledDomain<> {
+protected:
+    RequesterParams requester_params(const std::string& service) { return RequesterParams(&_real).service_name(service); }
+    ReplierParams replier_params(const std::string& service) { return ReplierParams(&_real).service_name(service); }
+};
+
+std::vector<int> numbers(const LoanedSamples<Bill>& bills) {
+    std::vector<int> found;
+    for (const auto& bill : bills) {
+        found.push_back(bill.data().number);
+    }
+    return found;
+}
+
+TEST_F(Frontend, a_struct_goes_to_the_replier_and_its_reply_comes_back) {
+    OrderReplier replier(replier_params("S"));
+    OrderRequester requester(requester_params("S"));
+    for (int number = 1; number <= 3; ++number) {
+        const DDS_SampleIdentity_t id = requester.send_request({number, "apples"});
+        const LoanedSamples<Order> orders = replier.receive_requests(LONG);
+        ASSERT_EQ(1U, orders.size());
+        EXPECT_EQ(number, orders[0].data().number);
+        EXPECT_STREQ("apples", orders[0].data().goods);
+        EXPECT_EQ(id, orders[0].identity());
+        EXPECT_EQ(DDS_UNKNOWN_SAMPLE_IDENTITY, orders[0].related_identity());
+        replier.send_reply({number, 2.5}, orders[0].identity());
+
+        ASSERT_TRUE(requester.wait_for_replies(LONG, id));
+        const LoanedSamples<Bill> bills = requester.take_replies(id);
+        ASSERT_EQ(1U, bills.size());
+        EXPECT_EQ(number, bills[0].data().number);
+        EXPECT_EQ(2.5, bills[0].data().total);
+        EXPECT_EQ(id, bills[0].related_identity());
+        EXPECT_TRUE(bills[0].info().valid_data);
+        EXPECT_TRUE(requester.take_replies(id).empty()) << "a reply was given twice";
+    }
+    EXPECT_STREQ("norvane::test::Order", requester.get_request_datawriter()->get_topic()->get_type_name());
+    EXPECT_STREQ("SReply", replier.get_reply_datawriter()->get_topic()->get_name());
+    EXPECT_STREQ("SRequest", replier.get_request_datareader()->get_topicdescription()->get_name());
+}
+
+TEST_F(Frontend, a_text_arrives_whole_or_is_refused) {
+    TextReplier replier(replier_params("S"));
+    TextRequester requester(requester_params("S"));
+    const std::string cases[] = {"", "x", "two words", std::string(200000, 'y')};
+    for (const std::string& text : cases) {
+        const DDS_SampleIdentity_t ids[] = {requester.send_request(text), requester.send_request(text.c_str())};
+        ASSERT_TRUE(replier.wait_for_requests(LONG, 2));
+        for (const auto& request : replier.take_requests()) {
+            EXPECT_EQ(text, std::string(request));
+            EXPECT_EQ(text, request.data());
+            replier.send_reply(request, request.identity());
+            replier.send_reply(request.c_str(), request.identity());
+        }
+        for (const DDS_SampleIdentity_t& id : ids) {
+            ASSERT_TRUE(requester.wait_for_replies(LONG, 2, id));
+            for (const auto& reply : requester.take_replies(id)) {
+                EXPECT_EQ(text, reply.c_str());
+                EXPECT_EQ(id, reply.related_identity());
+            }
+        }
+    }
+
+    const LogCapture quiet;
+    const char* const no_text = nullptr;
+    const std::string cut("to be\0continued", 15);
+    const DDS_SampleIdentity_t id = requester.send_request("");
+    struct Refusal {
+        const char* method;
+        const char* what;
+        std::function<void()> call;
+    };
+    const Refusal refusals[] = {
+        {"Requester::send_request", "null string", [&] { requester.send_request(no_text); }},
+        {"Requester::send_request", "string with a NUL inside", [&] { requester.send_request(cut); }},
+        {"Replier::send_reply", "null string", [&] { replier.send_reply(no_text, id); }},
+        {"Replier::send_reply", "string with a NUL inside", [&] { replier.send_reply(cut, id); }},
+        {"ReplierUntypedImpl::configure_params_for_reply", "related request identity (writer guid)",
+         [&] { replier.send_reply("fine", DDS_UNKNOWN_SAMPLE_IDENTITY); }},
+    };
+    for (const Refusal& each : refusals) {
+        const Thrown thrown = thrown_by(each.call);
+        EXPECT_EQ("BadParameterException", thrown.type);
+        EXPECT_EQ(std::string(each.method) + ":" + expanded(DDS_LOG_BAD_PARAMETER_s, each.what), thrown.message);
+    }
+    EXPECT_EQ(1U, replier.take_requests().size()) << "what was refused must not have been sent";
+}
+
+TEST_F(Frontend, several_replies_to_several_requests_are_told_apart) {
+    OrderReplier replier(replier_params("S"));
+    OrderRequester requester(requester_params("S"));
+    const DDS_SampleIdentity_t first = requester.send_request({1, ""});
+    const DDS_SampleIdentity_t second = requester.send_request({2, ""});
+    for (const int reply : {21, 11, 12, 22, 13}) {
+        replier.send_reply({reply, 0}, reply > 20 ? second : first);
+    }
+
+    EXPECT_TRUE(requester.wait_for_replies(LONG, 3, first));
+    EXPECT_FALSE(requester.wait_for_replies(DDS_DURATION_ZERO, 4, first));
+    EXPECT_EQ((std::vector<int>{11, 12, 13}), numbers(requester.read_replies(first)));
+    EXPECT_EQ((std::vector<int>{11, 12}), numbers(requester.take_replies(first, 2)));
+    EXPECT_EQ((std::vector<int>{13}), numbers(requester.read_replies(first))) << "a take must leave what it was not asked for";
+    EXPECT_EQ((std::vector<int>{21, 22}), numbers(requester.read_replies(second)));
+    EXPECT_EQ((std::vector<int>{21}), numbers(requester.read_replies(1)));
+    EXPECT_TRUE(requester.take_replies(0).empty());
+
+    const LoanedSamples<Bill> rest = requester.receive_replies(1, DDS_LENGTH_UNLIMITED, LONG);
+    EXPECT_EQ((std::vector<int>{21, 22, 13}), numbers(rest));
+    EXPECT_EQ(second, rest[0].related_identity());
+    EXPECT_EQ(first, rest[2].related_identity());
+    EXPECT_TRUE(requester.take_replies().empty());
+    const LogCapture quiet;
+    EXPECT_EQ("BadParameterException", thrown_by([&] { requester.take_replies(-2); }).type);
+    EXPECT_EQ("BadParameterException", thrown_by([&] { requester.take_replies(DDS_UNKNOWN_SAMPLE_IDENTITY); }).type);
+}
+
+TEST_F(Frontend, threads_that_share_a_requester_each_get_their_own_replies) {
+    constexpr int THREADS = 4;
+    constexpr int CALLS = 200;
+    OrderReplier replier(replier_params("S"));
+    OrderRequester requester(requester_params("S"));
+    std::atomic<int> right{0};
+    std::vector<std::thread> callers;
+    for (int thread = 0; thread < THREADS; ++thread) {
+        callers.emplace_back([&requester, &right, thread] {
+            for (int call = 0; call < CALLS; ++call) {
+                const int number = thread * CALLS + call;
+                const DDS_SampleIdentity_t id = requester.send_request({number, ""});
+                if (requester.wait_for_replies(LONG, id) && numbers(requester.take_replies(id)) == std::vector<int>{number}) {
+                    ++right;
+                }
+            }
+        });
+    }
+    for (int answered = 0; answered < THREADS * CALLS;) {
+        const LoanedSamples<Order> orders = replier.receive_requests(LONG);
+        ASSERT_FALSE(orders.empty());
+        for (const auto& order : orders) {
+            replier.send_reply({order.data().number, 0}, order.identity());
+        }
+        answered += orders.length();
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_EQ(THREADS * CALLS, right);
+}
+
+TEST_F(Frontend, a_call_with_structs_takes_nothing_from_the_heap_once_it_has_been_made_before) {
+    OrderReplier replier(replier_params("S"));
+    OrderRequester requester(requester_params("S"));
+    const auto call = [&] {
+        const DDS_SampleIdentity_t id = requester.send_request({7, "apples"});
+        for (const auto& order : replier.receive_requests(LONG)) {
+            replier.send_reply({order.data().number, 0}, order.identity());
+        }
+        return requester.wait_for_replies(LONG, id) && requester.take_replies(id).length() == 1;
+    };
+    bool answered = true;
+    for (int warm_up = 0; warm_up < 100; ++warm_up) {
+        answered = call() && answered;
+    }
+    AllocationProbe::fail(0);
+    for (int steady = 0; steady < 1000; ++steady) {
+        answered = call() && answered;
+    }
+    AllocationProbe::stop();
+    EXPECT_TRUE(answered);
+    EXPECT_EQ(0, AllocationProbe::count());
+}
+
+TEST_F(Frontend, a_replier_may_answer_inside_its_listener) {
+    struct Answering : DDSDataReaderListener {
+        std::atomic<OrderReplier*> replier{nullptr};
+        void on_data_available(DDSDataReader*) override {
+            for (const auto& order : replier.load()->take_requests()) {
+                replier.load()->send_reply({order.data().number, 0}, order.identity());
+            }
+        }
+    } listener;
+    OrderReplier replier(replier_params("S"), &listener);
+    listener.replier = &replier;
+    OrderRequester requester(requester_params("S"));
+    const DDS_SampleIdentity_t id = requester.send_request({7, ""});
+    ASSERT_TRUE(requester.wait_for_replies(LONG, id));
+    EXPECT_EQ((std::vector<int>{7}), numbers(requester.take_replies(id)));
+}
+
+TEST_F(Frontend, every_form_of_waiting_ends_in_time_and_with_what_is_there) {
+    OrderReplier replier(replier_params("S"));
+    OrderRequester requester(requester_params("S"));
+    const DDS_SampleIdentity_t id = requester.send_request({1, ""});
+    ASSERT_EQ(1U, replier.take_requests().size());
+    const DDS_Duration_t brief = {0, 20000000};
+    struct Form {
+        const char* name;
+        bool waits;
+        std::function<bool()> wait;
+    };
+    const Form forms[] = {
+        {"any reply, zero", false, [&] { return requester.wait_for_replies(DDS_DURATION_ZERO); }},
+        {"any reply", true, [&] { return requester.wait_for_replies(brief); }},
+        {"any two replies", true, [&] { return requester.wait_for_replies(milliseconds(20), 2); }},
+        {"a reply to the request", true, [&] { return requester.wait_for_replies(brief, id); }},
+        {"a reply to the request, in chrono", true, [&] { return requester.wait_for_replies(milliseconds(20), id); }},
+        {"two replies to the request", true, [&] { return requester.wait_for_replies(brief, 2, id); }},
+        {"in fractions of a second", true, [&] { return requester.wait_for_replies(std::chrono::duration<double>(0.02), 1, id); }},
+        {"as many as come", true, [&] { return requester.wait_for_replies(milliseconds(20), DDS_LENGTH_UNLIMITED, id); }},
+        {"a negative time", false, [&] { return requester.wait_for_replies(seconds(-1), id); }},
+        {"receive replies", true, [&] { return !requester.receive_replies(2, 5, milliseconds(20)).empty(); }},
+        {"requests", true, [&] { return replier.wait_for_requests(brief); }},
+        {"requests in chrono", true, [&] { return replier.wait_for_requests(milliseconds(20), 2); }},
+        {"receive requests", true, [&] { return !replier.receive_requests(brief).empty(); }},
+        {"receive requests in chrono", true, [&] { return !replier.receive_requests(milliseconds(20), 2, 2).empty(); }},
+    };
+    for (const Form& form : forms) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_FALSE(form.wait()) << form.name;
+        if (form.waits) {
+            EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(20)) << form.name;
+        }
+    }
+
+    replier.send_reply({1, 0}, id);
+    EXPECT_TRUE(requester.wait_for_replies(DDS_DURATION_ZERO));
+    EXPECT_TRUE(requester.wait_for_replies(DDS_DURATION_ZERO, id));
+    EXPECT_TRUE(requester.wait_for_replies(seconds(-1), id)) << "what is there needs no time";
+    EXPECT_TRUE(requester.wait_for_replies(milliseconds::max(), id));
+    EXPECT_TRUE(requester.receive_replies(2, 2, milliseconds(20)).empty());
+    EXPECT_EQ(1U, requester.read_replies().size()) << "a receive that ran out of time must take nothing";
+    const LogCapture quiet;
+    EXPECT_EQ("BadParameterException", thrown_by([&] { requester.receive_replies(3, 2, LONG); }).type);
+    requester.send_request({2, ""});
+    EXPECT_FALSE(replier.wait_for_requests(milliseconds(20), 2));
+    EXPECT_TRUE(replier.receive_requests(milliseconds(20), 2, 2).empty());
+    requester.send_request({3, ""});
+    EXPECT_EQ(1, replier.receive_requests(LONG, 1, 1).length());
+    EXPECT_EQ(1, replier.read_requests().length());
+    EXPECT_EQ(1, replier.take_requests().length());
+}
+
+TEST(FrontendTime, is_rounded_up_and_saturates) {
+    struct Case {
+        DDS_Duration_t given;
+        DDS_Duration_t wanted;
+    };
+    const Case cases[] = {
+        {details::to_dds_duration(milliseconds(1500)), {1, 500000000}},
+        {details::to_dds_duration(seconds(0)), DDS_DURATION_ZERO},
+        {details::to_dds_duration(milliseconds(-1)), {-1, 999000000}},
+        {details::to_dds_duration(std::chrono::duration<double>(0.25)), {0, 250000000}},
+        {details::to_dds_duration(std::chrono::duration<double>(1e-12)), {0, 1}},
+        {details::to_dds_duration(std::chrono::duration<long long, std::pico>(1)), {0, 1}},
+        {details::to_dds_duration(std::chrono::hours(24)), {86400, 0}},
+        {details::to_dds_duration(seconds(0x7ffffffe)), {0x7ffffffe, 0}},
+        {details::to_dds_duration(seconds(0x7fffffff)), DDS_DURATION_INFINITE},
+        {details::to_dds_duration(std::chrono::hours::max()), DDS_DURATION_INFINITE},
+        {details::to_dds_duration(std::chrono::duration<double>(std::numeric_limits<double>::infinity())), DDS_DURATION_INFINITE},
+        {details::to_dds_duration(std::chrono::hours::min()), {INT32_MIN, 0}},
+        {details::to_dds_duration(std::chrono::duration<double>(std::numeric_limits<double>::quiet_NaN())), {INT32_MIN, 0}},
+    };
+    for (const Case& each : cases) {
+        EXPECT_EQ(each.wanted, each.given) << each.wanted.sec << "." << each.wanted.nanosec << ", but it is " << each.given.sec
+                                           << "." << each.given.nanosec;
+    }
+}
+
+TEST_F(Frontend, a_loan_goes_back_exactly_once_whatever_way_it_went) {
+    typedef LoanedSamples<Order> Loan;
+    const LogCapture quiet;
+    OrderReplier replier(ReplierParams(_participant.get()).service_name("S"));
+    OrderRequester requester(requester_params("S"));
+    struct Way {
+        const char* name;
+        std::function<void(Loan)> go;
+    };
+    const Way ways[] = {
+        {"destroyed", [](Loan) {}},
+        {"returned, then destroyed",
+         [](Loan loan) {
+             loan.return_loan();
+             EXPECT_TRUE(loan.empty());
+             loan.return_loan();
+         }},
+        {"moved",
+         [](Loan loan) {
+             const Loan other(std::move(loan));
+             EXPECT_TRUE(loan.empty());  // NOLINT(bugprone-use-after-move): that it is empty then is a promise
+             EXPECT_EQ(7, other[0].data().number);
+         }},
+        {"assigned to itself",
+         [](Loan loan) {
+             Loan& same = loan;
+             loan = std::move(same);
+             EXPECT_EQ(7, loan[0].data().number);
+         }},
+        {"handed over in a memento",
+         [](Loan loan) {
+             Loan::LoanMemento memento = loan;
+             EXPECT_TRUE(loan.empty());
+             Loan other(memento);
+             EXPECT_EQ(7, other[0].data().number);
+             other = Loan::LoanMemento(other);
+             EXPECT_EQ(7, other[0].data().number);
+         }},
+        {"swapped",
+         [](Loan loan) {
+             Loan other;
+             other.swap(loan);
+             EXPECT_TRUE(loan.empty());
+             EXPECT_EQ(7, other[0].data().number);
+         }},
+        {"released, then put into a container again",
+         [](Loan loan) {
+             DDSDataReader* reader = nullptr;
+             Loan::TSeq data;
+             DDS_SampleInfoSeq infos;
+             loan.release(reader, data, infos);
+             EXPECT_TRUE(loan.empty());
+             EXPECT_EQ("PreconditionNotMetException", thrown_by([&] { loan.release(reader, data, infos); }).type);
+             EXPECT_EQ("BadParameterException", thrown_by([&] { Loan::move_construct_from_loans(nullptr, data, infos); }).type);
+             EXPECT_EQ(7, data[0].number);
+             Loan::move_construct_from_loans(reader, data, infos);
+             EXPECT_TRUE(data.has_ownership() && infos.has_ownership());
+         }},
+    };
+    const auto returns = [this] {
+        const std::vector<std::string> calls = _script.calls();
+        return std::count(calls.begin(), calls.end(), "DDS_DataReader::return_loan");
+    };
+    for (const Way& way : ways) {
+        requester.send_request({7, ""});
+        Loan loan = replier.take_requests();
+        _script.fail_call(0);  // counts from here
+        ASSERT_EQ(1, _participant->live().loans) << way.name;
+        way.go(std::move(loan));
+        EXPECT_EQ(0, _participant->live().loans) << way.name;
+        EXPECT_EQ(1, returns()) << way.name;
+    }
+
+    // An assignment returns the loan that was held, and not the one that comes.
+    requester.send_request({1, ""});
+    requester.send_request({2, ""});
+    Loan first = replier.take_requests(1);
+    Loan second = replier.take_requests(1);
+    _script.fail_call(0);
+    first = std::move(second);
+    EXPECT_EQ(1, returns());
+    EXPECT_EQ(2, first[0].data().number);
+
+    // A reader that refuses is not asked again.
+    _script.fail_call(1);
+    first.return_loan();
+    first.return_loan();
+    EXPECT_EQ(1, returns());
+}
+
+TEST_F(Frontend, a_text_that_is_on_loan_takes_room_until_it_is_returned) {
+    const LogCapture quiet;
+    DDS_DataReaderQos reader_qos;
+    reader_qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
+    reader_qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
+    reader_qos.resource_limits.max_samples = 1;
+    reader_qos.resource_limits.initial_samples = 1;
+    DDS_DataWriterQos writer_qos;
+    writer_qos.reliability.max_blocking_time = DDS_DURATION_ZERO;
+    TextReplier replier(replier_params("S").datareader_qos(reader_qos));
+    TextRequester requester(requester_params("S").datawriter_qos(writer_qos));
+    requester.send_request("first");
+    LoanedSamples<std::string> loan = replier.take_requests();
+    LoanedSamples<std::string> moved(std::move(loan));
+    loan.return_loan();  // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move): must do nothing then
+    EXPECT_EQ("TimeoutException", thrown_by([&] { requester.send_request("second"); }).type);
+    EXPECT_STREQ("first", moved[0].c_str());
+    moved.return_loan();
+    requester.send_request("third");
+    EXPECT_STREQ("third", replier.take_requests()[0].c_str());
+}
+
+TEST_F(Frontend, a_loan_outlives_its_requester_the_entities_and_the_participant) {
+    DDSDomainParticipantFactory& factory = *DDSDomainParticipantFactory::get_instance();
+    DDSDomainParticipant* participant =
+        factory.create_participant(_real.get_domain_id(), DDS_PARTICIPANT_QOS_DEFAULT, nullptr, DDS_STATUS_MASK_NONE);
+    LoanedSamples<Bill> bills;
+    LoanedSamples<std::string> texts;
+    {
+        OrderReplier orders(replier_params("S"));
+        TextReplier echo(replier_params("T"));
+        OrderRequester order_requester(RequesterParams(participant).service_name("S"));
+        TextRequester text_requester(RequesterParams(participant).service_name("T"));
+        orders.send_reply({7, 2.5}, order_requester.send_request({7, ""}));
+        echo.send_reply("still here", text_requester.send_request(""));
+        bills = order_requester.take_replies();
+        texts = text_requester.take_replies();
+    }
+    ASSERT_EQ(DDS_RETCODE_OK, participant->delete_contained_entities());
+    ASSERT_EQ(DDS_RETCODE_OK, factory.delete_participant(participant));
+    ASSERT_EQ(1U, bills.size());
+    ASSERT_EQ(1U, texts.size());
+    EXPECT_EQ(2.5, bills[0].data().total);
+    EXPECT_STREQ("still here", texts[0].c_str());
+    std::thread([&] { bills.return_loan(); }).join();
+    texts.return_loan();
+    EXPECT_TRUE(bills.empty() && texts.empty());
+}
+
+TEST_F(Frontend, a_loan_is_a_random_access_range) {
+    OrderReplier replier(replier_params("S"));
+    OrderRequester requester(requester_params("S"));
+    for (int number = 0; number < 5; ++number) {
+        requester.send_request({number, ""});
+    }
+    LoanedSamples<Order> orders = replier.take_requests();
+    ASSERT_EQ(5, std::distance(orders.begin(), orders.end()));
+    LoanedSamples<Order>::iterator it = orders.begin();
+    EXPECT_EQ(0, (*it++).data().number);
+    EXPECT_EQ(2, (++it)->data().number);
+    EXPECT_EQ(4, it[2].data().number);
+    EXPECT_EQ(1, (*--it).data().number);
+    EXPECT_EQ(4, (*(it + 3)).data().number);
+    EXPECT_EQ(3, ((it += 3) - 1)->data().number);
+    EXPECT_TRUE(orders.begin() < it && it < orders.end() && it + 1 == orders.end() && it >= it && it != orders.begin());
+    const LoanedSamples<Order>::const_iterator constant = orders.begin();
+    EXPECT_EQ(4, it - constant);
+    const auto found = std::lower_bound(orders.begin(), orders.end(), 3,
+                                        [](const auto& order, int number) { return order.data().number < number; });
+    EXPECT_EQ(3, found - orders.begin());
+    const LogCapture quiet;
+    EXPECT_EQ("PreconditionNotMetException", thrown_by([&] { orders[5]; }).type);
+    EXPECT_EQ(&orders[4].data(), &orders.data_seq()[4]);
+    EXPECT_EQ(&orders[4].info(), &orders.info_seq()[4]);
+}
+
+TEST_F(Frontend, a_type_that_does_not_fit_is_refused_and_named) {
+    const LogCapture quiet;
+    const OrderRequester requester(requester_params("S"));
+    const norvane::Requester<OldPrice, int> prices(requester_params("P"));
+    DDSDynamicDataTypeSupport small("Small", {{"number", DDS_DYNAMIC_INT32}});
+    DDSDynamicDataTypeSupport as_large("AsLarge", {{"number", DDS_DYNAMIC_INT64}});  // as the pointer that a string's sample is
+    const RequesterParams bad = RequesterParams(_participant.get()).service_name("S");
+    const ReplierParams badly = ReplierParams(_participant.get()).service_name("S");
+    struct Case {
+        const char* what;
+        std::function<void()> join;
+        const char* type;
+        std::vector<std::string> words;
+    };
+    const std::string ORDER = "norvane::test::Order";
+    const std::string BILL = "norvane::test::Bill";
+    const Case cases[] = {
+        {"requester, requests",
+         [&] { norvane::Requester<Bill, Bill>{bad}; },
+         "PreconditionNotMetException",
+         {"topic 'SRequest'", "expected '" + BILL, "found '" + ORDER}},
+        {"requester, replies",
+         [&] { norvane::Requester<Order, Order>{bad}; },
+         "PreconditionNotMetException",
+         {"topic 'SReply'", "expected '" + ORDER, "found '" + BILL}},
+        {"replier, requests",
+         [&] { norvane::Replier<std::string, Bill>{badly}; },
+         "PreconditionNotMetException",
+         {"topic 'SRequest'", "expected 'DDS::String", "found '" + ORDER}},
+        {"replier, replies",
+         [&] { norvane::Replier<Order, int>{badly}; },
+         "PreconditionNotMetException",
+         {"topic 'SReply'", "expected 'int'", "found '" + BILL}},
+        {"same name, other layout",
+         [&] { norvane::Replier<NewPrice, int>{badly}; },
+         "PreconditionNotMetException",
+         {"'shop::Price' (layout ", "knows as 'shop::Price' (layout "}},
+        {"type support of another size",
+         [&] { OrderRequester(RequesterParams(bad).request_type_support(&small)); },
+         "BadParameterException",
+         {"'Small'", "'" + ORDER}},
+        {"type support of another type for a string",
+         [&] { TextRequester(RequesterParams(bad).reply_type_support(&as_large)); },
+         "BadParameterException",
+         {"'AsLarge'", "'DDS::String'"}},
+    };
+    for (const Case& each : cases) {
+        const Thrown thrown = thrown_by(each.join);
+        EXPECT_EQ(each.type, thrown.type) << each.what << ": " << thrown.message;
+        for (const std::string& word : each.words) {
+            EXPECT_NE(std::string::npos, thrown.message.find(word))
+                << each.what << ": " << word << " is not in: " << thrown.message;
+        }
+        EXPECT_EQ("", live()) << each.what;
+    }
+}
+
+TEST_F(Frontend, two_versions_of_a_struct_in_two_participants_do_not_meet) {
+    const LogCapture quiet;
+    DDSDomainParticipantFactory& factory = *DDSDomainParticipantFactory::get_instance();
+    DDSDomainParticipant* other =
+        factory.create_participant(_real.get_domain_id(), DDS_PARTICIPANT_QOS_DEFAULT, nullptr, DDS_STATUS_MASK_NONE);
+    {
+        const norvane::Requester<OldPrice, int> requester(requester_params("P"));
+        const norvane::Replier<NewPrice, int> replier(ReplierParams(other).service_name("P"));
+        DDS_IncompatibleTypeStatus status;
+        EXPECT_EQ(DDS_RETCODE_OK, requester.get_request_datawriter()->get_incompatible_type_status(status));
+        EXPECT_EQ(1, status.total_count);
+        EXPECT_STREQ("shop::Price", status.last_type_name);
+    }
+    EXPECT_EQ(DDS_RETCODE_OK, other->delete_contained_entities());
+    EXPECT_EQ(DDS_RETCODE_OK, factory.delete_participant(other));
+}
+
+TEST_F(Frontend, a_type_support_that_fits_takes_the_place_of_the_types_own) {
+    DDSDynamicDataTypeSupport described("Described", {{"number", DDS_DYNAMIC_INT32}, {"total", DDS_DYNAMIC_FLOAT64}});
+    norvane::Replier<std::string, Bill> replier(replier_params("S").reply_type_support(&described));
+    norvane::Requester<std::string, Bill> requester(requester_params("S").reply_type_support(&described));
+    EXPECT_STREQ("Described", replier.get_reply_datawriter()->get_topic()->get_type_name());
+    const DDS_SampleIdentity_t id = requester.send_request("the bill, please");
+    replier.send_reply({7, 2.5}, id);
+    ASSERT_EQ((std::vector<int>{7}), numbers(requester.read_replies(id)));
+    EXPECT_EQ(2.5, requester.take_replies(id)[0].data().total);
+}
+
+TEST_F(Frontend, a_repliers_parameters_reach_the_side_that_they_name) {
+    DDS_DataWriterQos writer_qos;
+    DDS_DataReaderQos reader_qos;
+    writer_qos.history.depth = 3;
+    reader_qos.history.depth = 4;
+    DDSPublisher* publisher = _real.create_publisher(DDS_PUBLISHER_QOS_DEFAULT, nullptr, 0);
+    DDSSubscriber* subscriber = _real.create_subscriber(DDS_SUBSCRIBER_QOS_DEFAULT, nullptr, 0);
+    ReplierParams params(nullptr);
+    params.participant(&_real).request_topic_name("Q").reply_topic_name("R").publisher(publisher).subscriber(subscriber);
+    params.datawriter_qos(writer_qos).datareader_qos(reader_qos).qos_profile("library", "profile");
+    params.request_type_support(&DDSStringTypeSupport::get_instance()).service_name("S").service_name("");
+    EXPECT_EQ("library/profile", params.qos_library_name() + "/" + params.qos_profile_name());
+    {
+        const norvane::Replier<std::string, Bill> replier(params);
+        EXPECT_STREQ("R", replier.get_reply_datawriter()->get_topic()->get_name());
+        EXPECT_STREQ("Q", replier.get_request_datareader()->get_topicdescription()->get_name());
+        EXPECT_EQ(publisher, replier.get_reply_datawriter()->get_publisher());
+        EXPECT_EQ(subscriber, replier.get_request_datareader()->get_subscriber());
+        DDS_DataWriterQos written;
+        DDS_DataReaderQos read;
+        EXPECT_EQ(DDS_RETCODE_OK, replier.get_reply_datawriter()->get_qos(written));
+        EXPECT_EQ(DDS_RETCODE_OK, replier.get_request_datareader()->get_qos(read));
+        EXPECT_EQ(3, written.history.depth);
+        EXPECT_EQ(4, read.history.depth);
+    }
+    const LogCapture quiet;
+    // The type support of the replies is the writer's: one of another type is refused there.
+    const Thrown thrown = thrown_by([&] {
+        (norvane::Replier<std::string, Bill>(ReplierParams(params).reply_type_support(&DDSStringTypeSupport::get_instance())));
+    });
+    EXPECT_EQ("BadParameterException", thrown.type);
+    EXPECT_NE(std::string::npos, thrown.message.find("norvane::test::Bill")) << thrown.message;
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

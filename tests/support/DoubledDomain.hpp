@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// A participant in a domain of its own, seen through its forwarding double.
+#ifndef NORVANE_TESTS_SUPPORT_DOUBLEDDOMAIN_HPP
+#define NORVANE_TESTS_SUPPORT_DOUBLEDDOMAIN_HPP
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "CallScript.hpp"
+#include "ForwardingParticipant.hpp"
+#include "norvane/RequesterParams.hpp"
+#include "norvane/dds/DomainParticipantFactory.hpp"
+
+namespace norvane {
+namespace test {
+
+/// Fixture. `Participant` is ForwardingParticipant or a class derived from it.
+template <typename Participant = ForwardingParticipant>
+class DoubledDomain : public ::testing::Test {
+protected:
+    DoubledDomain()
+        : _real(*DDSDomainParticipantFactory::get_instance()->create_participant(next_domain(), DDS_PARTICIPANT_QOS_DEFAULT, nullptr,
+                                                                                 DDS_STATUS_MASK_NONE)),
+          _participant(new Participant(_real, _script)) {}
+    /// Whatever a failure left behind goes here.
+    ~DoubledDomain() override {
+        _participant.reset();
+        EXPECT_EQ(DDS_RETCODE_OK, _real.delete_contained_entities());
+        EXPECT_EQ(DDS_RETCODE_OK, DDSDomainParticipantFactory::get_instance()->delete_participant(&_real));
+    }
+
+    RequesterParams params(const std::string& service_name) { return RequesterParams(_participant.get()).service_name(service_name); }
+    std::string live() const { return _participant->live().text(); }
+
+    CallScript _script;
+    DDSDomainParticipant& _real;
+    std::unique_ptr<Participant> _participant;
+
+private:
+    static DDS_DomainId_t next_domain() {
+        static std::atomic<int> domains{0};
+        return domains++ % 230;
+    }
+};
+
+}  // namespace test
+}  // namespace norvane
+
+#endif

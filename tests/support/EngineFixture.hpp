@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+// A test that runs on every engine: participants of the engine that its parameter names, in a domain of the test's own.
+//
+// What one endpoint does reaches another one in time, not at once: tests wait for what they can observe.
+#ifndef NORVANE_TESTS_SUPPORT_ENGINEFIXTURE_HPP
+#define NORVANE_TESTS_SUPPORT_ENGINEFIXTURE_HPP
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "norvane/dds/DomainParticipantFactory.hpp"
+
+namespace norvane {
+namespace test {
+
+/// The engines that the suites run on.
+inline std::vector<std::string> engine_names() { return {"embedded"}; }
+
+inline std::string engine_of_test(const ::testing::TestParamInfo<std::string>& info) { return info.param; }
+
+inline DDSDomainParticipantFactory& factory() { return *DDSDomainParticipantFactory::get_instance(); }
+
+class EngineFixture : public ::testing::TestWithParam<std::string> {
+protected:
+    EngineFixture() : _participant(*join()) {}
+    /// Whatever a test left behind goes here.
+    ~EngineFixture() override {
+        for (DDSDomainParticipant* participant : _participants) {
+            EXPECT_EQ(DDS_RETCODE_OK, participant->delete_contained_entities());
+            EXPECT_EQ(DDS_RETCODE_OK, factory().delete_participant(participant));
+        }
+    }
+
+    static DDS_DomainParticipantQos participant_qos(const std::string& engine) {
+        DDS_DomainParticipantQos qos;
+        DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.engine", engine.c_str(), DDS_BOOLEAN_FALSE);
+        return qos;
+    }
+    /// @return another participant in the test's domain; it goes with the test.
+    DDSDomainParticipant* join() {
+        DDSDomainParticipant* participant = factory().create_participant(_domain, participant_qos(GetParam()), nullptr, 0);
+        if (participant == nullptr) {
+            throw std::runtime_error("no participant on engine " + GetParam());
+        }
+        _participants.push_back(participant);
+        return participant;
+    }
+
+    const DDS_DomainId_t _domain = next_domain();
+    std::vector<DDSDomainParticipant*> _participants;
+    DDSDomainParticipant& _participant;
+
+private:
+    // Tests run side by side, each in a process of its own, and an engine may reach from one into the other.
+    static DDS_DomainId_t next_domain() {
+        static std::atomic<unsigned> next{static_cast<unsigned>(::getpid())};
+        return static_cast<DDS_DomainId_t>(next++ % 230);
+    }
+};
+
+}  // namespace test
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a call throws, as text, so that tables of cases can name it.
+#ifndef NORVANE_TESTS_SUPPORT_THROWN_HPP
+#define NORVANE_TESTS_SUPPORT_THROWN_HPP
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <string>
+#include <typeinfo>
+
+#include "norvane/dds/log.hpp"
+
+namespace norvane {
+namespace test {
+
+/// @return the class's name without its namespace.
+inline std::string class_name(const std::type_info& type) {
+    const std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(type.name(), nullptr, nullptr, nullptr), &std::free);
+    const std::string whole = name != nullptr ? name.get() : type.name();
+    return whole.substr(whole.rfind(':') + 1);
+}
+
+/// What came out of a call. Without an exception both are empty.
+struct Thrown {
+    std::string type;     ///< Name of the exact class, without its namespace.
+    std::string message;
+};
+
+template <typename Call>
+Thrown thrown_by(Call call) {
+    try {
+        call();
+        return {};
+    } catch (const std::exception& exception) {
+        return {class_name(typeid(exception)), exception.what()};
+    }
+}
+
+/// @return the template with its argument in place.
+inline std::string expanded(const VOSTLogMessage& message, const std::string& argument) {
+    std::string text = message.format;
+    const std::string::size_type place = text.find("%s");
+    return place == std::string::npos ? text : text.replace(place, 2, argument);
+}
+
+}  // namespace test
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: Apache-2.0
+// Value semantics of the built-in records, and the identities in a sample info.
+#include "norvane/dds/builtin_types.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+#include "norvane/dds/TypeSupport.hpp"
+#include "norvane/details/sample_identity.hpp"
+#include "support/AllocationProbe.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+std::string shown(const char* text) { return text != NULL ? std::string("'") + text + "'" : "null"; }
+std::string shown(const unsigned char* octets, int length) {
+    return std::to_string(length) + (octets != NULL ? shown(reinterpret_cast<const char*>(octets)) : "null");
+}
+std::string shown(const DDS_Octets& value) { return shown(value.value, value.length); }
+std::string shown(const DDS_KeyedString& value) { return shown(value.key) + shown(value.value); }
+std::string shown(const DDS_KeyedOctets& value) { return shown(value.key) + shown(value.value, value.length); }
+
+// Octets of these tests end with a zero, so that they can be shown as text.
+unsigned char* octets(const char* text) {
+    return DDS_OctetBuffer_dup(reinterpret_cast<const unsigned char*>(text), static_cast<int>(std::string(text).size()) + 1);
+}
+
+DDS_Octets make_octets(int length, const char* text) {
+    DDS_Octets made;
+    made.length = length;
+    made.value = text != NULL ? octets(text) : NULL;
+    return made;
+}
+DDS_KeyedString make_keyed_string(const char* key, const char* value) {
+    DDS_KeyedString made;
+    made.key = DDS_String_dup(key);
+    made.value = DDS_String_dup(value);
+    return made;
+}
+DDS_KeyedOctets make_keyed_octets(const char* key, int length, const char* text) {
+    DDS_KeyedOctets made;
+    made.key = DDS_String_dup(key);
+    made.length = length;
+    made.value = text != NULL ? octets(text) : NULL;
+    return made;
+}
+
+template <typename Record>
+struct Case {
+    Record record;
+    unsigned int allocated;
+};
+
+// Copy, assignment, self-assignment and swap of one record.
+template <typename Record>
+void check_value(const Record& original, unsigned int allocated, const Record& other) {
+    const std::string text = shown(original);
+    const std::string other_text = shown(other);
+    SCOPED_TRACE(text);
+    EXPECT_EQ(allocated, original.is_allocated());
+    Record assigned(other);
+    {
+        const Record copy(original);
+        EXPECT_EQ(text, shown(copy));
+        EXPECT_EQ(allocated, copy.is_allocated());
+        if (original.value != NULL) {
+            EXPECT_NE(original.value, copy.value);
+        }
+        assigned = copy;
+    }
+    EXPECT_EQ(text, shown(assigned));  // the copy that it came from is gone
+
+    const Record& same = assigned;
+    assigned = same;
+    EXPECT_EQ(text, shown(assigned));
+
+    Record partner(other);
+    const void* const before[] = {assigned.value, partner.value};
+    assigned.swap(partner);
+    EXPECT_EQ(other_text, shown(assigned));
+    EXPECT_EQ(text, shown(partner));
+    EXPECT_EQ(before[1], assigned.value);
+    assigned.swap(partner);
+    EXPECT_EQ(before[0], assigned.value);
+    EXPECT_EQ(before[1], partner.value);
+    EXPECT_EQ(text, shown(assigned));
+}
+
+TEST(BuiltinValues, are_copied_deeply_and_swapped_pointer_for_pointer_null_or_not) {
+    const DDS_Octets other_octets = make_octets(6, "other");
+    const Case<DDS_Octets> octet_cases[] = {
+        {make_octets(4, "abc"), 1}, {make_octets(5, NULL), 0}, {DDS_Octets(), 0}, {make_octets(0, ""), 1}};
+    for (const auto& each : octet_cases) {
+        // A length of 0 with octets is copied as no octets, which cannot be shown as text.
+        if (each.record.length > 0 || each.record.value == NULL) {
+            check_value(each.record, each.allocated, other_octets);
+        } else {
+            EXPECT_EQ(1U, DDS_Octets(each.record).is_allocated());
+        }
+    }
+    const DDS_KeyedString other_string = make_keyed_string("other", "value");
+    const Case<DDS_KeyedString> string_cases[] = {{make_keyed_string("k", "v"), 1},
+                                                  {make_keyed_string("", ""), 1},
+                                                  {make_keyed_string(NULL, "v"), 0},
+                                                  {make_keyed_string("k", NULL), 0},
+                                                  {DDS_KeyedString(), 0}};
+    for (const auto& each : string_cases) {
+        check_value(each.record, each.allocated, other_string);
+    }
+    const DDS_KeyedOctets other_keyed_octets = make_keyed_octets("other", 6, "value");
+    const Case<DDS_KeyedOctets> keyed_octet_cases[] = {{make_keyed_octets("k", 4, "abc"), 1},
+                                                       {make_keyed_octets("k", 5, NULL), 0},
+                                                       {make_keyed_octets(NULL, 4, "abc"), 0},
+                                                       {DDS_KeyedOctets(), 0}};
+    for (const auto& each : keyed_octet_cases) {
+        check_value(each.record, each.allocated, other_keyed_octets);
+    }
+    DDS_KeyedString first = make_keyed_string("1", "one");
+    DDS_KeyedString second = make_keyed_string("2", "two");
+    DDS::swap(first, second);
+    EXPECT_EQ("'2''two'", shown(first));
+    DDS_KeyedOctets third = make_keyed_octets("3", 6, "three");
+    DDS_KeyedOctets fourth = make_keyed_octets("4", 9, NULL);
+    DDS::swap(third, fourth);
+    EXPECT_EQ("'4'9null", shown(third));
+    EXPECT_EQ("'3'6'three'", shown(fourth));
+}
+
+TEST(BuiltinValues, of_a_size_start_empty_and_zero_and_negative_sizes_hold_nothing) {
+    EXPECT_EQ("3''", shown(DDS_Octets(3)));
+    EXPECT_EQ("0null", shown(DDS_Octets(-1)));
+    EXPECT_EQ(1U, DDS_Octets(0).is_allocated());
+    EXPECT_EQ("''''", shown(DDS_KeyedString(255, 255)));
+    EXPECT_EQ("null''", shown(DDS_KeyedString(-1, 0)));
+    EXPECT_EQ("''2''", shown(DDS_KeyedOctets(255, 2)));
+    EXPECT_EQ("null0null", shown(DDS_KeyedOctets(-1, -1)));
+    const DDS_KeyedString room(3, 4);
+    std::snprintf(room.key, 4, "abc");
+    std::snprintf(room.value, 5, "defg");
+    EXPECT_EQ("'abc''defg'", shown(room));
+}
+
+template <typename Record>
+std::string copied(const Record& source, long failing_allocation) {
+    AllocationProbe::fail(failing_allocation);
+    const Record copy(source);
+    AllocationProbe::stop();
+    return shown(copy);
+}
+
+template <typename Record>
+std::string assigned(Record target, const Record& source, long failing_allocation) {
+    AllocationProbe::fail(failing_allocation);
+    target = source;
+    AllocationProbe::stop();
+    return shown(target);
+}
+
+TEST(BuiltinValues, whose_copy_finds_no_memory_hold_null_and_the_sources_length) {
+    const DDS_Octets some = make_octets(4, "abc");
+    const DDS_KeyedString keyed_text = make_keyed_string("k", "v");
+    const DDS_KeyedOctets keyed = make_keyed_octets("k", 4, "abc");
+    EXPECT_EQ("4null", copied(some, 1));
+    EXPECT_EQ("null'v'", copied(keyed_text, 1));
+    EXPECT_EQ("'k'null", copied(keyed_text, 2));
+    EXPECT_EQ("null4'abc'", copied(keyed, 1));
+    EXPECT_EQ("'k'4null", copied(keyed, 2));
+    EXPECT_EQ("4null", assigned(make_octets(6, "other"), some, 1));
+    EXPECT_EQ("null'v'", assigned(make_keyed_string("other", "x"), keyed_text, 1));
+    EXPECT_EQ("'k'null", assigned(make_keyed_string("other", "x"), keyed_text, 2));
+    EXPECT_EQ("null4'abc'", assigned(make_keyed_octets("other", 6, "other"), keyed, 1));
+    EXPECT_EQ("'k'4null", assigned(make_keyed_octets("other", 6, "other"), keyed, 2));
+    EXPECT_EQ("5null", assigned(make_octets(6, "other"), make_octets(5, NULL), 0));
+}
+
+TEST(SampleIdentity, of_a_received_sample_is_that_of_its_original_writer_and_the_related_one_is_passed_through) {
+    DDS_SampleInfo info;
+    info.publication_virtual_guid = {{9}};
+    info.publication_virtual_sequence_number = {9, 9};
+    info.source_guid = info.related_source_guid = {{8}};
+    EXPECT_TRUE(details::get_related_sample_identity_from_sample_info(info) == DDS_UNKNOWN_SAMPLE_IDENTITY);
+    info.original_publication_virtual_guid = {{1, 2, 3}};
+    info.original_publication_virtual_sequence_number = {4, 5};
+    info.related_original_publication_virtual_guid = {{6}};
+    info.related_original_publication_virtual_sequence_number = {7, 0xffffffffU};
+    EXPECT_TRUE(details::get_sample_identity_from_sample_info(info) == (DDS_SampleIdentity_t{{{1, 2, 3}}, {4, 5}}));
+    EXPECT_TRUE(details::get_related_sample_identity_from_sample_info(info) == (DDS_SampleIdentity_t{{{6}}, {7, 0xffffffffU}}));
+}
+
+TEST(DynamicDataTypeSupport, is_found_behind_its_base_and_nothing_else_is_taken_for_it) {
+    DDSDynamicDataTypeSupport dynamic("Point", {{"x", DDS_DYNAMIC_INT32}});
+    EXPECT_EQ(&dynamic, details::dynamic_data_type_support_cast(&dynamic));
+    EXPECT_EQ(NULL, details::dynamic_data_type_support_cast(&DDSStringTypeSupport::get_instance()));
+    EXPECT_EQ(NULL, details::dynamic_data_type_support_cast(NULL));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

@@ -1,0 +1,427 @@
+// SPDX-License-Identifier: Apache-2.0
+// The entity core by itself: topics, the choice of QoS, and the life of the endpoints. (The failure of each single call: see
+// requestreply/failure_sweep_test.cpp.)
+#include "norvane/details/EntityUntypedImpl.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+
+#include "norvane/details/topic_names.hpp"
+#include "support/DoubledDomain.hpp"
+#include "support/LogCapture.hpp"
+#include "support/OpenEntities.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr const char* STRING_TYPE = "DDS::String";
+constexpr const char* OCTETS_TYPE = "DDS::Octets";
+
+// Keeps what the library asked for when it made its endpoints.
+class NotingParticipant : public ForwardingParticipant {
+public:
+    using ForwardingParticipant::ForwardingParticipant;
+    DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos, DDSDataReaderListener* listener,
+                                     DDS_StatusMask mask) override {
+        reader_listener = listener;
+        reader_mask = mask;
+        return ForwardingParticipant::create_datareader(topic, qos, listener, mask);
+    }
+    DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos, DDSTopicListener* listener,
+                           DDS_StatusMask mask) override {
+        plain_topics_only = plain_topics_only && &qos == &DDS_TOPIC_QOS_DEFAULT && listener == NULL && mask == 0;
+        return ForwardingParticipant::create_topic(topic_name, type_name, qos, listener, mask);
+    }
+    DDS_ReturnCode_t get_default_datareader_qos_for_topic(DDS_DataReaderQos& qos, const char* topic_name) override {
+        reader_qos_topic = topic_name;
+        return ForwardingParticipant::get_default_datareader_qos_for_topic(qos, topic_name);
+    }
+    DDSDataReaderListener* reader_listener = nullptr;
+    DDS_StatusMask reader_mask = 0;
+    std::string reader_qos_topic;
+    bool plain_topics_only = true;
+};
+
+// Topics of the test's own choice.
+class FixedTopics : public details::EntityUntypedImpl::TopicBuilder {
+public:
+    FixedTopics(DDSTopic* writer_topic, DDSTopicDescription* reader_topic) : _writer_topic(writer_topic), _reader_topic(reader_topic) {}
+    DDSTopic* create_writer_topic(const details::EntityParams&, const char*) override { return _writer_topic; }
+    DDSTopicDescription* create_reader_topic(const details::EntityParams&, const char*) override { return _reader_topic; }
+
+private:
+    DDSTopic* _writer_topic;
+    DDSTopicDescription* _reader_topic;
+};
+
+// A filtered topic over nothing, as no real participant makes one.
+class Unrelated : public DDSContentFilteredTopic {
+public:
+    const char* get_name() override { return "unrelated"; }
+    const char* get_type_name() override { return STRING_TYPE; }
+    DDSDomainParticipant* get_participant() override { return NULL; }
+    DDSTopic* get_related_topic() override { return NULL; }
+    const char* get_filter_expression() override { return ""; }
+    DDS_ReturnCode_t get_expression_parameters(DDS_StringSeq&) override { return DDS_RETCODE_OK; }
+};
+
+class EntityTest : public DoubledDomain<NotingParticipant> {
+protected:
+    EntityTest() {
+        register_string(NULL, _participant.get());
+        EXPECT_EQ(DDS_RETCODE_OK, DDSOctetsTypeSupport::get_instance().register_type(_participant.get()));
+        _requests = _participant->create_topic("Q", STRING_TYPE, DDS_TOPIC_QOS_DEFAULT, NULL, 0);
+        _replies = _participant->create_topic("R", STRING_TYPE, DDS_TOPIC_QOS_DEFAULT, NULL, 0);
+        _filtered = _participant->create_contentfilteredtopic("F", _requests, "value = 'x'", DDS_StringSeq());
+    }
+    void initialize(OpenEntity& entity, DDSTopicDescription* reader_topic, DDSDataReaderListener* listener = NULL,
+                    details::EntityUntypedImpl::RegisterTypeFunc register_reader_type = &register_string) {
+        FixedTopics topics(_replies, reader_topic);
+        entity.initialize(params("S"), &register_string, register_reader_type, STRING_SIZE, topics, listener, true, "Role");
+    }
+
+    DDSTopic* _requests;
+    DDSTopic* _replies;
+    DDSContentFilteredTopic* _filtered;
+};
+
+TEST_F(EntityTest, topics_are_found_or_made_by_name_and_a_filter_will_do_only_where_it_may) {
+    EXPECT_EQ("FooRequest", details::create_request_topic_name_from_service_name("Foo"));
+    EXPECT_EQ("FooReply", details::create_reply_topic_name_from_service_name("Foo"));
+    const std::string in_the_way = "norvane::details::get_or_create_topic:" +
+                                   expanded(VOST_LOG_PRECONDITION_FAILURE_s, "a content-filtered topic with the name already exists (F)");
+    struct Case {
+        const char* name;
+        const char* type;
+        bool allow_cft;
+        DDSTopicDescription* found;  // null: a new one
+        const char* thrown;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"Q", STRING_TYPE, false, _requests, "", ""},
+        {"Q", STRING_TYPE, true, _requests, "", ""},
+        {"Q", OCTETS_TYPE, false, _requests, "", ""},
+        {"F", STRING_TYPE, true, _filtered, "", ""},
+        {"F", STRING_TYPE, false, NULL, "PreconditionNotMetException", in_the_way},
+        {"N1", OCTETS_TYPE, false, NULL, "", ""},
+        {"N2", OCTETS_TYPE, true, NULL, "", ""},
+        {"N3", "no such type", false, NULL, "RuntimeException",
+         "norvane::details::get_or_create_topic:" + expanded(VOST_LOG_CREATION_FAILURE_s, "topic N3")},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.name);
+        LogCapture log;
+        DDSTopicDescription* got = NULL;
+        const Thrown thrown =
+            thrown_by([&] { got = details::get_or_create_topic(_participant.get(), each.name, each.type, each.allow_cft); });
+        EXPECT_EQ(each.thrown, thrown.type);
+        EXPECT_EQ(each.message, thrown.message);
+        if (each.found != NULL) {
+            EXPECT_EQ(each.found, got);
+        } else if (thrown.type.empty()) {
+            ASSERT_NE(nullptr, DDSTopic::narrow(got));
+            EXPECT_STREQ(each.type, got->get_type_name());
+            EXPECT_EQ(got, _real.lookup_topicdescription(each.name));
+        }
+    }
+    EXPECT_TRUE(_participant->plain_topics_only);
+}
+
+std::string shown(const DDS_Duration_t& duration) { return std::to_string(duration.sec) + "." + std::to_string(duration.nanosec); }
+
+std::string shown(const DDS_DataWriterQos& qos) {
+    const DDS_RtpsReliableWriterProtocol_t& protocol = qos.protocol.rtps_reliable_writer;
+    std::string text;
+    for (const std::string& each :
+         {std::to_string(qos.reliability.kind), shown(qos.reliability.max_blocking_time), std::to_string(qos.history.kind),
+          std::to_string(qos.resource_limits.max_samples), std::to_string(protocol.max_heartbeat_retries), shown(protocol.heartbeat_period),
+          shown(protocol.fast_heartbeat_period), shown(protocol.late_joiner_heartbeat_period),
+          std::to_string(protocol.heartbeats_per_max_samples), shown(protocol.min_nack_response_delay),
+          shown(protocol.max_nack_response_delay), std::to_string(protocol.min_send_window_size),
+          std::to_string(protocol.max_send_window_size), std::to_string(qos.writer_resource_limits.max_remote_reader_filters)}) {
+        text += each + " ";
+    }
+    return text + std::to_string(qos.history.depth) + " " + qos.publication_name.role_name;
+}
+
+std::string shown(const DDS_DataReaderQos& qos) {
+    const DDS_RtpsReliableReaderProtocol_t& protocol = qos.protocol.rtps_reliable_reader;
+    std::string text;
+    for (const std::string& each :
+         {std::to_string(qos.reliability.kind), shown(qos.reliability.max_blocking_time), std::to_string(qos.history.kind),
+          std::to_string(qos.resource_limits.max_samples), shown(protocol.min_heartbeat_response_delay),
+          shown(protocol.max_heartbeat_response_delay)}) {
+        text += each + " ";
+    }
+    const DDS_Property_t* property =
+        DDSPropertyQosPolicyHelper::lookup_property(qos.property, "dds.data_reader.history.generate_not_alive_no_writers_sample");
+    return text + std::to_string(qos.history.depth) + " " + qos.subscription_name.role_name + " " + property->value +
+           (property->propagate ? " propagated" : "");
+}
+
+// The settings of every source are told apart by their history depth, which request-reply leaves alone.
+TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_tuned_default) {
+    DDSDomainParticipantFactory* factory = DDSDomainParticipantFactory::get_instance();
+    DDS_DataWriterQos writer_qos;
+    DDS_DataReaderQos reader_qos;
+    ASSERT_EQ(DDS_RETCODE_OK, factory->add_qos_profile("EntityTest", "P"));
+    writer_qos.history.depth = reader_qos.history.depth = 3;
+    factory->add_datawriter_qos_to_profile("EntityTest", "P", "T*", writer_qos);
+    factory->add_datareader_qos_to_profile("EntityTest", "P", "T*", reader_qos);
+    writer_qos.history.depth = reader_qos.history.depth = 2;
+    ASSERT_EQ(DDS_RETCODE_OK, _participant->set_default_datawriter_qos(writer_qos));
+    ASSERT_EQ(DDS_RETCODE_OK, _participant->set_default_datareader_qos(reader_qos));
+    DDS_DataWriterQos named_writer_qos;
+    DDS_DataReaderQos named_reader_qos;
+    named_writer_qos.history.depth = named_reader_qos.history.depth = 5;
+    named_writer_qos.publication_name.role_name = DDS_String_dup("mine");
+    named_reader_qos.subscription_name.role_name = DDS_String_dup("mine");
+    DDSPropertyQosPolicyHelper::add_property(named_reader_qos.property, "dds.data_reader.history.generate_not_alive_no_writers_sample", "1",
+                                             DDS_BOOLEAN_TRUE);
+    const std::string plain_writer = "2 0.100000000 0 -1 10 3.0 3.0 3.0 8 0.0 0.200000000 -1 -1 32 ";
+    const std::string plain_reader = "1 0.100000000 0 -1 0.0 0.500000000 ";
+
+    OpenEntity entity;
+    const auto writer_choice = [&](const RequesterParams& params, const char* topic) {
+        DDS_DataWriterQos chosen;
+        entity.get_datawriter_qos(chosen, params, topic, "Role");
+        return shown(chosen);
+    };
+    const auto reader_choice = [&](const RequesterParams& params, const char* topic) {
+        DDS_DataReaderQos chosen;
+        entity.get_datareader_qos(chosen, params, topic, "Role");
+        return shown(chosen);
+    };
+    entity._participant = _participant.get();
+
+    const RequesterParams by_default = params("S");
+    EXPECT_EQ("2 10.0 1 -1 -1 0.100000000 0.10000000 0.10000000 2 0.0 0.0 32 32 -1 2 Role", writer_choice(by_default, "T1"));
+    EXPECT_EQ("2 10.0 1 -1 0.0 0.0 2 Role 0", reader_choice(by_default, "T1"));
+
+    RequesterParams by_profile = params("S").qos_profile("EntityTest", "P");
+    EXPECT_EQ(plain_writer + "3 Role", writer_choice(by_profile, "T1"));
+    EXPECT_EQ(plain_reader + "3 Role 0", reader_choice(by_profile, "T1"));
+    EXPECT_EQ(plain_writer + "1 Role", writer_choice(by_profile, "U"));  // the profile says nothing about that topic
+
+    RequesterParams explicitly = params("S").qos_profile("no such library", "P");
+    explicitly.datawriter_qos(named_writer_qos).datareader_qos(named_reader_qos);
+    EXPECT_EQ(plain_writer + "5 mine", writer_choice(explicitly, "T1"));
+    EXPECT_EQ(plain_reader + "5 mine 1 propagated", reader_choice(explicitly, "T1"));
+
+    struct Refusal {
+        bool writer;
+        RequesterParams params;
+        const char* topic;
+        const char* type;
+        std::string message;
+    };
+    const std::string writer_refused = "EntityUntypedImpl::get_datawriter_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataWriter qos");
+    const std::string reader_refused = "EntityUntypedImpl::get_datareader_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataReader qos");
+    const Refusal refusals[] = {
+        {true, by_default, NULL, "PreconditionNotMetException", "topic_name != NULL"},
+        {false, by_default, NULL, "PreconditionNotMetException", "topic_name != NULL"},
+        {true, params("S").qos_profile("EntityTest", ""), "T", "PreconditionNotMetException", "params.qos_profile_name() != \"\""},
+        {false, params("S").qos_profile("EntityTest", ""), "T", "BadParameterException", reader_refused},
+        {true, params("S").qos_profile("EntityTest", "X"), "T", "BadParameterException", writer_refused},
+        {false, params("S").qos_profile("X", "P"), "T", "BadParameterException", reader_refused},
+    };
+    LogCapture log;
+    for (const Refusal& each : refusals) {
+        const Thrown thrown = thrown_by([&] { each.writer ? writer_choice(each.params, each.topic) : reader_choice(each.params, each.topic); });
+        EXPECT_EQ(each.type, thrown.type) << each.message;
+        EXPECT_EQ(each.message, thrown.message);
+    }
+    EXPECT_EQ("RuntimeException", thrown_by([&] {
+                  DDS_DataWriterQos chosen;
+                  entity.get_datawriter_qos(chosen, by_default, "T", NULL);
+              }).type);  // the copy of a role name that is not there
+    EXPECT_EQ(DDS_RETCODE_OK, factory->remove_qos_profile("EntityTest", "P"));
+}
+
+TEST_F(EntityTest, endpoints_are_made_and_deleted_by_whom_the_parameters_name) {
+    for (const bool grouped : {false, true}) {
+        SCOPED_TRACE(grouped ? "publisher and subscriber" : "participant");
+        DDSPublisher* publisher = _participant->create_publisher(DDS_PUBLISHER_QOS_DEFAULT, NULL, 0);
+        DDSSubscriber* subscriber = _participant->create_subscriber(DDS_SUBSCRIBER_QOS_DEFAULT, NULL, 0);
+        RequesterParams params = this->params("S");
+        if (grouped) {
+            params.publisher(publisher).subscriber(subscriber);
+        }
+        _script.fail_call(0);
+        { OpenReplier replier(params); }
+        const auto has = [&](const std::string& name) {
+            const auto calls = _script.calls();
+            return std::count(calls.begin(), calls.end(), name) == 1;
+        };
+        EXPECT_EQ(grouped, has("DDSPublisher::create_datawriter") && has("DDSPublisher::delete_datawriter"));
+        EXPECT_EQ(grouped, has("DDSSubscriber::create_datareader") && has("DDSSubscriber::delete_datareader"));
+        EXPECT_EQ(!grouped, has("DDSDomainParticipant::create_datawriter") && has("DDSDomainParticipant::delete_datawriter"));
+        EXPECT_EQ(!grouped, has("DDSDomainParticipant::create_datareader") && has("DDSDomainParticipant::delete_datareader"));
+        EXPECT_EQ("1 filters", live());  // the test's own
+    }
+}
+
+TEST_F(EntityTest, a_reader_listener_gets_data_available_and_nothing_else_and_the_qos_is_that_of_the_topic_that_is_filtered) {
+    DDS_DataReaderQos reader_qos;
+    reader_qos.reader_resource_limits.max_samples_per_read = 9;
+    ASSERT_EQ(DDS_RETCODE_OK, _participant->set_default_datareader_qos(reader_qos));
+    DDSDataReaderListener listener;
+    for (DDSDataReaderListener* each : {static_cast<DDSDataReaderListener*>(NULL), &listener}) {
+        OpenEntity entity;
+        EXPECT_EQ(DDS_LENGTH_UNLIMITED, entity._max_samples_per_read);
+        initialize(entity, each == NULL ? static_cast<DDSTopicDescription*>(_requests) : _filtered, each);
+        EXPECT_EQ(each, _participant->reader_listener);
+        EXPECT_EQ(each == NULL ? 0U : 1024U, _participant->reader_mask);
+        EXPECT_EQ("Q", _participant->reader_qos_topic);
+        EXPECT_EQ(9, entity._max_samples_per_read);
+        EXPECT_TRUE(entity._isStringDataReader);
+        EXPECT_EQ(DDS_ANY_SAMPLE_STATE, entity._any_sample_cond->get_sample_state_mask());
+        EXPECT_EQ(DDS_NOT_READ_SAMPLE_STATE, entity._not_read_sample_cond->get_sample_state_mask());
+        DDSConditionSeq attached;
+        entity._waitset.get_conditions(attached);
+        ASSERT_EQ(1, attached.length());
+        EXPECT_EQ(entity._not_read_sample_cond, attached[0]);
+    }
+    EXPECT_EQ("1 filters", live());  // one that the entity did not make
+}
+
+TEST_F(EntityTest, a_filter_goes_with_the_reader_of_an_entity_that_owns_it_and_finalizing_twice_does_nothing) {
+    OpenEntity owner(true);
+    initialize(owner, _filtered);
+    owner.finalize();
+    EXPECT_EQ("", live());
+    EXPECT_EQ(NULL, _real.lookup_topicdescription("F"));
+    EXPECT_EQ(NULL, owner.get_datareader());
+    EXPECT_EQ(NULL, owner.get_datawriter());
+    LogCapture log;
+    _script.fail_call(0);
+    owner.finalize();
+    EXPECT_EQ(0U, _script.calls().size());
+    EXPECT_EQ(0U, log.lines().size());
+}
+
+const char* register_nothing(DDSTypeSupport*, DDSDomainParticipant*) { return NULL; }
+const char* register_with_a_throw(DDSTypeSupport*, DDSDomainParticipant*) { throw std::length_error("not ours"); }
+
+TEST_F(EntityTest, whose_initialisation_fails_is_finalized_and_says_where) {
+    Unrelated unrelated;
+    FixedTopics topics(_replies, _requests);
+    FixedTopics broken(_replies, &unrelated);
+    struct Case {
+        RequesterParams params;
+        details::EntityUntypedImpl::RegisterTypeFunc writer_type;
+        details::EntityUntypedImpl::RegisterTypeFunc reader_type;
+        FixedTopics& topics;
+        const char* type;
+        std::string message;
+        DDSDomainParticipant* participant;  // afterwards
+    };
+    const Case cases[] = {
+        {params(""), NULL, NULL, topics, "BadParameterException",
+         "EntityParams::validate:" + expanded(DDS_LOG_BAD_PARAMETER_s, "either service name or topic names are required"), NULL},
+        {params("S"), NULL, &register_string, topics, "PreconditionNotMetException", "register_writer_type_fnc != NULL", NULL},
+        {params("S"), &register_string, NULL, topics, "PreconditionNotMetException", "register_reader_type_fnc != NULL", NULL},
+        {params("S"), &register_nothing, &register_string, topics, "PreconditionNotMetException", "writer_type_name != NULL",
+         _participant.get()},
+        {params("S"), &register_string, &register_nothing, topics, "PreconditionNotMetException", "reader_type_name != NULL",
+         _participant.get()},
+        {params("S"), &register_string, &register_string, broken, "PreconditionNotMetException", "cft->get_related_topic() != NULL",
+         _participant.get()},
+    };
+    for (const Case& each : cases) {
+        LogCapture log;
+        OpenEntity entity(true);
+        const Thrown thrown = thrown_by([&] {
+            entity.initialize(each.params, each.writer_type, each.reader_type, STRING_SIZE, each.topics, NULL, false, "Role");
+        });
+        EXPECT_EQ(each.type, thrown.type);
+        EXPECT_EQ("norvane::details::EntityUntypedImpl::initialize failure caused by " + each.message, thrown.message);
+        EXPECT_EQ(each.participant, entity._participant);
+        EXPECT_EQ("1 filters", live());
+        const auto lines = log.library_lines();
+        ASSERT_EQ(2U, lines.size()) << each.message;
+        EXPECT_EQ("norvane::details::EntityUntypedImpl::initialize", lines[1].method);
+        _script.fail_call(0);
+        entity.finalize();
+        EXPECT_EQ(0U, _script.calls().size());
+    }
+
+    // Not a Rethrowable: it passes as it is, and the destructor tidies up.
+    OpenEntity* entity = new OpenEntity();
+    const Thrown thrown = thrown_by([&] { initialize(*entity, _requests, NULL, &register_with_a_throw); });
+    EXPECT_EQ("length_error", thrown.type);
+    EXPECT_EQ("not ours", thrown.message);
+    EXPECT_EQ("1 writers 1 filters", live());
+    delete entity;
+    EXPECT_EQ("1 filters", live());
+}
+
+TEST_F(EntityTest, names_both_topics_in_its_context_the_filtered_one_by_what_is_filtered) {
+    OpenEntity entity;
+    initialize(entity, _filtered);
+    LogCapture log;
+    const Thrown thrown = thrown_by([&] { entity.log_and_rethrow(OutOfResourcesException("full"), "ns::Front", "call"); });
+    EXPECT_EQ("OutOfResourcesException", thrown.type);
+    EXPECT_EQ("ns::Front(R, Q)::call failure caused by full", thrown.message);
+    EXPECT_EQ("ns::Front::call failure", details::log_and_rethrow_conditional(entity.get_datawriter(), NULL, OutOfResourcesException(""),
+                                                                              "ns::Front", "call", false));
+    ASSERT_EQ(2U, log.lines().size());
+    EXPECT_EQ("ns::Front(R, Q)::call", log.lines()[0].method);
+}
+
+TEST_F(EntityTest, swap_exchanges_the_endpoints_and_wait_sets_and_leaves_what_describes_the_object) {
+    OpenReplier one(params("S")
+                        .publisher(_participant->create_publisher(DDS_PUBLISHER_QOS_DEFAULT, NULL, 0))
+                        .subscriber(_participant->create_subscriber(DDS_SUBSCRIBER_QOS_DEFAULT, NULL, 0)));
+    std::unique_ptr<OpenReplier> other(new OpenReplier());
+    DDSReadCondition* condition = one._not_read_sample_cond;
+    one._max_samples_per_read = 7;
+    one.swap(*other);
+    EXPECT_EQ(NULL, one.get_datareader());
+    EXPECT_EQ(NULL, one._participant);
+    EXPECT_EQ(7, one._max_samples_per_read);
+    EXPECT_TRUE(one._isStringDataReader);
+    EXPECT_FALSE(other->_isStringDataReader);
+    DDSConditionSeq attached;
+    one._waitset.get_conditions(attached);
+    EXPECT_EQ(0, attached.length());
+    other->_waitset.get_conditions(attached);
+    ASSERT_EQ(1, attached.length());
+    EXPECT_EQ(condition, attached[0]);
+
+    // What was swapped in works: the requests are read in samples of the right size, the reply goes out.
+    OpenRequester requester(params("S"));
+    const DDS_SampleIdentity_t request = requester.send("x");
+    ASSERT_EQ(1U, other->requests().size());
+    other->reply(request, "y");
+    EXPECT_EQ(1U, requester.replies(request, true).size());
+
+    // An object that was finalized stays so, whatever it is given.
+    OpenReplier ended;
+    ended.finalize();
+    ended.swap(*other);
+    ended.finalize();
+    EXPECT_EQ("2 writers 2 readers 4 conditions 2 filters", live());
+    ended.swap(*other);
+    other.reset();
+    EXPECT_EQ("1 writers 1 readers 2 conditions 2 filters", live());
+}
+
+TEST(SampleInfo, is_only_marked_invalid_by_its_preparation) {
+    DDS_SampleInfo info;
+    info.sample_state = DDS_READ_SAMPLE_STATE;
+    details::init_sample_info(info);
+    EXPECT_FALSE(info.valid_data);
+    EXPECT_EQ(DDS_READ_SAMPLE_STATE, info.sample_state);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

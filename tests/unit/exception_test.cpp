@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: Apache-2.0
+// The exceptions, and the two reports that end in one: the return code and the failed precondition.
+#include "norvane/Exception.hpp"
+
+#include <gtest/gtest.h>
+
+#include "norvane/details/EntityUntypedImpl.hpp"
+#include "norvane/details/precondition.hpp"
+#include "support/LogCapture.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr std::uint32_t LIBRARY = 0x10;
+
+template <typename Exception>
+class EveryException : public ::testing::Test {};
+typedef ::testing::Types<RuntimeException, LogicException, TimeoutException, OutOfResourcesException, UnsupportedException,
+                         BadParameterException, PreconditionNotMetException, ImmutablePolicyException, InconsistentPolicyException,
+                         NotEnabledException, AlreadyDeletedException, IllegalOperationException>
+    AllExceptions;
+TYPED_TEST_SUITE(EveryException, AllExceptions);
+
+TYPED_TEST(EveryException, is_thrown_anew_as_its_own_class_through_any_of_its_bases) {
+    const bool is_runtime = std::is_base_of<RuntimeException, TypeParam>::value;
+    typedef typename std::conditional<is_runtime, RuntimeException, LogicException>::type Root;
+    EXPECT_EQ(is_runtime, (std::is_base_of<std::runtime_error, TypeParam>::value));
+    EXPECT_EQ(!is_runtime, (std::is_base_of<std::logic_error, TypeParam>::value));
+
+    for (const std::string message : {"", "what was wrong"}) {
+        TypeParam original(message);
+        EXPECT_EQ(message, original.what());
+        EXPECT_EQ(message, TypeParam(original).what());
+
+        const Rethrowable& rethrowable = original;
+        const Thrown rethrown = thrown_by([&] { rethrowable.rethrow("A::b failure"); });
+        EXPECT_EQ(class_name(typeid(TypeParam)), rethrown.type);
+        EXPECT_EQ("A::b failure caused by " + message, rethrown.message);
+        EXPECT_EQ(" caused by " + message, thrown_by([&] { rethrowable.rethrow(""); }).message);
+
+        Root& root = original;
+        const Thrown raised = thrown_by([&] { root.raise(); });
+        EXPECT_EQ(class_name(typeid(TypeParam)), raised.type);
+        EXPECT_EQ(message, raised.message);
+        EXPECT_EQ(message, original.what());
+        EXPECT_THROW(root.raise(), TypeParam);
+        EXPECT_THROW(root.raise(), Rethrowable);
+    }
+}
+
+TEST(Exception, only_two_special_ones_are_runtime_errors) {
+    EXPECT_TRUE((std::is_base_of<std::runtime_error, TimeoutException>::value));
+    EXPECT_TRUE((std::is_base_of<std::runtime_error, OutOfResourcesException>::value));
+    EXPECT_TRUE((std::is_base_of<std::logic_error, NotEnabledException>::value));
+    const Thrown nested = thrown_by([] {
+        try {
+            throw TimeoutException("inner");
+        } catch (const Rethrowable& inner) {
+            try {
+                inner.rethrow("middle");
+            } catch (const Rethrowable& middle) {
+                middle.rethrow("outer");
+            }
+        }
+    });
+    EXPECT_EQ("TimeoutException", nested.type);
+    EXPECT_EQ("outer caused by middle caused by inner", nested.message);
+}
+
+TEST(ReturnCode, becomes_the_exception_of_the_table_and_says_who_failed_at_what) {
+    struct Case {
+        int code;
+        const char* type;  // empty: no exception
+        bool result;       // then
+    };
+    const Case cases[] = {
+        {DDS_RETCODE_OK, "", true},
+        {DDS_RETCODE_ERROR, "RuntimeException", false},
+        {DDS_RETCODE_UNSUPPORTED, "UnsupportedException", false},
+        {DDS_RETCODE_BAD_PARAMETER, "BadParameterException", false},
+        {DDS_RETCODE_PRECONDITION_NOT_MET, "PreconditionNotMetException", false},
+        {DDS_RETCODE_OUT_OF_RESOURCES, "OutOfResourcesException", false},
+        {DDS_RETCODE_NOT_ENABLED, "NotEnabledException", false},
+        {DDS_RETCODE_IMMUTABLE_POLICY, "ImmutablePolicyException", false},
+        {DDS_RETCODE_INCONSISTENT_POLICY, "InconsistentPolicyException", false},
+        {DDS_RETCODE_ALREADY_DELETED, "AlreadyDeletedException", false},
+        {DDS_RETCODE_TIMEOUT, "TimeoutException", false},
+        {DDS_RETCODE_NO_DATA, "", false},
+        {DDS_RETCODE_ILLEGAL_OPERATION, "IllegalOperationException", false},
+        {DDS_RETCODE_NOT_ALLOWED_BY_SECURITY, "RuntimeException", false},
+        {77, "RuntimeException", false},
+        {-1, "RuntimeException", false},
+    };
+    for (const Case& each : cases) {
+        const DDS_ReturnCode_t code = static_cast<DDS_ReturnCode_t>(each.code);
+        for (const bool throw_timeout_error : {false, true}) {
+            SCOPED_TRACE(std::to_string(each.code) + (throw_timeout_error ? ", a time-out is an error" : ""));
+            const std::string type = code == DDS_RETCODE_TIMEOUT && !throw_timeout_error ? "" : each.type;
+            LogCapture log;
+            bool result = !each.result;
+            const Thrown thrown = thrown_by([&] {
+                result = check_retcode(code, "EntityUntypedImpl::validate", DDS_LOG_BAD_PARAMETER_s, "max_samples", throw_timeout_error);
+            });
+            EXPECT_EQ(type, thrown.type);
+            const auto lines = log.lines();
+            if (type.empty()) {
+                EXPECT_EQ(each.result, result);
+                EXPECT_EQ(0U, lines.size());
+                continue;
+            }
+            EXPECT_EQ("EntityUntypedImpl::validate:" + expanded(DDS_LOG_BAD_PARAMETER_s, "max_samples"), thrown.message);
+            ASSERT_EQ(1U, lines.size());
+            EXPECT_EQ(0x2U, lines[0].level);
+            EXPECT_EQ(0xf0000U, lines[0].module);
+            EXPECT_EQ(DDS_LOG_BAD_PARAMETER_s.messageId, lines[0].message_id);
+            EXPECT_EQ("EntityUntypedImpl::validate", lines[0].method);
+            EXPECT_EQ(expanded(DDS_LOG_BAD_PARAMETER_s, "max_samples"), lines[0].text);
+        }
+        const Thrown thrown = thrown_by([&] { throw_retcode(code, "as it is %s"); });
+        EXPECT_EQ(*each.type != '\0' ? each.type : "RuntimeException", thrown.type) << each.code;
+        EXPECT_EQ("as it is %s", thrown.message);
+    }
+}
+
+TEST(ReturnCode, puts_the_argument_in_the_first_place_only_and_interprets_nothing_else) {
+    struct Case {
+        const char* format;
+        const char* argument;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"%s", "topic", "topic"},         {"a %s b %s", "x", "a x b %s"},    {"no place", "lost", "no place"},
+        {"%d%s%%", "%s%n", "%d%s%n%%"},   {"", "lost", ""},                  {"empty: %s.", "", "empty: ."},
+    };
+    for (const Case& each : cases) {
+        LogCapture log(0, 0);
+        const VOSTLogMessage message = {1, each.format};
+        EXPECT_EQ(std::string("A::b:") + each.text,
+                  thrown_by([&] { check_retcode(DDS_RETCODE_ERROR, "A::b", message, each.argument, false); }).message);
+    }
+}
+
+TEST(Report, prints_only_when_its_level_and_the_librarys_part_are_both_on_and_throws_all_the_same) {
+    struct Case {
+        std::uint32_t levels;
+        std::uint32_t parts;
+        bool error_printed;
+        bool precondition_printed;
+    };
+    const Case cases[] = {
+        {0, 0, false, false},       {0xf, 0, false, false},        {0, LIBRARY, false, false},         {0x2, LIBRARY, true, false},
+        {0x1, LIBRARY, false, true}, {0xc, LIBRARY, false, false}, {0xf, 0xffffffef, false, false},    {0xf, 0xff, true, true},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(std::to_string(each.levels) + " " + std::to_string(each.parts));
+        LogCapture log(each.levels, each.parts);
+        EXPECT_EQ("RuntimeException",
+                  thrown_by([] { check_retcode(DDS_RETCODE_ERROR, "A::b", VOST_LOG_ANY_FAILURE_s, "c", false); }).type);
+        EXPECT_EQ(each.error_printed, log.lines().size() == 1);
+        log.clear();
+        EXPECT_EQ("PreconditionNotMetException", thrown_by([] { NORVANE_CHECK_PRECONDITION(1 > 2, "b"); }).type);
+        EXPECT_EQ(each.precondition_printed, log.lines().size() == 1);
+        log.clear();
+        EXPECT_EQ("A::b failure", details::log_and_rethrow_conditional(NULL, NULL, TimeoutException("t"), "A", "b", false));
+        EXPECT_EQ(each.error_printed, log.lines().size() == 1);
+    }
+}
+
+int breakpoints = 0;
+
+TEST(Precondition, that_fails_is_logged_negated_marked_signalled_and_thrown_as_written) {
+    const void* some_pointer = NULL;
+    const std::string name;
+    LogCapture log;
+    const auto before = set_assert_callback([] { ++breakpoints; });
+    EXPECT_NO_THROW(NORVANE_CHECK_PRECONDITION(some_pointer == NULL, "b"));
+    EXPECT_EQ(0U, log.lines().size());
+    EXPECT_EQ(0, breakpoints);
+
+    VOSTLog_g_preconditionDetected = 0;
+    VOSTLog_g_detectPrecondition = 0;
+    const Thrown pointer = thrown_by([&] { NORVANE_CHECK_PRECONDITION(some_pointer != NULL, "wait_for_samples"); });
+    EXPECT_EQ(0, VOSTLog_g_preconditionDetected);
+    VOSTLog_g_detectPrecondition = 1;
+    const Thrown text = thrown_by([&] { NORVANE_CHECK_PRECONDITION(name != "", "b"); });
+    EXPECT_EQ(1, VOSTLog_g_preconditionDetected);
+    VOSTLog_g_detectPrecondition = 0;
+    VOSTLog_g_preconditionDetected = 0;
+    set_assert_callback(before);
+
+    EXPECT_EQ("PreconditionNotMetException", pointer.type);
+    EXPECT_EQ("some_pointer != NULL", pointer.message);
+    EXPECT_EQ("name != \"\"", text.message);
+    EXPECT_EQ(2, breakpoints);
+    const auto lines = log.lines();
+    ASSERT_EQ(2U, lines.size());
+    EXPECT_EQ(0x1U, lines[0].level);
+    EXPECT_EQ(0xf0000U, lines[0].module);
+    EXPECT_EQ("wait_for_samples", lines[0].method);
+    EXPECT_EQ(expanded(VOST_LOG_PRECONDITION_FAILURE_s, "\"!(some_pointer != __null)\""), lines[0].text);
+    EXPECT_EQ(expanded(VOST_LOG_PRECONDITION_FAILURE_s, "\"!(name != \"\")\""), lines[1].text);
+}
+
+TEST(ContextLine, without_both_topics_names_class_and_function_and_is_rethrown_or_returned) {
+    LogCapture log;
+    const TimeoutException cause("late");
+    const Thrown thrown = thrown_by([&] { details::log_and_rethrow_conditional(NULL, NULL, cause, "ns::A", "b", true); });
+    EXPECT_EQ("TimeoutException", thrown.type);
+    EXPECT_EQ("ns::A::b failure caused by late", thrown.message);
+    EXPECT_STREQ("late", cause.what());
+    const auto lines = log.lines();
+    ASSERT_EQ(1U, lines.size());
+    EXPECT_EQ(0x2U, lines[0].level);
+    EXPECT_EQ("ns::A::b", lines[0].method);
+    EXPECT_EQ(expanded(VOST_LOG_ANY_FAILURE_s, "failed (see previous errors)"), lines[0].text);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: Apache-2.0
+// The pool of constructed objects, and the handle that owns one of them.
+#include "norvane/details/FastObjectPool.hpp"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "norvane/dds/WaitSet.hpp"
+#include "support/LogCapture.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+// Counts its constructions and destructions; the one numbered `fails` throws.
+struct Counted {
+    Counted() {
+        if (++constructed == fails) {
+            throw std::runtime_error("no more of these");
+        }
+    }
+    ~Counted() { ++destroyed; }
+    static void reset(int failing = 0) {
+        constructed = destroyed = 0;
+        fails = failing;
+    }
+    int used = 0;
+    static std::atomic<int> constructed;
+    static int destroyed;
+    static int fails;
+};
+std::atomic<int> Counted::constructed{0};
+int Counted::destroyed = 0;
+int Counted::fails = 0;
+
+typedef FastObjectPool<Counted> Pool;
+typedef PoolAutoPtr<Counted> Handle;
+
+constexpr PALUFastBufferPoolProperty GROWING = {{2, -1, -1}, 1, 0, 0, 0};
+
+TEST(ObjectPool, makes_its_objects_once_hands_them_out_as_they_are_and_ends_each_once) {
+    Counted::reset();
+    {
+        Pool pool(GROWING);
+        EXPECT_EQ(2, Counted::constructed);
+        std::set<Counted*> seen;
+        for (int round = 0; round < 20; ++round) {
+            Counted* first = pool.get_ptr();
+            Counted* second = pool.get_ptr();
+            EXPECT_NE(first, second);
+            seen.insert({first, second});
+            ++first->used;
+            ++second->used;
+            pool.return_ptr(first);
+            pool.return_ptr(second);
+        }
+        EXPECT_EQ(2, Counted::constructed);
+        EXPECT_EQ(2U, seen.size());
+        EXPECT_EQ(40, (*seen.begin())->used + (*seen.rbegin())->used);
+
+        std::vector<Counted*> taken;
+        for (int count = 0; count < 9; ++count) {
+            taken.push_back(pool.get_ptr());
+        }
+        EXPECT_EQ(9U, std::set<Counted*>(taken.begin(), taken.end()).size());
+        EXPECT_EQ(9, pool.buffers_in_use());
+        EXPECT_EQ(Counted::constructed, pool.buffers_allocated());
+        for (Counted* each : taken) {
+            pool.return_ptr(each);
+        }
+        PALUFastBufferPoolInfo info;
+        pool.info(info);
+        EXPECT_EQ(0, info.bufferInUse);
+        EXPECT_EQ(static_cast<DDS_Long>(sizeof(Counted)), info.bufferSize);
+        EXPECT_EQ(0, Counted::destroyed);
+    }
+    EXPECT_EQ(Counted::constructed, Counted::destroyed);
+}
+
+TEST(ObjectPool, of_wait_sets_has_the_size_and_alignment_that_the_value_has) {
+    FastObjectPool<DDSWaitSet> pool;
+    PALUFastBufferPoolInfo info;
+    pool.info(info);
+    EXPECT_EQ(16, info.bufferSize);
+    EXPECT_EQ(8, info.bufferAlignment);
+    EXPECT_EQ(2, info.bufferAllocated);
+    EXPECT_EQ(-1, info.bufferCountLimit);
+}
+
+TEST(ObjectPool, that_cannot_make_an_object_throws_bad_alloc_and_nothing_else_escapes) {
+    for (const int failing : {1, 2}) {
+        Counted::reset(failing);
+        EXPECT_THROW(Pool pool(GROWING), std::bad_alloc) << failing;
+        EXPECT_EQ(Counted::constructed - 1, Counted::destroyed);
+    }
+    Counted::reset();
+    {
+        Pool pool({{2, 2, 0}, 0, 0, 0, 0});
+        Handle first(pool.get_auto_ptr());
+        Handle second(pool.get_auto_ptr());
+        EXPECT_THROW(pool.get_ptr(), std::bad_alloc);
+        EXPECT_THROW(Handle(pool.get_auto_ptr()), std::bad_alloc);
+        EXPECT_EQ(2, pool.buffers_in_use());
+        first.reset(NULL);
+        EXPECT_EQ(1, pool.buffers_in_use());
+        Handle again(pool.get_auto_ptr());
+    }
+    EXPECT_EQ(2, Counted::destroyed);
+}
+
+TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
+    Pool pool({{3, -1, -1}, 0, 0, 0, 0});
+    struct Case {
+        const char* what;
+        int in_use_inside;
+        int in_use_after;
+        void (*use)(Pool& pool, int& in_use);
+    };
+    Counted* kept = NULL;
+    static Counted** const released = &kept;
+    const Case cases[] = {
+        {"plain", 1, 0, [](Pool& of, int& in_use) { Handle handle(of.get_auto_ptr()); in_use = of.buffers_in_use(); }},
+        {"owned pointer reset", 1, 0,
+         [](Pool& of, int& in_use) { Handle handle(of.get_ptr(), of); handle.reset(handle.get()); in_use = of.buffers_in_use(); }},
+        {"reset to another", 1, 0,
+         [](Pool& of, int& in_use) { Handle handle(of.get_auto_ptr()); handle.reset(of.get_ptr()); in_use = of.buffers_in_use(); }},
+        {"copied", 1, 0, [](Pool& of, int& in_use) {
+             Handle source(of.get_auto_ptr());
+             Handle target(source);
+             in_use = source.get() == NULL && target.get() != NULL ? of.buffers_in_use() : -1;
+         }},
+        {"assigned over another", 1, 0, [](Pool& of, int& in_use) {
+             Handle source(of.get_auto_ptr());
+             Handle target(of.get_auto_ptr());
+             target = source;
+             Handle& same = target;
+             target = same;
+             in_use = source.get() == NULL && target.get() != NULL ? of.buffers_in_use() : -1;
+         }},
+        {"through the record", 1, 0, [](Pool& of, int& in_use) {
+             Handle source(of.get_auto_ptr());
+             const Counted* owned = source.get();
+             details::PoolAutoPtrRef<Counted> record = source;
+             Handle target(record);
+             in_use = source.get() == NULL && target.get() == owned ? of.buffers_in_use() : -1;
+         }},
+        {"record assigned to an unbound one", 1, 0, [](Pool& of, int& in_use) {
+             Handle target;
+             target = of.get_auto_ptr();
+             in_use = of.buffers_in_use();
+         }},
+        {"released", 1, 1, [](Pool& of, int& in_use) {
+             Handle handle(of.get_auto_ptr());
+             *released = handle.release();
+             in_use = handle.get() == NULL ? of.buffers_in_use() : -1;
+         }},
+    };
+    for (const Case& each : cases) {
+        int inside = -1;
+        each.use(pool, inside);
+        EXPECT_EQ(each.in_use_inside, inside) << each.what;
+        EXPECT_EQ(each.in_use_after, pool.buffers_in_use()) << each.what;
+    }
+    pool.return_ptr(kept);
+    EXPECT_EQ(0, pool.buffers_in_use());
+    EXPECT_EQ(3, pool.buffers_allocated());
+}
+
+TEST(PoolHandle, that_is_empty_refuses_to_be_followed) {
+    Pool pool;
+    Handle handle(pool.get_auto_ptr());
+    EXPECT_EQ(handle.get(), &*handle);
+    EXPECT_EQ(&handle->used, &handle.get()->used);
+    handle.reset(NULL);
+    LogCapture log;
+    const Thrown star = thrown_by([&] { static_cast<void>(*handle); });
+    const Thrown arrow = thrown_by([&] { handle->used = 1; });
+    EXPECT_EQ("PreconditionNotMetException", star.type);
+    EXPECT_EQ("_ptr != NULL", star.message);
+    EXPECT_EQ("_ptr != NULL", arrow.message);
+    const auto lines = log.lines();
+    ASSERT_EQ(2U, lines.size());
+    EXPECT_EQ("operator*", lines[0].method);
+    EXPECT_EQ("operator->", lines[1].method);
+    EXPECT_EQ(expanded(VOST_LOG_PRECONDITION_FAILURE_s, "\"!(_ptr != __null)\""), lines[0].text);
+}
+
+TEST(ObjectPool, serves_many_threads_and_gives_none_what_another_has) {
+    Counted::reset();
+    Pool pool(GROWING);
+    std::atomic<int> shared{0};
+    std::vector<std::thread> threads;
+    for (int count = 0; count < 4; ++count) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 2000; ++round) {
+                Handle handle(pool.get_auto_ptr());
+                shared += handle->used != 0 ? 1 : 0;  // somebody else holds it as well
+                handle->used = 1;
+                handle->used = 0;
+            }
+        });
+    }
+    for (std::thread& each : threads) {
+        each.join();
+    }
+    EXPECT_EQ(0, shared);
+    EXPECT_EQ(0, pool.buffers_in_use());
+    EXPECT_LE(pool.buffers_allocated(), 8);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

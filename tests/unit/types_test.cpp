@@ -1,0 +1,423 @@
+// SPDX-License-Identifier: Apache-2.0
+// The built-in types and the types described at run time: samples, copies, encoding, fields.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "middleware/TypeOperations.hpp"
+#include "norvane/dds/TypeSupport.hpp"
+#include "norvane/dds/builtin_types.hpp"
+#include "norvane/dds/string.hpp"
+#include "support/AllocationProbe.hpp"
+#include "support/LogCapture.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+typedef std::shared_ptr<const DDS_TypeOperations> Type;
+typedef std::vector<std::uint8_t> Octets;
+
+// A sample in memory of its own, so that a sanitizer sees every octet touched beside it.
+class Sample {
+public:
+    explicit Sample(const Type& type) : _type(type), _memory(::operator new(type->size, std::align_val_t(type->alignment))) {
+        std::memset(_memory, 0xa5, type->size);
+        type->construct(*type, _memory);
+    }
+    ~Sample() {
+        _type->destroy(*_type, _memory);
+        ::operator delete(_memory, std::align_val_t(_type->alignment));
+    }
+    Sample(const Sample&) = delete;
+    Sample& operator=(const Sample&) = delete;
+
+    void* get() { return _memory; }
+    template <typename Value>
+    Value& as(std::ptrdiff_t offset = 0) {
+        return *reinterpret_cast<Value*>(static_cast<unsigned char*>(_memory) + offset);
+    }
+    bool copy_from(Sample& other) { return _type->copy(*_type, _memory, other._memory); }
+    bool decode(const Octets& octets) {
+        const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[octets.size()]);
+        std::memcpy(exact.get(), octets.data(), octets.size());
+        return _type->decode(*_type, _memory, exact.get(), octets.size());
+    }
+    Octets encode() {
+        Octets octets(_type->encoded_size(*_type, _memory));
+        octets.resize(_type->encode(*_type, _memory, octets.data(), octets.size()));
+        return octets;
+    }
+    void clear() { _type->clear(*_type, _memory); }
+
+private:
+    Type _type;
+    void* _memory;
+};
+
+Type string_type() { return DDSStringTypeSupport::get_instance().get_type_operations(); }
+Type keyed_string_type() { return DDSKeyedStringTypeSupport::get_instance().get_type_operations(); }
+Type octets_type() { return DDSOctetsTypeSupport::get_instance().get_type_operations(); }
+Type keyed_octets_type() { return DDSKeyedOctetsTypeSupport::get_instance().get_type_operations(); }
+const DDSDynamicDataTypeSupport& pose_support() {
+    static const DDSDynamicDataTypeSupport support("Pose", {{"valid", DDS_DYNAMIC_BOOLEAN},
+                                                            {"x", DDS_DYNAMIC_FLOAT64},
+                                                            {"level", DDS_DYNAMIC_INT32},
+                                                            {"name", DDS_DYNAMIC_STRING},
+                                                            {"mask", DDS_DYNAMIC_UINT32},
+                                                            {"stamp", DDS_DYNAMIC_INT64},
+                                                            {"id", DDS_DYNAMIC_UINT64}});
+    return support;
+}
+
+void set(char*& string, const char* text) { DDS_String_replace(&string, text); }
+template <typename Record>
+void set_octets(Record& record, const std::vector<unsigned char>& octets) {
+    DDS_OctetBuffer_free(record.value);
+    record.value = DDS_OctetBuffer_dup(octets.data(), static_cast<int>(octets.size()));
+    record.length = static_cast<int>(octets.size());
+}
+
+void fill_pose(Sample& pose) {
+    pose.as<bool>(0) = true;
+    pose.as<double>(8) = 1.5;
+    pose.as<std::int32_t>(16) = -2;
+    set(pose.as<char*>(24), "ab");
+    pose.as<std::uint32_t>(32) = 0xfffffffeU;
+    pose.as<std::int64_t>(40) = INT64_MIN;
+    pose.as<std::uint64_t>(48) = UINT64_MAX;
+}
+
+// One sample of each type with its encoding, written out by hand.
+struct Case {
+    const char* what;
+    Type type;
+    void (*fill)(Sample& sample);
+    Octets octets;
+    long allocations;  // of a copy, and of a decoding
+};
+const Octets HEADER = {0, 1, 0, 0};
+Octets encoded(const Octets& body) {
+    Octets octets = HEADER;
+    octets.insert(octets.end(), body.begin(), body.end());
+    return octets;
+}
+
+std::vector<Case> cases() {
+    return {
+        {"string", string_type(), [](Sample& sample) { set(sample.as<char*>(), "hi"); }, encoded({3, 0, 0, 0, 'h', 'i', 0}), 1},
+        {"keyed string", keyed_string_type(),
+         [](Sample& sample) {
+             set(sample.as<DDS_KeyedString>().key, "k");
+             set(sample.as<DDS_KeyedString>().value, "val");
+         },
+         encoded({2, 0, 0, 0, 'k', 0, 0, 0, 4, 0, 0, 0, 'v', 'a', 'l', 0}), 2},
+        {"octets", octets_type(),
+         [](Sample& sample) {
+             set_octets(sample.as<DDS_Octets>(), {9, 0, 8});
+         },
+         encoded({3, 0, 0, 0, 9, 0, 8}), 1},
+        {"keyed octets", keyed_octets_type(),
+         [](Sample& sample) {
+             set(sample.as<DDS_KeyedOctets>().key, "key");
+             set_octets(sample.as<DDS_KeyedOctets>(), {7});
+         },
+         encoded({4, 0, 0, 0, 'k', 'e', 'y', 0, 1, 0, 0, 0, 7}), 2},
+        {"described", pose_support().get_type_operations(), fill_pose,
+         encoded({1,    0,    0,    0,    0, 0, 0, 0,    0,    0,    0,    0,    0,    0,    0xf8, 0x3f,
+                  0xfe, 0xff, 0xff, 0xff, 3, 0, 0, 0,    'a',  'b',  0,    0,    0xfe, 0xff, 0xff, 0xff,
+                  0,    0,    0,    0,    0, 0, 0, 0x80, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}),
+         1},
+    };
+}
+
+TEST(Types, samples_encode_to_the_octets_of_the_standard_and_back) {
+    for (const Case& each : cases()) {
+        SCOPED_TRACE(each.what);
+        Sample sample(each.type);
+        each.fill(sample);
+        EXPECT_EQ(each.octets, sample.encode());
+        Sample back(each.type);
+        ASSERT_TRUE(back.decode(each.octets));
+        EXPECT_EQ(each.octets, back.encode());
+        ASSERT_TRUE(back.decode(each.octets)) << "into a sample that holds something";
+        Sample copy(each.type);
+        ASSERT_TRUE(copy.copy_from(sample));
+        sample.clear();
+        sample.clear();
+        EXPECT_EQ(each.octets, copy.encode());
+        Sample empty(each.type);
+        EXPECT_EQ(empty.encode(), sample.encode());
+    }
+}
+
+TEST(Types, decoding_refuses_what_is_cut_padded_too_far_or_of_another_encapsulation) {
+    for (const Case& each : cases()) {
+        SCOPED_TRACE(each.what);
+        Sample sample(each.type);
+        each.fill(sample);
+        for (std::size_t size = 0; size < each.octets.size(); ++size) {
+            EXPECT_FALSE(sample.decode(Octets(each.octets.begin(), each.octets.begin() + static_cast<std::ptrdiff_t>(size))))
+                << size;
+            std::uint8_t small[64];
+            Sample full(each.type);
+            each.fill(full);
+            EXPECT_EQ(0U, each.type->encode(*each.type, full.get(), small, size)) << size;
+        }
+        Octets octets = each.octets;
+        for (int padding = 0; padding <= 4; ++padding) {
+            EXPECT_EQ(padding < 4, sample.decode(octets)) << padding;
+            octets.push_back(0);
+        }
+        for (const std::size_t place : {std::size_t{0}, std::size_t{1}}) {
+            octets = each.octets;
+            octets[place] ^= 1;
+            EXPECT_FALSE(sample.decode(octets)) << "header octet " << place;
+        }
+        octets = each.octets;
+        octets[2] = octets[3] = 0xff;
+        EXPECT_TRUE(sample.decode(octets)) << "options are nobody's business here";
+    }
+}
+
+TEST(Types, decoding_refuses_lengths_beyond_the_end_and_values_no_encoder_makes) {
+    const struct {
+        const char* what;
+        Type type;
+        Octets body;
+        bool accepted;
+    } bodies[] = {
+        {"length 2^32 - 1", string_type(), {0xff, 0xff, 0xff, 0xff, 'a', 0}, false},
+        {"length 2^31 of octets", octets_type(), {0, 0, 0, 0x80, 1}, false},
+        {"one octet too few", octets_type(), {2, 0, 0, 0, 1}, false},
+        {"no terminator", string_type(), {2, 0, 0, 0, 'a', 'b'}, false},
+        {"terminator in the middle", string_type(), {3, 0, 0, 0, 'a', 0, 0}, false},
+        {"empty string without terminator", string_type(), {0, 0, 0, 0}, true},
+        {"empty string", string_type(), {1, 0, 0, 0, 0}, true},
+        {"boolean 2", DDSDynamicDataTypeSupport("B", {{"b", DDS_DYNAMIC_BOOLEAN}}).get_type_operations(), {2}, false},
+        {"boolean 0", DDSDynamicDataTypeSupport("B", {{"b", DDS_DYNAMIC_BOOLEAN}}).get_type_operations(), {0}, true},
+    };
+    for (const auto& each : bodies) {
+        Sample sample(each.type);
+        EXPECT_EQ(each.accepted, sample.decode(encoded(each.body))) << each.what;
+    }
+    Sample empty(string_type());
+    EXPECT_EQ(encoded({1, 0, 0, 0, 0}), empty.encode()) << "null goes out as the empty string";
+    ASSERT_TRUE(empty.decode(empty.encode()));
+    EXPECT_STREQ("", empty.as<char*>());
+}
+
+TEST(Types, copying_and_decoding_say_when_memory_is_short_and_lose_nothing) {
+    for (const Case& each : cases()) {
+        SCOPED_TRACE(each.what);
+        Sample sample(each.type);
+        each.fill(sample);
+        for (const bool copied : {true, false}) {
+            EXPECT_EQ(each.allocations, fail_each_allocation([&] {
+                          alignas(16) unsigned char place[64];
+                          each.type->construct(*each.type, place);
+                          const bool done = copied ? each.type->copy(*each.type, place, sample.get())
+                                                   : each.type->decode(*each.type, place, each.octets.data(), each.octets.size());
+                          each.type->destroy(*each.type, place);
+                          AllocationProbe::stop();
+                          EXPECT_EQ(!AllocationProbe::has_failed(), done);
+                          EXPECT_EQ(0, AllocationProbe::outstanding());
+                      }));
+        }
+    }
+}
+
+TEST(Types, octets_that_contradict_themselves_are_neither_copied_nor_encoded) {
+    for (const Type& type : {octets_type(), keyed_octets_type()}) {
+        for (const bool negative : {true, false}) {
+            Sample sample(type);
+            Sample copy(type);
+            const int length = negative ? -1 : 5;
+            type->size == sizeof(DDS_Octets) ? sample.as<DDS_Octets>().length = length
+                                             : sample.as<DDS_KeyedOctets>().length = length;
+            EXPECT_EQ(Octets(), sample.encode());
+            EXPECT_THROW(copy.copy_from(sample), std::exception);
+        }
+    }
+}
+
+std::string shown_field(const Type& type, Sample& sample, const char* path) {
+    DDS_FieldKind kind = DDS_FIELD_NONE;
+    const int field = type->find_field(*type, path, &kind);
+    if (field < 0) {
+        return "none";
+    }
+    DDS_FieldValue value;
+    if (!type->read_field(*type, sample.get(), field, &value)) {
+        return "missing";
+    }
+    if (value.kind != kind) {
+        return "of another kind than announced";
+    }
+    switch (value.kind) {
+        case DDS_FIELD_INTEGER:
+            return "i" + std::to_string(value.integer);
+        case DDS_FIELD_UNSIGNED:
+            return "u" + std::to_string(value.unsigned_integer);
+        case DDS_FIELD_FLOAT:
+            return "f" + std::to_string(value.floating);
+        case DDS_FIELD_BOOLEAN:
+            return value.boolean ? "true" : "false";
+        case DDS_FIELD_STRING:
+            return "s" + std::string(static_cast<const char*>(value.data), value.length);
+        default:
+            return "o" + std::to_string(value.length) + "," + std::to_string(*static_cast<const unsigned char*>(value.data));
+    }
+}
+
+TEST(Types, fields_are_found_by_name_and_read) {
+    const struct {
+        std::size_t type;  // place in cases()
+        const char* path;
+        const char* filled;
+        const char* empty;
+    } fields[] = {{0, "value", "shi", "missing"},
+                  {0, "key", "none", "none"},
+                  {1, "key", "sk", "missing"},
+                  {1, "value", "sval", "missing"},
+                  {2, "value", "o3,9", "missing"},
+                  {2, "length", "i3", "i0"},
+                  {3, "key", "skey", "missing"},
+                  {3, "length", "i1", "i0"},
+                  {3, "value", "o1,7", "missing"},
+                  {4, "valid", "true", "false"},
+                  {4, "x", "f1.500000", "f0.000000"},
+                  {4, "level", "i-2", "i0"},
+                  {4, "name", "sab", "s"},
+                  {4, "mask", "u4294967294", "u0"},
+                  {4, "stamp", "i-9223372036854775808", "i0"},
+                  {4, "id", "u18446744073709551615", "u0"},
+                  {4, "nam", "none", "none"},
+                  {4, "", "none", "none"}};
+    const std::vector<Case> types = cases();
+    for (const auto& field : fields) {
+        const Case& each = types[field.type];
+        Sample sample(each.type);
+        EXPECT_EQ(field.empty, shown_field(each.type, sample, field.path)) << each.what << " " << field.path;
+        each.fill(sample);
+        EXPECT_EQ(field.filled, shown_field(each.type, sample, field.path)) << each.what << " " << field.path;
+    }
+}
+
+TEST(Types, tables_are_usable_and_their_layouts_differ) {
+    std::vector<std::uint64_t> hashes;
+    for (const Case& each : cases()) {
+        std::string what;
+        EXPECT_TRUE(mw::is_usable(*each.type, what)) << what;
+        hashes.push_back(each.type->layout_hash);
+    }
+    std::sort(hashes.begin(), hashes.end());
+    EXPECT_EQ(hashes.end(), std::adjacent_find(hashes.begin(), hashes.end()));
+    EXPECT_STREQ("DDS::String", DDSStringTypeSupport::get_instance().get_type_name());
+    EXPECT_STREQ("DDS::KeyedString", keyed_string_type()->name);
+    EXPECT_STREQ("DDS::Octets", octets_type()->name);
+    EXPECT_STREQ("DDS::KeyedOctets", keyed_octets_type()->name);
+
+    const struct {
+        const char* fault;
+        void (*make)(DDS_TypeOperations& type);
+    } faults[] = {{"no name", [](DDS_TypeOperations& type) { type.name = ""; }},
+                  {"size 0", [](DDS_TypeOperations& type) { type.size = 0; }},
+                  {"power of two", [](DDS_TypeOperations& type) { type.alignment = 12; }},
+                  {"power of two", [](DDS_TypeOperations& type) { type.alignment = 0; }},
+                  {"construct", [](DDS_TypeOperations& type) { type.copy = nullptr; }},
+                  {"encode", [](DDS_TypeOperations& type) { type.decode = nullptr; }},
+                  {"find_field", [](DDS_TypeOperations& type) { type.read_field = nullptr; }}};
+    for (const auto& fault : faults) {
+        DDS_TypeOperations type = *string_type();
+        fault.make(type);
+        std::string what;
+        EXPECT_FALSE(mw::is_usable(type, what));
+        EXPECT_NE(std::string::npos, what.find(fault.fault)) << what;
+    }
+}
+
+TEST(DynamicData, lays_members_out_as_a_c_compiler_does) {
+    struct Pose {
+        bool valid;
+        double x;
+        std::int32_t level;
+        char* name;
+        std::uint32_t mask;
+        std::int64_t stamp;
+        std::uint64_t id;
+    };
+    const DDSDynamicDataTypeSupport& support = pose_support();
+    EXPECT_TRUE(support.is_valid());
+    EXPECT_EQ(sizeof(Pose), support.get_type_operations()->size);
+    EXPECT_EQ(alignof(Pose), support.get_type_operations()->alignment);
+    const struct {
+        const char* name;
+        std::size_t offset;
+    } members[] = {{"valid", offsetof(Pose, valid)}, {"x", offsetof(Pose, x)},       {"level", offsetof(Pose, level)},
+                   {"name", offsetof(Pose, name)},   {"mask", offsetof(Pose, mask)}, {"stamp", offsetof(Pose, stamp)},
+                   {"id", offsetof(Pose, id)}};
+    for (const auto& member : members) {
+        EXPECT_EQ(static_cast<std::ptrdiff_t>(member.offset), support.member_offset(member.name)) << member.name;
+    }
+    EXPECT_EQ(-1, support.member_offset("other"));
+    EXPECT_EQ(1U, DDSDynamicDataTypeSupport("B", {{"b", DDS_DYNAMIC_BOOLEAN}}).get_type_operations()->size);
+    const auto hash = [](const char* name, DDS_DynamicMemberKind kind) {
+        return DDSDynamicDataTypeSupport("T", {{"a", DDS_DYNAMIC_INT32}, {name, kind}}).get_type_operations()->layout_hash;
+    };
+    EXPECT_EQ(hash("b", DDS_DYNAMIC_INT64), hash("b", DDS_DYNAMIC_INT64));
+    EXPECT_NE(hash("b", DDS_DYNAMIC_INT64), hash("c", DDS_DYNAMIC_INT64));
+    EXPECT_NE(hash("b", DDS_DYNAMIC_INT64), hash("b", DDS_DYNAMIC_UINT64));
+}
+
+TEST(DynamicData, description_that_cannot_be_used_says_why_and_is_refused) {
+    const struct {
+        std::string name;
+        std::vector<DDS_DynamicMember> members;
+        const char* logged;
+    } descriptions[] = {
+        {"", {{"a", DDS_DYNAMIC_INT32}}, "a type name has 1 to 255 characters"},
+        {std::string(256, 'n'), {{"a", DDS_DYNAMIC_INT32}}, "255"},
+        {"T", {}, "\"T\" has no members"},
+        {"T", {{"", DDS_DYNAMIC_INT32}}, "without a name"},
+        {"T", {{"a", DDS_DYNAMIC_INT32}, {"b", DDS_DYNAMIC_INT32}, {"a", DDS_DYNAMIC_STRING}}, "two members \"a\""}};
+    for (const auto& each : descriptions) {
+        LogCapture log;
+        const DDSDynamicDataTypeSupport support(each.name, each.members);
+        EXPECT_FALSE(support.is_valid());
+        EXPECT_EQ(1, log.count(each.logged)) << each.logged;
+        EXPECT_EQ(-1, support.member_offset("a"));
+        EXPECT_STREQ("", support.get_type_name());
+        std::string what;
+        EXPECT_FALSE(mw::is_usable(*support.get_type_operations(), what));
+    }
+    const DDSDynamicDataTypeSupport copy = pose_support();
+    EXPECT_EQ(pose_support().get_type_operations(), copy.get_type_operations());
+}
+
+TEST(Types, registering_without_a_participant_is_refused) {
+    LogCapture log;
+    EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, pose_support().register_type(nullptr));
+    EXPECT_EQ(1, log.count("participant is null"));
+}
+
+TEST(Types, handle_outlives_its_type_support) {
+    Type type;
+    {
+        const DDSDynamicDataTypeSupport support("Short", {{"name", DDS_DYNAMIC_STRING}});
+        type = support.get_type_operations();
+    }
+    Sample sample(type);
+    set(sample.as<char*>(), "still here");
+    EXPECT_STREQ("Short", type->name);
+    EXPECT_EQ(encoded({11, 0, 0, 0, 's', 't', 'i', 'l', 'l', ' ', 'h', 'e', 'r', 'e', 0}), sample.encode());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

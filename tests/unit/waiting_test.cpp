@@ -1,0 +1,358 @@
+// SPDX-License-Identifier: Apache-2.0
+// Sending, waiting and loans of the entity core: on one entity whose writer and reader share a topic.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+#include "norvane/details/EntityUntypedImpl.hpp"
+#include "support/DoubledDomain.hpp"
+#include "support/Eventually.hpp"
+#include "support/LogCapture.hpp"
+#include "support/OpenEntities.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr DDS_Duration_t LONG = {20, 0};
+constexpr DDS_Duration_t SHORT = {0, 20000000};
+
+class OneTopic : public details::EntityUntypedImpl::TopicBuilder {
+public:
+    explicit OneTopic(DDSDomainParticipant& participant) : _participant(participant) {}
+    DDSTopic* create_writer_topic(const details::EntityParams&, const char* type_name) override {
+        return _participant.create_topic("T", type_name, DDS_TOPIC_QOS_DEFAULT, NULL, 0);
+    }
+    DDSTopicDescription* create_reader_topic(const details::EntityParams& params, const char* type_name) override {
+        return create_writer_topic(params, type_name);
+    }
+
+private:
+    DDSDomainParticipant& _participant;
+};
+
+class LoopTest : public DoubledDomain<> {
+protected:
+    void SetUp() override { initialize(params("S")); }
+    void TearDown() override {
+        EXPECT_EQ("1 writers 1 readers 2 conditions", live());
+        _entity.reset();
+        EXPECT_EQ("", live());
+    }
+    void initialize(const RequesterParams& params) {
+        _entity.reset(new OpenEntity());
+        OneTopic topic(*_participant);
+        _entity->initialize(params, &register_string, &register_string, STRING_SIZE, topic, NULL, true, "Loop");
+    }
+    void write(int count = 1) {
+        DDS_WriteParams_t params;
+        for (const char* sample = "text"; count > 0; --count) {
+            _entity->send_sample(&sample, params);
+        }
+    }
+    // How many samples the reader holds in those states. Reading marks them, so it is done through the real reader, after the fact.
+    int in_state(DDS_SampleStateMask states) {
+        DDSReadCondition* condition = _entity->get_datareader()->create_readcondition(states, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
+        const int count = _entity->touch_samples(1000, condition);
+        _entity->get_datareader()->delete_readcondition(condition);
+        return count;
+    }
+    ForwardingDataReader& reader() { return dynamic_cast<ForwardingDataReader&>(*_entity->get_datareader()); }
+
+    std::unique_ptr<OpenEntity> _entity;
+};
+
+TEST_F(LoopTest, a_wait_counts_what_is_there_in_any_state_and_takes_nothing) {
+    struct Case {
+        int present;
+        int read_before;
+        int wanted;
+        DDS_Duration_t max_wait;
+        bool enough;
+        int not_read_after;
+    };
+    const Case cases[] = {
+        {0, 0, 0, LONG, true, 0},        {3, 0, 0, LONG, true, 3},    {3, 0, -5, LONG, true, 3},  {3, 0, 2, LONG, true, 1},
+        {3, 3, 3, LONG, true, 0},        {3, 2, 3, LONG, true, 0},    {3, 0, 4, SHORT, false, 0}, {0, 0, 1, SHORT, false, 0},
+        {2, 0, -1, SHORT, false, 0},     {1, 0, 1, {0, 0}, true, 0},  {0, 0, 1, {0, 0}, false, 0}, {2, 0, 3, {-1, 0}, false, 0},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(std::to_string(each.present) + " there, " + std::to_string(each.wanted) + " wanted");
+        initialize(params("S"));
+        write(each.present);
+        EXPECT_EQ(each.read_before, _entity->touch_samples(each.read_before, _entity->_any_sample_cond));
+        LogCapture log;
+        EXPECT_EQ(each.enough, _entity->wait_for_any_sample(each.max_wait, each.wanted));
+        const auto lines = log.library_lines();
+        ASSERT_EQ(each.enough ? 0U : 1U, lines.size());
+        if (!each.enough) {
+            EXPECT_EQ(0x8U, lines[0].level);
+            EXPECT_EQ("EntityUntypedImpl::wait_for_samples", lines[0].method);
+            EXPECT_EQ(expanded(VOST_LOG_ANY_s, "timed out waiting for data"), lines[0].text);
+        }
+        EXPECT_EQ(each.not_read_after, in_state(DDS_NOT_READ_SAMPLE_STATE));
+        EXPECT_EQ(each.present, in_state(DDS_ANY_SAMPLE_STATE));
+    }
+}
+
+TEST_F(LoopTest, the_last_sample_that_ends_a_wait_stays_not_read_and_the_clock_is_read_only_around_waits_with_another_to_come) {
+    write(1);
+    // One there; two come into the first wait, one into the second.
+    _script.fail_call(0);
+    _script.at_next("DDSDomainParticipant::get_current_time", [&] { write(2); });
+    _script.at_next("DDS_DataReader::return_loan", nullptr);
+    _script.at_next("DDS_DataReader::return_loan", [&] { write(); });
+    EXPECT_TRUE(_entity->wait_for_any_sample(LONG, 4));
+    const std::vector<std::string> calls = _script.calls();
+    EXPECT_EQ(2, std::count(calls.begin(), calls.end(), "DDSDomainParticipant::get_current_time"));
+    EXPECT_EQ(2, std::count(calls.begin(), calls.end(), "DDS_DataReader::read_or_take"));
+    EXPECT_EQ(1, in_state(DDS_NOT_READ_SAMPLE_STATE));
+    EXPECT_EQ(4, in_state(DDS_ANY_SAMPLE_STATE));
+}
+
+TEST_F(LoopTest, the_time_of_earlier_waits_counts_and_an_infinite_wait_stays_infinite) {
+    // By the clock of this participant the first wait lasts a million seconds.
+    class JumpingParticipant : public ForwardingParticipant {
+    public:
+        using ForwardingParticipant::ForwardingParticipant;
+        DDS_ReturnCode_t get_current_time(DDS_Time_t& time) override {
+            const DDS_ReturnCode_t code = ForwardingParticipant::get_current_time(time);
+            time.sec += ++_readings % 2 == 0 ? 1000000 : 0;
+            return code;
+        }
+        int _readings = 0;
+    };
+    struct Case {
+        DDS_Duration_t max_wait;
+        bool enough;
+    };
+    for (const Case& each : {Case{LONG, false}, Case{DDS_DURATION_INFINITE, true}}) {
+        _entity.reset();
+        JumpingParticipant jumping(_real, _script);
+        RequesterParams params = RequesterParams(&jumping).service_name("S");
+        initialize(params);
+        _script.fail_call(0);
+        _script.at_next("DDSDomainParticipant::get_current_time", [&] { write(); });
+        _script.at_next("DDS_DataReader::return_loan", [&] { write(); });
+        EXPECT_EQ(each.enough, _entity->wait_for_any_sample(each.max_wait, 2));
+        _entity.reset();
+    }
+    initialize(params("S"));
+    // A clock that cannot be read ends no wait.
+    _script.fail_every("DDSDomainParticipant::get_current_time");
+    std::thread sender([&] {
+        EXPECT_TRUE(eventually([&] {
+            const auto calls = _script.calls();
+            return std::count(calls.begin(), calls.end(), "DDSDomainParticipant::get_current_time") > 0;
+        }));
+        write(2);
+    });
+    EXPECT_TRUE(_entity->wait_for_any_sample(LONG, 2));
+    sender.join();
+    _script.fail_every("DDSDomainParticipant::get_current_time", DDS_RETCODE_OK);
+}
+
+TEST_F(LoopTest, a_wait_refuses_conditions_that_select_something_else_before_it_reads_anything) {
+    DDSReadCondition* any = _entity->_any_sample_cond;
+    DDSReadCondition* not_read = _entity->_not_read_sample_cond;
+    DDSReadCondition* read = reader().create_readcondition(DDS_READ_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
+    const char* const MASK = "condition->get_sample_state_mask() == DDS_NOT_READ_SAMPLE_STATE";
+    struct Case {
+        DDSReadCondition* initial;
+        DDSReadCondition* condition;
+        const char* message;
+    };
+    const Case cases[] = {
+        {NULL, NULL, "initial_condition != NULL"},
+        {any, NULL, "condition != NULL"},
+        {any, any, MASK},
+        {not_read, read, MASK},
+        {not_read, not_read, "initial_condition->get_sample_state_mask() == ANY_SAMPLE_STATE"},
+    };
+    write();
+    for (const Case& each : cases) {
+        LogCapture log;
+        const Thrown thrown = thrown_by([&] { _entity->wait_for_samples(LONG, 1, _entity->_waitset, each.initial, each.condition); });
+        EXPECT_EQ("PreconditionNotMetException", thrown.type) << each.message;
+        EXPECT_EQ(each.message, thrown.message);
+        ASSERT_EQ(1U, log.lines().size());
+        EXPECT_EQ("wait_for_samples", log.lines()[0].method);
+    }
+    EXPECT_EQ(1, in_state(DDS_NOT_READ_SAMPLE_STATE));
+    reader().delete_readcondition(read);
+}
+
+TEST_F(LoopTest, a_wait_that_fails_or_reports_another_condition_throws) {
+    struct Code {
+        DDS_ReturnCode_t code;
+        const char* type;
+    };
+    LogCapture log;
+    for (const Code& each : {Code{DDS_RETCODE_ALREADY_DELETED, "AlreadyDeletedException"}, Code{DDS_RETCODE_ERROR, "RuntimeException"}}) {
+        ASSERT_EQ(DDS_RETCODE_OK, reader().interrupt(each.code));
+        const Thrown thrown = thrown_by([&] { _entity->wait_for_any_sample(LONG, 1); });
+        EXPECT_EQ(each.type, thrown.type);
+        EXPECT_EQ("EntityUntypedImpl::wait_for_samples:" + expanded(VOST_LOG_ANY_FAILURE_s, "wait for samples"), thrown.message);
+    }
+    reader().interrupt(DDS_RETCODE_OK);
+
+    DDSGuardCondition guard;
+    guard.set_trigger_value(DDS_BOOLEAN_TRUE);
+    DDSConditionSeq attached;
+    ASSERT_EQ(DDS_RETCODE_OK, _entity->_waitset.attach_condition(&guard));
+    EXPECT_EQ("activeConditions[0] == condition", thrown_by([&] { _entity->wait_for_any_sample(LONG, 1); }).message);
+    _script.fail_call(0);
+    _script.at_next("DDSDomainParticipant::get_current_time", [&] { write(); });
+    EXPECT_EQ("activeConditions.length() == 1", thrown_by([&] { _entity->wait_for_any_sample(LONG, 2); }).message);
+    ASSERT_EQ(DDS_RETCODE_OK, _entity->_waitset.detach_condition(&guard));
+}
+
+TEST_F(LoopTest, one_thread_at_a_time_waits_in_the_wait_set_of_the_entity) {
+    LogCapture log;
+    const auto refused = [&](const DDS_Duration_t& max_wait) {
+        return thrown_by([&] { _entity->wait_for_any_sample(max_wait, 1); }).type == "PreconditionNotMetException";
+    };
+    // Either may be refused while the other looks; the one that waits for ever is in the end the one that is in.
+    std::thread waiting([&] { EXPECT_TRUE(eventually([&] { return !refused(DDS_DURATION_INFINITE); })); });
+    EXPECT_TRUE(eventually([&] { return refused(DDS_DURATION_ZERO); }));
+    write();
+    waiting.join();
+}
+
+TEST_F(LoopTest, a_receive_checks_its_limits_in_order) {
+    const DDS_Duration_t SOME = {1, 0};
+    const char* const POSITIVE = "max_count must be greater than zero";
+    const char* const ORDER = "max_count must be greater or equal than min_count";
+    const char* const ZERO_WAIT = "max_wait must be greater than zero";
+    const char* const UNBOUNDED = "max_count and max_wait cannot be both unbounded";
+    struct Case {
+        DDS_Long max_samples_per_read;
+        int min_count;
+        int max_count;
+        DDS_Duration_t max_wait;
+        const char* refusal;
+    };
+    const Case cases[] = {
+        {-1, 1, 0, SOME, POSITIVE},
+        {-1, 1, -5, {0, 0}, POSITIVE},
+        {-1, 5, 3, {0, 0}, ORDER},
+        {-1, -1, 3, SOME, ORDER},
+        {-1, 1, 1, {0, 0}, ZERO_WAIT},
+        {-1, 1, -1, {0, 0}, ZERO_WAIT},
+        {-1, 1, -1, DDS_DURATION_INFINITE, UNBOUNDED},
+        {-1, -1, -1, SOME, ""},
+        {-1, 0, 1, DDS_DURATION_INFINITE, ""},
+        {-1, -7, 1, {0, 1}, ""},
+        {-1, 3, 3, {-1, 0}, ""},
+        {4, 1, -1, DDS_DURATION_INFINITE, ""},
+        {4, 5, -1, SOME, ORDER},
+        {4, -1, -1, DDS_DURATION_INFINITE, ""},
+        {4, -1, 3, SOME, ORDER},
+        {4, 5, 5, SOME, ""},
+    };
+    LogCapture log;
+    for (const Case& each : cases) {
+        _entity->_max_samples_per_read = each.max_samples_per_read;
+        const Thrown thrown = thrown_by([&] { _entity->validate(each.min_count, each.max_count, each.max_wait); });
+        const bool valid = *each.refusal == '\0';
+        SCOPED_TRACE(std::to_string(each.min_count) + " to " + std::to_string(each.max_count));
+        EXPECT_EQ(valid ? "" : "BadParameterException", thrown.type);
+        EXPECT_EQ(valid ? "" : "EntityUntypedImpl::validate:" + expanded(DDS_LOG_BAD_PARAMETER_s, each.refusal), thrown.message);
+    }
+    void** data = NULL;
+    int count = 0;
+    DDS_SampleInfoSeq infos;
+    EXPECT_EQ("BadParameterException", thrown_by([&] { _entity->receive_sample_loaned(&data, &count, infos, 0, SOME, 1); }).type);
+}
+
+TEST_F(LoopTest, a_receive_takes_all_or_times_out_with_nothing_taken) {
+    struct Case {
+        int present;
+        int max_samples;
+        int min_count;
+        int taken;
+    };
+    for (const Case& each : {Case{3, -1, 2, 3}, Case{3, 2, 1, 2}, Case{2, 3, 3, 0}, Case{0, 1, 1, 0}, Case{2, -1, -1, 0}}) {
+        SCOPED_TRACE(std::to_string(each.present) + " there, " + std::to_string(each.min_count) + " wanted");
+        initialize(params("S"));
+        write(each.present);
+        void** data = NULL;
+        int count = 77;
+        DDS_SampleInfoSeq infos;
+        const bool received = _entity->receive_sample_loaned(&data, &count, infos, each.max_samples, SHORT, each.min_count);
+        EXPECT_EQ(each.taken > 0, received);
+        EXPECT_EQ(each.taken, count);
+        EXPECT_EQ(each.present - each.taken, in_state(DDS_ANY_SAMPLE_STATE));
+        if (received) {
+            EXPECT_STREQ("text", *static_cast<char**>(data[count - 1]));
+            EXPECT_EQ(count, infos.length());
+            _entity->return_loan(data, infos);
+        }
+    }
+}
+
+TEST_F(LoopTest, a_loan_is_had_by_valid_arguments_only) {
+    void** data = NULL;
+    int count = 0;
+    DDS_SampleInfoSeq infos;
+    DDSReadCondition* any = _entity->_any_sample_cond;
+    const auto whole = [&](void*** received, int* counted, DDSReadCondition* condition) {
+        return thrown_by([&] { _entity->get_sample_loaned(received, counted, infos, 0, 0, DDS_BOOLEAN_TRUE, 1, condition, false); }).message;
+    };
+    const auto brief = [&](void*** received, int* counted, DDS_Long max_samples) {
+        return thrown_by([&] { _entity->get_sample_loaned(received, counted, infos, max_samples, false, NULL); }).message;
+    };
+    const std::string refused = "EntityUntypedImpl::get_sample_loaned:" + expanded(DDS_LOG_BAD_PARAMETER_s, "max_samples");
+    LogCapture log;
+    EXPECT_EQ("received_data != NULL", whole(NULL, NULL, NULL));
+    EXPECT_EQ("data_count != NULL", whole(&data, NULL, NULL));
+    EXPECT_EQ("read_condition != NULL", whole(&data, &count, NULL));
+    EXPECT_EQ("received_data != NULL", brief(NULL, NULL, -2));
+    EXPECT_EQ("data_count != NULL", brief(&data, NULL, -2));
+    EXPECT_EQ(refused, brief(&data, &count, -2));
+    EXPECT_EQ("", brief(&data, &count, 0));
+    EXPECT_EQ("received_data != NULL", thrown_by([&] { _entity->receive_sample_loaned(NULL, NULL, infos, 0, LONG, 1); }).message);
+    EXPECT_EQ("data_count != NULL", thrown_by([&] { _entity->receive_sample_loaned(&data, NULL, infos, 0, LONG, 1); }).message);
+    EXPECT_EQ("dataArray != NULL", thrown_by([&] { _entity->return_loan(NULL, infos); }).message);
+    EXPECT_EQ("", whole(&data, &count, any));  // empty: no data is no error
+    EXPECT_EQ(0, count);
+
+    write(2);
+    reader().pretend_to_copy(true);
+    EXPECT_EQ("is_loan", whole(&data, &count, any));
+    reader().pretend_to_copy(false);
+    EXPECT_FALSE(_entity->get_sample_loaned(&data, &count, infos, 0, true, NULL));
+    for (const bool take : {false, false, true}) {
+        ASSERT_TRUE(_entity->get_sample_loaned(&data, &count, infos, DDS_LENGTH_UNLIMITED, take, NULL));
+        EXPECT_EQ(2, count);
+        EXPECT_EQ("1 writers 1 readers 2 conditions 1 loans", live());
+        _entity->return_loan(data, infos);
+    }
+    EXPECT_FALSE(_entity->get_sample_loaned(&data, &count, infos, DDS_LENGTH_UNLIMITED, true, NULL));
+    log.clear();
+    EXPECT_NO_THROW(_entity->return_loan(data, infos));  // it is back already
+    ASSERT_EQ(1U, log.library_lines().size());
+    EXPECT_EQ("EntityUntypedImpl::return_loan", log.library_lines()[0].method);
+    EXPECT_EQ(expanded(VOST_LOG_ANY_FAILURE_s, "return DataReader loan"), log.library_lines()[0].text);
+}
+
+TEST_F(LoopTest, every_write_gets_an_identity_of_its_own_whatever_the_parameters_held) {
+    const char* sample = "text";
+    DDS_WriteParams_t params;
+    params.identity = {{{1}}, {0, 99}};
+    _entity->send_sample(&sample, params);
+    const DDS_SampleIdentity_t first = params.identity;
+    _entity->send_sample(&sample, params);
+    EXPECT_EQ(first.sequence_number.low + 1, params.identity.sequence_number.low);
+    EXPECT_TRUE(first.writer_guid == params.identity.writer_guid);
+    DDS_DataWriterQos qos;
+    ASSERT_EQ(DDS_RETCODE_OK, _entity->get_datawriter()->get_qos(qos));
+    EXPECT_TRUE(qos.protocol.virtual_guid == first.writer_guid);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane
