@@ -58,6 +58,7 @@ Sample* TypeSamplePool::make_sample() noexcept {
         ::operator delete(place, std::align_val_t(_alignment));
         return nullptr;
     }
+    _made.fetch_add(1, std::memory_order_relaxed);
     return sample;
 }
 
@@ -80,7 +81,6 @@ Sample* TypeSamplePool::take() noexcept {
         }
     }
     if (sample != nullptr) {
-        _free_count.fetch_sub(1, std::memory_order_relaxed);
         sample->references.store(1, std::memory_order_relaxed);
         sample->metadata = SampleMetadata();
     } else {
@@ -133,9 +133,9 @@ void TypeSamplePool::take_back(Sample& sample) noexcept {
     if (_type->clear != nullptr) {
         _type->clear(*_type, sample.data);
     }
-    if (_free_count.fetch_add(1, std::memory_order_relaxed) >= _kept) {
-        _free_count.fetch_sub(1, std::memory_order_relaxed);
+    if (_made.load(std::memory_order_relaxed) - _holders.load(std::memory_order_relaxed) > _kept) {
         destroy_sample(&sample);
+        _made.fetch_sub(1, std::memory_order_relaxed);
     } else {
         Sample* top = _returned.load(std::memory_order_relaxed);
         do {

@@ -47,9 +47,10 @@ private:
     alignas(platform::CACHE_LINE) platform::BriefMutex _mutex;
     Sample* _free = nullptr;  // guarded by the mutex
 
+    std::atomic<std::int64_t> _made{0};  // samples that there are
+
     alignas(platform::CACHE_LINE) std::atomic<Sample*> _returned{nullptr};
-    std::atomic<std::int64_t> _free_count{0};  // of both stacks
-    std::atomic<std::int64_t> _holders{1};     // the owner, and every sample that is out
+    std::atomic<std::int64_t> _holders{1};  // the owner, and every sample that is out: so the free ones need not be counted
 };
 
 /// Owns a pool's owner share.
