@@ -20,7 +20,8 @@ namespace {
 struct Rehearsal {
     const bench::Question* question = nullptr;
     std::vector<std::unique_ptr<bench::StageProcess>> stages;
-    std::string failure;  // once broken, the question's other rounds are not tried
+    bool backwards = false;  // whether the next round goes through the stages from the last to the first
+    std::string failure;     // once broken, the question's other rounds are not tried
 };
 
 void measure_round(const bench::Question& question, Rehearsal& rehearsal, benchmark::State& state) {
@@ -34,10 +35,13 @@ void measure_round(const bench::Question& question, Rehearsal& rehearsal, benchm
     if (!rehearsal.failure.empty()) {
         throw std::runtime_error(rehearsal.failure);
     }
-    std::vector<bench::Values> values;
-    for (const auto& stage : rehearsal.stages) {
-        values.push_back(stage->measure());
+    // Forwards and backwards in turn: who comes first finds the processor in another state than who comes last.
+    std::vector<bench::Values> values(rehearsal.stages.size());
+    for (std::size_t step = 0; step < values.size(); ++step) {
+        const std::size_t stage = rehearsal.backwards ? values.size() - 1 - step : step;
+        values[stage] = rehearsal.stages[stage]->measure();
     }
+    rehearsal.backwards = !rehearsal.backwards;
     for (const bench::Row& row : question.rows) {
         const double ours = values.at(row.ours.stage).at(row.ours.value);
         state.counters[bench::ours_counter(row)] = ours;

@@ -1,17 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// Value semantics of the built-in records, and the identities of received samples.
+// Value semantics of the built-in records, the identities of received samples, and the container of loaned strings.
 //
 // A copy that finds no memory leaves a null pointer beside a length that is copied all the same: `is_allocated` is how it is told.
 #include "norvane/dds/builtin_types.hpp"
 
+#include <string>
 #include <utility>
 
+#include "norvane/LoanedSamples.hpp"
 #include "norvane/dds/TypeSupport.hpp"
 #include "norvane/details/sample_identity.hpp"
 
 namespace {
 
-unsigned char* copy_of(const unsigned char* octets, int length) { return octets != NULL ? DDS_OctetBuffer_dup(octets, length) : NULL; }
+unsigned char* copy_of(const unsigned char* octets, int length) {
+    return octets != NULL ? DDS_OctetBuffer_dup(octets, length) : NULL;
+}
 
 void release(unsigned char*& octets) {
     if (octets != NULL) {
@@ -153,5 +157,10 @@ DDSDynamicDataTypeSupport* dynamic_data_type_support_cast(DDSTypeSupport* type_s
     return dynamic_cast<DDSDynamicDataTypeSupport*>(type_support);
 }
 
+template LoanedSamples<std::string> create_loaned_samples<std::string>(void**, int, DDS_SampleInfoSeq&, DDSStringDataReader*);
+
 }  // namespace details
+
+template class LoanedSamples<std::string>;
+
 }  // namespace norvane

@@ -156,13 +156,7 @@ private:
     bool peer_changed(const PeerEvent& event) noexcept override;
     void announce() noexcept override;
 
-    bool wants_arrival() noexcept {
-        if (!_gate.wants(DDS_DATA_AVAILABLE_STATUS)) {
-            return false;
-        }
-        _gate.raise(DDS_DATA_AVAILABLE_STATUS);
-        return true;
-    }
+    bool wants_arrival() noexcept { return _gate.raise_if_wanted(DDS_DATA_AVAILABLE_STATUS); }
     bool note_status(DDS_StatusMask status) noexcept;
 
     // ---- SampleStoreOwner
@@ -319,8 +313,7 @@ bool DataReaderEntity<Interface>::note_status(DDS_StatusMask status) noexcept {
     _changes.fetch_or(status, std::memory_order_relaxed);
     platform::WakeBatch wake;
     _status_condition->signal(wake);
-    _gate.raise(status);
-    return _gate.wants(status);
+    return _gate.raise_if_wanted(status);
 }
 
 template <typename Interface>

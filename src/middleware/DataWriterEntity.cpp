@@ -59,8 +59,7 @@ bool DataWriterEntity::peer_changed(const PeerEvent& event) noexcept {
     _changes.fetch_or(status, std::memory_order_relaxed);
     platform::WakeBatch wake;
     _status_condition->signal(wake);
-    _gate.raise(status);
-    return _gate.wants(status);
+    return _gate.raise_if_wanted(status);
 }
 
 void DataWriterEntity::announce() noexcept {

@@ -43,7 +43,7 @@ unsigned char* DDS_OctetBuffer_alloc(int length) {
     if (length < 0) {
         return nullptr;
     }
-    const std::size_t size = length == 0 ? 1 : static_cast<std::size_t>(length);
+    const std::size_t size = static_cast<std::size_t>(length);
     unsigned char* const buffer = static_cast<unsigned char*>(::operator new(size, std::nothrow));
     if (buffer != nullptr) {
         std::memset(buffer, 0, size);
@@ -56,7 +56,7 @@ unsigned char* DDS_OctetBuffer_dup(const unsigned char* buffer, int length) {
         return nullptr;
     }
     const std::size_t size = static_cast<std::size_t>(length);
-    unsigned char* const copy = static_cast<unsigned char*>(::operator new(size == 0 ? 1 : size, std::nothrow));
+    unsigned char* const copy = static_cast<unsigned char*>(::operator new(size, std::nothrow));
     if (copy != nullptr && size > 0) {
         std::memcpy(copy, buffer, size);
     }

@@ -89,9 +89,7 @@ bool FilterLexer::next(FilterToken& token, FilterFault& fault) {
     } else {
         done = read_sign(token, fault);
     }
-    if (done && token.text.empty()) {
-        token.text = _text.substr(token.offset, _at - token.offset);
-    }
+    token.text = _text.substr(token.offset, _at - token.offset);
     return done;
 }
 
@@ -140,7 +138,6 @@ bool FilterLexer::read_metadata(FilterToken& token, FilterFault& fault) {
         return false;
     }
     token.kind = FilterTokenKind::METADATA;
-    token.text = _text.substr(token.offset + 1, _at - token.offset - 1);
     return true;
 }
 

@@ -16,7 +16,7 @@ namespace mw {
 enum class FilterTokenKind {
     END,
     FIELD,      ///< `text` is its path.
-    METADATA,   ///< `text` is its path, without the "@".
+    METADATA,   ///< `text` is its path, with the "@".
     PARAMETER,  ///< `number` is its number.
     LITERAL,    ///< `value` is it; the octets of strings and octet arrays are in `octets`.
     COMPARISON,

@@ -14,9 +14,6 @@ namespace norvane {
 namespace mw {
 namespace {
 
-// An exit is the index of a predicate, times two, plus one for its end when it holds.
-constexpr std::uint32_t NO_EXIT = 0xffffffffU;
-
 /// Kinds that compare with each other.
 enum class Sort { NUMBER, BOOLEAN, STRING, OCTETS };
 
@@ -230,12 +227,12 @@ bool FilterParser::parse_metadata(Operand& operand) {
         std::string_view path;
         FilterMetadata number;
         DDS_FieldKind kind;
-    } FIELDS[] = {{"related_sample_identity.writer_guid.value", FilterMetadata::RELATED_WRITER_GUID, DDS_FIELD_OCTETS},
-                  {"related_sample_identity.sequence_number", FilterMetadata::RELATED_SEQUENCE_NUMBER, DDS_FIELD_INTEGER},
-                  {"sample_identity.writer_guid.value", FilterMetadata::WRITER_GUID, DDS_FIELD_OCTETS},
-                  {"sample_identity.sequence_number", FilterMetadata::SEQUENCE_NUMBER, DDS_FIELD_INTEGER},
-                  {"source_timestamp.sec", FilterMetadata::SOURCE_TIMESTAMP_SEC, DDS_FIELD_INTEGER},
-                  {"source_timestamp.nanosec", FilterMetadata::SOURCE_TIMESTAMP_NANOSEC, DDS_FIELD_INTEGER}};
+    } FIELDS[] = {{"@related_sample_identity.writer_guid.value", FilterMetadata::RELATED_WRITER_GUID, DDS_FIELD_OCTETS},
+                  {"@related_sample_identity.sequence_number", FilterMetadata::RELATED_SEQUENCE_NUMBER, DDS_FIELD_INTEGER},
+                  {"@sample_identity.writer_guid.value", FilterMetadata::WRITER_GUID, DDS_FIELD_OCTETS},
+                  {"@sample_identity.sequence_number", FilterMetadata::SEQUENCE_NUMBER, DDS_FIELD_INTEGER},
+                  {"@source_timestamp.sec", FilterMetadata::SOURCE_TIMESTAMP_SEC, DDS_FIELD_INTEGER},
+                  {"@source_timestamp.nanosec", FilterMetadata::SOURCE_TIMESTAMP_NANOSEC, DDS_FIELD_INTEGER}};
     for (const auto& field : FIELDS) {
         if (operand.text == field.path) {
             operand.kind = field.kind;

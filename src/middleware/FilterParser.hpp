@@ -27,10 +27,13 @@ public:
     const FilterFault& fault() const noexcept { return _fault; }
 
 private:
+    // An exit is the index of a predicate, times two, plus one for its end when it holds.
+    static constexpr std::uint32_t NO_EXIT = 0xffffffffU;
+
     /// Ends of predicates whose next place is not known yet, chained through those very ends.
     struct Exits {
-        std::uint32_t first;
-        std::uint32_t last;
+        std::uint32_t first = NO_EXIT;
+        std::uint32_t last = NO_EXIT;
     };
     /// A condition parsed: its ends when it holds and when it does not.
     struct Condition {

@@ -31,10 +31,15 @@ public:
         return _listener;
     }
 
-    /// @return whether the listener is to be called for the status.
-    bool wants(DDS_StatusMask status) const noexcept { return (_mask.load(std::memory_order_relaxed) & status) != 0; }
-    /// Notes a status; `run` must follow.
-    void raise(DDS_StatusMask status) noexcept { _raised.fetch_or(status, std::memory_order_release); }
+    /// Notes a status that the listener is to be called for; one that nobody listens to is not kept for a later listener.
+    /// @return whether `run` must follow.
+    bool raise_if_wanted(DDS_StatusMask status) noexcept {
+        if ((_mask.load(std::memory_order_relaxed) & status) == 0) {
+            return false;
+        }
+        _raised.fetch_or(status, std::memory_order_release);
+        return true;
+    }
     /// @return whether the calling thread is inside this listener.
     bool is_inside() noexcept {
         std::lock_guard<platform::BriefMutex> lock(_mutex);

@@ -39,6 +39,47 @@ bool is_same_type(const DDS_TypeOperations& left, const DDS_TypeOperations& righ
                                left.size == right.size && left.alignment == right.alignment);
 }
 
+/// Counts as a user of a topic, and of its filter, from `begin_locked` on: until it goes, unless the use is kept.
+class TopicUse {
+public:
+    explicit TopicUse(std::mutex& mutex) noexcept : _mutex(mutex) {}
+    TopicUse(const TopicUse&) = delete;
+    TopicUse& operator=(const TopicUse&) = delete;
+    ~TopicUse() {
+        if (_topic != nullptr && !_kept) {
+            std::lock_guard<std::mutex> lock(_mutex);
+            end_locked(*_topic, _filtered);
+        }
+    }
+
+    void begin_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept {
+        _topic = &topic;
+        _filtered = filtered;
+        ++topic.users;
+        if (filtered != nullptr) {
+            ++filtered->users;
+        }
+    }
+    void keep() noexcept { _kept = true; }
+    static void end_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept {
+        --topic.users;
+        if (filtered != nullptr) {
+            --filtered->users;
+        }
+    }
+    TopicEntity& topic() noexcept { return *_topic; }
+
+private:
+    std::mutex& _mutex;
+    TopicEntity* _topic = nullptr;
+    ContentFilteredTopicEntity* _filtered = nullptr;
+    bool _kept = false;
+};
+
+struct DiscardReader {
+    void operator()(ReaderControl* reader) const noexcept { reader->discard(); }
+};
+
 /// Runs what allocates; memory that is short ends in `failed` and a log line.
 template <typename Result, typename Operation>
 Result or_out_of_memory(const char* method, Result failed, Operation operation) {
@@ -399,38 +440,36 @@ DDSDataWriter* ParticipantEntity::create_writer(DDSPublisher& owner, DDSTopic* t
                                                 DDSDataWriterListener* listener, DDS_StatusMask mask) {
     constexpr const char* METHOD = "DDSPublisher::create_datawriter";
     return or_out_of_memory<DDSDataWriter*>(METHOD, nullptr, [&]() -> DDSDataWriter* {
-        TopicEntity* own = nullptr;
+        TopicUse use(_mutex);
         DDS_DataWriterQos wanted;
         DDS_ReturnCode_t code = DDS_RETCODE_OK;
         {
             Lock lock(_mutex);
-            own = find_topic_locked(topic);
+            TopicEntity* own = find_topic_locked(topic);
             if (own == nullptr) {
                 log_error(METHOD, "the topic is null, deleted, or of another participant");
                 return nullptr;
             }
+            use.begin_locked(*own, nullptr);
             code = DDS_DataWriterQos_copy(&wanted, &qos == &DDS_DATAWRITER_QOS_DEFAULT ? &_default_writer_qos : &qos);
-            ++own->users;
         }
-        auto writer = std::make_unique<DataWriterEntity>(owner, *own);
+        auto writer = std::make_unique<DataWriterEntity>(owner, use.topic());
         DataWriterEntity* made = writer.get();
-        if (code == DDS_RETCODE_OK && type_may_travel(METHOD, *own) && made->prepare(*_port, wanted, listener, mask, code)) {
-            {
-                Lock lock(_mutex);
-                _writers.emplace(made, WriterEntry{&owner, std::move(writer)});
-            }
-            code = made->enable();
-            if (code == DDS_RETCODE_OK) {
-                return made;
-            }
-            log_error(METHOD, [own] { return "topic \"" + own->name() + "\": the engine could not enable the writer"; });
-            Lock lock(_mutex);
-            writer = std::move(_writers.find(made)->second.writer);
-            _writers.erase(made);
+        if (code != DDS_RETCODE_OK || !type_may_travel(METHOD, use.topic()) || !made->prepare(*_port, wanted, listener, mask, code)) {
+            return nullptr;
         }
-        writer.reset();
+        {
+            Lock lock(_mutex);
+            _writers.emplace(made, WriterEntry{&owner, std::move(writer)});
+        }
+        if (made->enable() == DDS_RETCODE_OK) {
+            use.keep();
+            return made;
+        }
+        log_error(METHOD, [&] { return "topic \"" + use.topic().name() + "\": the engine could not enable the writer"; });
         Lock lock(_mutex);
-        --own->users;
+        writer = std::move(_writers.find(made)->second.writer);
+        _writers.erase(made);
         return nullptr;
     });
 }
@@ -459,7 +498,7 @@ DDS_ReturnCode_t ParticipantEntity::delete_writer(DDSPublisher& owner, DDSDataWr
     deleted->close();
     deleted.reset();
     Lock lock(_mutex);
-    --topic.users;
+    TopicUse::end_locked(topic, nullptr);
     return DDS_RETCODE_OK;
 }
 
@@ -467,67 +506,53 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
                                                 DDSDataReaderListener* listener, DDS_StatusMask mask) {
     constexpr const char* METHOD = "DDSSubscriber::create_datareader";
     return or_out_of_memory<DDSDataReader*>(METHOD, nullptr, [&]() -> DDSDataReader* {
-        TopicEntity* own = nullptr;
+        TopicUse use(_mutex);
         ContentFilteredTopicEntity* filtered = nullptr;
         DDS_DataReaderQos wanted;
         DDS_ReturnCode_t code = DDS_RETCODE_OK;
         {
             Lock lock(_mutex);
             filtered = find_filtered_topic_locked(topic);
-            own = filtered != nullptr ? &filtered->topic() : find_topic_locked(topic);
+            TopicEntity* own = filtered != nullptr ? &filtered->topic() : find_topic_locked(topic);
             if (own == nullptr) {
                 log_error(METHOD, "the topic is null, deleted, or of another participant");
                 return nullptr;
             }
+            use.begin_locked(*own, filtered);
             code = DDS_DataReaderQos_copy(&wanted, &qos == &DDS_DATAREADER_QOS_DEFAULT ? &_default_reader_qos : &qos);
-            ++own->users;
-            if (filtered != nullptr) {
-                ++filtered->users;
-            }
         }
-        const auto stop_using_topic = [&] {
-            Lock lock(_mutex);
-            --own->users;
-            if (filtered != nullptr) {
-                --filtered->users;
-            }
-        };
         std::string failure;
         if (code == DDS_RETCODE_OK) {
             code = validate(wanted, failure);
-            if (code != DDS_RETCODE_OK) {
-                log_error(METHOD, [&] { return "topic \"" + own->name() + "\": " + failure; });
-            }
         }
-        ReaderControl* reader = nullptr;
-        if (code == DDS_RETCODE_OK && type_may_travel(METHOD, *own)) {
-            reader = make_reader_entity(owner, *own, filtered, wanted);
+        if (code != DDS_RETCODE_OK) {
+            log_error(METHOD, [&] { return "topic \"" + use.topic().name() + "\": " + (failure.empty() ? "out of memory for the QoS" : failure); });
+            return nullptr;
         }
-        if (reader == nullptr) {
-            stop_using_topic();
+        if (!type_may_travel(METHOD, use.topic())) {
+            return nullptr;
+        }
+        // Gone again, unless it comes into the books.
+        std::unique_ptr<ReaderControl, DiscardReader> reader(make_reader_entity(owner, use.topic(), filtered, wanted));
+        if (reader == nullptr || !reader->prepare(*_port, listener, mask, code)) {
             return nullptr;
         }
         DDSDataReader* made = &reader->reader();
-        if (!reader->prepare(*_port, listener, mask, code)) {
-            reader->discard();
-            stop_using_topic();
-            return nullptr;
-        }
         {
             Lock lock(_mutex);
-            _readers.emplace(made, ReaderEntry{&owner, reader});
+            _readers.emplace(made, ReaderEntry{&owner, reader.get()});
         }
-        code = reader->enable();
-        if (code == DDS_RETCODE_OK) {
+        if (reader->enable() == DDS_RETCODE_OK) {
+            reader.release();
+            use.keep();
             return made;
         }
-        log_error(METHOD, [own] { return "topic \"" + own->name() + "\": the engine could not enable the reader"; });
+        log_error(METHOD, [&] { return "topic \"" + use.topic().name() + "\": the engine could not enable the reader"; });
         {
             Lock lock(_mutex);
             _readers.erase(made);
         }
-        reader->close();
-        stop_using_topic();
+        reader.release()->close();
         return nullptr;
     });
 }
@@ -563,10 +588,7 @@ DDS_ReturnCode_t ParticipantEntity::delete_reader(DDSSubscriber& owner, DDSDataR
     ContentFilteredTopicEntity* filtered = deleted->filtered_topic();
     deleted->close();  // the object may live on for its loans, but has nothing to do with the participant any more
     Lock lock(_mutex);
-    --topic.users;
-    if (filtered != nullptr) {
-        --filtered->users;
-    }
+    TopicUse::end_locked(topic, filtered);
     return DDS_RETCODE_OK;
 }
 

@@ -174,7 +174,11 @@ bool SampleStore::has_room_locked() const noexcept {
     if (!_settings.keep_all) {
         const std::size_t depth = static_cast<std::size_t>(_settings.depth);
         const std::size_t listed = _listed + _reserved + 1;
-        will_be_replaced = std::min(listed > depth ? listed - depth : 0, _listed - _listed_pinned);
+        std::size_t leaving = listed > depth ? listed - depth : 0;
+        // The oldest go, and only those that are not on loan leave room behind.
+        for (const SampleSlot* slot = _whole.all.front(); leaving > 0 && slot != nullptr; slot = slot->links[WHOLE_LINK].next, --leaving) {
+            will_be_replaced += slot->pins == 0 ? 1 : 0;
+        }
     }
     return _occupied + _reserved + 1 - will_be_replaced <= static_cast<std::size_t>(_settings.max_samples);
 }
@@ -660,9 +664,7 @@ DDS_ReturnCode_t SampleStore::lend_locked(void*** received_data, int* data_count
             ++slot->pins;
             continue;
         }
-        if (++slot->pins == 1) {
-            ++_listed_pinned;
-        }
+        ++slot->pins;
         if (!slot->read) {
             mark_read_locked(*slot, wake);
         }
@@ -719,9 +721,6 @@ void SampleStore::mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) 
 }
 
 void SampleStore::unlist_locked(SampleSlot& slot) noexcept {
-    if (slot.pins > 0) {
-        --_listed_pinned;
-    }
     for (SampleSelection* selection : {&_whole, slot.key}) {
         if (selection == nullptr) {
             continue;
@@ -785,11 +784,7 @@ DDS_ReturnCode_t SampleStore::return_loan(void** received_data, DDS_SampleInfoSe
         for (int index = 0; index < loan->count; ++index) {
             SampleSlot& slot = *loan->slots[index];
             loan->data[index] = nullptr;
-            if (--slot.pins > 0) {
-                continue;
-            }
-            if (slot.listed) {
-                --_listed_pinned;
+            if (--slot.pins > 0 || slot.listed) {
                 continue;
             }
             Sample* sample = free_slot_locked(slot);

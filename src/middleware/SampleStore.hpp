@@ -213,7 +213,6 @@ private:
     std::size_t _occupied = 0;
     std::size_t _reserved = 0;
     std::size_t _listed = 0;
-    std::size_t _listed_pinned = 0;
     std::int64_t _received = 0;
     std::size_t _conditions = 0;
     DDS_Condition* _status_condition = nullptr;

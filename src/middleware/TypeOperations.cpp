@@ -47,7 +47,8 @@ bool is_usable(const DDS_TypeOperations& type, std::string& what) noexcept {
         return true;
     }
     try {
-        what = "type \"" + std::string(type.name != nullptr ? type.name : "", 0, MAX_TYPE_NAME_LENGTH) + "\" " + fault;
+        const char* const name = type.name != nullptr ? type.name : "";
+        what = "type \"" + std::string(name, ::strnlen(name, MAX_TYPE_NAME_LENGTH)) + "\" " + fault;
     } catch (const std::exception&) {
         what.clear();
     }

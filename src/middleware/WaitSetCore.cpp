@@ -80,9 +80,7 @@ void WaitSetCore::unlink(Attachment& attachment) noexcept {
     _attachments.remove(attachment);
     --_attachment_count;
     if (attachment.ready) {
-        _ready.remove(attachment);
-        --_ready_count;
-        attachment.ready = false;
+        drop_ready_locked(attachment);
     }
 }
 
@@ -108,14 +106,38 @@ void WaitSetCore::change_word(platform::WakeBatch& wake) noexcept {
     }
 }
 
+bool WaitSetCore::make_room_for_ready_locked(DDSConditionSeq& active) const noexcept {
+    return active.ensure_length(_ready_count, _ready_count > active.maximum() ? _ready_count : active.maximum());
+}
+
+void WaitSetCore::drop_idle_locked() noexcept {
+    Attachment* next = nullptr;
+    for (Attachment* attachment = _ready.front(); attachment != nullptr; attachment = next) {
+        next = _ready.next(*attachment);
+        if (attachment->condition->interruption() == DDS_RETCODE_OK && !attachment->condition->is_triggered()) {
+            drop_ready_locked(*attachment);
+        }
+    }
+}
+
+void WaitSetCore::drop_ready_locked(Attachment& attachment) noexcept {
+    _ready.remove(attachment);
+    --_ready_count;
+    attachment.ready = false;
+}
+
 WaitSetCore::Look WaitSetCore::look(DDSConditionSeq& active, DDS_ReturnCode_t& interruption) noexcept {
     std::lock_guard<platform::BriefMutex> lock(_mutex);
     if (_ready.empty()) {
         return Look::NOTHING;
     }
-    if (!active.ensure_length(_ready_count, _ready_count > active.maximum() ? _ready_count : active.maximum())) {
-        active.length(0);
-        return Look::NO_MEMORY;
+    if (!make_room_for_ready_locked(active)) {
+        // What only held once takes up no room in the result.
+        drop_idle_locked();
+        if (!make_room_for_ready_locked(active)) {
+            active.length(0);
+            return Look::NO_MEMORY;
+        }
     }
     DDS_Long found = 0;
     Attachment* next = nullptr;
@@ -129,9 +151,7 @@ WaitSetCore::Look WaitSetCore::look(DDSConditionSeq& active, DDS_ReturnCode_t& i
         if (attachment->condition->is_triggered()) {
             active[found++] = attachment->reported;
         } else {
-            _ready.remove(*attachment);
-            --_ready_count;
-            attachment->ready = false;
+            drop_ready_locked(*attachment);
         }
     }
     active.length(found);

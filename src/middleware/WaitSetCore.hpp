@@ -42,6 +42,9 @@ private:
     WaitSetCore() = default;
 
     Look look(DDSConditionSeq& active, DDS_ReturnCode_t& interruption) noexcept;
+    bool make_room_for_ready_locked(DDSConditionSeq& active) const noexcept;
+    void drop_idle_locked() noexcept;
+    void drop_ready_locked(Attachment& attachment) noexcept;
     bool spin(std::uint32_t seen) noexcept;
     bool spin_until_changed(std::uint32_t seen, SpinHistory& history) const noexcept;
     DDS_ReturnCode_t wait_alone(DDSConditionSeq& active, const DDS_Duration_t& timeout) noexcept;

@@ -37,7 +37,8 @@ DDSContentFilteredTopic* CorrelationCFTBuilder::create_correlation_cft(DDSDomain
     NORVANE_CHECK_PRECONDITION(topic != NULL, "create_correlation_cft");
     const std::string topic_name = topic->get_name();
     if (topic_name.length() > MAX_TOPIC_NAME_LENGTH) {
-        check_retcode(DDS_RETCODE_BAD_PARAMETER, METHOD_NAME, DDS_LOG_BAD_PARAMETER_s, "topic name is too long: " + topic_name, false);
+        check_retcode(DDS_RETCODE_BAD_PARAMETER, METHOD_NAME, DDS_LOG_BAD_PARAMETER_s, "topic name is too long: " + topic_name,
+                      false);
     }
     std::string filtered_name = topic_name + "_";
     append_guid_text(filtered_name, correlation_guid);
@@ -59,9 +60,11 @@ RequesterUntypedImpl::RequesterTopicBuilder::RequesterTopicBuilder(RequesterUnty
 
 RequesterUntypedImpl::RequesterTopicBuilder::~RequesterTopicBuilder() = default;
 
-DDSTopic* RequesterUntypedImpl::RequesterTopicBuilder::create_writer_topic(const EntityParams& params, const char* request_type_name) {
-    const std::string name = !params.request_topic_name().empty() ? params.request_topic_name()
-                                                                  : create_request_topic_name_from_service_name(params.service_name());
+DDSTopic* RequesterUntypedImpl::RequesterTopicBuilder::create_writer_topic(const EntityParams& params,
+                                                                           const char* request_type_name) {
+    const std::string name = !params.request_topic_name().empty()
+                                 ? params.request_topic_name()
+                                 : create_request_topic_name_from_service_name(params.service_name());
     return DDSTopic::narrow(get_or_create_topic(_requester->_participant, name.c_str(), request_type_name, false));
 }
 
@@ -78,8 +81,8 @@ DDSTopicDescription* RequesterUntypedImpl::RequesterTopicBuilder::create_reader_
     _requester->get_datawriter()->get_qos(writer_qos);
     const DDS_GUID_t& guid = writer_qos.protocol.virtual_guid;
     if (guid == DDS_GUID_AUTO || guid == DDS_GUID_UNKNOWN) {
-        check_retcode(DDS_RETCODE_ERROR, "RequesterTopicBuilder::create_reader_topic", VOST_LOG_GET_FAILURE_s, "DataWriter virtual guid",
-                      false);
+        check_retcode(DDS_RETCODE_ERROR, "RequesterTopicBuilder::create_reader_topic", VOST_LOG_GET_FAILURE_s,
+                      "DataWriter virtual guid", false);
     }
     return CorrelationCFTBuilder().create_correlation_cft(_requester->_participant, topic, guid);
 }
@@ -115,7 +118,8 @@ RequesterUntypedImpl::RequesterUntypedImpl(const RequesterParams& params, Regist
     : EntityUntypedImpl(true), waitset_pool(NULL) {
     RememberingTopicBuilder builder(this);
     try {
-        initialize(params, register_request_type_fnc, register_reply_type_fnc, sample_size, builder, NULL, isStringDataReader, "Requester");
+        initialize(params, register_request_type_fnc, register_reply_type_fnc, sample_size, builder, NULL, isStringDataReader,
+                   "Requester");
     } catch (...) {
         // The entity core reaches the filter through the reader only. One that no reader came to use is still there: by name, since the
         // core does not tell whether there was a reader, and may have deleted it and the filter with it by now.
@@ -171,9 +175,10 @@ bool RequesterUntypedImpl::wait_for_replies(const DDS_Duration_t& max_wait, int 
     return wait_for_samples(max_wait, min_sample_count, *waitset, initial_condition.get(), correlation_condition.get());
 }
 
-void RequesterUntypedImpl::get_reply_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                            const DDS_SampleIdentity_t& related_request_id, bool take) {
-    ScopedReadCondition correlation_condition(create_correlation_condition(DDS_ANY_SAMPLE_STATE, related_request_id.sequence_number));
+void RequesterUntypedImpl::get_reply_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                            DDS_Long max_samples, const DDS_SampleIdentity_t& related_request_id, bool take) {
+    ScopedReadCondition correlation_condition(
+        create_correlation_condition(DDS_ANY_SAMPLE_STATE, related_request_id.sequence_number));
     get_sample_loaned(received_data, data_count, info_seq, max_samples, take, correlation_condition.get());
 }
 

@@ -73,7 +73,8 @@ std::string create_request_topic_name_from_service_name(std::string service_name
 
 std::string create_reply_topic_name_from_service_name(std::string service_name) { return service_name.append("Reply"); }
 
-DDSTopicDescription* get_or_create_topic(DDSDomainParticipant* participant, const char* name, const char* type_name, bool allow_cft) {
+DDSTopicDescription* get_or_create_topic(DDSDomainParticipant* participant, const char* name, const char* type_name,
+                                         bool allow_cft) {
     const char* const METHOD_NAME = "norvane::details::get_or_create_topic";
     DDSTopicDescription* found = participant->lookup_topicdescription(name);
     if (found != NULL) {
@@ -261,13 +262,15 @@ void EntityUntypedImpl::initialize(const EntityParams& params, RegisterTypeFunc 
 
         _any_sample_cond = _reader->create_readcondition(DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
         check_created(_any_sample_cond, "any-sample read condition");
-        _not_read_sample_cond = _reader->create_readcondition(DDS_NOT_READ_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
+        _not_read_sample_cond =
+            _reader->create_readcondition(DDS_NOT_READ_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
         check_created(_not_read_sample_cond, "not-read-sample read condition");
         _waitset.attach_condition(_not_read_sample_cond);
         _isStringDataReader = isStringDataReader;
     } catch (const Rethrowable& ex) {
         // Before anything is deleted: the context names the topics of the endpoints.
-        const std::string context = log_and_rethrow_conditional(get_datawriter(), get_datareader(), ex, CLASS_NAME, "initialize", false);
+        const std::string context =
+            log_and_rethrow_conditional(get_datawriter(), get_datareader(), ex, CLASS_NAME, "initialize", false);
         finalize();
         ex.rethrow(context);
     }
@@ -292,11 +295,13 @@ void EntityUntypedImpl::finalize() {
             // Conditions before the reader: a reader that still has one refuses to be deleted.
             if (_not_read_sample_cond != NULL) {
                 log_if_failed(_waitset.detach_condition(_not_read_sample_cond), VOST_LOG_REMOVE_FAILURE_s, "condition");
-                log_if_failed(_reader->delete_readcondition(_not_read_sample_cond), VOST_LOG_DESTRUCTION_FAILURE_s, "read condition (1)");
+                log_if_failed(_reader->delete_readcondition(_not_read_sample_cond), VOST_LOG_DESTRUCTION_FAILURE_s,
+                              "read condition (1)");
                 _not_read_sample_cond = NULL;
             }
             if (_any_sample_cond != NULL) {
-                log_if_failed(_reader->delete_readcondition(_any_sample_cond), VOST_LOG_DESTRUCTION_FAILURE_s, "read condition (2)");
+                log_if_failed(_reader->delete_readcondition(_any_sample_cond), VOST_LOG_DESTRUCTION_FAILURE_s,
+                              "read condition (2)");
                 _any_sample_cond = NULL;
             }
             DDSTopicDescription* description = _reader->get_topicdescription();
@@ -338,8 +343,7 @@ void EntityUntypedImpl::send_sample(const void* data, DDS_WriteParams_t& info) {
     const char* const METHOD_NAME = "EntityUntypedImpl::send_sample";
     // One record may serve many writes; a leftover identity would go out as a second sample with the first one's number.
     info.identity = DDS_AUTO_SAMPLE_IDENTITY;
-    const DDS_ReturnCode_t retcode =
-        DDS_DataWriter_write_w_params_untyped_generalI(_writer->get_c_datawriter(), NULL, data, info);
+    const DDS_ReturnCode_t retcode = DDS_DataWriter_write_w_params_untyped_generalI(_writer->get_c_datawriter(), NULL, data, info);
     if (retcode == DDS_RETCODE_TIMEOUT) {
         check_retcode(retcode, METHOD_NAME, VOST_LOG_ANY_FAILURE_s, "DataWriter write timeout", true);
     }
@@ -412,17 +416,18 @@ int EntityUntypedImpl::touch_samples(int max_count, DDSReadCondition* read_condi
 
 // ---- loans ------------------------------------------------------------------------------------------------------------------------
 
-bool EntityUntypedImpl::get_sample_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long data_seq_len,
-                                          DDS_Long data_seq_max_len, DDS_Boolean data_seq_has_ownership, DDS_Long max_samples,
-                                          DDSReadCondition* read_condition, bool take) {
+bool EntityUntypedImpl::get_sample_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                          DDS_Long data_seq_len, DDS_Long data_seq_max_len, DDS_Boolean data_seq_has_ownership,
+                                          DDS_Long max_samples, DDSReadCondition* read_condition, bool take) {
     NORVANE_CHECK_PRECONDITION(received_data != NULL, "get_sample_loaned");
     NORVANE_CHECK_PRECONDITION(data_count != NULL, "get_sample_loaned");
     NORVANE_CHECK_PRECONDITION(read_condition != NULL, "get_sample_loaned");
 
     DDS_Boolean is_loan = DDS_BOOLEAN_FALSE;
     const DDS_ReturnCode_t retcode = DDS_DataReader_read_or_take_w_condition_untypedI(
-        _reader->get_c_datareader(), &is_loan, received_data, data_count, info_seq, data_seq_len, data_seq_max_len, data_seq_has_ownership,
-        NULL, _sample_size, max_samples, read_condition->get_c_readcondition(), take ? DDS_BOOLEAN_TRUE : DDS_BOOLEAN_FALSE);
+        _reader->get_c_datareader(), &is_loan, received_data, data_count, info_seq, data_seq_len, data_seq_max_len,
+        data_seq_has_ownership, NULL, _sample_size, max_samples, read_condition->get_c_readcondition(),
+        take ? DDS_BOOLEAN_TRUE : DDS_BOOLEAN_FALSE);
     if (!check_code(retcode, "EntityUntypedImpl::get_sample_loaned", VOST_LOG_ANY_FAILURE_s, "read from DataReader")) {
         return false;
     }
@@ -435,14 +440,15 @@ bool EntityUntypedImpl::get_sample_loaned(void*** received_data, int* data_count
     NORVANE_CHECK_PRECONDITION(received_data != NULL, "get_sample_loaned");
     NORVANE_CHECK_PRECONDITION(data_count != NULL, "get_sample_loaned");
     if (max_samples < 0 && max_samples != DDS_LENGTH_UNLIMITED) {
-        check_retcode(DDS_RETCODE_BAD_PARAMETER, "EntityUntypedImpl::get_sample_loaned", DDS_LOG_BAD_PARAMETER_s, "max_samples", false);
+        check_retcode(DDS_RETCODE_BAD_PARAMETER, "EntityUntypedImpl::get_sample_loaned", DDS_LOG_BAD_PARAMETER_s, "max_samples",
+                      false);
     }
     return get_sample_loaned(received_data, data_count, info_seq, 0, 0, DDS_BOOLEAN_TRUE, max_samples,
                              read_condition != NULL ? read_condition : _any_sample_cond, take);
 }
 
-bool EntityUntypedImpl::receive_sample_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                              const DDS_Duration_t& max_wait, int min_sample_count) {
+bool EntityUntypedImpl::receive_sample_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                              DDS_Long max_samples, const DDS_Duration_t& max_wait, int min_sample_count) {
     NORVANE_CHECK_PRECONDITION(received_data != NULL, "receive_sample_loaned");
     NORVANE_CHECK_PRECONDITION(data_count != NULL, "receive_sample_loaned");
     validate(min_sample_count, max_samples, max_wait);

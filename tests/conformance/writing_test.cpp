@@ -319,13 +319,13 @@ TEST_P(Writing, a_blocked_write_goes_on_when_room_comes_or_either_end_goes) {
     };
     for (const auto& each : CASES) {
         SCOPED_TRACE(each.what);
-        DDSDataReader& receiver = reader(reader_qos(2));
+        DDSDataReader& receiver = reader(reader_qos(2), each.what);
         ASSERT_EQ(OK, receiver.create_index("index"));
         DDSReadCondition& all = condition(receiver);
-        DDS_DataWriterQos qos = writer_qos(DDS_DURATION_INFINITE);
+        DDS_DataWriterQos qos = writer_qos();
         qos.resource_limits.max_samples = 1;  // an engine that keeps samples on the way to the reader keeps one
         qos.resource_limits.initial_samples = 0;
-        DDSDataWriter& sender = writer(qos);
+        DDSDataWriter& sender = writer(qos, each.what);
         meet(sender, receiver);
         std::atomic<long> thread{0};
         std::atomic<int> written{0};

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <thread>
 
 #include "support/AllocationProbe.hpp"
@@ -24,6 +25,12 @@ constexpr DDS_Duration_t SHORT = {0, 20000000};
 class NotingParticipant : public ForwardingParticipant {
 public:
     using ForwardingParticipant::ForwardingParticipant;
+    DDSDataWriter* create_datawriter(DDSTopic* topic, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener,
+                                     DDS_StatusMask mask) override {
+        DDSDataWriter* writer = ForwardingParticipant::create_datawriter(topic, qos, listener, mask);
+        dynamic_cast<ForwardingDataWriter&>(*writer).pretend_guid(pretended_guid);
+        return writer;
+    }
     DDSContentFilteredTopic* create_contentfilteredtopic(const char* name, DDSTopic* related_topic, const char* filter_expression,
                                                          const DDS_StringSeq& expression_parameters) override {
         filter_name = name;
@@ -31,10 +38,16 @@ public:
         parameter_count = expression_parameters.length();
         return ForwardingParticipant::create_contentfilteredtopic(name, related_topic, filter_expression, expression_parameters);
     }
+    DDS_GUID_t pretended_guid = DDS_GUID_AUTO;
     std::string filter_name;
     std::string filter;
     DDS_Long parameter_count = -1;
 };
+
+const char* register_octets(DDSTypeSupport*, DDSDomainParticipant* participant) {
+    const DDSOctetsTypeSupport& type = DDSOctetsTypeSupport::get_instance();
+    return type.register_type(participant) == DDS_RETCODE_OK ? type.get_type_name() : nullptr;
+}
 
 class Correlation : public DoubledDomain<NotingParticipant> {
 protected:
@@ -48,6 +61,14 @@ protected:
             all += each.text + " ";
         }
         return all;
+    }
+    // Topic, type and role.
+    template <typename Entity>
+    static std::string writer_of(Entity& entity) {
+        DDSTopic* topic = entity.get_datawriter()->get_topic();
+        DDS_DataWriterQos qos;
+        EXPECT_EQ(DDS_RETCODE_OK, entity.get_datawriter()->get_qos(qos));
+        return std::string(topic->get_name()) + " " + topic->get_type_name() + " " + qos.publication_name.role_name;
     }
     // No condition is left, no wait set taken, and none of the pooled ones holds a condition.
     void expect_idle(OpenRequester& requester) {
@@ -113,11 +134,21 @@ TEST_F(Correlation, entities_use_the_topics_of_their_service_or_the_ones_named_a
         const std::string requests = by_service ? "CalculatorRequest" : "Q";
         const std::string replies = by_service ? "CalculatorReply" : "R";
         {
-            OpenRequester requester(named);
-            OpenReplier replier(named);
-            EXPECT_EQ(requests, requester.get_datawriter()->get_topic()->get_name());
-            EXPECT_EQ(replies, replier.get_datawriter()->get_topic()->get_name());
-            EXPECT_EQ(requests, replier.get_datareader()->get_topicdescription()->get_name());
+            // Requests are strings, replies octets; the first of the two makes the topics.
+            std::unique_ptr<OpenReplier> replier;
+            if (!by_service) {
+                replier.reset(new OpenReplier(named, NULL, &register_string, &register_octets));
+            }
+            OpenRequester requester(named, &register_string, &register_octets);
+            if (by_service) {
+                replier.reset(new OpenReplier(named, NULL, &register_string, &register_octets));
+            }
+            EXPECT_EQ(requests + " DDS::String Requester", writer_of(requester));
+            EXPECT_EQ(replies + " DDS::Octets Replier", writer_of(*replier));
+            DDS_DataReaderQos reader_qos;
+            ASSERT_EQ(DDS_RETCODE_OK, replier->get_datareader()->get_qos(reader_qos));
+            EXPECT_STREQ("Replier", reader_qos.subscription_name.role_name);
+            EXPECT_EQ(requests, replier->get_datareader()->get_topicdescription()->get_name());
             DDS_DataWriterQos qos;
             ASSERT_EQ(DDS_RETCODE_OK, requester.get_datawriter()->get_qos(qos));
             std::string filter_name = replies + "_";
@@ -134,6 +165,16 @@ TEST_F(Correlation, entities_use_the_topics_of_their_service_or_the_ones_named_a
     }
 }
 
+TEST_F(Correlation, a_writer_that_does_not_tell_its_guid_makes_no_requester) {
+    _participant->pretended_guid = DDS_GUID_UNKNOWN;
+    LogCapture log;
+    const Thrown thrown = thrown_by([&] { OpenRequester requester(params("S")); });
+    EXPECT_EQ("RuntimeException", thrown.type);
+    EXPECT_NE(std::string::npos, thrown.message.find(expanded(VOST_LOG_GET_FAILURE_s, "DataWriter virtual guid")))
+        << thrown.message;
+    EXPECT_EQ("", live());
+}
+
 TEST_F(Correlation, a_filter_of_the_applications_is_read_by_the_replier_and_stays_and_is_refused_elsewhere) {
     DDSTopic* base = make_topic("Base");
     _participant->create_contentfilteredtopic("FilteredRequest", base, "value = 'yes'", DDS_StringSeq());
@@ -147,9 +188,9 @@ TEST_F(Correlation, a_filter_of_the_applications_is_read_by_the_replier_and_stay
     }
     EXPECT_EQ("2 filters", live());
     LogCapture log;
-    for (const Thrown& each : {thrown_by([&] { OpenRequester requester(params("Filtered")); }),
-                               thrown_by([&] { OpenRequester requester(params("Other")); }),
-                               thrown_by([&] { OpenReplier replier(params("Other")); })}) {
+    for (const Thrown& each :
+         {thrown_by([&] { OpenRequester requester(params("Filtered")); }),
+          thrown_by([&] { OpenRequester requester(params("Other")); }), thrown_by([&] { OpenReplier replier(params("Other")); })}) {
         EXPECT_EQ("PreconditionNotMetException", each.type);
         EXPECT_NE(std::string::npos, each.message.find("a content-filtered topic with the name already exists (")) << each.message;
     }
@@ -182,7 +223,8 @@ TEST_F(Correlation, each_request_gets_its_own_replies_and_no_others) {
     EXPECT_EQ("seconda secondb ", texts(requester.replies(second, true)));
     EXPECT_EQ("", texts(requester.replies(second, true)));
     EXPECT_EQ("firsta firstb ", texts(requester.replies(first, true)));
-    const std::vector<Received> got = other.replies({DDS_GUID_AUTO, foreign.sequence_number}, true);  // only the number is looked at
+    const std::vector<Received> got =
+        other.replies({DDS_GUID_AUTO, foreign.sequence_number}, true);  // only the number is looked at
     ASSERT_EQ("foreigna foreignb ", texts(got));
     EXPECT_TRUE(got[0].related_identity == foreign);
     expect_idle(requester);
@@ -323,7 +365,8 @@ const char* register_number(DDSTypeSupport*, DDSDomainParticipant* participant) 
 TEST_F(Correlation, a_call_allocates_nothing_once_it_is_warm) {
     class NumberRequester : public Open<details::RequesterUntypedImpl> {
     public:
-        explicit NumberRequester(const RequesterParams& params) : Open(params, &register_number, &register_number, sizeof(long), false) {}
+        explicit NumberRequester(const RequesterParams& params)
+            : Open(params, &register_number, &register_number, sizeof(long), false) {}
         using RequesterUntypedImpl::get_reply_loaned;
         using RequesterUntypedImpl::wait_for_replies;
     };

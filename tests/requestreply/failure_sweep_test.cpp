@@ -30,8 +30,8 @@ enum Outcome {
 struct Step {
     const char* call;
     Outcome outcome;
-    const char* begin;         // how the exception's message begins; of an operation that succeeds: the method of a log line, or empty
-    const char* part;          // what else is in the message, or in that log line
+    const char* begin;  // how the exception's message begins; of an operation that succeeds: the method of a log line, or empty
+    const char* part;   // what else is in the message, or in that log line
     const char* remains = "";  // instead of what else remains: the middleware was told to refuse to let it go
 };
 
@@ -49,7 +49,8 @@ constexpr const char* AT_REST_WITH_A_CONDITION = "2 writers 2 readers 5 conditio
 
 constexpr const char* NO_READER_YET = "norvane::details::EntityUntypedImpl::initialize failure caused by ";
 constexpr const char* BOTH_ENDS = "norvane::details::EntityUntypedImpl(SRequest, SReply)::initialize failure caused by initialize:";
-constexpr const char* BOTH_ENDS_REPLIER = "norvane::details::EntityUntypedImpl(SReply, SRequest)::initialize failure caused by initialize:";
+constexpr const char* BOTH_ENDS_REPLIER =
+    "norvane::details::EntityUntypedImpl(SReply, SRequest)::initialize failure caused by initialize:";
 constexpr const char* WAIT = "EntityUntypedImpl::wait_for_samples";
 constexpr const char* READ = "EntityUntypedImpl::get_sample_loaned:";
 constexpr const char* RETURN = "EntityUntypedImpl::return_loan";
@@ -93,7 +94,10 @@ protected:
                     EXPECT_NE(std::string::npos, thrown.message.find(step.part)) << thrown.message;
                     EXPECT_LE(1U, log.library_lines().size());
                 }
-                EXPECT_EQ(*step.remains != '\0' ? step.remains : type.empty() ? operation.after_success : operation.after_failure, live());
+                EXPECT_EQ(*step.remains != '\0' ? step.remains
+                          : type.empty()        ? operation.after_success
+                                                : operation.after_failure,
+                          live());
                 if (_requester != NULL) {
                     EXPECT_EQ(0, _requester->waitset_pool().buffers_in_use());
                 }
@@ -148,7 +152,8 @@ TEST_F(FailureSweep, making_a_requester) {
                {"DDSDomainParticipant::lookup_topicdescription", IGNORED, "", ""},
                {"DDSDomainParticipant::create_topic", ALWAYS, NO_READER_YET, "topic SReply"},
                {"DDSDataWriter::get_qos", ALWAYS, NO_READER_YET, "DataWriter virtual guid"},
-               {"DDSDomainParticipant::create_contentfilteredtopic", ALWAYS, NO_READER_YET, "content-filtered topic for topic SReply"},
+               {"DDSDomainParticipant::create_contentfilteredtopic", ALWAYS, NO_READER_YET,
+                "content-filtered topic for topic SReply"},
                {"DDSDomainParticipant::get_default_datareader_qos_for_topic", BY_CODE, NO_READER_YET, "DataReader qos"},
                {"DDSDomainParticipant::create_datareader", ALWAYS, NO_READER_YET, "DataReader"},
                {"DDSDataReader::create_readcondition", ALWAYS, BOTH_ENDS, "any-sample read condition"},
@@ -191,7 +196,8 @@ TEST_F(FailureSweep, making_a_replier) {
 }
 
 TEST_F(FailureSweep, sending_a_request_and_a_reply) {
-    const std::vector<Step> steps = {{"DDS_DataWriter::write", BY_CODE, "EntityUntypedImpl::send_sample:", "DataWriter write failure"}};
+    const std::vector<Step> steps = {
+        {"DDS_DataWriter::write", BY_CODE, "EntityUntypedImpl::send_sample:", "DataWriter write failure"}};
     sweep({steps, [&] { pair_up(); }, [&] { return _requester->send("y") != DDS_AUTO_SAMPLE_IDENTITY; }, AT_REST, AT_REST});
     sweep({steps, [&] { pair_up(); }, [&] { return _replier->reply(_request, "y"), true; }, AT_REST, AT_REST});
 }
@@ -216,7 +222,8 @@ TEST_F(FailureSweep, waiting_for_replies) {
                pair_up();
                _replier->reply(_request, "1");
                _arm = [&] {
-                   _script.at_next("DDSDomainParticipant::get_current_time", [&] { slip_in(*_replier->get_datawriter(), _request); });
+                   _script.at_next("DDSDomainParticipant::get_current_time",
+                                   [&] { slip_in(*_replier->get_datawriter(), _request); });
                    _script.at_next("DDS_DataReader::return_loan", nullptr);
                    _script.at_next("DDS_DataReader::return_loan", [&] { slip_in(*_replier->get_datawriter(), _request); });
                };
@@ -229,8 +236,8 @@ TEST_F(FailureSweep, waiting_for_replies) {
 TEST_F(FailureSweep, collecting_replies) {
     for (const bool take : {false, true}) {
         sweep({{
-                   {"DDSDataReader::create_index_condition", ALWAYS, "RequesterUntypedImpl::create_correlation_condition:",
-                    "correlation condition"},
+                   {"DDSDataReader::create_index_condition", ALWAYS,
+                    "RequesterUntypedImpl::create_correlation_condition:", "correlation condition"},
                    {"DDS_DataReader::read_or_take", BY_CODE, READ, "read from DataReader"},
                    {"DDSDataReader::delete_readcondition", IGNORED, "", "", AT_REST_WITH_A_CONDITION},
                    {"DDS_DataReader::return_loan", IGNORED, RETURN, "return DataReader loan", AT_REST_WITH_A_LOAN},
@@ -259,9 +266,11 @@ TEST_F(FailureSweep, receiving_requests) {
            [&] {
                pair_up();
                _arm = [&] {
-                   _script.at_next("DDSDomainParticipant::get_current_time", [&] { slip_in(*_requester->get_datawriter(), DDS_UNKNOWN_SAMPLE_IDENTITY); });
+                   _script.at_next("DDSDomainParticipant::get_current_time",
+                                   [&] { slip_in(*_requester->get_datawriter(), DDS_UNKNOWN_SAMPLE_IDENTITY); });
                    _script.at_next("DDS_DataReader::return_loan", nullptr);
-                   _script.at_next("DDS_DataReader::return_loan", [&] { slip_in(*_requester->get_datawriter(), DDS_UNKNOWN_SAMPLE_IDENTITY); });
+                   _script.at_next("DDS_DataReader::return_loan",
+                                   [&] { slip_in(*_requester->get_datawriter(), DDS_UNKNOWN_SAMPLE_IDENTITY); });
                };
            },
            [&] { return _replier->requests(3, _max_wait).size() == 3; },
@@ -270,18 +279,19 @@ TEST_F(FailureSweep, receiving_requests) {
 }
 
 TEST_F(FailureSweep, destroying_a_requester) {
-    sweep({{
-               {"DDSReadCondition::get_c_condition", IGNORED, "finalize", "condition"},
-               {"DDSDataReader::delete_readcondition", IGNORED, "finalize", "read condition (1)", "1 readers 1 conditions 1 filters"},
-               {"DDSDataReader::delete_readcondition", IGNORED, "finalize", "read condition (2)", "1 readers 1 conditions 1 filters"},
-               {"DDSDomainParticipant::delete_datareader", IGNORED, "finalize", "reader", "1 readers 1 filters"},
-               {"DDSDomainParticipant::delete_contentfilteredtopic", IGNORED, "finalize", "content-filtered topic", "1 filters"},
-               {"DDSDomainParticipant::delete_datawriter", IGNORED, "finalize", "writer", "1 writers"},
-           },
-           [&] { _requester.reset(new OpenRequester(params("S"))); },
-           [&] { return _requester.reset(), true; },
-           "",
-           ""});
+    sweep(
+        {{
+             {"DDSReadCondition::get_c_condition", IGNORED, "finalize", "condition"},
+             {"DDSDataReader::delete_readcondition", IGNORED, "finalize", "read condition (1)", "1 readers 1 conditions 1 filters"},
+             {"DDSDataReader::delete_readcondition", IGNORED, "finalize", "read condition (2)", "1 readers 1 conditions 1 filters"},
+             {"DDSDomainParticipant::delete_datareader", IGNORED, "finalize", "reader", "1 readers 1 filters"},
+             {"DDSDomainParticipant::delete_contentfilteredtopic", IGNORED, "finalize", "content-filtered topic", "1 filters"},
+             {"DDSDomainParticipant::delete_datawriter", IGNORED, "finalize", "writer", "1 writers"},
+         },
+         [&] { _requester.reset(new OpenRequester(params("S"))); },
+         [&] { return _requester.reset(), true; },
+         "",
+         ""});
 }
 
 // A failure while the requester cleans up after another one.

@@ -22,8 +22,8 @@ template <typename Participant = ForwardingParticipant>
 class DoubledDomain : public ::testing::Test {
 protected:
     DoubledDomain()
-        : _real(*DDSDomainParticipantFactory::get_instance()->create_participant(next_domain(), DDS_PARTICIPANT_QOS_DEFAULT, nullptr,
-                                                                                 DDS_STATUS_MASK_NONE)),
+        : _real(*DDSDomainParticipantFactory::get_instance()->create_participant(next_domain(), DDS_PARTICIPANT_QOS_DEFAULT,
+                                                                                 nullptr, DDS_STATUS_MASK_NONE)),
           _participant(new Participant(_real, _script)) {}
     /// Whatever a failure left behind goes here.
     ~DoubledDomain() override {
@@ -32,7 +32,9 @@ protected:
         EXPECT_EQ(DDS_RETCODE_OK, DDSDomainParticipantFactory::get_instance()->delete_participant(&_real));
     }
 
-    RequesterParams params(const std::string& service_name) { return RequesterParams(_participant.get()).service_name(service_name); }
+    RequesterParams params(const std::string& service_name) {
+        return RequesterParams(_participant.get()).service_name(service_name);
+    }
     std::string live() const { return _participant->live().text(); }
 
     CallScript _script;

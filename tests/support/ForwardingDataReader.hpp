@@ -78,7 +78,8 @@ public:
         return _script.code("DDSDataReader::interrupt_index_key", [&] { return _real.interrupt_index_key(index_name, key, code); });
     }
     DDS_ReturnCode_t admit_open_keys_only(const char* index_name, DDS_Boolean open_only) override {
-        return _script.code("DDSDataReader::admit_open_keys_only", [&] { return _real.admit_open_keys_only(index_name, open_only); });
+        return _script.code("DDSDataReader::admit_open_keys_only",
+                            [&] { return _real.admit_open_keys_only(index_name, open_only); });
     }
     DDS_ReturnCode_t open_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
         return _script.code("DDSDataReader::open_index_key", [&] { return _real.open_index_key(index_name, key); });
@@ -98,7 +99,8 @@ public:
                             [&] { return _real.get_requested_incompatible_qos_status(status); });
     }
     DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
-        return _script.code("DDSDataReader::get_incompatible_type_status", [&] { return _real.get_incompatible_type_status(status); });
+        return _script.code("DDSDataReader::get_incompatible_type_status",
+                            [&] { return _real.get_incompatible_type_status(status); });
     }
     DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override {
         return _script.code("DDSDataReader::get_sample_lost_status", [&] { return _real.get_sample_lost_status(status); });
@@ -106,7 +108,8 @@ public:
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) override {
         return _script.code("DDSDataReader::get_matched_publications", [&] { return _real.get_matched_publications(handles); });
     }
-    DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) override {
+    DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data,
+                                                  const DDS_InstanceHandle_t& handle) override {
         return _script.code("DDSDataReader::get_matched_publication_data",
                             [&] { return _real.get_matched_publication_data(data, handle); });
     }
@@ -114,15 +117,16 @@ public:
     DDS_ReturnCode_t read_or_take_w_condition_untyped(DDS_Boolean* is_loan, void*** received_data, int* data_count,
                                                       DDS_SampleInfoSeq& info_seq, DDS_Long data_seq_len, DDS_Long data_seq_max_len,
                                                       DDS_Boolean data_seq_has_ownership, void* reserved, int sample_size,
-                                                      DDS_Long max_samples, DDS_ReadCondition* condition, DDS_Boolean take) override {
+                                                      DDS_Long max_samples, DDS_ReadCondition* condition,
+                                                      DDS_Boolean take) override {
         DDS_ReturnCode_t code = _script.next("DDS_DataReader::read_or_take");
         if (code != DDS_RETCODE_OK) {
             return code;
         }
         ForwardingReadCondition* wrapped = dynamic_cast<ForwardingReadCondition*>(condition);
         code = _real.get_c_datareader()->read_or_take_w_condition_untyped(
-            is_loan, received_data, data_count, info_seq, data_seq_len, data_seq_max_len, data_seq_has_ownership, reserved, sample_size,
-            max_samples, wrapped != nullptr ? wrapped->real().get_c_readcondition() : condition, take);
+            is_loan, received_data, data_count, info_seq, data_seq_len, data_seq_max_len, data_seq_has_ownership, reserved,
+            sample_size, max_samples, wrapped != nullptr ? wrapped->real().get_c_readcondition() : condition, take);
         if (code != DDS_RETCODE_OK) {
             return code;
         }

@@ -15,6 +15,9 @@ public:
     ForwardingDataWriter(DDSDataWriter& real, DDSPublisher* publisher, CallScript& script)
         : _real(real), _publisher(publisher), _script(script) {}
 
+    /// Makes `get_qos` give another virtual GUID; DDS_GUID_AUTO: the real one.
+    void pretend_guid(const DDS_GUID_t& guid) { _pretended_guid = guid; }
+
     DDSDataWriter& real() { return _real; }
 
     DDSStatusCondition* get_statuscondition() override { return _real.get_statuscondition(); }
@@ -26,7 +29,13 @@ public:
     DDSDataWriterListener* get_listener() override { return _real.get_listener(); }
 
     DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override {
-        return _script.code("DDSDataWriter::get_qos", [&] { return _real.get_qos(qos); });
+        return _script.code("DDSDataWriter::get_qos", [&] {
+            const DDS_ReturnCode_t code = _real.get_qos(qos);
+            if (_pretended_guid != DDS_GUID_AUTO) {
+                qos.protocol.virtual_guid = _pretended_guid;
+            }
+            return code;
+        });
     }
     DDS_ReturnCode_t write_w_params_untyped_general(void* reserved, const void* data, DDS_WriteParams_t& params) override {
         return _script.code("DDS_DataWriter::write",
@@ -36,14 +45,16 @@ public:
         return _script.code("DDSDataWriter::set_listener", [&] { return _real.set_listener(listener, mask); });
     }
     DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override {
-        return _script.code("DDSDataWriter::get_publication_matched_status", [&] { return _real.get_publication_matched_status(status); });
+        return _script.code("DDSDataWriter::get_publication_matched_status",
+                            [&] { return _real.get_publication_matched_status(status); });
     }
     DDS_ReturnCode_t get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override {
         return _script.code("DDSDataWriter::get_offered_incompatible_qos_status",
                             [&] { return _real.get_offered_incompatible_qos_status(status); });
     }
     DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
-        return _script.code("DDSDataWriter::get_incompatible_type_status", [&] { return _real.get_incompatible_type_status(status); });
+        return _script.code("DDSDataWriter::get_incompatible_type_status",
+                            [&] { return _real.get_incompatible_type_status(status); });
     }
     DDS_ReturnCode_t get_counts(DDS_DataWriterCounts& counts) override {
         return _script.code("DDSDataWriter::get_counts", [&] { return _real.get_counts(counts); });
@@ -51,7 +62,8 @@ public:
     DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& handles) override {
         return _script.code("DDSDataWriter::get_matched_subscriptions", [&] { return _real.get_matched_subscriptions(handles); });
     }
-    DDS_ReturnCode_t get_matched_subscription_data(DDS_SubscriptionBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) override {
+    DDS_ReturnCode_t get_matched_subscription_data(DDS_SubscriptionBuiltinTopicData& data,
+                                                   const DDS_InstanceHandle_t& handle) override {
         return _script.code("DDSDataWriter::get_matched_subscription_data",
                             [&] { return _real.get_matched_subscription_data(data, handle); });
     }
@@ -63,6 +75,7 @@ private:
     DDSDataWriter& _real;
     DDSPublisher* _publisher;
     CallScript& _script;
+    DDS_GUID_t _pretended_guid = DDS_GUID_AUTO;
 };
 
 }  // namespace test

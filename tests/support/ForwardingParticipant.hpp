@@ -55,7 +55,8 @@ public:
         return _script.code("DDSDomainParticipant::delete_topic", [&] { return _real.delete_topic(topic); });
     }
     DDSTopicDescription* lookup_topicdescription(const char* name) override {
-        return _script.pointer("DDSDomainParticipant::lookup_topicdescription", [&] { return _real.lookup_topicdescription(name); });
+        return _script.pointer("DDSDomainParticipant::lookup_topicdescription",
+                               [&] { return _real.lookup_topicdescription(name); });
     }
     DDSContentFilteredTopic* create_contentfilteredtopic(const char* name, DDSTopic* related_topic, const char* filter_expression,
                                                          const DDS_StringSeq& expression_parameters) override {
@@ -149,16 +150,20 @@ public:
     }
 
     DDS_ReturnCode_t get_default_datawriter_qos(DDS_DataWriterQos& qos) override {
-        return _script.code("DDSDomainParticipant::get_default_datawriter_qos", [&] { return _real.get_default_datawriter_qos(qos); });
+        return _script.code("DDSDomainParticipant::get_default_datawriter_qos",
+                            [&] { return _real.get_default_datawriter_qos(qos); });
     }
     DDS_ReturnCode_t set_default_datawriter_qos(const DDS_DataWriterQos& qos) override {
-        return _script.code("DDSDomainParticipant::set_default_datawriter_qos", [&] { return _real.set_default_datawriter_qos(qos); });
+        return _script.code("DDSDomainParticipant::set_default_datawriter_qos",
+                            [&] { return _real.set_default_datawriter_qos(qos); });
     }
     DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override {
-        return _script.code("DDSDomainParticipant::get_default_datareader_qos", [&] { return _real.get_default_datareader_qos(qos); });
+        return _script.code("DDSDomainParticipant::get_default_datareader_qos",
+                            [&] { return _real.get_default_datareader_qos(qos); });
     }
     DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override {
-        return _script.code("DDSDomainParticipant::set_default_datareader_qos", [&] { return _real.set_default_datareader_qos(qos); });
+        return _script.code("DDSDomainParticipant::set_default_datareader_qos",
+                            [&] { return _real.set_default_datareader_qos(qos); });
     }
     DDS_ReturnCode_t get_default_datawriter_qos_for_topic(DDS_DataWriterQos& qos, const char* topic_name) override {
         return _script.code("DDSDomainParticipant::get_default_datawriter_qos_for_topic",

@@ -51,15 +51,16 @@ public:
     /// @return the lines of the library itself (module word 0xf0000), those of the middleware and the engines left out.
     std::vector<Line> library_lines() const {
         std::vector<Line> found = lines();
-        found.erase(std::remove_if(found.begin(), found.end(), [](const Line& line) { return line.module != 0xf0000U; }), found.end());
+        found.erase(std::remove_if(found.begin(), found.end(), [](const Line& line) { return line.module != 0xf0000U; }),
+                    found.end());
         return found;
     }
 
     /// @return how many lines hold `part` in their text.
     int count(const std::string& part) const {
         const std::vector<Line> found = lines();
-        return static_cast<int>(std::count_if(found.begin(), found.end(),
-                                              [&](const Line& line) { return line.text.find(part) != std::string::npos; }));
+        return static_cast<int>(
+            std::count_if(found.begin(), found.end(), [&](const Line& line) { return line.text.find(part) != std::string::npos; }));
     }
 
     void clear() {

@@ -24,13 +24,13 @@ constexpr int STRING_SIZE = static_cast<int>(sizeof(char*));
 template <typename Entity>
 class Open : public Entity {
 public:
-    using Entity::Entity;
     using Entity::_any_sample_cond;
     using Entity::_isStringDataReader;
     using Entity::_max_samples_per_read;
     using Entity::_not_read_sample_cond;
     using Entity::_participant;
     using Entity::_waitset;
+    using Entity::Entity;
     using Entity::finalize;
     using Entity::get_datareader;
     using Entity::get_datareader_qos;

@@ -58,6 +58,16 @@ private:
     DDSDataReader& _reader;
 };
 
+/// Calls what a test gives it when there is data.
+class DataListener : public DDSDataReaderListener {
+public:
+    explicit DataListener(std::function<void(DDSDataReader&)> call) : _call(std::move(call)) {}
+    void on_data_available(DDSDataReader* reader) override { _call(*reader); }
+
+private:
+    const std::function<void(DDSDataReader&)> _call;
+};
+
 inline DDS_SampleIdentity_t identity_of(const DDS_SampleInfo& info) {
     return {info.original_publication_virtual_guid, info.original_publication_virtual_sequence_number};
 }
@@ -140,8 +150,10 @@ protected:
     static DDS_ReturnCode_t write(DDSDataWriter& writer, const char* text, DDS_WriteParams_t& params) {
         return DDS_DataWriter_write_w_params_untyped_generalI(writer.get_c_datawriter(), nullptr, &text, params);
     }
-    static DDS_ReturnCode_t write(DDSDataWriter& writer, const std::string& text) {
+    static DDS_ReturnCode_t write(DDSDataWriter& writer, const std::string& text,
+                                  const DDS_SampleIdentity_t& related = DDS_UNKNOWN_SAMPLE_IDENTITY) {
         DDS_WriteParams_t params;
+        params.related_sample_identity = related;
         return write(writer, text.c_str(), params);
     }
     /// Writes, and waits until all reliable readers have it.

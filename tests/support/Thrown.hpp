@@ -25,7 +25,7 @@ inline std::string class_name(const std::type_info& type) {
 
 /// What came out of a call. Without an exception both are empty.
 struct Thrown {
-    std::string type;     ///< Name of the exact class, without its namespace.
+    std::string type;  ///< Name of the exact class, without its namespace.
     std::string message;
 };
 

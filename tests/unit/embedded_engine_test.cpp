@@ -8,17 +8,18 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
+#include <numeric>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "engines/EngineModule.hpp"
+#include "support/AllocationProbe.hpp"
 #include "support/Eventually.hpp"
 
 namespace norvane {
@@ -36,9 +37,7 @@ DDS_GUID_t guid_of(int number) {
     guid.value[15] = static_cast<DDS_Octet>(number);
     return guid;
 }
-
 std::int64_t integer_of(const DDS_SequenceNumber_t& number) { return (static_cast<std::int64_t>(number.high) << 32) | number.low; }
-
 DDS_SequenceNumber_t number_of(std::int64_t number) {
     return {static_cast<DDS_Long>(number >> 32), static_cast<DDS_UnsignedLong>(number & 0xffffffff)};
 }
@@ -74,45 +73,18 @@ private:
     DDS_TypeOperations _type = {};
 };
 
-// What both kinds of sink do: note events in words, run a listener, and object to upcalls that come too late.
-class Listening {
-public:
-    std::string events() {
-        std::lock_guard<std::mutex> lock(_mutex);
-        return _events;
+// A participant, and the pool of all its endpoints: it outlives them, as samples outlive their writer.
+struct Domain {
+    explicit Domain(DDS_DomainId_t domain_id) {
+        mw::DomainSettings settings;
+        settings.domain_id = domain_id;
+        port = embedded::embedded_engine().join(settings, code, failure);
+        EXPECT_EQ(DDS_RETCODE_OK, code) << failure;
     }
-    std::function<void()> on_announce;  // when there is one, announcements are wanted
-    std::atomic<bool> closed{false};
-    std::atomic<int> announced{0};
-
-protected:
-    bool note(const mw::PeerEvent& event) {
-        EXPECT_FALSE(closed) << "event after close";
-        static const char* const KINDS[] = {"matched", "deleted", "lost", "qos", "type"};
-        std::lock_guard<std::mutex> lock(_mutex);
-        _events += (_events.empty() ? "" : " ") + std::string(KINDS[static_cast<int>(event.kind)]);
-        if (event.kind == mw::PeerEventKind::INCOMPATIBLE_QOS) {
-            _events += std::to_string(event.policy) + ":" + std::to_string(event.offered) + "<" + std::to_string(event.requested);
-        }
-        last_peer = event.peer->guid;
-        return static_cast<bool>(on_announce);
-    }
-    void run_listener() {
-        EXPECT_FALSE(closed) << "announcement after close";
-        ++announced;
-        if (on_announce) {
-            on_announce();
-        }
-    }
-
-public:
-    DDS_GUID_t last_peer = DDS_GUID_UNKNOWN;
-
-protected:
-    std::mutex _mutex;
-
-private:
-    std::string _events;
+    IntegerPool pool;
+    std::unique_ptr<mw::DomainPort> port;
+    DDS_ReturnCode_t code = DDS_RETCODE_ERROR;  // of the last thing made here
+    std::string failure;
 };
 
 // What a test asks of an endpoint.
@@ -127,59 +99,109 @@ struct Wish {
     std::uint64_t hash = 1;
     DDS_GUID_t guid = DDS_GUID_AUTO;
 
-    template <typename Qos>
-    Qos qos() const {
-        Qos qos;
+    Wish best_effort() const {
+        return with([](Wish& wish) { wish.reliable = false; });
+    }
+    Wish kept(DDS_Long last = 0, DDS_Long at_most = DDS_LENGTH_UNLIMITED) const {
+        return with([&](Wish& wish) { wish.transient_local = true, wish.depth = last, wish.max_samples = at_most; });
+    }
+    Wish routed(int to) const {
+        return with([&](Wish& wish) { wish.route = to; });
+    }
+    Wish on(const char* other_topic) const {
+        return with([&](Wish& wish) { wish.topic = other_topic; });
+    }
+    Wish named(const DDS_GUID_t& own_guid) const {
+        return with([&](Wish& wish) { wish.guid = own_guid; });
+    }
+
+    // Settings for the engine; `qos` must outlive them.
+    template <typename Settings, typename Qos>
+    Settings settings(Domain& domain, Qos& qos) const {
         qos.reliability.kind = reliable ? DDS_RELIABLE_RELIABILITY_QOS : DDS_BEST_EFFORT_RELIABILITY_QOS;
         qos.durability.kind = transient_local ? DDS_TRANSIENT_LOCAL_DURABILITY_QOS : DDS_VOLATILE_DURABILITY_QOS;
         qos.history.kind = depth == 0 ? DDS_KEEP_ALL_HISTORY_QOS : DDS_KEEP_LAST_HISTORY_QOS;
         qos.history.depth = depth;
         qos.resource_limits.max_samples = max_samples;
-        return qos;
+        Settings made;
+        made.info.guid = guid;
+        made.info.topic_name = topic;
+        made.info.type_name = type;
+        made.info.type_hash = hash;
+        made.qos = &qos;
+        made.pool = &domain.pool;
+        return made;
     }
-    mw::EndpointInfo info() const {
-        mw::EndpointInfo info;
-        info.guid = guid;
-        info.topic_name = topic;
-        info.type_name = type;
-        info.type_hash = hash;
-        return info;
+    mw::ReaderSettings reader_settings(Domain& domain, DDS_DataReaderQos& qos) const {
+        mw::ReaderSettings made = settings<mw::ReaderSettings>(domain, qos);
+        made.routed = route != 0;
+        made.route = guid_of(route);
+        return made;
+    }
+
+private:
+    template <typename Change>
+    Wish with(Change change) const {
+        Wish wish = *this;
+        change(wish);
+        return wish;
     }
 };
 
-// A participant, and the pool of all its endpoints: it outlives them, as samples outlive their writer.
-struct Domain {
-    explicit Domain(DDS_DomainId_t domain_id) {
-        mw::DomainSettings settings;
-        settings.domain_id = domain_id;
-        DDS_ReturnCode_t code = DDS_RETCODE_ERROR;
-        std::string failure;
-        port = embedded::embedded_engine().join(settings, code, failure);
-        EXPECT_EQ(DDS_RETCODE_OK, code) << failure;
+// What both kinds of sink do: note events in words, run a listener, and object to upcalls that come too late.
+template <typename Sink>
+class Listening : public Sink {
+public:
+    Listening() { _events.reserve(1000); }
+    bool peer_changed(const mw::PeerEvent& event) noexcept override {
+        static const char* const KINDS[] = {"matched", "deleted", "lost", "qos", "type"};
+        EXPECT_FALSE(closed) << "event after close";
+        std::lock_guard<std::mutex> lock(_mutex);
+        _events += (_events.empty() ? "" : " ") + std::string(KINDS[static_cast<int>(event.kind)]);
+        if (event.kind == mw::PeerEventKind::INCOMPATIBLE_QOS) {
+            _events += std::to_string(event.policy) + ":" + std::to_string(event.offered) + "<" + std::to_string(event.requested);
+        }
+        last_peer = event.peer->guid;
+        return static_cast<bool>(on_announce);
     }
-    IntegerPool pool;
-    std::unique_ptr<mw::DomainPort> port;
+    void announce() noexcept override {
+        EXPECT_FALSE(closed) << "announcement after close";
+        ++announced;
+        on_announce();
+    }
+    // @return what has happened since the last call.
+    std::string events() {
+        std::lock_guard<std::mutex> lock(_mutex);
+        const std::string happened = _events;
+        _events.clear();
+        return happened;
+    }
+
+    std::function<void()> on_announce;  // when there is one, announcements are wanted
+    std::atomic<int> announced{0};
+    std::atomic<bool> closed{false};
+    DDS_GUID_t last_peer = DDS_GUID_UNKNOWN;
+
+protected:
+    std::mutex _mutex;
+
+private:
+    std::string _events;
 };
 
 // A store of limited room.
-class FakeReader : public mw::SampleSink, public Listening {
+class FakeReader : public Listening<mw::SampleSink> {
 public:
     FakeReader(Domain& domain, const Wish& wish, std::size_t room = ROOMY) : capacity(room) {
-        const DDS_DataReaderQos qos = wish.qos<DDS_DataReaderQos>();
-        mw::ReaderSettings settings;
-        settings.info = wish.info();
-        settings.qos = &qos;
-        settings.pool = &domain.pool;
-        settings.routed = wish.route != 0;
-        settings.route = guid_of(wish.route);
-        port = domain.port->make_reader(settings, code, failure);
+        DDS_DataReaderQos qos;
+        port = domain.port->make_reader(wish.reader_settings(domain, qos), domain.code, domain.failure);
+        _held.reserve(100);
     }
     ~FakeReader() {
         close();
         EXPECT_EQ(0U, _reserved) << "a slot was neither filled nor given back";
-        while (!_held.empty()) {
-            mw::release(*_held.front());
-            _held.pop_front();
+        while (_taken < _held.size()) {
+            mw::release(*_held[_taken++]);
         }
     }
     DDS_ReturnCode_t enable() { return port->enable(*this); }
@@ -192,6 +214,9 @@ public:
 
     Admission admit(const mw::SampleMetadata&, const void* data) noexcept override {
         EXPECT_NE(nullptr, data);
+        if (on_admit) {
+            on_admit();
+        }
         std::lock_guard<std::mutex> lock(_mutex);
         return admit_locked();
     }
@@ -214,26 +239,27 @@ public:
         ++lost;
         return false;
     }
-    bool peer_changed(const mw::PeerEvent& event) noexcept override { return note(event); }
-    void announce() noexcept override { run_listener(); }
 
     // Takes the oldest sample. @return its value; -1 when there is none.
-    int take() {
+    int take(bool may_tell = true) {
         mw::Sample* sample = nullptr;
         bool tell = false;
         {
             std::lock_guard<std::mutex> lock(_mutex);
-            if (_held.empty()) {
+            if (_taken == _held.size()) {
                 return -1;
             }
-            sample = _held.front();
-            _held.pop_front();
-            tell = _refused;
-            _refused = false;
+            sample = _held[_taken++];
+            if (_taken == _held.size()) {
+                _held.clear();
+                _taken = 0;
+            }
+            tell = _refused && may_tell;
+            _refused = _refused && !tell;
         }
         const int value = *static_cast<int*>(sample->data);
         metadata = sample->metadata;
-        numbers.push_back(integer_of(sample->metadata.identity.sequence_number));
+        numbers.push_back(integer_of(metadata.identity.sequence_number));
         mw::release(*sample);
         if (tell) {
             port->room_freed();
@@ -247,14 +273,9 @@ public:
         }
         return values;
     }
-    std::size_t held() {
-        std::lock_guard<std::mutex> lock(_mutex);
-        return _held.size();
-    }
 
     std::unique_ptr<mw::ReaderPort> port;
-    DDS_ReturnCode_t code = DDS_RETCODE_ERROR;
-    std::string failure;
+    std::function<void()> on_admit;
     std::atomic<std::size_t> capacity;
     std::atomic<Admission> answer{Admission::SLOT};  // what it says when there is room
     std::atomic<int> refuse_next{0};                 // so many times it says FULL all the same, and will not tell of room
@@ -270,7 +291,7 @@ private:
             --refuse_next;
             return Admission::FULL;
         }
-        if (answer == Admission::SLOT && _held.size() + _reserved >= capacity) {
+        if (answer == Admission::SLOT && _held.size() - _taken + _reserved >= capacity) {
             _refused = true;
             ++refusals;
             return Admission::FULL;
@@ -285,25 +306,19 @@ private:
         return static_cast<bool>(on_announce);
     }
 
-    std::deque<mw::Sample*> _held;
+    std::vector<mw::Sample*> _held;
+    std::size_t _taken = 0;  // of those, from the front
     std::size_t _reserved = 0;
     bool _refused = false;
 };
 
-class FakeWriter : public mw::PeerSink, public Listening {
+class FakeWriter : public Listening<mw::PeerSink> {
 public:
     FakeWriter(Domain& domain, const Wish& wish) {
-        const DDS_DataWriterQos qos = wish.qos<DDS_DataWriterQos>();
-        mw::WriterSettings settings;
-        settings.info = wish.info();
-        settings.qos = &qos;
-        settings.pool = &domain.pool;
-        port = domain.port->make_writer(settings, code, failure);
+        DDS_DataWriterQos qos;
+        port = domain.port->make_writer(wish.settings<mw::WriterSettings>(domain, qos), domain.code, domain.failure);
     }
-    ~FakeWriter() {
-        close();
-        port.reset();
-    }
+    ~FakeWriter() { close(); }
     DDS_ReturnCode_t enable() { return port->enable(*this); }
     void close() {
         if (port) {
@@ -311,9 +326,6 @@ public:
         }
         closed = true;
     }
-    bool peer_changed(const mw::PeerEvent& event) noexcept override { return note(event); }
-    void announce() noexcept override { run_listener(); }
-
     DDS_ReturnCode_t write(int value, DDS_Duration_t patience = DDS_DURATION_ZERO, int related = 0) {
         mw::WriteRequest request;
         request.related_identity.writer_guid = related == 0 ? DDS_GUID_UNKNOWN : guid_of(related);
@@ -322,14 +334,19 @@ public:
     }
     DDS_ReturnCode_t write(int value, mw::WriteRequest& request) {
         request.data = &value;
-        return port->write(request, identity, addressed);
+        DDS_SampleIdentity_t assigned;
+        bool was_addressed = false;
+        const DDS_ReturnCode_t code = port->write(request, assigned, was_addressed);
+        EXPECT_EQ(code == DDS_RETCODE_OK, assigned != DDS_UNKNOWN_SAMPLE_IDENTITY);
+        std::lock_guard<std::mutex> lock(_mutex);
+        identity = assigned;
+        addressed = was_addressed;
+        return code;
     }
     // 0 when the last write failed.
     std::int64_t number() const { return identity == DDS_UNKNOWN_SAMPLE_IDENTITY ? 0 : integer_of(identity.sequence_number); }
 
     std::unique_ptr<mw::WriterPort> port;
-    DDS_ReturnCode_t code = DDS_RETCODE_ERROR;
-    std::string failure;
     DDS_SampleIdentity_t identity;  // of the last write
     bool addressed = false;
 };
@@ -337,15 +354,13 @@ public:
 // A domain of its own for each test.
 class EmbeddedEngineTest : public ::testing::Test {
 protected:
-    std::unique_ptr<FakeWriter> writer(const Wish& wish = Wish()) {
-        auto made = std::make_unique<FakeWriter>(_domain, wish);
-        EXPECT_EQ(DDS_RETCODE_OK, made->code) << made->failure;
-        EXPECT_EQ(DDS_RETCODE_OK, made->enable());
-        return made;
-    }
+    std::unique_ptr<FakeWriter> writer(const Wish& wish = Wish()) { return enabled(std::make_unique<FakeWriter>(_domain, wish)); }
     std::unique_ptr<FakeReader> reader(const Wish& wish = Wish(), std::size_t room = ROOMY) {
-        auto made = std::make_unique<FakeReader>(_domain, wish, room);
-        EXPECT_EQ(DDS_RETCODE_OK, made->code) << made->failure;
+        return enabled(std::make_unique<FakeReader>(_domain, wish, room));
+    }
+    template <typename Fake>
+    std::unique_ptr<Fake> enabled(std::unique_ptr<Fake> made) {
+        EXPECT_EQ(DDS_RETCODE_OK, _domain.code) << _domain.failure;
         EXPECT_EQ(DDS_RETCODE_OK, made->enable());
         return made;
     }
@@ -357,39 +372,19 @@ protected:
     Domain _domain{_domain_id};
 };
 
-Wish wish(std::function<void(Wish&)> change) {
-    Wish made;
-    change(made);
-    return made;
-}
-Wish routed(int route, bool reliable = true) {
-    return wish([&](Wish& made) {
-        made.route = route;
-        made.reliable = reliable;
-    });
-}
-Wish transient_local(DDS_Long depth = 0, DDS_Long max_samples = DDS_LENGTH_UNLIMITED, int route = 0) {
-    return wish([&](Wish& made) {
-        made.transient_local = true;
-        made.depth = depth;
-        made.max_samples = max_samples;
-        made.route = route;
-    });
-}
-
 TEST_F(EmbeddedEngineTest, both_ends_are_told_whether_they_match_and_only_matches_get_samples_and_goodbyes) {
-    struct {
+    const struct {
         const char* name;
         std::function<void(Wish& writer, Wish& reader)> change;
         const char* event;
-    } const CASES[] = {
+    } CASES[] = {
         {"alike", [](Wish&, Wish&) {}, "matched"},
         {"best-effort reader", [](Wish&, Wish& r) { r.reliable = false; }, "matched"},
         {"best-effort writer", [](Wish& w, Wish&) { w.reliable = false; }, "qos11:1<2"},
         {"both best effort", [](Wish& w, Wish& r) { w.reliable = r.reliable = false; }, "matched"},
         {"transient-local writer", [](Wish& w, Wish&) { w.transient_local = true; }, "matched"},
         {"transient-local reader", [](Wish&, Wish& r) { r.transient_local = true; }, "qos2:0<1"},
-        {"two policies", [](Wish& w, Wish& r) { w.reliable = !(r.transient_local = true); }, "qos11:1<2"},
+        {"two policies", [](Wish& w, Wish& r) { w.reliable = false, r.transient_local = true; }, "qos11:1<2"},
         {"another type", [](Wish&, Wish& r) { r.type = "text"; }, "type"},
         {"another layout", [](Wish&, Wish& r) { r.hash = 2; }, "type"},
         {"type before policy", [](Wish& w, Wish& r) { w.reliable = false, r.hash = 2; }, "type"},
@@ -419,21 +414,18 @@ TEST_F(EmbeddedEngineTest, both_ends_are_told_whether_they_match_and_only_matche
             EXPECT_EQ(matched, writer.addressed);
             EXPECT_EQ(matched ? 7 : -1, reader.take());
             writer_first ? writer.close() : reader.close();
-            EXPECT_EQ(row.event + std::string(matched ? " deleted" : ""), writer_first ? reader.events() : writer.events());
-            EXPECT_EQ(row.event, writer_first ? writer.events() : reader.events()) << "who leaves is told nothing";
-            if (!writer_first) {
-                EXPECT_EQ(DDS_RETCODE_OK, writer.write(8));
-                EXPECT_FALSE(writer.addressed);
-            }
+            EXPECT_EQ(matched ? "deleted" : "", writer_first ? reader.events() : writer.events());
+            EXPECT_EQ("", writer_first ? writer.events() : reader.events()) << "who leaves is told nothing";
+            EXPECT_EQ(writer_first ? DDS_RETCODE_ALREADY_DELETED : DDS_RETCODE_OK, writer.write(8));
+            EXPECT_FALSE(writer.addressed);
         }
     }
     Domain neighbour(_domain_id);
     Domain elsewhere(next_domain());
     EXPECT_NE(neighbour.port->guid(), _domain.port->guid());
-    FakeWriter writer(_domain, Wish());
+    auto sender = writer();
     FakeReader near_one(neighbour, Wish());
     FakeReader far_one(elsewhere, Wish());
-    EXPECT_EQ(DDS_RETCODE_OK, writer.enable());
     EXPECT_EQ(DDS_RETCODE_OK, near_one.enable());
     EXPECT_EQ(DDS_RETCODE_OK, far_one.enable());
     EXPECT_EQ("matched", near_one.events()) << "another participant of the domain number";
@@ -445,58 +437,48 @@ TEST_F(EmbeddedEngineTest, guids_are_generated_or_granted_and_belong_to_one_endp
     for (int round = 0; round < 100; ++round) {
         const FakeWriter writer(_domain, Wish());
         const FakeReader reader(_domain, Wish());
+        EXPECT_EQ(_domain.port->guid(), writer.port->info().participant_guid);
         for (const DDS_GUID_t& guid : {writer.port->info().guid, reader.port->info().guid}) {
             EXPECT_NE(DDS_GUID_AUTO, guid);
             EXPECT_TRUE(seen.insert(std::string(guid.value, guid.value + 16)).second);
         }
-        EXPECT_EQ(_domain.port->guid(), writer.port->info().participant_guid);
     }
-    const Wish mine = wish([](Wish& made) { made.guid = guid_of(1); });
+    const Wish mine = Wish().named(guid_of(1));
     auto owner = writer(mine);
-    EXPECT_EQ(guid_of(1), owner->port->info().guid);
     EXPECT_EQ(DDS_RETCODE_OK, owner->write(1));
     EXPECT_EQ(guid_of(1), owner->identity.writer_guid);
-    const FakeReader second(_domain, mine);
-    EXPECT_EQ(nullptr, second.port);
-    EXPECT_EQ(DDS_RETCODE_PRECONDITION_NOT_MET, second.code);
-    EXPECT_NE(std::string::npos, second.failure.find("77000000000000000000000000000001")) << second.failure;
+    EXPECT_EQ(nullptr, FakeReader(_domain, mine).port);
+    EXPECT_EQ(DDS_RETCODE_PRECONDITION_NOT_MET, _domain.code);
+    EXPECT_NE(std::string::npos, _domain.failure.find("77000000000000000000000000000001")) << _domain.failure;
     EXPECT_EQ(nullptr, FakeWriter(_domain, mine).port) << "the refused one must not have given the GUID back";
     Domain elsewhere(next_domain());
     EXPECT_NE(nullptr, FakeWriter(elsewhere, mine).port);
     owner->close();
     EXPECT_NE(nullptr, FakeWriter(_domain, mine).port) << "closed, though not destroyed";
     EXPECT_NE(nullptr, FakeReader(_domain, mine).port) << "the one before was never enabled";
-
-    const FakeWriter nobody(_domain, wish([](Wish& made) { made.guid = DDS_GUID_UNKNOWN; }));
-    EXPECT_EQ(nullptr, nobody.port);
-    EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, nobody.code);
-    EXPECT_EQ(guid_of(9), FakeReader(_domain, routed(9)).port->info().partner_guid);
+    EXPECT_EQ(nullptr, FakeWriter(_domain, Wish().named(DDS_GUID_UNKNOWN)).port);
+    EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, _domain.code);
+    EXPECT_EQ(guid_of(9), FakeReader(_domain, Wish().routed(9)).port->info().partner_guid);
 
     DDS_DataReaderQos qos;
+    const mw::ReaderSettings settings = Wish().reader_settings(_domain, qos);
     qos.durability.kind = DDS_TRANSIENT_DURABILITY_QOS;
-    mw::ReaderSettings settings;
-    settings.qos = &qos;
-    settings.pool = &_domain.pool;
-    DDS_ReturnCode_t code = DDS_RETCODE_OK;
-    std::string failure;
-    EXPECT_EQ(nullptr, _domain.port->make_reader(settings, code, failure));
-    EXPECT_EQ(DDS_RETCODE_UNSUPPORTED, code);
-    EXPECT_NE("", failure);
+    EXPECT_EQ(nullptr, _domain.port->make_reader(settings, _domain.code, _domain.failure));
+    EXPECT_EQ(DDS_RETCODE_UNSUPPORTED, _domain.code);
 }
 
 TEST_F(EmbeddedEngineTest, numbers_rise_from_one_may_be_asked_for_and_are_not_used_up_by_failures) {
     auto sender = writer();
     EXPECT_EQ(DDS_RETCODE_OK, sender->write(1));
     EXPECT_EQ(1, sender->number());
-    EXPECT_FALSE(sender->addressed);
-    EXPECT_EQ(0, _domain.pool.copies) << "nobody to copy it for";
+    EXPECT_EQ(0, _domain.pool.copies) << "there was nobody to copy it for";
     auto receiver = reader(Wish(), 4);
-    struct {
+    const struct {
         std::int64_t wanted;  // 0: automatic
         bool no_copy;
         DDS_ReturnCode_t code;
         std::int64_t got;
-    } const CASES[] = {
+    } CASES[] = {
         {0, false, DDS_RETCODE_OK, 2},
         {0, true, DDS_RETCODE_OUT_OF_RESOURCES, 0},
         {2, false, DDS_RETCODE_BAD_PARAMETER, 0},
@@ -514,49 +496,40 @@ TEST_F(EmbeddedEngineTest, numbers_rise_from_one_may_be_asked_for_and_are_not_us
         request.sequence_number = row.wanted == 0 ? DDS_AUTO_SEQUENCE_NUMBER : number_of(row.wanted);
         _domain.pool.fails = row.no_copy;
         EXPECT_EQ(row.code, sender->write(1, request));
-        EXPECT_EQ(row.code == DDS_RETCODE_OK, sender->addressed);
-        if (row.code == DDS_RETCODE_OK) {
-            EXPECT_EQ(row.got, sender->number());
-            EXPECT_EQ(sender->port->info().guid, sender->identity.writer_guid);
-        } else {
-            EXPECT_EQ(DDS_UNKNOWN_SAMPLE_IDENTITY, sender->identity);
-        }
+        EXPECT_EQ(row.got, sender->number());
     }
     receiver->take_all();
     EXPECT_EQ((std::vector<std::int64_t>{2, 3, 0x1ffffffff, 0x200000000}), receiver->numbers);
+
+    // What else a sample carries.
     mw::WriteRequest last;
     last.sequence_number = number_of(INT64_MAX - 1);
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, last));
-    EXPECT_EQ(DDS_RETCODE_OUT_OF_RESOURCES, sender->write(1)) << "the numbers are used up";
-}
-
-TEST_F(EmbeddedEngineTest, a_sample_carries_its_identities_and_times) {
-    auto sender = writer();
-    auto receiver = reader();
-    mw::WriteRequest request;
-    request.related_identity = {guid_of(3), {0, 44}};
+    last.related_identity = {guid_of(3), {0, 44}};
     const DDS_Time_t before = _domain.port->current_time();
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, request));
+    EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, last));
     receiver->take();
     EXPECT_EQ(sender->identity, receiver->metadata.identity);
-    EXPECT_EQ(request.related_identity, receiver->metadata.related_identity);
+    EXPECT_EQ(sender->port->info().guid, receiver->metadata.identity.writer_guid);
+    EXPECT_EQ(last.related_identity, receiver->metadata.related_identity);
     EXPECT_EQ(receiver->metadata.reception_timestamp, receiver->metadata.source_timestamp);
-    EXPECT_GE((receiver->metadata.reception_timestamp - before).sec, 0);
-    EXPECT_LT((receiver->metadata.reception_timestamp - before).sec, 60);
-    request.source_timestamp = {12, 34};
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, request));
+    const DDS_Duration_t age = receiver->metadata.reception_timestamp - before;
+    EXPECT_TRUE(age.sec >= 0 && age.sec < 60) << age.sec;
+    EXPECT_EQ(DDS_RETCODE_OUT_OF_RESOURCES, sender->write(1)) << "the numbers are used up";
+    mw::WriteRequest dated;
+    dated.source_timestamp = {12, 34};
+    EXPECT_EQ(DDS_RETCODE_OK, writer()->write(1, dated));
     receiver->take();
-    EXPECT_EQ(request.source_timestamp, receiver->metadata.source_timestamp);
+    EXPECT_EQ(dated.source_timestamp, receiver->metadata.source_timestamp);
     EXPECT_GE(receiver->metadata.reception_timestamp.sec, before.sec);
 }
 
 // One letter a reader: S takes, F is full, b is full and best effort, f filters it out, u has no use for it, m has no memory.
 TEST_F(EmbeddedEngineTest, a_write_reaches_all_or_none) {
-    struct {
+    const struct {
         const char* readers;
         DDS_ReturnCode_t code;
         bool addressed;
-    } const CASES[] = {
+    } CASES[] = {
         {"S", DDS_RETCODE_OK, true},
         {"F", DDS_RETCODE_TIMEOUT, false},
         {"b", DDS_RETCODE_OK, true},
@@ -580,13 +553,11 @@ TEST_F(EmbeddedEngineTest, a_write_reaches_all_or_none) {
         std::vector<std::unique_ptr<FakeReader>> readers;
         const std::string letters = row.readers;
         for (const char letter : letters) {
-            readers.push_back(
-                reader(wish([&](Wish& made) { made.reliable = letter != 'b'; }), letter == 'F' || letter == 'b' ? 0 : 9));
+            readers.push_back(reader(letter == 'b' ? Wish().best_effort() : Wish(), letter == 'F' || letter == 'b' ? 0 : 9));
             readers.back()->on_announce = [] {};
-            readers.back()->answer = letter == 'f'   ? Admission::FILTERED
-                                     : letter == 'u' ? Admission::UNWANTED
-                                     : letter == 'm' ? Admission::NO_MEMORY
-                                                     : Admission::SLOT;
+            const std::size_t special = std::string("fum").find(letter);
+            const Admission answers[] = {Admission::FILTERED, Admission::UNWANTED, Admission::NO_MEMORY};
+            readers.back()->answer = special == std::string::npos ? Admission::SLOT : answers[special];
         }
         EXPECT_EQ(row.code, sender->write(5));
         EXPECT_EQ(row.addressed, sender->addressed);
@@ -603,103 +574,82 @@ TEST_F(EmbeddedEngineTest, a_write_reaches_all_or_none) {
 TEST_F(EmbeddedEngineTest, routed_readers_get_what_is_related_to_their_writer_and_nothing_else) {
     auto sender = writer();
     auto everything = reader();
-    auto one = reader(routed(1));
-    auto two = reader(routed(2));
-    auto also_two = reader(routed(2, false));
-    struct {
-        int related;
-        std::set<FakeReader*> addressees;
-    } const CASES[] = {
-        {0, {everything.get()}},
-        {1, {everything.get(), one.get()}},
-        {2, {everything.get(), two.get(), also_two.get()}},
-        {3, {everything.get()}},
-    };
-    for (const bool with_everything : {true, false}) {
-        for (const auto& row : CASES) {
-            SCOPED_TRACE(::testing::Message() << "related " << row.related << ", with everything " << with_everything);
-            EXPECT_EQ(DDS_RETCODE_OK, sender->write(9, DDS_DURATION_ZERO, row.related));
-            EXPECT_EQ(with_everything || row.addressees.size() > 1, sender->addressed);
-            for (FakeReader* reader : {everything.get(), one.get(), two.get(), also_two.get()}) {
-                const bool gets = row.addressees.count(reader) != 0 && (with_everything || reader != everything.get());
-                EXPECT_EQ(gets ? 9 : -1, reader->take());
-                EXPECT_EQ(-1, reader->take());
+    auto one = reader(Wish().routed(1));
+    auto two = reader(Wish().routed(2));
+    auto also_two = reader(Wish().routed(2).best_effort());
+    const std::vector<FakeReader*> all = {everything.get(), one.get(), two.get(), also_two.get()};
+    // Writes to each relation, 0 being none. @return for each, the positions in `all` of the readers that got it.
+    const auto addressees = [&] {
+        std::string text;
+        for (int related = 0; related <= 3; ++related) {
+            EXPECT_EQ(DDS_RETCODE_OK, sender->write(9, DDS_DURATION_ZERO, related));
+            std::string got;
+            for (std::size_t index = 0; index < all.size(); ++index) {
+                got += all[index]->take() == 9 ? std::to_string(index) : "";
+                EXPECT_EQ(-1, all[index]->take());
             }
+            EXPECT_EQ(!got.empty(), sender->addressed);
+            text += (related == 0 ? "" : " ") + (got.empty() ? "-" : got);
         }
-        everything->close();
-    }
-    // Out of the middle of a route, and then the whole route.
+        return text;
+    };
+    EXPECT_EQ("0 01 023 0", addressees());
+    everything->close();
+    EXPECT_EQ("- 1 23 -", addressees());
     two->close();
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(10, DDS_DURATION_ZERO, 2));
-    EXPECT_EQ(10, also_two->take());
+    EXPECT_EQ("- 1 3 -", addressees()) << "one of a route has gone";
     also_two->close();
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(11, DDS_DURATION_ZERO, 2));
-    EXPECT_FALSE(sender->addressed);
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(12, DDS_DURATION_ZERO, 1));
-    EXPECT_EQ(12, one->take());
+    EXPECT_EQ("- 1 - -", addressees()) << "the route has gone";
 }
 
-// Waits until a write has been refused twice: once before, and once after it has made up its mind to sleep.
-void wait_until_blocked(FakeReader& reader) {
-    ASSERT_TRUE(eventually([&] { return reader.refusals >= 2; }));
+// A write that may sleep is refused twice: before, and after it has made up its mind to.
+void wait_until_blocked(FakeReader& reader, int writes = 1) {
+    ASSERT_TRUE(eventually([&] { return reader.refusals >= 2 * writes; }));
 }
 
 TEST_F(EmbeddedEngineTest, a_blocked_write_ends_by_room_either_end_leaving_or_the_deadline) {
-    struct {
+    const DDS_Duration_t short_time = {0, 50000000};
+    const struct {
         const char* name;
         DDS_Duration_t patience;
         std::function<void(FakeWriter&, FakeReader&)> release;
         DDS_ReturnCode_t code;
-        std::vector<int> first;   // what is in the full reader afterwards
-        std::vector<int> second;  // and in the roomy one
-    } const CASES[] = {
-        {"room", LONG_TIME, [](FakeWriter&, FakeReader& full) { EXPECT_EQ(1, full.take()); }, DDS_RETCODE_OK, {2}, {1, 2}},
-        {"room, no deadline",
-         DDS_DURATION_INFINITE,
-         [](FakeWriter&, FakeReader& full) { full.take(); },
-         DDS_RETCODE_OK,
-         {2},
-         {1, 2}},
-        {"the reader leaves", LONG_TIME, [](FakeWriter&, FakeReader& full) { full.close(); }, DDS_RETCODE_OK, {1}, {1, 2}},
-        {"the writer leaves",
-         LONG_TIME,
-         [](FakeWriter& writer, FakeReader&) { writer.close(); },
-         DDS_RETCODE_ALREADY_DELETED,
-         {1},
-         {1}},
-        {"the deadline", {0, 50000000}, [](FakeWriter&, FakeReader&) {}, DDS_RETCODE_TIMEOUT, {1}, {1}},
-        {"false hope",
-         {0, 50000000},
-         [](FakeWriter&, FakeReader& full) { full.port->room_freed(); },
-         DDS_RETCODE_TIMEOUT,
-         {1},
-         {1}},
+        std::vector<int> left;  // what is in the full reader afterwards
+    } CASES[] = {
+        {"room", LONG_TIME, [](FakeWriter&, FakeReader& full) { full.take(); }, DDS_RETCODE_OK, {2}},
+        {"room, no deadline", DDS_DURATION_INFINITE, [](FakeWriter&, FakeReader& full) { full.take(); }, DDS_RETCODE_OK, {2}},
+        {"the reader leaves", LONG_TIME, [](FakeWriter&, FakeReader& full) { full.close(); }, DDS_RETCODE_OK, {1}},
+        {"the writer leaves", LONG_TIME, [](FakeWriter& sender, FakeReader&) { sender.close(); }, DDS_RETCODE_ALREADY_DELETED, {1}},
+        {"the deadline", short_time, [](FakeWriter&, FakeReader&) {}, DDS_RETCODE_TIMEOUT, {1}},
+        {"false hope", short_time, [](FakeWriter&, FakeReader& full) { full.port->room_freed(); }, DDS_RETCODE_TIMEOUT, {1}},
     };
     for (const auto& row : CASES) {
-        for (const bool alone : {false, true}) {
-            SCOPED_TRACE(std::string(row.name) + (alone ? ", alone" : ", with a roomy reader"));
+        // With a second reader that has room, and perhaps leaves before the full one has any.
+        for (const char* others : {"none", "stays", "leaves"}) {
+            SCOPED_TRACE(std::string(row.name) + ", the other reader: " + others);
             auto sender = writer();
+            const bool alone = *others == 'n';
             auto roomy = alone ? nullptr : reader();
             auto full = reader(Wish(), 1);
             ASSERT_EQ(DDS_RETCODE_OK, sender->write(1));
             const auto begin = std::chrono::steady_clock::now();
             auto blocked = std::async(std::launch::async, [&] { return sender->write(2, row.patience); });
             wait_until_blocked(*full);
+            if (*others == 'l') {
+                roomy->close();
+            }
             row.release(*sender, *full);
-            ASSERT_EQ(std::future_status::ready, blocked.wait_for(std::chrono::seconds(20)));
             EXPECT_EQ(row.code, blocked.get());
-            const auto took = std::chrono::steady_clock::now() - begin;
-            EXPECT_TRUE(row.code != DDS_RETCODE_TIMEOUT || took >= std::chrono::milliseconds(50));
+            EXPECT_TRUE(row.code != DDS_RETCODE_TIMEOUT ||
+                        std::chrono::steady_clock::now() - begin >= std::chrono::milliseconds(50));
             EXPECT_EQ(row.code == DDS_RETCODE_OK ? 2 : 0, sender->number());
-            EXPECT_EQ(row.code == DDS_RETCODE_OK && (!alone || row.first.back() == 2), sender->addressed);
-            EXPECT_EQ(row.first, full->take_all());
-            EXPECT_TRUE(alone || row.second == roomy->take_all());
+            EXPECT_EQ(row.code == DDS_RETCODE_OK && (row.left.back() == 2 || *others == 's'), sender->addressed);
+            EXPECT_EQ(row.left, full->take_all());
+            const bool gets_it = row.code == DDS_RETCODE_OK && *others == 's';
+            EXPECT_TRUE(alone || roomy->take_all() == (gets_it ? std::vector<int>{1, 2} : std::vector<int>{1}));
         }
     }
-}
-
-// The room that comes between the refusal and the decision to sleep: nobody will tell of it.
-TEST_F(EmbeddedEngineTest, a_write_looks_once_more_before_it_sleeps_and_never_sleeps_without_patience) {
+    // The room that comes between the refusal and the decision to sleep: nobody will tell of it.
     for (const bool alone : {true, false}) {
         auto sender = writer();
         auto other = alone ? nullptr : reader();
@@ -707,9 +657,39 @@ TEST_F(EmbeddedEngineTest, a_write_looks_once_more_before_it_sleeps_and_never_sl
         receiver->refuse_next = 1;
         EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, LONG_TIME));
         receiver->refuse_next = 1;
-        EXPECT_EQ(DDS_RETCODE_TIMEOUT, sender->write(2, DDS_DURATION_ZERO));
-        EXPECT_EQ(DDS_RETCODE_OK, sender->write(2, DDS_DURATION_ZERO));
-        EXPECT_EQ((std::vector<int>{1, 2}), receiver->take_all());
+        EXPECT_EQ(DDS_RETCODE_TIMEOUT, sender->write(2, DDS_DURATION_ZERO)) << "no patience, no second look";
+        EXPECT_EQ(std::vector<int>{1}, receiver->take_all());
+    }
+}
+
+// A claim that comes to nothing makes a reader look full for a moment. Who was refused then is not told of room by the reader.
+TEST_F(EmbeddedEngineTest, who_was_refused_for_the_sake_of_an_abandoned_claim_gets_the_room_after_all) {
+    const Wish kept = Wish().kept();
+    for (const bool owed : {true, false}) {
+        SCOPED_TRACE(owed ? "a sample from before the reader's time" : "a write");
+        auto other = owed ? writer(kept) : writer();
+        EXPECT_EQ(DDS_RETCODE_OK, other->write(1));
+        EXPECT_EQ(DDS_RETCODE_OK, other->write(2));
+        auto wanted = owed ? reader(kept, 1) : reader(Wish(), 1);
+        EXPECT_EQ(owed ? 1 : -1, wanted->take(false));
+        auto claimer = writer(kept);
+        auto full = reader(kept, 0);  // owes `other` nothing but refusals; volatile writers do not match it
+        std::future<DDS_ReturnCode_t> refused;
+        full->on_admit = [&] {  // `wanted` is claimed now
+            const int before = wanted->refusals;
+            refused = std::async(std::launch::async, [&] {
+                if (!owed) {
+                    return other->write(2, LONG_TIME);
+                }
+                wanted->port->room_freed();
+                return DDS_RETCODE_OK;
+            });
+            EXPECT_TRUE(eventually([&] { return wanted->refusals >= before + (owed ? 1 : 2); }));
+            full->on_admit = nullptr;
+        };
+        EXPECT_EQ(DDS_RETCODE_TIMEOUT, claimer->write(9));
+        EXPECT_EQ(DDS_RETCODE_OK, refused.get());
+        EXPECT_EQ(std::vector<int>{2}, wanted->take_all());
     }
 }
 
@@ -724,41 +704,28 @@ TEST_F(EmbeddedEngineTest, concurrent_writes_through_a_narrow_reader_arrive_once
     for (int thread = 0; thread < THREADS; ++thread) {
         threads.emplace_back([&, thread] {
             for (int index = 0; index < WRITES; ++index) {
-                mw::WriteRequest request;
-                const int value = thread * WRITES + index;
-                request.data = &value;
                 // Every fourth has no patience, and tries again: its failures must leave no gap.
-                request.max_blocking_time = index % 4 == 0 ? DDS_DURATION_ZERO : LONG_TIME;
-                DDS_SampleIdentity_t identity;
-                bool addressed = false;
                 DDS_ReturnCode_t code = DDS_RETCODE_TIMEOUT;
                 while (code == DDS_RETCODE_TIMEOUT) {
-                    code = sender->port->write(request, identity, addressed);
+                    code = sender->write(thread * WRITES + index, index % 4 == 0 ? DDS_DURATION_ZERO : LONG_TIME);
                 }
                 failed += code == DDS_RETCODE_OK ? 0 : 1;
             }
         });
     }
     std::vector<int> arrived;
-    EXPECT_TRUE(eventually(
-        [&] {
-            for (int value = narrow->take(); value != -1; value = narrow->take()) {
-                arrived.push_back(value);
-            }
-            return arrived.size() == THREADS * WRITES || failed != 0;
-        },
-        std::chrono::seconds(60)));
-    narrow->capacity = ROOMY;  // after a failure: let the writers go
-    narrow->port->room_freed();
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    const auto drain = [&] {
+        const std::vector<int> more = narrow->take_all();
+        arrived.insert(arrived.end(), more.begin(), more.end());
+        return arrived.size() == THREADS * WRITES;
+    };
+    EXPECT_TRUE(eventually(drain, std::chrono::seconds(60)));
+    narrow->close();  // after a failure: let the writers go
+    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
     EXPECT_EQ(0, failed);
     EXPECT_EQ(arrived, wide->take_all());
-    std::vector<std::int64_t> contiguous;
-    for (std::int64_t number = 1; number <= THREADS * WRITES; ++number) {
-        contiguous.push_back(number);
-    }
+    std::vector<std::int64_t> contiguous(THREADS * WRITES);
+    std::iota(contiguous.begin(), contiguous.end(), 1);
     EXPECT_EQ(contiguous, narrow->numbers);
     EXPECT_EQ(contiguous, wide->numbers);
     std::sort(arrived.begin(), arrived.end());
@@ -766,32 +733,26 @@ TEST_F(EmbeddedEngineTest, concurrent_writes_through_a_narrow_reader_arrive_once
 }
 
 TEST_F(EmbeddedEngineTest, a_late_reader_gets_what_a_transient_local_writer_keeps) {
-    struct {
+    const Wish kept = Wish().kept();
+    const struct {
         const char* name;
         Wish writer;
         Wish reader;
         std::size_t room;
-        std::vector<int> at_once;
-        std::vector<int> after_taking;  // as room comes
+        int refuses;               // so many times, although it has room
+        std::vector<int> at_once;  // of 1 to 5; the odd ones are related to 1, the even ones to 2
+        std::vector<int> later;    // as room comes
         int lost;
-    } const CASES[] = {
-        {"all", transient_local(), transient_local(), ROOMY, {1, 2, 3, 4, 5}, {}, 0},
-        {"the last three", transient_local(3), transient_local(), ROOMY, {3, 4, 5}, {}, 0},
-        {"bounded", transient_local(4, 2), transient_local(), ROOMY, {4, 5}, {}, 0},
-        {"a volatile reader", transient_local(), Wish(), ROOMY, {}, {}, 0},
-        {"a small reader", transient_local(), transient_local(), 2, {1, 2}, {3, 4, 5}, 0},
-        {"a small best-effort reader",
-         transient_local(),
-         wish([](Wish& made) {
-             made.transient_local = true;
-             made.reliable = false;
-         }),
-         2,
-         {1, 2},
-         {},
-         3},
-        {"a routed reader", transient_local(), transient_local(0, DDS_LENGTH_UNLIMITED, 1), ROOMY, {1, 3, 5}, {}, 0},
-        {"a small routed reader", transient_local(), transient_local(0, DDS_LENGTH_UNLIMITED, 2), 1, {2}, {4}, 0},
+    } CASES[] = {
+        {"all", kept, kept, ROOMY, 0, {1, 2, 3, 4, 5}, {}, 0},
+        {"the last three", kept.kept(3), kept, ROOMY, 0, {3, 4, 5}, {}, 0},
+        {"bounded", kept.kept(4, 2), kept, ROOMY, 0, {4, 5}, {}, 0},
+        {"a volatile reader", kept, Wish(), ROOMY, 0, {}, {}, 0},
+        {"a small reader", kept, kept, 2, 0, {1, 2}, {3, 4, 5}, 0},
+        {"a reader that refuses once", kept, kept, ROOMY, 1, {}, {1, 2, 3, 4, 5}, 0},
+        {"a small best-effort reader", kept, kept.best_effort(), 2, 0, {1, 2}, {}, 3},
+        {"a routed reader", kept, kept.routed(1), ROOMY, 0, {1, 3, 5}, {}, 0},
+        {"a small routed reader", kept, kept.routed(2), 1, 0, {2}, {4}, 0},
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.name);
@@ -801,91 +762,132 @@ TEST_F(EmbeddedEngineTest, a_late_reader_gets_what_a_transient_local_writer_keep
         }
         FakeReader late(_domain, row.reader, row.room);
         late.on_announce = [] {};
+        late.refuse_next = row.refuses;
         EXPECT_EQ(DDS_RETCODE_OK, late.enable());
-        EXPECT_EQ(1, late.announced);
-        EXPECT_EQ(row.at_once.size(), late.held());
+        EXPECT_EQ(1, late.announced) << "once for the match and all that came with it";
         EXPECT_EQ(row.lost, late.lost);
-        const bool owes = !row.after_taking.empty();
+        const bool owes = !row.later.empty();
         EXPECT_EQ(owes ? DDS_RETCODE_TIMEOUT : DDS_RETCODE_OK, sender->port->wait_for_acknowledgments(DDS_DURATION_ZERO));
-        std::vector<int> expected = row.at_once;
-        expected.insert(expected.end(), row.after_taking.begin(), row.after_taking.end());
-        EXPECT_EQ(expected, late.take_all()) << "all of it, in order";
+        EXPECT_EQ(owes ? DDS_RETCODE_TIMEOUT : DDS_RETCODE_OK, sender->write(6, DDS_DURATION_ZERO, row.reader.route));
+        for (const int value : row.at_once) {
+            EXPECT_EQ(value, late.take(false));
+        }
+        late.port->room_freed();
+        late.capacity = ROOMY;
+        late.port->room_freed();
+        EXPECT_EQ(DDS_RETCODE_OK, owes ? sender->write(6, DDS_DURATION_ZERO, row.reader.route) : DDS_RETCODE_OK);
+        std::vector<int> expected = row.later;
+        expected.push_back(6);
+        EXPECT_EQ(row.lost == 0 ? expected : std::vector<int>(), late.take_all()) << "in order, the new one last";
         EXPECT_EQ(DDS_RETCODE_OK, sender->port->wait_for_acknowledgments(DDS_DURATION_ZERO));
     }
 }
 
-TEST_F(EmbeddedEngineTest, nothing_overtakes_a_backlog_and_who_waits_for_it_wakes) {
-    struct {
+TEST_F(EmbeddedEngineTest, who_waits_for_a_backlog_wakes_when_it_is_settled_or_an_end_leaves) {
+    const struct {
         const char* name;
         std::function<void(FakeWriter&, FakeReader&)> release;
-        DDS_ReturnCode_t write;
-        DDS_ReturnCode_t acknowledged;
+        DDS_ReturnCode_t code;
         std::vector<int> expected;
-    } const CASES[] = {
-        {"room",
-         [](FakeWriter&, FakeReader& late) { late.capacity = 8, late.port->room_freed(); },
-         DDS_RETCODE_OK,
-         DDS_RETCODE_OK,
-         {1, 2, 3, 4}},
-        {"the reader leaves", [](FakeWriter&, FakeReader& late) { late.close(); }, DDS_RETCODE_OK, DDS_RETCODE_OK, {1}},
-        {"the writer leaves",
-         [](FakeWriter& sender, FakeReader&) { sender.close(); },
-         DDS_RETCODE_ALREADY_DELETED,
-         DDS_RETCODE_ALREADY_DELETED,
-         {1}},
+    } CASES[] = {
+        {"room", [](FakeWriter&, FakeReader& late) { late.capacity = 8, late.port->room_freed(); }, DDS_RETCODE_OK, {1, 2, 3, 4}},
+        {"the reader leaves", [](FakeWriter&, FakeReader& late) { late.close(); }, DDS_RETCODE_OK, {1}},
+        {"the writer leaves", [](FakeWriter& sender, FakeReader&) { sender.close(); }, DDS_RETCODE_ALREADY_DELETED, {1}},
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.name);
-        auto sender = writer(transient_local());
+        auto sender = writer(Wish().kept());
         for (int value = 1; value <= 3; ++value) {
             EXPECT_EQ(DDS_RETCODE_OK, sender->write(value));
         }
-        auto late = reader(transient_local(), 1);
-        late->capacity = 2;  // room, but not for anything newer than the backlog
-        EXPECT_EQ(DDS_RETCODE_TIMEOUT, sender->write(4));
+        auto late = reader(Wish().kept(), 1);
         EXPECT_EQ(DDS_RETCODE_TIMEOUT, sender->port->wait_for_acknowledgments({0, 1000000}));
-        late->capacity = 1;
+        const int copies = _domain.pool.copies;
         auto writing = std::async(std::launch::async, [&] { return sender->write(4, LONG_TIME); });
         auto waiting = std::async(std::launch::async, [&] { return sender->port->wait_for_acknowledgments(LONG_TIME); });
-        // Neither can be seen asleep: give both the chance, by refusing in vain a few times what both wait for.
-        for (int round = 0; round < 20; ++round) {
-            late->port->room_freed();
-            std::this_thread::yield();
-        }
+        // As far as it can be seen: asleep, or about to look for the last time before.
+        EXPECT_TRUE(eventually([&] { return _domain.pool.copies > copies; }));
+        EXPECT_EQ(std::future_status::timeout, waiting.wait_for(std::chrono::milliseconds(5)));
         row.release(*sender, *late);
-        EXPECT_EQ(row.write, writing.get());
-        EXPECT_EQ(row.acknowledged, waiting.get());
+        EXPECT_EQ(row.code, writing.get());
+        EXPECT_EQ(row.code, waiting.get());
         EXPECT_EQ(row.expected, late->take_all());
     }
 }
 
 TEST_F(EmbeddedEngineTest, a_bounded_keep_all_history_that_is_full_blocks_until_the_deadline_or_close) {
-    auto sender = writer(transient_local(0, 2));
+    auto sender = writer(Wish().kept(0, 2));
     EXPECT_EQ(DDS_RETCODE_OK, sender->write(1));
     EXPECT_EQ(DDS_RETCODE_OK, sender->write(2));
     EXPECT_EQ(DDS_RETCODE_TIMEOUT, sender->write(3));
     EXPECT_EQ(DDS_RETCODE_TIMEOUT, sender->write(3, {0, 20000000}));
-    std::atomic<bool> begun{false};
-    auto blocked = std::async(std::launch::async, [&] {
-        begun = true;
-        return sender->write(3, LONG_TIME);
-    });
-    EXPECT_TRUE(eventually([&] { return begun && _domain.pool.live == 3; })) << "it has made its copy";
+    auto blocked = std::async(std::launch::async, [&] { return sender->write(3, LONG_TIME); });
+    EXPECT_TRUE(eventually([&] { return _domain.pool.live == 3; })) << "it has made its copy";
     sender->close();
     EXPECT_EQ(DDS_RETCODE_ALREADY_DELETED, blocked.get());
     EXPECT_EQ(0, _domain.pool.live) << "close gives back what was kept";
 }
 
-TEST_F(EmbeddedEngineTest, a_reader_that_has_no_memory_for_the_replay_is_not_enabled) {
-    auto sender = writer(transient_local());
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(1));
-    FakeReader late(_domain, transient_local(0, DDS_LENGTH_UNLIMITED, 0));
-    late.answer = Admission::NO_MEMORY;
-    EXPECT_EQ(DDS_RETCODE_OUT_OF_RESOURCES, late.enable());
-    late.closed = true;
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(2));
-    EXPECT_FALSE(sender->addressed);
-    EXPECT_EQ("", sender->events() + late.events());
+TEST_F(EmbeddedEngineTest, where_memory_is_short_an_endpoint_is_refused_and_leaves_nothing_behind) {
+    auto sender = writer(Wish().kept());
+    EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, DDS_DURATION_ZERO, 1));
+    FakeReader sink(_domain, Wish());  // only lends its upcalls
+    DDS_DataReaderQos reader_qos;
+    DDS_DataWriterQos writer_qos;
+    const mw::ReaderSettings reader_settings = Wish().kept().routed(1).named(guid_of(5)).reader_settings(_domain, reader_qos);
+    const auto writer_settings = Wish().named(guid_of(6)).settings<mw::WriterSettings>(_domain, writer_qos);
+    const auto attempts = [&](auto make) {
+        long refused = 0;
+        const long failures = fail_each_allocation([&] {
+            _domain.code = DDS_RETCODE_OK;
+            const auto port = make();
+            _domain.code = port ? port->enable(sink) : _domain.code;
+            refused += _domain.code == DDS_RETCODE_OUT_OF_RESOURCES ? 1 : 0;
+        });
+        EXPECT_EQ(DDS_RETCODE_OK, _domain.code) << "the run without a failure";
+        EXPECT_EQ(failures, refused);
+        EXPECT_GT(failures, 5);
+    };
+    for (const std::size_t room : {ROOMY, std::size_t(0)}) {  // zero: the replay stays owed
+        sink.capacity = room;
+        attempts([&] { return _domain.port->make_reader(reader_settings, _domain.code, _domain.failure); });
+        EXPECT_EQ(DDS_RETCODE_OK, sender->port->wait_for_acknowledgments(DDS_DURATION_ZERO))
+            << "nothing is owed to those who failed";
+    }
+    auto witness = reader();
+    attempts([&] { return _domain.port->make_writer(writer_settings, _domain.code, _domain.failure); });
+    // The reader itself has no memory for what is replayed to it.
+    FakeReader poor(_domain, Wish().kept().routed(1));
+    poor.answer = Admission::NO_MEMORY;
+    EXPECT_EQ(DDS_RETCODE_OUT_OF_RESOURCES, poor.enable());
+    poor.closed = true;
+    EXPECT_EQ(DDS_RETCODE_OK, sender->write(2, DDS_DURATION_ZERO, 1));
+    EXPECT_EQ(2, witness->take());
+    EXPECT_EQ("", writer()->port->info().topic_name == "topic" ? poor.events() : "no event") << "it is not seen any more";
+}
+
+TEST_F(EmbeddedEngineTest, a_write_allocates_nothing_but_its_copy) {
+    auto sender = writer(Wish().kept(4));
+    auto everything = reader();
+    auto mine = reader(Wish().routed(1));
+    everything->on_announce = mine->on_announce = [] {};
+    everything->numbers.reserve(100);
+    mine->numbers.reserve(100);
+    const auto write_and_take = [&] {
+        for (int related = 0; related <= 1; ++related) {
+            EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, LONG_TIME, related));
+            everything->take();
+            mine->take();
+        }
+    };
+    for (int round = 0; round < 4; ++round) {
+        write_and_take();  // fills the history
+    }
+    const int copies = _domain.pool.copies;
+    AllocationProbe::fail(0);
+    write_and_take();
+    AllocationProbe::stop();
+    EXPECT_EQ(2 * (_domain.pool.copies - copies), AllocationProbe::count()) << "two for each: the sample, and the integer";
 }
 
 TEST_F(EmbeddedEngineTest, close_waits_for_a_running_listener) {
@@ -905,8 +907,7 @@ TEST_F(EmbeddedEngineTest, close_waits_for_a_running_listener) {
         left = true;
     });
     // The peer's event shows that the close is under way.
-    EXPECT_TRUE(eventually([&] { return sender->events() == "matched deleted"; }));
-    EXPECT_FALSE(left);
+    EXPECT_TRUE(eventually([&] { return sender->events().find("deleted") != std::string::npos; }));
     EXPECT_EQ(DDS_RETCODE_OK, sender->write(2)) << "nobody else is held up";
     EXPECT_FALSE(left);
     go_on.set_value();
@@ -918,8 +919,8 @@ TEST_F(EmbeddedEngineTest, a_listener_may_write_and_make_and_delete_what_the_wri
     auto sender = writer();
     auto first = reader();
     auto second = reader();
-    auto answers = writer(wish([](Wish& made) { made.topic = "answers"; }));
-    auto back = reader(wish([](Wish& made) { made.topic = "answers"; }));
+    auto answers = writer(Wish().on("answers"));
+    auto back = reader(Wish().on("answers"));
     std::unique_ptr<FakeReader> made;
     // Deletes the other reader, whose announcement is due in the same write, and the writer itself.
     first->on_announce = [&] {
@@ -945,33 +946,27 @@ TEST_F(EmbeddedEngineTest, a_listener_may_write_and_make_and_delete_what_the_wri
     EXPECT_EQ("matched deleted", made->events());
 }
 
+// The sinks object to every upcall after their close, and to slots that are neither filled nor given back.
 TEST_F(EmbeddedEngineTest, endpoints_come_and_go_under_load_without_an_upcall_too_late) {
-    constexpr int ROUNDS = 150;
+    constexpr int ROUNDS = 400;
     std::atomic<bool> stop{false};
     std::atomic<int> written{0};
-    auto steady = writer(transient_local(5));
-    auto witness = reader();
+    std::atomic<int> churning{2};
+    auto steady = writer(Wish().kept(5));
+    auto witness = reader(Wish(), 50);
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 2; ++thread) {
         threads.emplace_back([&, thread] {
             for (int value = 0; !stop; ++value) {
-                mw::WriteRequest request;
-                request.data = &value;
-                request.related_identity.writer_guid = guid_of(value % 3);
-                request.max_blocking_time = thread == 0 ? DDS_DURATION_ZERO : LONG_TIME;
-                DDS_SampleIdentity_t identity;
-                bool addressed = false;
-                written += steady->port->write(request, identity, addressed) == DDS_RETCODE_OK ? 1 : 0;
+                const DDS_ReturnCode_t code = steady->write(value, thread == 0 ? DDS_DURATION_ZERO : LONG_TIME, value % 3);
+                written += code == DDS_RETCODE_OK ? 1 : 0;
             }
         });
-    }
-    std::atomic<int> churning{2};
-    for (int thread = 0; thread < 2; ++thread) {
         threads.emplace_back([&, thread] {
             for (int round = 0; round < ROUNDS; ++round) {
-                FakeReader passing(_domain, transient_local(0, DDS_LENGTH_UNLIMITED, (round + thread) % 3), 1 + round % 4U);
+                FakeReader passing(_domain, Wish().kept().routed((round + thread) % 3), 1 + static_cast<std::size_t>(round % 4));
                 passing.on_announce = [] {};
-                FakeWriter guest(_domain, transient_local());
+                FakeWriter guest(_domain, Wish().kept());
                 EXPECT_EQ(DDS_RETCODE_OK, passing.enable());
                 EXPECT_EQ(DDS_RETCODE_OK, guest.enable());
                 guest.write(round, DDS_DURATION_ZERO, 1);
@@ -982,21 +977,18 @@ TEST_F(EmbeddedEngineTest, endpoints_come_and_go_under_load_without_an_upcall_to
             --churning;
         });
     }
-    EXPECT_TRUE(eventually(
-        [&] {
-            witness->take_all();
-            return churning == 0;
-        },
-        std::chrono::seconds(60)));
+    const auto churned = [&] {
+        witness->take_all();
+        return churning == 0 && written > 100;
+    };
+    EXPECT_TRUE(eventually(churned, std::chrono::seconds(60)));
     stop = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    witness->capacity = ROOMY;
+    witness->port->room_freed();
+    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
     witness->take_all();
-    EXPECT_GT(written, 0);
-    std::vector<std::int64_t> numbers = witness->numbers;
-    EXPECT_GE(static_cast<int>(numbers.size()), written) << "the witness lost some";
-    EXPECT_EQ(DDS_RETCODE_OK, steady->port->wait_for_acknowledgments(DDS_DURATION_ZERO)) << "what was owed to those who left";
+    EXPECT_GE(static_cast<int>(witness->numbers.size()), written) << "the witness lost some";
+    EXPECT_EQ(DDS_RETCODE_OK, steady->port->wait_for_acknowledgments(DDS_DURATION_ZERO)) << "nothing is owed to those who left";
     EXPECT_EQ(5, _domain.pool.live) << "what it keeps, and nothing else";
 }
 
@@ -1007,22 +999,21 @@ TEST(EngineSelectionTest, engines_are_found_by_name_and_refusals_say_why) {
     EXPECT_EQ(engine, mw::select_engine("embedded", failure));
     EXPECT_STREQ("embedded", engine->name());
     EXPECT_FALSE(engine->leaves_process());
-    EXPECT_EQ("", failure);
     const mw::EngineEntry other_abi = [](std::uint32_t) -> mw::Engine* { return nullptr; };
     const mw::EngineEntry right_one = [](std::uint32_t abi) {
         return abi == mw::ENGINE_ABI ? &embedded::embedded_engine() : nullptr;
     };
-    struct {
+    const std::string abi = "ABI " + std::to_string(mw::ENGINE_ABI);
+    const struct {
         std::function<mw::Engine*()> ask;
         std::vector<std::string> words;
-    } const CASES[] = {
+    } CASES[] = {
         {[&] { return mw::select_engine("", failure); }, {"\"\"", "embedded", "fastdds"}},
         {[&] { return mw::select_engine("Embedded", failure); }, {"\"Embedded\"", "embedded", "fastdds"}},
         {[&] { return mw::open_engine_module("libnorvane_none.so", failure); },
          {"libnorvane_none.so", "cannot be opened", "install"}},
         {[&] { return mw::open_engine_module("libm.so.6", failure); }, {"libm.so.6", "norvane_engine"}},
-        {[&] { return mw::engine_of_entry(other_abi, "libother.so", failure); },
-         {"libother.so", "ABI " + std::to_string(mw::ENGINE_ABI)}},
+        {[&] { return mw::engine_of_entry(other_abi, "libother.so", failure); }, {"libother.so", abi}},
     };
     for (const auto& row : CASES) {
         failure.clear();

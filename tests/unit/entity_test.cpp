@@ -51,7 +51,8 @@ public:
 // Topics of the test's own choice.
 class FixedTopics : public details::EntityUntypedImpl::TopicBuilder {
 public:
-    FixedTopics(DDSTopic* writer_topic, DDSTopicDescription* reader_topic) : _writer_topic(writer_topic), _reader_topic(reader_topic) {}
+    FixedTopics(DDSTopic* writer_topic, DDSTopicDescription* reader_topic)
+        : _writer_topic(writer_topic), _reader_topic(reader_topic) {}
     DDSTopic* create_writer_topic(const details::EntityParams&, const char*) override { return _writer_topic; }
     DDSTopicDescription* create_reader_topic(const details::EntityParams&, const char*) override { return _reader_topic; }
 
@@ -94,8 +95,9 @@ protected:
 TEST_F(EntityTest, topics_are_found_or_made_by_name_and_a_filter_will_do_only_where_it_may) {
     EXPECT_EQ("FooRequest", details::create_request_topic_name_from_service_name("Foo"));
     EXPECT_EQ("FooReply", details::create_reply_topic_name_from_service_name("Foo"));
-    const std::string in_the_way = "norvane::details::get_or_create_topic:" +
-                                   expanded(VOST_LOG_PRECONDITION_FAILURE_s, "a content-filtered topic with the name already exists (F)");
+    const std::string in_the_way =
+        "norvane::details::get_or_create_topic:" +
+        expanded(VOST_LOG_PRECONDITION_FAILURE_s, "a content-filtered topic with the name already exists (F)");
     struct Case {
         const char* name;
         const char* type;
@@ -141,8 +143,8 @@ std::string shown(const DDS_DataWriterQos& qos) {
     std::string text;
     for (const std::string& each :
          {std::to_string(qos.reliability.kind), shown(qos.reliability.max_blocking_time), std::to_string(qos.history.kind),
-          std::to_string(qos.resource_limits.max_samples), std::to_string(protocol.max_heartbeat_retries), shown(protocol.heartbeat_period),
-          shown(protocol.fast_heartbeat_period), shown(protocol.late_joiner_heartbeat_period),
+          std::to_string(qos.resource_limits.max_samples), std::to_string(protocol.max_heartbeat_retries),
+          shown(protocol.heartbeat_period), shown(protocol.fast_heartbeat_period), shown(protocol.late_joiner_heartbeat_period),
           std::to_string(protocol.heartbeats_per_max_samples), shown(protocol.min_nack_response_delay),
           shown(protocol.max_nack_response_delay), std::to_string(protocol.min_send_window_size),
           std::to_string(protocol.max_send_window_size), std::to_string(qos.writer_resource_limits.max_remote_reader_filters)}) {
@@ -154,10 +156,9 @@ std::string shown(const DDS_DataWriterQos& qos) {
 std::string shown(const DDS_DataReaderQos& qos) {
     const DDS_RtpsReliableReaderProtocol_t& protocol = qos.protocol.rtps_reliable_reader;
     std::string text;
-    for (const std::string& each :
-         {std::to_string(qos.reliability.kind), shown(qos.reliability.max_blocking_time), std::to_string(qos.history.kind),
-          std::to_string(qos.resource_limits.max_samples), shown(protocol.min_heartbeat_response_delay),
-          shown(protocol.max_heartbeat_response_delay)}) {
+    for (const std::string& each : {std::to_string(qos.reliability.kind), shown(qos.reliability.max_blocking_time),
+                                    std::to_string(qos.history.kind), std::to_string(qos.resource_limits.max_samples),
+                                    shown(protocol.min_heartbeat_response_delay), shown(protocol.max_heartbeat_response_delay)}) {
         text += each + " ";
     }
     const DDS_Property_t* property =
@@ -183,8 +184,8 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
     named_writer_qos.history.depth = named_reader_qos.history.depth = 5;
     named_writer_qos.publication_name.role_name = DDS_String_dup("mine");
     named_reader_qos.subscription_name.role_name = DDS_String_dup("mine");
-    DDSPropertyQosPolicyHelper::add_property(named_reader_qos.property, "dds.data_reader.history.generate_not_alive_no_writers_sample", "1",
-                                             DDS_BOOLEAN_TRUE);
+    DDSPropertyQosPolicyHelper::add_property(named_reader_qos.property,
+                                             "dds.data_reader.history.generate_not_alive_no_writers_sample", "1", DDS_BOOLEAN_TRUE);
     const std::string plain_writer = "2 0.100000000 0 -1 10 3.0 3.0 3.0 8 0.0 0.200000000 -1 -1 32 ";
     const std::string plain_reader = "1 0.100000000 0 -1 0.0 0.500000000 ";
 
@@ -222,8 +223,10 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
         const char* type;
         std::string message;
     };
-    const std::string writer_refused = "EntityUntypedImpl::get_datawriter_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataWriter qos");
-    const std::string reader_refused = "EntityUntypedImpl::get_datareader_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataReader qos");
+    const std::string writer_refused =
+        "EntityUntypedImpl::get_datawriter_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataWriter qos");
+    const std::string reader_refused =
+        "EntityUntypedImpl::get_datareader_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataReader qos");
     const Refusal refusals[] = {
         {true, by_default, NULL, "PreconditionNotMetException", "topic_name != NULL"},
         {false, by_default, NULL, "PreconditionNotMetException", "topic_name != NULL"},
@@ -234,14 +237,15 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
     };
     LogCapture log;
     for (const Refusal& each : refusals) {
-        const Thrown thrown = thrown_by([&] { each.writer ? writer_choice(each.params, each.topic) : reader_choice(each.params, each.topic); });
+        const Thrown thrown =
+            thrown_by([&] { each.writer ? writer_choice(each.params, each.topic) : reader_choice(each.params, each.topic); });
         EXPECT_EQ(each.type, thrown.type) << each.message;
         EXPECT_EQ(each.message, thrown.message);
     }
     EXPECT_EQ("RuntimeException", thrown_by([&] {
-                  DDS_DataWriterQos chosen;
-                  entity.get_datawriter_qos(chosen, by_default, "T", NULL);
-              }).type);  // the copy of a role name that is not there
+                                      DDS_DataWriterQos chosen;
+                                      entity.get_datawriter_qos(chosen, by_default, "T", NULL);
+                                  }).type);  // the copy of a role name that is not there
     EXPECT_EQ(DDS_RETCODE_OK, factory->remove_qos_profile("EntityTest", "P"));
 }
 
@@ -370,8 +374,9 @@ TEST_F(EntityTest, names_both_topics_in_its_context_the_filtered_one_by_what_is_
     const Thrown thrown = thrown_by([&] { entity.log_and_rethrow(OutOfResourcesException("full"), "ns::Front", "call"); });
     EXPECT_EQ("OutOfResourcesException", thrown.type);
     EXPECT_EQ("ns::Front(R, Q)::call failure caused by full", thrown.message);
-    EXPECT_EQ("ns::Front::call failure", details::log_and_rethrow_conditional(entity.get_datawriter(), NULL, OutOfResourcesException(""),
-                                                                              "ns::Front", "call", false));
+    EXPECT_EQ("ns::Front::call failure",
+              details::log_and_rethrow_conditional(entity.get_datawriter(), NULL, OutOfResourcesException(""), "ns::Front", "call",
+                                                   false));
     ASSERT_EQ(2U, log.lines().size());
     EXPECT_EQ("ns::Front(R, Q)::call", log.lines()[0].method);
 }

@@ -101,7 +101,8 @@ TEST(ReturnCode, becomes_the_exception_of_the_table_and_says_who_failed_at_what)
             LogCapture log;
             bool result = !each.result;
             const Thrown thrown = thrown_by([&] {
-                result = check_retcode(code, "EntityUntypedImpl::validate", DDS_LOG_BAD_PARAMETER_s, "max_samples", throw_timeout_error);
+                result =
+                    check_retcode(code, "EntityUntypedImpl::validate", DDS_LOG_BAD_PARAMETER_s, "max_samples", throw_timeout_error);
             });
             EXPECT_EQ(type, thrown.type);
             const auto lines = log.lines();
@@ -131,8 +132,8 @@ TEST(ReturnCode, puts_the_argument_in_the_first_place_only_and_interprets_nothin
         const char* text;
     };
     const Case cases[] = {
-        {"%s", "topic", "topic"},         {"a %s b %s", "x", "a x b %s"},    {"no place", "lost", "no place"},
-        {"%d%s%%", "%s%n", "%d%s%n%%"},   {"", "lost", ""},                  {"empty: %s.", "", "empty: ."},
+        {"%s", "topic", "topic"}, {"a %s b %s", "x", "a x b %s"}, {"no place", "lost", "no place"}, {"%d%s%%", "%s%n", "%d%s%n%%"},
+        {"", "lost", ""},         {"empty: %s.", "", "empty: ."},
     };
     for (const Case& each : cases) {
         LogCapture log(0, 0);
@@ -150,8 +151,8 @@ TEST(Report, prints_only_when_its_level_and_the_librarys_part_are_both_on_and_th
         bool precondition_printed;
     };
     const Case cases[] = {
-        {0, 0, false, false},       {0xf, 0, false, false},        {0, LIBRARY, false, false},         {0x2, LIBRARY, true, false},
-        {0x1, LIBRARY, false, true}, {0xc, LIBRARY, false, false}, {0xf, 0xffffffef, false, false},    {0xf, 0xff, true, true},
+        {0, 0, false, false},        {0xf, 0, false, false},       {0, LIBRARY, false, false},      {0x2, LIBRARY, true, false},
+        {0x1, LIBRARY, false, true}, {0xc, LIBRARY, false, false}, {0xf, 0xffffffef, false, false}, {0xf, 0xff, true, true},
     };
     for (const Case& each : cases) {
         SCOPED_TRACE(std::to_string(each.levels) + " " + std::to_string(each.parts));

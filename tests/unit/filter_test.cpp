@@ -195,52 +195,41 @@ TEST(Filter, missing_value_compares_false_with_everything_and_not_negates_that) 
 }
 
 // The caret stands where the refusal must point; behind the arrow, what its message must hold.
-constexpr const char* REFUSED = R"(
+constexpr const char* REFUSED = R"--(
 level^ -> expected a comparison, found the end ; level =^ -> found the end
 level = 1 ^level -> expected AND, OR or the end, found "level" ; level = 1 AND^ -> found the end
-(level = 1^ -> expected AND, OR or ")"; level = 1^) -> found ")" ;
-(^)->found ")";
-(level ^) = 1->expected a comparison level = ^= 1->found "=";
-level ^ !1->unexpected character "!";
-level = ^#->unexpected character;
-^AND->found "AND" valid ^->expected a comparison;
-valid ^ AND level = 1->expected a comparison, found "AND" level NOT ^ 1->expected BETWEEN or LIKE;
-^depth = 1->type "Reading" has no field "depth";
-pose.^ = 1->expected a name ^ pose.x.y = 1->no field "pose.x.y";
-pose.^.x = 1->expected a name ^ @sample_identity = 1->no metadata "sample_identity";
-@^ = 1->expected a name;
-name ^ [0] = 1->unexpected character name = ^5->expected a string to compare with "name", found a number;
-^5 = name->expected a string to compare with "name" level = ^'a'->expected a number;
-valid = ^1->expected a boolean valid ^ < TRUE->expected = or <> : booleans have no order;
-mac ^ < &hex(01)->expected = or <> : octets have no order mac = ^'a'->expected octets;
-mac ^ BETWEEN& hex(00) AND& hex(01)->octets have no order level BETWEEN 1 AND ^ 'b'->expected a number;
-level BETWEEN ^ 'a' AND 2->expected a number level BETWEEN 1 ^ OR 2->expected AND and the upper end of BETWEEN ^
-    level LIKE 'a'->expected a string before LIKE,
-    found a number;
-name LIKE ^ key->expected a pattern in quotes name LIKE ^ 5->expected a pattern in quotes;
-name = ^level->found a number @sample_identity.sequence_number = ^'a'->expected a number; ^@source_timestamp.sec LIKE 'a' -> expected a string
-@sample_identity.writer_guid.value = ^&hex(00) -> expected 16 octets to compare with "sample_identity.writer_guid.value", found 1
+(level = 1^ -> expected AND, OR or ")" ; level = 1^) -> found ")" ; (^) -> found ")" ; (level^) = 1 -> expected a comparison
+level =^= 1 -> found "=" ; level ^! 1 -> unexpected character "!" ; level = ^# -> unexpected character ; ^AND -> found "AND"
+valid^ -> expected a comparison ; valid ^AND level = 1 -> expected a comparison, found "AND"
+level NOT ^1 -> expected BETWEEN or LIKE ; ^depth = 1 -> type "Reading" has no field "depth" ; pose.^ = 1 -> expected a name
+^pose.x.y = 1 -> no field "pose.x.y" ; pose.^.x = 1 -> expected a name ; ^@sample_identity = 1 -> no metadata "@sample_identity"
+@^ = 1 -> expected a name ; name^[0] = 1 -> unexpected character
+name = ^5 -> expected a string to compare with "name", found a number ; ^5 = name -> expected a string to compare with "name"
+level = ^'a' -> expected a number ; valid = ^1 -> expected a boolean ; valid ^< TRUE -> expected = or <>: booleans have no order
+mac ^< &hex(01) -> expected = or <>: octets have no order ; mac = ^'a' -> expected octets
+mac ^BETWEEN &hex(00) AND &hex(01) -> octets have no order ; level BETWEEN 1 AND ^'b' -> expected a number
+level BETWEEN ^'a' AND 2 -> expected a number ; level BETWEEN 1 ^OR 2 -> expected AND and the upper end of BETWEEN
+^level LIKE 'a' -> expected a string before LIKE, found a number ; name LIKE ^key -> expected a pattern in quotes
+name LIKE ^5 -> expected a pattern in quotes ; name = ^level -> found a number
+@sample_identity.sequence_number = ^'a' -> expected a number ; ^@source_timestamp.sec LIKE 'a' -> expected a string
+@sample_identity.writer_guid.value = ^&hex(00) -> expected 16 octets to compare with "@sample_identity.writer_guid.value", found 1
 ^&hex(00112233445566778899aabbccddeeff00) = @related_sample_identity.writer_guid.value -> expected 16 octets
-&hex(01) = ^&hex(0102) -> expected 1 octets
-mac = &hex(^012) -> expected two hexadecimal digits for each octet, found 3 in all ;
-mac = &hex(^)->found 0 mac = &hex(0 ^ g)->expected a hexadecimal digit or ")";
-mac = &hex(
-    01 ^->expected a hexadecimal digit mac = &hex ^ 01->expected "("; mac = ^&oct(01)->expected octets, written& hex(...);
-    mac = ^&hexa(01)->expected octets name =
-        ^'open -> without its closing quote ; name = ^' open'' ->without its closing quote level = ^5abc->"5abc" is not a number;
-    level = ^0x->not a number; level = ^0xg->not a number level = ^-->not a number; level = ^1.2.3->not a number;
-    level = ^.->not a number; level = ^1e->not a number level = ^-level->not a number; level = ^-inf->not a number;
-    level = ^18446744073709551616->out of range level = ^-9223372036854775809->out of range;
-    level = ^1e400->out of range level = ^ % 3->parameter % 3 is missing
-    : there are 3;
-    level = ^ % 0->parameter % 0 is "one"
-    : expected one number level = ^ % 1->parameter % 1 is "1 2";
-    level = ^ % 2->expected a number to compare with "level", found a string level = ^ %->expected a parameter from % 0 to % 99;
-    level = ^ % 100->from % 0 to % 99 level = ^ % 99999999999999999999->from % 0 to % 99;
-    level = ^ % x->from % 0 to % 99 ^->expected a field, a literal or a parameter, found the end ^ kéy = 1->no field "kéy";
-    name = 'éé' OR ^ depth = 1->no field) ";
+&hex(01) = ^&hex(0102) -> expected 1 octets ; mac = &hex(^012) -> expected two hexadecimal digits for each octet, found 3 in all
+mac = &hex(^) -> found 0 ; mac = &hex(0^g) -> expected a hexadecimal digit or ")" ; mac = &hex(01^ -> expected a hexadecimal digit
+mac = &hex ^01 -> expected "(" ; mac = ^&oct(01) -> expected octets, written &hex(...) ; mac = ^&hexa(01) -> expected octets
+name = ^'open -> without its closing quote ; name = ^'open'' -> without its closing quote
+level = ^5abc -> "5abc" is not a number ; level = ^0x -> not a number ; level = ^0xg -> not a number ; level = ^- -> not a number
+level = ^1.2.3 -> not a number ; level = ^. -> not a number ; level = ^1e -> not a number ; level = ^-level -> not a number
+level = ^-inf -> not a number ; level = ^18446744073709551616 -> out of range ; level = ^-9223372036854775809 -> out of range
+level = ^1e400 -> out of range ; level = ^%3 -> parameter %3 is missing: there are 3
+level = ^%0 -> parameter %0 is "one": expected one number ; level = ^%1 -> parameter %1 is "1 2"
+level = ^%2 -> expected a number to compare with "level", found a string ; level = ^% -> expected a parameter from %0 to %99
+level = ^%100 -> from %0 to %99 ; level = ^%99999999999999999999 -> from %0 to %99 ; level = ^%1x -> from %0 to %99
+^ -> expected a field, a literal or a parameter, found the end
+^kéy = 1 -> no field "kéy" ; name = 'éé' OR ^depth = 1 -> no field
+)--";
 
-      TEST(Filter, refusal_names_the_column_and_what_was_expected) {
+TEST(Filter, refusal_names_the_column_and_what_was_expected) {
     const DDS_StringSeq parameters = parameters_of({"one", "1 2", "'a'"});
     for (const std::string& each : cases_of(REFUSED)) {
         const std::size_t caret = each.find('^');

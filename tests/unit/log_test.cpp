@@ -73,6 +73,11 @@ TEST(Log, line_without_memory_goes_out_shortened) {
     } sink;
     const std::string longer(3000, 'x');
     LogSink* const before = set_log_sink(&sink);
+    AllocationProbe::fail(0);
+    print(VOST_LOG_ANY_s, longer.c_str());
+    AllocationProbe::stop();
+    EXPECT_EQ(0, AllocationProbe::outstanding());
+    const std::size_t whole = sink.length;
     AllocationProbe::fail(1);
     print(VOST_LOG_ANY_s, longer.c_str());
     AllocationProbe::stop();
@@ -81,6 +86,7 @@ TEST(Log, line_without_memory_goes_out_shortened) {
     EXPECT_EQ(0, AllocationProbe::outstanding());
     EXPECT_GT(sink.length, 100U);
     EXPECT_LT(sink.length, longer.size());
+    EXPECT_EQ(longer.size(), whole);
 }
 
 // Stands in for standard error. Each write arrives as one datagram.

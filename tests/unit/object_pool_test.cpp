@@ -124,17 +124,31 @@ TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
     Counted* kept = NULL;
     static Counted** const released = &kept;
     const Case cases[] = {
-        {"plain", 1, 0, [](Pool& of, int& in_use) { Handle handle(of.get_auto_ptr()); in_use = of.buffers_in_use(); }},
+        {"plain", 1, 0,
+         [](Pool& of, int& in_use) {
+             Handle handle(of.get_auto_ptr());
+             in_use = of.buffers_in_use();
+         }},
         {"owned pointer reset", 1, 0,
-         [](Pool& of, int& in_use) { Handle handle(of.get_ptr(), of); handle.reset(handle.get()); in_use = of.buffers_in_use(); }},
+         [](Pool& of, int& in_use) {
+             Handle handle(of.get_ptr(), of);
+             handle.reset(handle.get());
+             in_use = of.buffers_in_use();
+         }},
         {"reset to another", 1, 0,
-         [](Pool& of, int& in_use) { Handle handle(of.get_auto_ptr()); handle.reset(of.get_ptr()); in_use = of.buffers_in_use(); }},
-        {"copied", 1, 0, [](Pool& of, int& in_use) {
+         [](Pool& of, int& in_use) {
+             Handle handle(of.get_auto_ptr());
+             handle.reset(of.get_ptr());
+             in_use = of.buffers_in_use();
+         }},
+        {"copied", 1, 0,
+         [](Pool& of, int& in_use) {
              Handle source(of.get_auto_ptr());
              Handle target(source);
              in_use = source.get() == NULL && target.get() != NULL ? of.buffers_in_use() : -1;
          }},
-        {"assigned over another", 1, 0, [](Pool& of, int& in_use) {
+        {"assigned over another", 1, 0,
+         [](Pool& of, int& in_use) {
              Handle source(of.get_auto_ptr());
              Handle target(of.get_auto_ptr());
              target = source;
@@ -142,19 +156,22 @@ TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
              target = same;
              in_use = source.get() == NULL && target.get() != NULL ? of.buffers_in_use() : -1;
          }},
-        {"through the record", 1, 0, [](Pool& of, int& in_use) {
+        {"through the record", 1, 0,
+         [](Pool& of, int& in_use) {
              Handle source(of.get_auto_ptr());
              const Counted* owned = source.get();
              details::PoolAutoPtrRef<Counted> record = source;
              Handle target(record);
              in_use = source.get() == NULL && target.get() == owned ? of.buffers_in_use() : -1;
          }},
-        {"record assigned to an unbound one", 1, 0, [](Pool& of, int& in_use) {
+        {"record assigned to an unbound one", 1, 0,
+         [](Pool& of, int& in_use) {
              Handle target;
              target = of.get_auto_ptr();
              in_use = of.buffers_in_use();
          }},
-        {"released", 1, 1, [](Pool& of, int& in_use) {
+        {"released", 1, 1,
+         [](Pool& of, int& in_use) {
              Handle handle(of.get_auto_ptr());
              *released = handle.release();
              in_use = handle.get() == NULL ? of.buffers_in_use() : -1;

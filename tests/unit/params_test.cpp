@@ -51,11 +51,15 @@ TEST_F(Params, that_are_wrong_are_refused_with_the_first_thing_that_is_wrong) {
     };
     for (const Case& each : cases) {
         RequesterParams params(NULL);
-        params.participant(each.participant).service_name(each.service).request_topic_name(each.request).reply_topic_name(each.reply);
+        params.participant(each.participant)
+            .service_name(each.service)
+            .request_topic_name(each.request)
+            .reply_topic_name(each.reply);
         params.publisher(each.publisher).subscriber(each.subscriber);
         const Thrown thrown = thrown_by([&] { params.validate(); });
         EXPECT_EQ(*each.refusal != '\0' ? "BadParameterException" : "", thrown.type) << each.refusal;
-        EXPECT_EQ(*each.refusal != '\0' ? "EntityParams::validate:" + expanded(DDS_LOG_BAD_PARAMETER_s, each.refusal) : "", thrown.message);
+        EXPECT_EQ(*each.refusal != '\0' ? "EntityParams::validate:" + expanded(DDS_LOG_BAD_PARAMETER_s, each.refusal) : "",
+                  thrown.message);
     }
 }
 
@@ -66,14 +70,18 @@ TEST_F(Params, keep_the_last_value_of_each_setter_the_request_side_as_the_writer
     EXPECT_EQ("", record.service_name() + record.request_topic_name() + record.reply_topic_name() + record.qos_library_name() +
                       record.qos_profile_name());
     EXPECT_TRUE(record.datawriter_qos() == NULL && record.datareader_qos() == NULL && record.publisher() == NULL &&
-                record.subscriber() == NULL && record.datawriter_type_support() == NULL && record.datareader_type_support() == NULL);
+                record.subscriber() == NULL && record.datawriter_type_support() == NULL &&
+                record.datareader_type_support() == NULL);
 
     DDS_DataWriterQos writer_qos;
     DDS_DataReaderQos reader_qos;
     DDSStringTypeSupport& request_type = DDSStringTypeSupport::get_instance();
     DDSOctetsTypeSupport& reply_type = DDSOctetsTypeSupport::get_instance();
     params.service_name("first").service_name("").request_topic_name("Q").reply_topic_name("R").qos_profile("L", "P");
-    params.datawriter_qos(writer_qos).datareader_qos(reader_qos).request_type_support(&request_type).reply_type_support(&reply_type);
+    params.datawriter_qos(writer_qos)
+        .datareader_qos(reader_qos)
+        .request_type_support(&request_type)
+        .reply_type_support(&reply_type);
     EXPECT_EQ("", record.service_name());
     EXPECT_EQ("Q", record.request_topic_name());
     EXPECT_EQ("R", record.reply_topic_name());

@@ -50,49 +50,47 @@ bool has_what_fill_gave(const Qos& qos, const DDS_EntityNameQosPolicy& name) {
            std::string(name.name) + name.role_name == "namerole" && shown(qos.property) == "a=1! b=2 ";
 }
 
+template <typename Qos>
+void expect_deep_copies(const Qos& source, DDS_ReturnCode_t (*copy)(Qos*, const Qos*), DDS_EntityNameQosPolicy Qos::*name) {
+    const long runs = fail_each_allocation([&] {
+        Qos made;
+        const DDS_ReturnCode_t code = copy(&made, &source);
+        AllocationProbe::stop();
+        EXPECT_EQ(AllocationProbe::has_failed() ? DDS_RETCODE_OUT_OF_RESOURCES : DDS_RETCODE_OK, code);
+        EXPECT_TRUE(code != DDS_RETCODE_OK || has_what_fill_gave(made, made.*name));
+    });
+    EXPECT_EQ(8, runs) << "octets, two names, the array of properties and their four strings";
+    Qos made;
+    EXPECT_EQ(DDS_RETCODE_OK, copy(&made, &source));
+    EXPECT_NE(source.property.value[0].name, made.property.value[0].name);
+    EXPECT_EQ(DDS_RETCODE_OK, copy(&made, &made));
+    EXPECT_TRUE(has_what_fill_gave(made, made.*name));
+    const Qos empty;
+    EXPECT_EQ(DDS_RETCODE_OK, copy(&made, &empty));
+    EXPECT_EQ(nullptr, (made.*name).name);
+    EXPECT_EQ("", shown(made.property));
+    EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, copy(nullptr, &source));
+    EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, copy(&made, nullptr));
+}
+
 TEST(QosCopy, is_deep_and_says_when_memory_is_short) {
     DDS_DataWriterQos writer;
+    fill(writer, writer.publication_name);
     writer.protocol.rtps_reliable_writer.heartbeats_per_max_samples = 77;
     writer.writer_resource_limits.max_remote_reader_filters = 78;
-    fill(writer, writer.publication_name);
+    expect_deep_copies(writer, DDS_DataWriterQos_copy, &DDS_DataWriterQos::publication_name);
+    DDS_DataWriterQos writer_copy;
+    EXPECT_EQ(DDS_RETCODE_OK, DDS_DataWriterQos_copy(&writer_copy, &writer));
+    EXPECT_EQ(77, writer_copy.protocol.rtps_reliable_writer.heartbeats_per_max_samples);
+    EXPECT_EQ(78, writer_copy.writer_resource_limits.max_remote_reader_filters);
+
     DDS_DataReaderQos reader;
-    reader.protocol.rtps_reliable_reader.max_heartbeat_response_delay = {7, 9};
-    reader.reader_resource_limits.max_samples_per_read = 79;
     fill(reader, reader.subscription_name);
-
-    const long writer_runs = fail_each_allocation([&] {
-        DDS_DataWriterQos copy;
-        const DDS_ReturnCode_t code = DDS_DataWriterQos_copy(&copy, &writer);
-        AllocationProbe::stop();
-        EXPECT_EQ(AllocationProbe::has_failed() ? DDS_RETCODE_OUT_OF_RESOURCES : DDS_RETCODE_OK, code);
-        if (code == DDS_RETCODE_OK) {
-            EXPECT_TRUE(has_what_fill_gave(copy, copy.publication_name));
-            EXPECT_EQ(77, copy.protocol.rtps_reliable_writer.heartbeats_per_max_samples);
-            EXPECT_EQ(78, copy.writer_resource_limits.max_remote_reader_filters);
-            EXPECT_NE(writer.property.value[0].name, copy.property.value[0].name);
-        }
-    });
-    EXPECT_EQ(8, writer_runs) << "octets, two names, the array of properties and their four strings";
-    const long reader_runs = fail_each_allocation([&] {
-        DDS_DataReaderQos copy;
-        const DDS_ReturnCode_t code = DDS_DataReaderQos_copy(&copy, &reader);
-        AllocationProbe::stop();
-        EXPECT_EQ(AllocationProbe::has_failed() ? DDS_RETCODE_OUT_OF_RESOURCES : DDS_RETCODE_OK, code);
-        if (code == DDS_RETCODE_OK) {
-            EXPECT_TRUE(has_what_fill_gave(copy, copy.subscription_name));
-            EXPECT_TRUE((DDS_Duration_t{7, 9}) == copy.protocol.rtps_reliable_reader.max_heartbeat_response_delay);
-            EXPECT_EQ(79, copy.reader_resource_limits.max_samples_per_read);
-        }
-    });
-    EXPECT_EQ(writer_runs, reader_runs);
-
-    EXPECT_EQ(DDS_RETCODE_OK, DDS_DataWriterQos_copy(&writer, &writer));
-    EXPECT_TRUE(has_what_fill_gave(writer, writer.publication_name));
-    EXPECT_EQ(DDS_RETCODE_OK, DDS_DataWriterQos_copy(&writer, &DDS_DATAWRITER_QOS_DEFAULT));
-    EXPECT_EQ(nullptr, writer.publication_name.name);
-    EXPECT_EQ("", shown(writer.property));
-    EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, DDS_DataWriterQos_copy(nullptr, &writer));
-    EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, DDS_DataReaderQos_copy(&reader, nullptr));
+    reader.reader_resource_limits.max_samples_per_read = 79;
+    expect_deep_copies(reader, DDS_DataReaderQos_copy, &DDS_DataReaderQos::subscription_name);
+    DDS_DataReaderQos reader_copy;
+    EXPECT_EQ(DDS_RETCODE_OK, DDS_DataReaderQos_copy(&reader_copy, &reader));
+    EXPECT_EQ(79, reader_copy.reader_resource_limits.max_samples_per_read);
 }
 
 TEST(QosProperties, are_added_changed_and_removed_by_name) {
@@ -173,115 +171,75 @@ void expect_faults(const std::vector<Fault<Qos>>& faults) {
     }
 }
 
+constexpr DDS_Duration_t NEGATIVE = {-1, 0};
+constexpr DDS_Duration_t SECOND = {1, 0};
+constexpr DDS_Duration_t TOO_MANY_NANOSECONDS = {0, 1000000000};
+constexpr DDS_Duration_t HALF_INFINITE = {1, DDS_DURATION_INFINITE.nanosec};
+constexpr DDS_HistoryQosPolicy KEEP_ALL = {DDS_KEEP_ALL_HISTORY_QOS, 0};
+constexpr DDS_ReturnCode_t NEVER = DDS_RETCODE_UNSUPPORTED;
+
 // What writers and readers refuse alike.
-template <typename Qos>
-std::vector<Fault<Qos>> shared_faults() {
+template <typename Q>
+std::vector<Fault<Q>> shared_faults() {
     return {
-        {nullptr, OK, [](Qos&) {}},
-        {"durability.kind", DDS_RETCODE_UNSUPPORTED, [](Qos& qos) { qos.durability.kind = DDS_TRANSIENT_DURABILITY_QOS; }},
-        {"durability.kind", DDS_RETCODE_UNSUPPORTED, [](Qos& qos) { qos.durability.kind = DDS_PERSISTENT_DURABILITY_QOS; }},
-        {"reliability.kind", BAD, [](Qos& qos) { qos.reliability.kind = static_cast<DDS_ReliabilityQosPolicyKind>(0); }},
-        {"reliability.kind", BAD, [](Qos& qos) { qos.reliability.kind = static_cast<DDS_ReliabilityQosPolicyKind>(3); }},
-        {"max_blocking_time", BAD,
-         [](Qos& qos) {
-             qos.reliability.max_blocking_time = {-1, 0};
-         }},
-        {"max_blocking_time", BAD,
-         [](Qos& qos) {
-             qos.reliability.max_blocking_time = {0, 1000000000};
-         }},
-        {"max_blocking_time", BAD,
-         [](Qos& qos) {
-             qos.reliability.max_blocking_time = {1, DDS_DURATION_INFINITE.nanosec};
-         }},
-        {nullptr, OK, [](Qos& qos) { qos.reliability.max_blocking_time = DDS_DURATION_INFINITE; }},
-        {nullptr, OK,
-         [](Qos& qos) {
-             qos.reliability.max_blocking_time = {0, 999999999};
-         }},
-        {"max_samples", BAD, [](Qos& qos) { qos.resource_limits.max_samples = 0; }},
-        {"max_samples", BAD, [](Qos& qos) { qos.resource_limits.max_samples = -2; }},
-        {nullptr, OK, [](Qos& qos) { qos.resource_limits.max_samples = 1; }},
-        {"initial_samples", BAD, [](Qos& qos) { qos.resource_limits.initial_samples = -1; }},
-        {"initial_samples", TORN,
-         [](Qos& qos) {
-             qos.resource_limits = {7, 8};
-         }},
-        {nullptr, OK,
-         [](Qos& qos) {
-             qos.resource_limits = {8, 8};
-         }},
-        {"history.depth", BAD, [](Qos& qos) { qos.history.depth = 0; }},
-        {"history.depth", BAD, [](Qos& qos) { qos.history.depth = DDS_LENGTH_UNLIMITED; }},
-        {nullptr, OK,
-         [](Qos& qos) {
-             qos.history = {DDS_KEEP_ALL_HISTORY_QOS, 0};
-         }},
-        {"history.depth", TORN,
-         [](Qos& qos) {
-             qos.history.depth = 11;
-             qos.resource_limits.max_samples = 10;
-         }},
-        {nullptr, OK,
-         [](Qos& qos) {
-             qos.history = {DDS_KEEP_ALL_HISTORY_QOS, 11};
-             qos.resource_limits.max_samples = 10;
-         }},
-        {"virtual_guid", BAD, [](Qos& qos) { qos.protocol.virtual_guid = DDS_GUID_UNKNOWN; }},
-        {"property.value[0]", BAD, [](Qos& qos) { qos.property.value.ensure_length(1, 1); }},
+        {nullptr, OK, [](Q&) {}},
+        {"durability.kind", NEVER, [](Q& q) { q.durability.kind = DDS_TRANSIENT_DURABILITY_QOS; }},
+        {"durability.kind", NEVER, [](Q& q) { q.durability.kind = DDS_PERSISTENT_DURABILITY_QOS; }},
+        {"reliability.kind", BAD, [](Q& q) { q.reliability.kind = static_cast<DDS_ReliabilityQosPolicyKind>(0); }},
+        {"reliability.kind", BAD, [](Q& q) { q.reliability.kind = static_cast<DDS_ReliabilityQosPolicyKind>(3); }},
+        {"max_blocking_time", BAD, [](Q& q) { q.reliability.max_blocking_time = NEGATIVE; }},
+        {"max_blocking_time", BAD, [](Q& q) { q.reliability.max_blocking_time = TOO_MANY_NANOSECONDS; }},
+        {"max_blocking_time", BAD, [](Q& q) { q.reliability.max_blocking_time = HALF_INFINITE; }},
+        {nullptr, OK, [](Q& q) { q.reliability.max_blocking_time = DDS_DURATION_INFINITE; }},
+        {nullptr, OK, [](Q& q) { q.reliability.max_blocking_time.nanosec = 999999999; }},
+        {"max_samples", BAD, [](Q& q) { q.resource_limits.max_samples = 0; }},
+        {"max_samples", BAD, [](Q& q) { q.resource_limits.max_samples = -2; }},
+        {nullptr, OK, [](Q& q) { q.resource_limits.max_samples = 1; }},
+        {"initial_samples", BAD, [](Q& q) { q.resource_limits.initial_samples = -1; }},
+        {"initial_samples", TORN, [](Q& q) { q.resource_limits.initial_samples = 8, q.resource_limits.max_samples = 7; }},
+        {nullptr, OK, [](Q& q) { q.resource_limits.initial_samples = q.resource_limits.max_samples = 8; }},
+        {"history.depth", BAD, [](Q& q) { q.history.depth = 0; }},
+        {"history.depth", BAD, [](Q& q) { q.history.depth = DDS_LENGTH_UNLIMITED; }},
+        {nullptr, OK, [](Q& q) { q.history = KEEP_ALL; }},
+        {"history.depth", TORN, [](Q& q) { q.history.depth = 11, q.resource_limits.max_samples = 10; }},
+        {nullptr, OK, [](Q& q) { q.history = KEEP_ALL, q.history.depth = 11, q.resource_limits.max_samples = 10; }},
+        {"virtual_guid", BAD, [](Q& q) { q.protocol.virtual_guid = DDS_GUID_UNKNOWN; }},
+        {"property.value[0]", BAD, [](Q& q) { q.property.value.ensure_length(1, 1); }},
     };
 }
 
+DDS_RtpsReliableWriterProtocol_t& rtps(DDS_DataWriterQos& qos) { return qos.protocol.rtps_reliable_writer; }
+
 TEST(QosValidation, of_a_writer_names_the_field_at_fault) {
-    typedef DDS_DataWriterQos Qos;
-    expect_faults(shared_faults<Qos>());
-    expect_faults<Qos>({
-        {"heartbeat_period", BAD,
-         [](Qos& qos) {
-             qos.protocol.rtps_reliable_writer.heartbeat_period = {-1, 0};
-         }},
-        {"fast_heartbeat_period", BAD,
-         [](Qos& qos) {
-             qos.protocol.rtps_reliable_writer.fast_heartbeat_period = {-1, 0};
-         }},
-        {"late_joiner", BAD,
-         [](Qos& qos) {
-             qos.protocol.rtps_reliable_writer.late_joiner_heartbeat_period = {-1, 0};
-         }},
-        {"max_heartbeat_retries", BAD, [](Qos& qos) { qos.protocol.rtps_reliable_writer.max_heartbeat_retries = 0; }},
-        {"heartbeats_per", BAD, [](Qos& qos) { qos.protocol.rtps_reliable_writer.heartbeats_per_max_samples = -1; }},
-        {"max_nack", BAD,
-         [](Qos& qos) {
-             qos.protocol.rtps_reliable_writer.max_nack_response_delay = {0, 1000000000};
-         }},
-        {"min_nack", TORN,
-         [](Qos& qos) {
-             qos.protocol.rtps_reliable_writer.min_nack_response_delay = {1, 0};
-         }},
-        {"min_send_window_size", BAD, [](Qos& qos) { qos.protocol.rtps_reliable_writer.min_send_window_size = 0; }},
-        {"min_send_window_size", TORN, [](Qos& qos) { qos.protocol.rtps_reliable_writer.max_send_window_size = 32; }},
-        {nullptr, OK, [](Qos& qos) { qos.protocol.rtps_reliable_writer.min_send_window_size = 32; }},
-        {"max_remote_reader_filters", BAD, [](Qos& qos) { qos.writer_resource_limits.max_remote_reader_filters = -2; }},
-        {nullptr, OK, [](Qos& qos) { qos.writer_resource_limits.max_remote_reader_filters = 0; }},
-        {"publication_name.role_name", BAD,
-         [](Qos& qos) { DDS_String_replace(&qos.publication_name.role_name, std::string(256, 'x').c_str()); }},
-        {nullptr, OK, [](Qos& qos) { DDS_String_replace(&qos.publication_name.name, std::string(255, 'x').c_str()); }},
+    typedef DDS_DataWriterQos Q;
+    expect_faults(shared_faults<Q>());
+    expect_faults<Q>({
+        {"heartbeat_period", BAD, [](Q& q) { rtps(q).heartbeat_period = NEGATIVE; }},
+        {"fast_heartbeat_period", BAD, [](Q& q) { rtps(q).fast_heartbeat_period = NEGATIVE; }},
+        {"late_joiner", BAD, [](Q& q) { rtps(q).late_joiner_heartbeat_period = NEGATIVE; }},
+        {"max_heartbeat_retries", BAD, [](Q& q) { rtps(q).max_heartbeat_retries = 0; }},
+        {"heartbeats_per", BAD, [](Q& q) { rtps(q).heartbeats_per_max_samples = -1; }},
+        {"max_nack", BAD, [](Q& q) { rtps(q).max_nack_response_delay = TOO_MANY_NANOSECONDS; }},
+        {"min_nack", TORN, [](Q& q) { rtps(q).min_nack_response_delay = SECOND; }},
+        {"min_send_window_size", BAD, [](Q& q) { rtps(q).min_send_window_size = 0; }},
+        {"min_send_window_size", TORN, [](Q& q) { rtps(q).max_send_window_size = 32; }},
+        {nullptr, OK, [](Q& q) { rtps(q).min_send_window_size = 32; }},
+        {"max_remote_reader_filters", BAD, [](Q& q) { q.writer_resource_limits.max_remote_reader_filters = -2; }},
+        {nullptr, OK, [](Q& q) { q.writer_resource_limits.max_remote_reader_filters = 0; }},
+        {"role_name", BAD, [](Q& q) { DDS_String_replace(&q.publication_name.role_name, std::string(256, 'x').c_str()); }},
+        {nullptr, OK, [](Q& q) { DDS_String_replace(&q.publication_name.name, std::string(255, 'x').c_str()); }},
     });
 }
 
 TEST(QosValidation, of_a_reader_names_the_field_at_fault) {
-    typedef DDS_DataReaderQos Qos;
-    expect_faults(shared_faults<Qos>());
-    expect_faults<Qos>({
-        {"max_samples_per_read", BAD, [](Qos& qos) { qos.reader_resource_limits.max_samples_per_read = 0; }},
-        {"max_samples_per_read", BAD, [](Qos& qos) { qos.reader_resource_limits.max_samples_per_read = -2; }},
-        {nullptr, OK, [](Qos& qos) { qos.reader_resource_limits.max_samples_per_read = 1; }},
-        {"min_heartbeat_response_delay", TORN,
-         [](Qos& qos) {
-             qos.protocol.rtps_reliable_reader.min_heartbeat_response_delay = {0, 500000001};
-         }},
-        {"subscription_name.name", BAD,
-         [](Qos& qos) { DDS_String_replace(&qos.subscription_name.name, std::string(256, 'x').c_str()); }},
+    typedef DDS_DataReaderQos Q;
+    expect_faults(shared_faults<Q>());
+    expect_faults<Q>({
+        {"max_samples_per_read", BAD, [](Q& q) { q.reader_resource_limits.max_samples_per_read = 0; }},
+        {"max_samples_per_read", BAD, [](Q& q) { q.reader_resource_limits.max_samples_per_read = -2; }},
+        {nullptr, OK, [](Q& q) { q.reader_resource_limits.max_samples_per_read = 1; }},
+        {"min_heartbeat", TORN, [](Q& q) { q.protocol.rtps_reliable_reader.min_heartbeat_response_delay = SECOND; }},
+        {"name.name", BAD, [](Q& q) { DDS_String_replace(&q.subscription_name.name, std::string(256, 'x').c_str()); }},
     });
 }
 
@@ -330,31 +288,21 @@ TEST_F(QosProfilesTest, last_settings_whose_filter_matches_the_topic_win) {
     for (const auto& each : settings) {
         ASSERT_EQ(OK, add_depth(each.filter, each.depth));
     }
-    const struct {
-        const char* topic;
-        DDS_Long depth;
-    } topics[] = {{nullptr, 2},
-                  {"Other", 2},
-                  {"Calculator", 3},
-                  {"CalculatorReply", 5},
-                  {"CalculatorXeey", 5},
-                  {"CalculatReply", 4},
-                  {"Reply", 4},
-                  {"xReplyReply", 4},
-                  {"ReplyR", 2},
-                  {"exact", 6},
-                  {"exactly", 2},
-                  {"", 2},
-                  {"]Calc", 7},
-                  {"abc", 7},
-                  {"bxbxbxby", 8},
-                  {"bxbybz", 2},
-                  {"q*q", 9},
-                  {"q?q", 9},
-                  {"qxq", 2},
-                  {"Cal", 2}};
-    for (const auto& each : topics) {
-        EXPECT_EQ(each.depth, depth_of(each.topic)) << (each.topic != nullptr ? each.topic : "null");
+    const std::vector<std::vector<const char*>> topics_by_depth = {
+        {},
+        {},
+        {nullptr, "Other", "ReplyR", "exactly", "", "bxbybz", "qxq", "Cal"},
+        {"Calculator"},
+        {"CalculatReply", "Reply", "xReplyReply"},
+        {"CalculatorReply", "CalculatorXeey"},
+        {"exact"},
+        {"]Calc", "abc"},
+        {"bxbxbxby"},
+        {"q*q", "q?q"}};
+    for (std::size_t depth = 0; depth < topics_by_depth.size(); ++depth) {
+        for (const char* const topic : topics_by_depth[depth]) {
+            EXPECT_EQ(static_cast<DDS_Long>(depth), depth_of(topic)) << (topic != nullptr ? topic : "null");
+        }
     }
     ASSERT_EQ(OK, add_depth(nullptr, 10));
     EXPECT_EQ(10, depth_of("exact"));
@@ -414,7 +362,7 @@ TEST_F(QosProfilesTest, nothing_is_half_added_without_memory) {
                   const DDS_ReturnCode_t code = profiles.add_profile(library.c_str(), profile.c_str());
                   AllocationProbe::stop();
                   EXPECT_EQ(AllocationProbe::has_failed() ? DDS_RETCODE_OUT_OF_RESOURCES : OK, code);
-                  EXPECT_EQ(code, code == OK ? code : profiles.remove_profile(library.c_str(), profile.c_str()) == BAD ? code : OK);
+                  EXPECT_TRUE(code == OK || profiles.remove_profile(library.c_str(), profile.c_str()) == BAD) << "half added";
               }));
     EXPECT_LT(8, fail_each_allocation([&] {
                   const DDS_ReturnCode_t code =

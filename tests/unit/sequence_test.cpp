@@ -38,7 +38,7 @@ void fill(Numbers& sequence, DDS_Long count) {
 template <typename Numbers>
 class NumberSequence : public testing::Test {};
 typedef testing::Types<Heap, Inline> NumberSequences;
-TYPED_TEST_SUITE(NumberSequence, NumberSequences);
+TYPED_TEST_SUITE(NumberSequence, NumberSequences, );
 
 TYPED_TEST(NumberSequence, keeps_its_elements_through_growth_and_shrinking) {
     const DDS_Long inside = std::is_same<TypeParam, Inline>::value ? 4 : 0;

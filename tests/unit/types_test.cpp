@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "middleware/TypeOperations.hpp"
@@ -45,7 +46,7 @@ public:
     bool copy_from(Sample& other) { return _type->copy(*_type, _memory, other._memory); }
     bool decode(const Octets& octets) {
         const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[octets.size()]);
-        std::memcpy(exact.get(), octets.data(), octets.size());
+        std::copy(octets.begin(), octets.end(), exact.get());
         return _type->decode(*_type, _memory, exact.get(), octets.size());
     }
     Octets encode() {
@@ -93,6 +94,8 @@ void fill_pose(Sample& pose) {
     pose.as<std::uint64_t>(48) = UINT64_MAX;
 }
 
+void fill_octets(Sample& sample) { set_octets(sample.as<DDS_Octets>(), {9, 0, 8}); }
+
 // One sample of each type with its encoding, written out by hand.
 struct Case {
     const char* what;
@@ -117,11 +120,7 @@ std::vector<Case> cases() {
              set(sample.as<DDS_KeyedString>().value, "val");
          },
          encoded({2, 0, 0, 0, 'k', 0, 0, 0, 4, 0, 0, 0, 'v', 'a', 'l', 0}), 2},
-        {"octets", octets_type(),
-         [](Sample& sample) {
-             set_octets(sample.as<DDS_Octets>(), {9, 0, 8});
-         },
-         encoded({3, 0, 0, 0, 9, 0, 8}), 1},
+        {"octets", octets_type(), fill_octets, encoded({3, 0, 0, 0, 9, 0, 8}), 1},
         {"keyed octets", keyed_octets_type(),
          [](Sample& sample) {
              set(sample.as<DDS_KeyedOctets>().key, "key");
@@ -207,9 +206,16 @@ TEST(Types, decoding_refuses_lengths_beyond_the_end_and_values_no_encoder_makes)
         EXPECT_EQ(each.accepted, sample.decode(encoded(each.body))) << each.what;
     }
     Sample empty(string_type());
+    Sample copy(string_type());
+    EXPECT_TRUE(copy.copy_from(empty));
+    EXPECT_EQ(nullptr, copy.as<char*>());
     EXPECT_EQ(encoded({1, 0, 0, 0, 0}), empty.encode()) << "null goes out as the empty string";
     ASSERT_TRUE(empty.decode(empty.encode()));
     EXPECT_STREQ("", empty.as<char*>());
+    Sample described(DDSDynamicDataTypeSupport("S", {{"s", DDS_DYNAMIC_STRING}}).get_type_operations());
+    set(described.as<char*>(), "old");
+    ASSERT_TRUE(described.decode(empty.encode()));
+    EXPECT_EQ(nullptr, described.as<char*>()) << "empty is null in a described type";
 }
 
 TEST(Types, copying_and_decoding_say_when_memory_is_short_and_lose_nothing) {
@@ -276,36 +282,32 @@ std::string shown_field(const Type& type, Sample& sample, const char* path) {
 }
 
 TEST(Types, fields_are_found_by_name_and_read) {
-    const struct {
-        std::size_t type;  // place in cases()
-        const char* path;
-        const char* filled;
-        const char* empty;
-    } fields[] = {{0, "value", "shi", "missing"},
-                  {0, "key", "none", "none"},
-                  {1, "key", "sk", "missing"},
-                  {1, "value", "sval", "missing"},
-                  {2, "value", "o3,9", "missing"},
-                  {2, "length", "i3", "i0"},
-                  {3, "key", "skey", "missing"},
-                  {3, "length", "i1", "i0"},
-                  {3, "value", "o1,7", "missing"},
-                  {4, "valid", "true", "false"},
-                  {4, "x", "f1.500000", "f0.000000"},
-                  {4, "level", "i-2", "i0"},
-                  {4, "name", "sab", "s"},
-                  {4, "mask", "u4294967294", "u0"},
-                  {4, "stamp", "i-9223372036854775808", "i0"},
-                  {4, "id", "u18446744073709551615", "u0"},
-                  {4, "nam", "none", "none"},
-                  {4, "", "none", "none"}};
+    struct Fields {
+        std::vector<const char*> paths;
+        std::string empty;
+        std::string filled;
+    };
+    const Fields fields[] = {{{"value", "key", ""}, "missing none none ", "shi none none "},
+                             {{"key", "value"}, "missing missing ", "sk sval "},
+                             {{"length", "value"}, "i0 missing ", "i3 o3,9 "},
+                             {{"key", "length", "value"}, "missing i0 missing ", "skey i1 o1,7 "},
+                             {{"valid", "x", "level", "name", "mask", "stamp", "id", "nam", ""},
+                              "false f0.000000 i0 s u0 i0 u0 none none ",
+                              "true f1.500000 i-2 sab u4294967294 i-9223372036854775808 u18446744073709551615 none none "}};
     const std::vector<Case> types = cases();
-    for (const auto& field : fields) {
-        const Case& each = types[field.type];
-        Sample sample(each.type);
-        EXPECT_EQ(field.empty, shown_field(each.type, sample, field.path)) << each.what << " " << field.path;
-        each.fill(sample);
-        EXPECT_EQ(field.filled, shown_field(each.type, sample, field.path)) << each.what << " " << field.path;
+    for (std::size_t index = 0; index < types.size(); ++index) {
+        const Type& type = types[index].type;
+        Sample sample(type);
+        const auto shown = [&] {
+            std::string text;
+            for (const char* const path : fields[index].paths) {
+                text += shown_field(type, sample, path) + " ";
+            }
+            return text;
+        };
+        EXPECT_EQ(fields[index].empty, shown());
+        types[index].fill(sample);
+        EXPECT_EQ(fields[index].filled, shown());
     }
 }
 
@@ -356,16 +358,16 @@ TEST(DynamicData, lays_members_out_as_a_c_compiler_does) {
     EXPECT_TRUE(support.is_valid());
     EXPECT_EQ(sizeof(Pose), support.get_type_operations()->size);
     EXPECT_EQ(alignof(Pose), support.get_type_operations()->alignment);
-    const struct {
-        const char* name;
-        std::size_t offset;
-    } members[] = {{"valid", offsetof(Pose, valid)}, {"x", offsetof(Pose, x)},       {"level", offsetof(Pose, level)},
-                   {"name", offsetof(Pose, name)},   {"mask", offsetof(Pose, mask)}, {"stamp", offsetof(Pose, stamp)},
-                   {"id", offsetof(Pose, id)}};
+    const std::pair<const char*, std::size_t> members[] = {{"valid", offsetof(Pose, valid)}, {"x", offsetof(Pose, x)},
+                                                           {"level", offsetof(Pose, level)}, {"name", offsetof(Pose, name)},
+                                                           {"mask", offsetof(Pose, mask)},   {"stamp", offsetof(Pose, stamp)},
+                                                           {"id", offsetof(Pose, id)}};
     for (const auto& member : members) {
-        EXPECT_EQ(static_cast<std::ptrdiff_t>(member.offset), support.member_offset(member.name)) << member.name;
+        EXPECT_EQ(static_cast<std::ptrdiff_t>(member.second), support.member_offset(member.first)) << member.first;
     }
     EXPECT_EQ(-1, support.member_offset("other"));
+    EXPECT_EQ(16U,
+              DDSDynamicDataTypeSupport("L", {{"l", DDS_DYNAMIC_INT64}, {"b", DDS_DYNAMIC_BOOLEAN}}).get_type_operations()->size);
     EXPECT_EQ(1U, DDSDynamicDataTypeSupport("B", {{"b", DDS_DYNAMIC_BOOLEAN}}).get_type_operations()->size);
     const auto hash = [](const char* name, DDS_DynamicMemberKind kind) {
         return DDSDynamicDataTypeSupport("T", {{"a", DDS_DYNAMIC_INT32}, {name, kind}}).get_type_operations()->layout_hash;

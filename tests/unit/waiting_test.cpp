@@ -55,7 +55,8 @@ protected:
     }
     // How many samples the reader holds in those states. Reading marks them, so it is done through the real reader, after the fact.
     int in_state(DDS_SampleStateMask states) {
-        DDSReadCondition* condition = _entity->get_datareader()->create_readcondition(states, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
+        DDSReadCondition* condition =
+            _entity->get_datareader()->create_readcondition(states, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
         const int count = _entity->touch_samples(1000, condition);
         _entity->get_datareader()->delete_readcondition(condition);
         return count;
@@ -75,9 +76,9 @@ TEST_F(LoopTest, a_wait_counts_what_is_there_in_any_state_and_takes_nothing) {
         int not_read_after;
     };
     const Case cases[] = {
-        {0, 0, 0, LONG, true, 0},        {3, 0, 0, LONG, true, 3},    {3, 0, -5, LONG, true, 3},  {3, 0, 2, LONG, true, 1},
-        {3, 3, 3, LONG, true, 0},        {3, 2, 3, LONG, true, 0},    {3, 0, 4, SHORT, false, 0}, {0, 0, 1, SHORT, false, 0},
-        {2, 0, -1, SHORT, false, 0},     {1, 0, 1, {0, 0}, true, 0},  {0, 0, 1, {0, 0}, false, 0}, {2, 0, 3, {-1, 0}, false, 0},
+        {0, 0, 0, LONG, true, 0},    {3, 0, 0, LONG, true, 3},   {3, 0, -5, LONG, true, 3},   {3, 0, 2, LONG, true, 1},
+        {3, 3, 3, LONG, true, 0},    {3, 2, 3, LONG, true, 0},   {3, 0, 4, SHORT, false, 0},  {0, 0, 1, SHORT, false, 0},
+        {2, 0, -1, SHORT, false, 0}, {1, 0, 1, {0, 0}, true, 0}, {0, 0, 1, {0, 0}, false, 0}, {2, 0, 3, {-1, 0}, false, 0},
     };
     for (const Case& each : cases) {
         SCOPED_TRACE(std::to_string(each.present) + " there, " + std::to_string(each.wanted) + " wanted");
@@ -175,7 +176,8 @@ TEST_F(LoopTest, a_wait_refuses_conditions_that_select_something_else_before_it_
     write();
     for (const Case& each : cases) {
         LogCapture log;
-        const Thrown thrown = thrown_by([&] { _entity->wait_for_samples(LONG, 1, _entity->_waitset, each.initial, each.condition); });
+        const Thrown thrown =
+            thrown_by([&] { _entity->wait_for_samples(LONG, 1, _entity->_waitset, each.initial, each.condition); });
         EXPECT_EQ("PreconditionNotMetException", thrown.type) << each.message;
         EXPECT_EQ(each.message, thrown.message);
         ASSERT_EQ(1U, log.lines().size());
@@ -191,7 +193,8 @@ TEST_F(LoopTest, a_wait_that_fails_or_reports_another_condition_throws) {
         const char* type;
     };
     LogCapture log;
-    for (const Code& each : {Code{DDS_RETCODE_ALREADY_DELETED, "AlreadyDeletedException"}, Code{DDS_RETCODE_ERROR, "RuntimeException"}}) {
+    for (const Code& each :
+         {Code{DDS_RETCODE_ALREADY_DELETED, "AlreadyDeletedException"}, Code{DDS_RETCODE_ERROR, "RuntimeException"}}) {
         ASSERT_EQ(DDS_RETCODE_OK, reader().interrupt(each.code));
         const Thrown thrown = thrown_by([&] { _entity->wait_for_any_sample(LONG, 1); });
         EXPECT_EQ(each.type, thrown.type);
@@ -300,7 +303,8 @@ TEST_F(LoopTest, a_loan_is_had_by_valid_arguments_only) {
     DDS_SampleInfoSeq infos;
     DDSReadCondition* any = _entity->_any_sample_cond;
     const auto whole = [&](void*** received, int* counted, DDSReadCondition* condition) {
-        return thrown_by([&] { _entity->get_sample_loaned(received, counted, infos, 0, 0, DDS_BOOLEAN_TRUE, 1, condition, false); }).message;
+        return thrown_by([&] { _entity->get_sample_loaned(received, counted, infos, 0, 0, DDS_BOOLEAN_TRUE, 1, condition, false); })
+            .message;
     };
     const auto brief = [&](void*** received, int* counted, DDS_Long max_samples) {
         return thrown_by([&] { _entity->get_sample_loaned(received, counted, infos, max_samples, false, NULL); }).message;

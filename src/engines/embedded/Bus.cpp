@@ -215,6 +215,8 @@ void Bus::send_backlogs(const std::shared_ptr<Reader>& reader) noexcept {
         }
     }
     wake.flush();
+    // Those who owed it may write again.
+    reader->signal_room();
     if (announce) {
         reader->announce();
     }

@@ -23,8 +23,9 @@ void EmbeddedReaderPort::room_freed() noexcept {
     // What is older goes first: the writers that owe it refuse anything newer until they have settled.
     if (_reader->debtors().load() != 0) {
         _bus->send_backlogs(_reader);
+    } else {
+        _reader->signal_room();
     }
-    _reader->signal_room();
 }
 
 void EmbeddedReaderPort::close() noexcept { _bus->remove(_reader); }

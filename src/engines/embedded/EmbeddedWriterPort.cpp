@@ -15,7 +15,7 @@ EmbeddedWriterPort::~EmbeddedWriterPort() { _bus->remove(_writer); }
 const mw::EndpointInfo& EmbeddedWriterPort::info() const noexcept { return *_writer->info(); }
 
 DDS_ReturnCode_t EmbeddedWriterPort::enable(mw::PeerSink& sink) noexcept {
-    _writer->open(sink);
+    _writer->open(sink, _bus);
     return _bus->add(_writer);
 }
 

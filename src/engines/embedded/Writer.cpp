@@ -8,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "engines/embedded/Bus.hpp"
 #include "engines/embedded/Patience.hpp"
 #include "engines/embedded/PendingAnnouncements.hpp"
 #include "platform/Clock.hpp"
@@ -70,8 +71,10 @@ struct Writer::Outgoing {
     Patience patience;
     platform::FutexWord* word = nullptr;
     std::uint32_t seen = 0;
-    bool sleeper = false;            // counted as one
-    std::shared_ptr<Writer> writer;  // kept once it has slept: its close waits for sleepers, but not until they have left the frame
+    bool sleeper = false;              // counted as one
+    std::shared_ptr<Reader> relieved;  // got room back that a writer may be waiting for who owes it a backlog
+    std::shared_ptr<Writer>
+        writer;  // kept once more than one look is taken: close waits for sleepers, but not until they have left
     std::shared_ptr<Endpoint> keeper;
     HeldSample evicted;  // from the history; released with no lock held, since that may run the type's destructor
     HeldSample sample;
@@ -88,13 +91,20 @@ Writer::Writer(std::shared_ptr<const mw::EndpointInfo> info, const mw::WriterSet
       _history_limit(history_limit(*settings.qos)),
       _needs_copies(_keeps) {}
 
+void Writer::open(mw::PeerSink& sink, std::shared_ptr<Bus> bus) noexcept {
+    attach(sink);
+    _bus = std::move(bus);
+}
+
 DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept {
     identity = DDS_UNKNOWN_SAMPLE_IDENTITY;
     addressed = false;
     Outgoing out(request, info()->guid);
     DDS_ReturnCode_t code = DDS_RETCODE_PRECONDITION_NOT_MET;
-    while (code == DDS_RETCODE_PRECONDITION_NOT_MET || out.sleeper) {
-        if (out.sleeper) {
+    while (code == DDS_RETCODE_PRECONDITION_NOT_MET || out.sleeper || out.relieved) {
+        if (out.relieved) {
+            _bus->send_backlogs(std::exchange(out.relieved, nullptr));
+        } else if (out.sleeper) {
             out.patience.sleep(*out.word, out.seen);
             out.metadata.reception_timestamp = platform::current_time();
         } else if (_needs_copies.load(std::memory_order_relaxed)) {
@@ -118,8 +128,8 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     return DDS_RETCODE_OK;
 }
 
-// @return the outcome; PRECONDITION_NOT_MET when a reader has come, and a copy is needed now. TIMEOUT with `out.sleeper` set: sleep, and
-// come again.
+// @return the outcome; PRECONDITION_NOT_MET when a reader has come, and a copy is needed now. With `out.relieved` or `out.sleeper` set it is
+// not the last word: see to the reader, or sleep, and come again.
 DDS_ReturnCode_t Writer::attempt(Outgoing& out) noexcept {
     Lock lock(_mutex);
     if (out.sleeper) {
@@ -129,12 +139,12 @@ DDS_ReturnCode_t Writer::attempt(Outgoing& out) noexcept {
         }
     }
     const DDS_ReturnCode_t code = attempt_locked(out);
-    if (code == DDS_RETCODE_TIMEOUT && out.patience.is_left()) {
+    if (code == DDS_RETCODE_TIMEOUT && !out.relieved && out.patience.is_left()) {
         out.sleeper = true;
         ++_sleepers;
-        if (!out.writer) {
-            out.writer = shared_from_this();
-        }
+    }
+    if ((out.sleeper || out.relieved) && !out.writer) {
+        out.writer = shared_from_this();
     }
     return code;
 }
@@ -149,6 +159,7 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
         return code;
     }
     out.metadata.identity.sequence_number = to_sequence_number(number);
+    out.addressed = false;
     if (_needs_copies.load(std::memory_order_relaxed)) {
         if (!out.sample) {
             return DDS_RETCODE_PRECONDITION_NOT_MET;
@@ -160,7 +171,6 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
             }
         }
         out.sample->metadata = out.metadata;
-        out.addressed = false;
         const MatchList* routed = nullptr;
         if (!_routes.empty()) {
             const auto place = _routes.find(out.metadata.related_identity.writer_guid);
@@ -263,7 +273,11 @@ DDS_ReturnCode_t Writer::deliver_to_all_locked(const MatchList* routed, const Ma
             }
         } else if (claim.admitted) {
             claim.match->sink->abandon();
-            claim.match->reader->signal_room();  // another writer may have found the reader full for this claim alone
+            // Another writer may have found the reader full for this claim alone, with something new or with something owed.
+            claim.match->reader->signal_room();
+            if (claim.match->reader->debtors().load() != 0) {
+                out.relieved = claim.match->reader;
+            }
         }
     }
     return code;
@@ -488,7 +502,6 @@ void Writer::drop_empty_route_locked(const Reader& reader) noexcept {
 void Writer::settle_backlog_locked(Match& match) noexcept {
     --_backlogs;
     match.reader->debtors().fetch_sub(1);
-    match.reader->signal_room();
     wake_up_locked();
 }
 

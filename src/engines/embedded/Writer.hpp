@@ -26,6 +26,8 @@
 namespace norvane {
 namespace embedded {
 
+class Bus;
+
 /// A reader as its writer sees it.
 struct Match {
     mw::SampleSink* sink;
@@ -41,7 +43,7 @@ public:
     Writer(std::shared_ptr<const mw::EndpointInfo> info, const mw::WriterSettings& settings) noexcept;
 
     /// Before the writer joins the bus.
-    void open(mw::PeerSink& sink) noexcept { attach(sink); }
+    void open(mw::PeerSink& sink, std::shared_ptr<Bus> bus) noexcept;
 
     /// As mw::WriterPort.
     DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept;
@@ -87,6 +89,7 @@ private:
     void settle_backlog_locked(Match& match) noexcept;
 
     mw::SamplePool& _pool;
+    std::shared_ptr<Bus> _bus;
     const bool _reliable;
     const bool _keeps;  // transient-local
     const bool _keeps_last_only;

@@ -1,0 +1,323 @@
+// SPDX-License-Identifier: Apache-2.0
+// The named index, the interruption of waits, and open keys.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "support/TextFixture.hpp"
+#include "support/Waiter.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
+constexpr DDS_ReturnCode_t TIMEOUT = DDS_RETCODE_TIMEOUT;
+constexpr DDS_ReturnCode_t BAD_PARAMETER = DDS_RETCODE_BAD_PARAMETER;
+constexpr DDS_ReturnCode_t PRECONDITION = DDS_RETCODE_PRECONDITION_NOT_MET;
+
+DDS_SequenceNumber_t key(DDS_UnsignedLong number) { return {0, number}; }
+
+class Index : public TextFixture {
+protected:
+    DDSDataReader& indexed_reader(const DDS_DataReaderQos& qos = reader_qos(), const std::string& topic_name = "T",
+                                  DDSDataReaderListener* listener = nullptr) {
+        DDSDataReader& made = reader(qos, topic_name, listener);
+        EXPECT_EQ(OK, made.create_index("index"));
+        return made;
+    }
+    // What is there under a key, read.
+    std::string under(DDSDataReader& receiver, DDS_UnsignedLong number) {
+        DDSReadCondition& keyed = key_condition(receiver, number);
+        const std::string texts = Loan(receiver, keyed, false).texts();
+        EXPECT_EQ(OK, receiver.delete_readcondition(&keyed));
+        return texts;
+    }
+    static DDS_LongLong closed_key_losses(DDSDataReader& receiver) {
+        DDS_SampleLostStatus status;
+        EXPECT_EQ(OK, receiver.get_sample_lost_status(status));
+        EXPECT_EQ(status.total_count, status.closed_key_count);
+        return status.closed_key_count;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Engine, Index, ::testing::ValuesIn(engine_names()), engine_of_test);
+
+TEST_P(Index, a_key_selects_what_is_related_to_it_whenever_the_index_was_made) {
+    const LogCapture log;
+    DDSDataReader& receiver = reader();
+    DDSReadCondition& all = condition(receiver);
+    DDSDataWriter& sender = writer();
+    meet(sender, receiver);
+    deliver(sender, "1a", related_to(1));
+    deliver(sender, "none");
+    deliver(sender, "2a", related_to(2));
+    EXPECT_EQ("1a none", Loan(receiver, all, false, 2).texts());  // these two are read now
+
+    const DDS_SampleInfo any_key;
+    for (const char* name : {static_cast<const char*>(nullptr), "", "index"}) {
+        EXPECT_EQ(nullptr, receiver.create_index_condition(0xffff, 0xffff, 0xffff, name, any_key));
+    }
+    EXPECT_EQ(BAD_PARAMETER, receiver.create_index(nullptr));
+    EXPECT_EQ(BAD_PARAMETER, receiver.create_index(""));
+    EXPECT_EQ(OK, receiver.create_index("index"));
+    EXPECT_EQ(PRECONDITION, receiver.create_index("index"));
+    EXPECT_EQ(OK, receiver.create_index("another"));
+
+    deliver(sender, "1b", related_to(1));
+    deliver(sender, "2b", related_to(2));
+    DDSReadCondition& one = key_condition(receiver, 1);
+    DDSReadCondition& one_not_read = key_condition(receiver, 1, DDS_NOT_READ_SAMPLE_STATE);
+    DDSReadCondition& one_read = key_condition(receiver, 1, DDS_READ_SAMPLE_STATE);
+    EXPECT_EQ("1a", Loan(receiver, one_read, false).texts());
+    EXPECT_EQ("1a 1b", Loan(receiver, one, false, 7).texts());
+    EXPECT_FALSE(one_not_read.get_trigger_value()) << "read under the key is read";
+    EXPECT_EQ("2a 2b", Loan(receiver, condition(receiver, DDS_NOT_READ_SAMPLE_STATE), false).texts());
+    EXPECT_EQ("1a 1b", Loan(receiver, one_read, true).texts());
+    EXPECT_FALSE(one.get_trigger_value());
+    EXPECT_EQ("none 2a 2b", Loan(receiver, all, false).texts()) << "taken under the key is taken";
+    EXPECT_EQ("none 2a", Loan(receiver, all, true, 2).texts());
+    EXPECT_EQ("2b", under(receiver, 2)) << "and the other way round";
+    // The same through the other name; the writer of the related sample does not matter.
+    DDS_SampleInfo two;
+    two.related_original_publication_virtual_sequence_number = key(2);
+    two.related_original_publication_virtual_guid = {{7, 7, 7}};
+    EXPECT_EQ("2b", Loan(receiver, *receiver.create_index_condition(0xffff, 0xffff, 0xffff, "another", two)).texts());
+}
+
+TEST_P(Index, every_number_is_a_key_but_the_unknown_one) {
+    DDSDataReader& receiver = indexed_reader();
+    DDSDataWriter& sender = writer();
+    meet(sender, receiver);
+    const DDS_SequenceNumber_t KEYS[] = {{0, 0},  {0, 1},           {0, 0xffffffff},          {1, 0},          {0x7fffffff, 0xffffffff},
+                                         {-1, 1}, {-1, 0xffffffff}, {INT32_MIN, 0},           {5, 0x80000000}, DDS::SEQUENCE_NUMBER_UNKNOWN};
+    for (const DDS_SequenceNumber_t& number : KEYS) {
+        deliver(sender, std::to_string(number.high) + ":" + std::to_string(number.low), {{{1}}, number});
+    }
+    for (const DDS_SequenceNumber_t& number : KEYS) {
+        DDS_SampleInfo info;
+        info.related_original_publication_virtual_sequence_number = number;
+        const bool known = number != DDS::SEQUENCE_NUMBER_UNKNOWN;
+        EXPECT_EQ(known ? std::to_string(number.high) + ":" + std::to_string(number.low) : "",
+                  Loan(receiver, *receiver.create_index_condition(0xffff, 0xffff, 0xffff, "index", info)).texts());
+    }
+}
+
+TEST_P(Index, an_interruption_ends_waits_now_and_later_until_it_is_ended) {
+    constexpr DDS_ReturnCode_t CODE = DDS_RETCODE_ALREADY_DELETED;
+    DDSDataReader& receiver = indexed_reader();
+    struct {
+        const char* what;
+        std::function<void()> interrupt;
+        DDS_ReturnCode_t plain;  // what a wait on a condition of the whole reader returns, and so on
+        DDS_ReturnCode_t keyed;
+        DDS_ReturnCode_t other_key;
+    } const STEPS[] = {
+        {"nothing", [] {}, TIMEOUT, TIMEOUT, TIMEOUT},
+        {"the reader", [&] { EXPECT_EQ(OK, receiver.interrupt(CODE)); }, CODE, CODE, CODE},
+        {"the reader no more", [&] { EXPECT_EQ(OK, receiver.interrupt(OK)); }, TIMEOUT, TIMEOUT, TIMEOUT},
+        {"a key", [&] { EXPECT_EQ(OK, receiver.interrupt_index_key("index", key(1), CODE)); }, TIMEOUT, CODE, TIMEOUT},
+        {"both", [&] { EXPECT_EQ(OK, receiver.interrupt(DDS_RETCODE_ERROR)); }, DDS_RETCODE_ERROR, CODE, DDS_RETCODE_ERROR},
+        {"the key alone", [&] { EXPECT_EQ(OK, receiver.interrupt(OK)); }, TIMEOUT, CODE, TIMEOUT},
+        {"nothing any more", [&] { EXPECT_EQ(OK, receiver.interrupt_index_key("index", key(1), OK)); }, TIMEOUT, TIMEOUT, TIMEOUT},
+        {"the key again", [&] { EXPECT_EQ(OK, receiver.interrupt_index_key("index", key(1), CODE)); }, TIMEOUT, CODE, TIMEOUT},
+        {"closed", [&] { EXPECT_EQ(OK, receiver.close_index_key("index", key(1))); }, TIMEOUT, TIMEOUT, TIMEOUT},
+    };
+    // Of each kind one condition that waits all the time, and one that is made and attached anew for each look.
+    DDSReadCondition* const steady[] = {&condition(receiver), &key_condition(receiver, 1), &key_condition(receiver, 2)};
+    DDSWaitSet steady_sets[3];
+    for (int kind = 0; kind < 3; ++kind) {
+        EXPECT_EQ(OK, steady_sets[kind].attach_condition(steady[kind]));
+    }
+    DDS_ReturnCode_t now[] = {TIMEOUT, TIMEOUT, TIMEOUT};
+    for (const auto& step : STEPS) {
+        SCOPED_TRACE(step.what);
+        const DDS_ReturnCode_t expected[] = {step.plain, step.keyed, step.other_key};
+        std::unique_ptr<Waiter> waiting[3];
+        for (int kind = 0; kind < 3; ++kind) {
+            if (now[kind] == TIMEOUT) {
+                waiting[kind] = std::make_unique<Waiter>(steady_sets[kind]);
+            }
+        }
+        step.interrupt();
+        for (int kind = 0; kind < 3; ++kind) {
+            now[kind] = expected[kind];
+            if (waiting[kind] == nullptr) {
+                continue;
+            }
+            if (expected[kind] != TIMEOUT) {
+                EXPECT_EQ((Waiter::Outcome{expected[kind], {}}), waiting[kind]->get()) << kind;
+                continue;
+            }
+            EXPECT_FALSE(waiting[kind]->is_over()) << kind;
+            DDSGuardCondition guard;
+            guard.set_trigger_value(true);
+            EXPECT_EQ(OK, steady_sets[kind].attach_condition(&guard));
+            EXPECT_EQ((Waiter::Outcome{OK, {&guard}}), waiting[kind]->get()) << kind;
+        }
+        DDSReadCondition* const fresh[] = {&condition(receiver), &key_condition(receiver, 1), &key_condition(receiver, 2)};
+        for (int kind = 0; kind < 3; ++kind) {
+            DDSWaitSet set;
+            EXPECT_EQ(OK, set.attach_condition(fresh[kind]));
+            DDSConditionSeq active;
+            EXPECT_EQ(expected[kind], set.wait(active, NO_TIME)) << kind;
+            EXPECT_EQ(TIMEOUT, set.wait(active, {-1, 0})) << kind;
+            // One that is interrupted speaks for its set, whatever else holds there.
+            DDSGuardCondition guard;
+            guard.set_trigger_value(true);
+            EXPECT_EQ(OK, set.attach_condition(&guard));
+            EXPECT_EQ(expected[kind] == TIMEOUT ? OK : expected[kind], set.wait(active, NO_TIME)) << kind;
+            EXPECT_EQ(OK, receiver.delete_readcondition(fresh[kind]));
+        }
+    }
+    EXPECT_EQ(BAD_PARAMETER, receiver.interrupt_index_key("no such index", key(1), CODE));
+    EXPECT_EQ(BAD_PARAMETER, receiver.interrupt_index_key(nullptr, key(1), CODE));
+}
+
+TEST_P(Index, samples_for_keys_that_are_over_are_dropped_and_counted_and_take_no_room) {
+    DDSDataReader& receiver = indexed_reader(reader_qos(1));
+    DDSDataWriter& sender = writer(writer_qos(NO_TIME));
+    meet(sender, receiver);
+    const auto arrives = [&](DDS_UnsignedLong number) {
+        const DDS_LongLong before = closed_key_losses(receiver);
+        const DDS_SampleIdentity_t related = number == 0 ? DDS_UNKNOWN_SAMPLE_IDENTITY : related_to(number);
+        EXPECT_EQ(OK, write(sender, std::to_string(number), related)) << number;
+        EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+        const bool stored = take(receiver) == std::to_string(number);
+        EXPECT_EQ(before + (stored ? 0 : 1), closed_key_losses(receiver)) << number;
+        return stored;
+    };
+    const auto do_open = [&](DDS_UnsignedLong number) { EXPECT_EQ(OK, receiver.open_index_key("index", key(number))); };
+    const auto do_close = [&](DDS_UnsignedLong number) { EXPECT_EQ(OK, receiver.close_index_key("index", key(number))); };
+    do_open(1);
+    do_close(1);
+    EXPECT_TRUE(arrives(1)) << "all are admitted until only open ones are";
+    ASSERT_EQ(OK, receiver.admit_open_keys_only("index", DDS_BOOLEAN_TRUE));
+    struct {
+        const char* what;
+        std::function<void()> act;
+        std::vector<DDS_UnsignedLong> admitted;
+        std::vector<DDS_UnsignedLong> dropped;
+    } const STEPS[] = {
+        {"one is over", [] {}, {0, 2, 3, 1000}, {1}},
+        {"three is opened before two", [&] { do_open(3); }, {0, 2, 3, 4}, {1}},
+        {"three is closed before two is opened", [&] { do_close(3); }, {2, 4}, {1, 3}},
+        {"two is opened late", [&] { do_open(2); }, {2, 4, 5}, {1, 3}},
+        {"opened again", [&] { do_open(2); }, {2}, {1, 3}},
+        {"five is closed, never opened", [&] { do_close(5); }, {2, 4, 6}, {1, 3, 5}},
+        {"closed twice", [&] { do_close(5), do_close(1); }, {2, 4, 6}, {1, 3, 5}},
+        {"all are closed up to six", [&] { do_close(2), do_close(4), do_close(6); }, {0, 7, 8}, {1, 2, 3, 4, 5, 6}},
+        {"one is used once more", [&] { do_open(1); }, {1, 7}, {2, 6}},
+        {"all are admitted again", [&] { EXPECT_EQ(OK, receiver.admit_open_keys_only("index", DDS_BOOLEAN_FALSE)); }, {1, 2, 6, 9}, {}},
+    };
+    for (const auto& step : STEPS) {
+        SCOPED_TRACE(step.what);
+        step.act();
+        for (const DDS_UnsignedLong number : step.admitted) {
+            EXPECT_TRUE(arrives(number)) << number;
+        }
+        for (const DDS_UnsignedLong number : step.dropped) {
+            EXPECT_FALSE(arrives(number)) << number;
+        }
+    }
+
+    // A full reader: what would be dropped does not wait for room.
+    ASSERT_EQ(OK, receiver.admit_open_keys_only("index", DDS_BOOLEAN_TRUE));
+    EXPECT_EQ(OK, write(sender, "fills it"));
+    EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
+    const DDS_LongLong before = closed_key_losses(receiver);
+    for (int count = 0; count < 100; ++count) {
+        deliver(sender, "late", related_to(2));
+    }
+    EXPECT_EQ(before + 100, closed_key_losses(receiver));
+    EXPECT_EQ("fills it", take(receiver));
+    for (const char* name : {static_cast<const char*>(nullptr), "", "no such index"}) {
+        EXPECT_EQ(BAD_PARAMETER, receiver.admit_open_keys_only(name, DDS_BOOLEAN_TRUE));
+        EXPECT_EQ(BAD_PARAMETER, receiver.open_index_key(name, key(1)));
+        EXPECT_EQ(BAD_PARAMETER, receiver.close_index_key(name, key(1)));
+    }
+}
+
+TEST_P(Index, closing_a_key_drops_what_is_stored_but_not_what_is_on_loan) {
+    DDSDataReader& receiver = indexed_reader();
+    DDSDataWriter& sender = writer();
+    meet(sender, receiver);
+    for (const char* text : {"a", "b", "c"}) {
+        deliver(sender, text, related_to(1));
+        deliver(sender, std::string(text) + "2", related_to(2));
+    }
+    DDSReadCondition& one = key_condition(receiver, 1);
+    DDSReadCondition& all = condition(receiver);
+    const Loan lent(receiver, one, false, 2);
+    EXPECT_EQ(OK, receiver.close_index_key("index", key(1)));
+    EXPECT_FALSE(one.get_trigger_value());
+    EXPECT_EQ(DDS_RETCODE_NO_DATA, Loan(receiver, one).code);
+    EXPECT_EQ("a2 b2 c2", Loan(receiver, all, false).texts());
+    EXPECT_EQ("a b", lent.texts());
+    EXPECT_EQ(3, closed_key_losses(receiver));
+    deliver(sender, "d", related_to(1));
+    EXPECT_EQ("d", under(receiver, 1)) << "without the rule that only open keys are admitted";
+}
+
+// The answer may be there before the thread that asked has learnt its number, let alone opened it as a key.
+TEST_P(Index, a_sample_that_comes_inside_the_write_it_answers_is_admitted) {
+    constexpr int THREADS = 4;
+    constexpr int CALLS = 250;
+    DDSDataReader& answers = indexed_reader(reader_qos(), "Answer");
+    ASSERT_EQ(OK, answers.admit_open_keys_only("index", DDS_BOOLEAN_TRUE));
+    DDSDataWriter& answering = writer(writer_qos(), "Answer");
+    meet(answering, answers);
+    DataListener listener([&](DDSDataReader& questions) {
+        DDSReadCondition& all = condition(questions);
+        {
+            const Loan loan(questions, all);
+            for (int index = 0; index < loan.count; ++index) {
+                EXPECT_EQ(OK, write(answering, loan.text(index), identity_of(loan.infos[index])));
+            }
+        }
+        EXPECT_EQ(OK, questions.delete_readcondition(&all));
+    });
+    DDSDataReader& questions = reader(reader_qos(), "T", &listener, DDS_DATA_AVAILABLE_STATUS);
+    DDSDataWriter& asking = writer();
+    meet(asking, questions);
+    std::vector<std::thread> threads;
+    std::atomic<int> answered{0};
+    for (int thread = 0; thread < THREADS; ++thread) {
+        threads.emplace_back([&, thread] {
+            DDSWaitSet set;
+            for (int call = 0; call < CALLS; ++call) {
+                const std::string text = std::to_string(thread) + "." + std::to_string(call);
+                DDS_WriteParams_t params;
+                ASSERT_EQ(OK, write(asking, text.c_str(), params));
+                const DDS_SequenceNumber_t number = params.identity.sequence_number;
+                if (call % 3 == 0) {
+                    std::this_thread::yield();  // numbers are opened out of order
+                }
+                EXPECT_EQ(OK, answers.open_index_key("index", number));
+                DDSReadCondition& own = key_condition(answers, number.low);
+                EXPECT_EQ(OK, set.attach_condition(&own));
+                DDSConditionSeq active;
+                EXPECT_EQ(OK, set.wait(active, LONG_TIME));
+                answered += Loan(answers, own).texts() == text ? 1 : 0;
+                EXPECT_EQ(OK, answers.delete_readcondition(&own));
+                EXPECT_EQ(OK, answers.close_index_key("index", number));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(THREADS * CALLS, answered);
+    EXPECT_EQ(0, closed_key_losses(answers));
+    deliver(answering, "late", related_to(THREADS * CALLS));
+    EXPECT_EQ(1, closed_key_losses(answers));
+    EXPECT_EQ("", take(answers));
+    EXPECT_EQ(OK, questions.set_listener(nullptr, 0));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+// A thread in a wait of a wait set, and what came of it.
+#ifndef NORVANE_TESTS_SUPPORT_WAITER_HPP
+#define NORVANE_TESTS_SUPPORT_WAITER_HPP
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <set>
+#include <utility>
+
+#include "norvane/dds/WaitSet.hpp"
+#include "support/Eventually.hpp"
+#include "support/ThreadState.hpp"
+
+namespace norvane {
+namespace test {
+
+inline std::set<DDSCondition*> as_set(const DDSConditionSeq& conditions) {
+    std::set<DDSCondition*> all;
+    for (DDS_Long index = 0; index < conditions.length(); ++index) {
+        EXPECT_TRUE(all.insert(conditions[index]).second) << "reported twice";
+    }
+    return all;
+}
+
+class Waiter {
+public:
+    typedef std::pair<DDS_ReturnCode_t, std::set<DDSCondition*>> Outcome;
+
+    /// Returns once the thread sleeps, or its wait is over.
+    explicit Waiter(DDSWaitSet& set, const DDS_Duration_t& timeout = {30, 0}) {
+        _outcome = std::async(std::launch::async, [this, &set, timeout] {
+            _thread = this_thread_number();
+            DDSConditionSeq active;
+            const DDS_ReturnCode_t code = set.wait(active, timeout);
+            EXPECT_EQ(code == DDS_RETCODE_OK, active.length() > 0);
+            return Outcome(code, as_set(active));
+        });
+        EXPECT_TRUE(eventually([this] { return is_asleep(_thread) || is_over(); }));
+    }
+    bool is_over() { return _outcome.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }
+    Outcome get() { return _outcome.get(); }
+
+private:
+    std::atomic<long> _thread{0};
+    std::future<Outcome> _outcome;
+};
+
+}  // namespace test
+}  // namespace norvane
+
+#endif

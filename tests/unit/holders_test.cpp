@@ -1,0 +1,484 @@
+// SPDX-License-Identifier: Apache-2.0
+// Holders of samples and references to them: what is copied, what is refused, and what is left when memory runs out.
+#include "norvane/Sample.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+
+#include "norvane/WriteSample.hpp"
+#include "support/AllocationProbe.hpp"
+#include "support/LogCapture.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+struct Point {
+    int x;
+};
+
+// ---- one way to fill, show and mark, for every type -------------------------------------------------------------
+
+void fill(DDS_KeyedString& data, const char* key, const char* value) {
+    DDS_String_replace(&data.key, key);
+    DDS_String_replace(&data.value, value);
+}
+void fill_octets(unsigned char*& octets, int& length, const char* value) {
+    DDS_OctetBuffer_free(octets);
+    length = value != NULL ? static_cast<int>(std::string(value).size()) : 7;
+    octets = value != NULL ? DDS_OctetBuffer_dup(reinterpret_cast<const unsigned char*>(value), length) : NULL;
+}
+void fill(DDS_KeyedOctets& data, const char* key, const char* value) {
+    DDS_String_replace(&data.key, key);
+    fill_octets(data.value, data.length, value);
+}
+void fill(DDS_Octets& data, const char*, const char* value) { fill_octets(data.value, data.length, value); }
+void fill(char*& data, const char*, const char* value) { DDS_String_replace(&data, value); }
+void fill(const char*& data, const char*, const char* value) {
+    char* copy = const_cast<char*>(data);
+    data = DDS_String_replace(&copy, value);
+}
+void fill(std::string& data, const char*, const char* value) { data = value != NULL ? value : ""; }
+
+std::string shown(const char* text) { return text != NULL ? text : "null"; }
+std::string shown(const unsigned char* octets, int length) {
+    return std::to_string(length) + ":" +
+           (octets != NULL ? std::string(reinterpret_cast<const char*>(octets), static_cast<std::size_t>(length)) : "null");
+}
+std::string shown(const std::string& text) { return text; }
+std::string shown(const DDS_KeyedString& data) { return shown(data.key) + "=" + shown(data.value); }
+std::string shown(const DDS_KeyedOctets& data) { return shown(data.key) + "=" + shown(data.value, data.length); }
+std::string shown(const DDS_Octets& data) { return shown(data.value, data.length); }
+
+const void* memory_of(const char* text) { return text; }
+const void* memory_of(char* text) { return text; }
+const void* memory_of(const std::string& text) { return text.data(); }
+template <class Record>
+const void* memory_of(const Record& record) {
+    return record.value;
+}
+
+void mark(DDS_SampleInfo& info, DDS_UnsignedLong number) {
+    info.original_publication_virtual_sequence_number = {0, number};
+    info.related_original_publication_virtual_sequence_number = {1, number};
+}
+void mark(DDS_WriteParams_t& params, DDS_UnsignedLong number) {
+    params.identity.sequence_number = {0, number};
+    const DDS_Octet cookie[3] = {static_cast<DDS_Octet>(number), 2, 3};
+    ASSERT_TRUE(params.cookie.value.from_array(cookie, 3));
+}
+// The cookie is the one thing that may be left behind when memory runs out.
+std::string cookie_of(const DDS_SampleInfo&) { return ""; }
+std::string cookie_of(const DDS_WriteParams_t& params) {
+    const DDS_OctetSeq& cookie = params.cookie.value;
+    return cookie.length() == 3 ? "cookie " + std::to_string(cookie[0]) : "no cookie";
+}
+
+// Too long for a std::string to keep in itself.
+const char* const NEW = "a new text, which wants memory of its own";
+const char* const OLD = "an old text, which wants memory of its own";
+
+/// Data to copy, with metadata.
+template <class T, class Info>
+struct Source {
+    Source(const char* key, const char* value, DDS_UnsignedLong number) : data() {
+        fill(data, key, value);
+        mark(info, number);
+    }
+    ~Source() {
+        if constexpr (std::is_pointer<T>::value) {
+            fill(data, NULL, NULL);
+        }
+    }
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+
+    T data;
+    Info info;
+};
+
+// ---- what the table of holders says -----------------------------------------------------------------------------
+
+struct Expected {
+    std::string method_name;
+    std::string message;
+    bool construction_refuses;
+    bool assignment_refuses;
+};
+
+template <class Holder>
+Expected expected();
+
+const char* const NO_KEYED_STRING = "DDS::KeyedString failed to allocate memory";
+const char* const NO_KEYED_OCTETS = "DDS::KeyedOctets failed to allocate memory";
+const char* const NO_OCTETS = "DDS::Octets failed to allocate memory";
+const char* const NO_STRING = "DDS_String_alloc failed to allocate memory";
+
+// clang-format off
+template <> Expected expected<Sample<DDS_KeyedString>>() { return {"Sample<DDS::KeyedSting>::Sample", NO_KEYED_STRING, true, true}; }
+template <> Expected expected<Sample<DDS_KeyedOctets>>() { return {"Sample<DDS::KeyedOctets>::Sample", NO_KEYED_OCTETS, true, true}; }
+template <> Expected expected<Sample<DDS_Octets>>() { return {"Sample<DDS::Octets>::Sample", NO_OCTETS, false, false}; }
+template <> Expected expected<Sample<char*>>() { return {"Sample<char *>::Sample", NO_STRING, true, false}; }
+template <> Expected expected<Sample<const char*>>() { return {"Sample<const char *>::Sample", NO_STRING, true, false}; }
+template <> Expected expected<Sample<std::string>>() { return {"", "", false, false}; }
+template <> Expected expected<WriteSample<DDS_KeyedString>>() { return {"WriteSample<DDS::KeyedSting>::WriteSample", NO_KEYED_STRING, true, true}; }
+template <> Expected expected<WriteSample<DDS_KeyedOctets>>() { return {"WriteSample<DDS::KeyedOctets>::WriteSample", NO_KEYED_OCTETS, true, true}; }
+template <> Expected expected<WriteSample<DDS_Octets>>() { return {"WriteSample<DDS::Octets>::WriteSample", NO_OCTETS, true, true}; }
+template <> Expected expected<WriteSample<char*>>() { return {"WriteSample<char *>::Sample", NO_STRING, true, true}; }
+template <> Expected expected<WriteSample<const char*>>() { return {"WriteSample<const char *>::Sample", NO_STRING, true, true}; }
+template <> Expected expected<WriteSample<std::string>>() { return {"", "", false, false}; }
+// clang-format on
+
+template <class Holder>
+struct Of;
+template <class T>
+struct Of<Sample<T>> {
+    typedef T Data;
+    typedef SampleRef<T> Ref;
+};
+template <class T>
+struct Of<WriteSample<T>> {
+    typedef T Data;
+    typedef WriteSampleRef<T> Ref;
+};
+
+template <class Holder_>
+class Holders : public ::testing::Test {
+protected:
+    typedef Holder_ Holder;
+    typedef typename Holder::Info Info;
+    typedef typename Of<Holder>::Data Data;
+    typedef typename Of<Holder>::Ref Ref;
+    typedef test::Source<Data, Info> Source;
+
+    static constexpr bool IS_KEYED = std::is_same<Data, DDS_KeyedString>::value || std::is_same<Data, DDS_KeyedOctets>::value;
+    static constexpr bool IS_STRING = std::is_same<Data, std::string>::value;
+
+    static Ref ref(Source& source) { return Ref(source.data, source.info); }
+    static std::string text(const Holder& holder) { return shown(holder.data()); }
+    static std::string all(const Holder& holder) {
+        return text(holder) + " " + std::to_string(holder.identity().sequence_number.low) + cookie_of(holder.info());
+    }
+    static std::string all(const Source& source) {
+        return shown(source.data) + " " + std::to_string(details::identity_of(source.info).sequence_number.low) +
+               cookie_of(source.info);
+    }
+    static std::string message() {
+        const Expected row = expected<Holder>();
+        return row.method_name + ":" + expanded(DDS_LOG_BAD_PARAMETER_s, row.message);
+    }
+    template <class Call>
+    static void expect_refusal(bool refuses, Call call) {
+        const Thrown thrown = thrown_by(call);
+        EXPECT_EQ(refuses ? "OutOfResourcesException" : "", thrown.type);
+        EXPECT_EQ(refuses ? message() : "", thrown.message);
+    }
+
+    const LogCapture _quiet{0, 0};
+    const Expected _expected = expected<Holder>();
+};
+
+typedef ::testing::Types<Sample<DDS_KeyedString>, Sample<DDS_KeyedOctets>, Sample<DDS_Octets>, Sample<char*>, Sample<const char*>,
+                         Sample<std::string>, WriteSample<DDS_KeyedString>, WriteSample<DDS_KeyedOctets>, WriteSample<DDS_Octets>,
+                         WriteSample<char*>, WriteSample<const char*>, WriteSample<std::string>>
+    AllHolders;
+TYPED_TEST_SUITE(Holders, AllHolders, );
+
+TYPED_TEST(Holders, keep_what_a_reference_showed_whatever_becomes_of_it) {
+    typename TestFixture::Source source("k", NEW, 1);
+    typename TestFixture::Source other("o", OLD, 2);
+    const std::string first = this->all(source);
+    TypeParam constructed = this->ref(source);
+    TypeParam assigned = this->ref(other);
+    EXPECT_EQ(&assigned, &(assigned = this->ref(source)));
+    for (const TypeParam* holder : {&constructed, &assigned}) {
+        EXPECT_EQ(first, this->all(*holder));
+        EXPECT_NE(memory_of(source.data), memory_of(holder->data()));
+    }
+    fill(source.data, "changed", "changed");
+    mark(source.info, 9);
+    EXPECT_EQ(first, this->all(constructed));
+    EXPECT_EQ(first, this->all(assigned));
+
+    const void* const memory[] = {memory_of(constructed.data()), memory_of((assigned = this->ref(other)).data())};
+    constructed.swap(assigned);
+    EXPECT_EQ(this->all(other), this->all(constructed));
+    EXPECT_EQ(first, this->all(assigned));
+    EXPECT_EQ(memory[0], memory_of(assigned.data()));
+    EXPECT_EQ(memory[1], memory_of(constructed.data()));
+}
+
+TYPED_TEST(Holders, refuse_null_as_the_table_says_and_are_unchanged_then) {
+    if constexpr (!TestFixture::IS_STRING) {
+        typename TestFixture::Source old("o", OLD, 1);
+        typename TestFixture::Source nulls[] = {{"k", NULL, 2}, {NULL, TestFixture::IS_KEYED ? NEW : NULL, 2}};
+        for (typename TestFixture::Source& source : nulls) {
+            SCOPED_TRACE(shown(source.data));
+            this->expect_refusal(this->_expected.construction_refuses,
+                                 [&] { EXPECT_EQ(this->all(source), this->all(TypeParam(this->ref(source)))); });
+            this->expect_refusal(this->_expected.construction_refuses, [&] { const TypeParam holder(source.data); });
+            TypeParam target = this->ref(old);
+            this->expect_refusal(this->_expected.assignment_refuses, [&] { target = this->ref(source); });
+            EXPECT_EQ(this->_expected.assignment_refuses ? this->all(old) : this->all(source), this->all(target));
+            const TypeParam copy(target);  // one that holds null may be copied
+            EXPECT_EQ(this->all(target), this->all(copy));
+
+            TypeParam kept = this->ref(old);
+            this->expect_refusal(this->_expected.construction_refuses, [&] { kept.set_data(source.data); });
+            EXPECT_EQ((this->_expected.construction_refuses ? shown(old.data) : shown(source.data)), this->text(kept));
+        }
+    }
+}
+
+TYPED_TEST(Holders, are_made_of_values_and_sizes_and_take_them_later) {
+    typename TestFixture::Source source("k", NEW, 1);
+    typename TestFixture::Source other("o", OLD, 2);
+    const std::string defaults = this->all(TypeParam()).substr(this->text(TypeParam()).size());
+    EXPECT_EQ(shown(source.data) + defaults, this->all(TypeParam(source.data)));
+    TypeParam holder(source.data, source.info);
+    EXPECT_EQ(this->all(source), this->all(holder));
+    const TypeParam copy(holder);
+    holder = other.data;
+    EXPECT_EQ(shown(other.data) + this->all(source).substr(shown(source.data).size()), this->all(holder));
+    holder.set_info(other.info);
+    EXPECT_EQ(this->all(other), this->all(holder));
+    holder.set_data(source.data);
+    mark(holder.info(), 3);
+    EXPECT_EQ(3U, holder.identity().sequence_number.low);
+    EXPECT_EQ(shown(source.data), this->text(holder));
+    EXPECT_EQ(this->all(source), this->all(copy));
+    holder = copy;
+    holder = *&holder;
+    EXPECT_EQ(this->all(source), this->all(holder));
+
+    const TypeParam& constant = holder;
+    if constexpr (std::is_pointer<typename TestFixture::Data>::value) {
+        EXPECT_EQ(holder.data(), static_cast<typename TestFixture::Data>(holder));
+        EXPECT_EQ(holder.data(), static_cast<const char*>(constant));
+        EXPECT_TRUE((std::is_same<typename TestFixture::Data, decltype(holder.data())>::value));
+        EXPECT_STREQ("", TypeParam().data());
+        EXPECT_STREQ("", TypeParam(std::size_t{0}).data());
+        EXPECT_EQ(255, TypeParam::DEFAULT_SIZE);
+        this->expect_refusal(true, [] { TypeParam(static_cast<std::size_t>(-1)); });
+    } else {
+        EXPECT_EQ(&holder.data(), &static_cast<typename TestFixture::Data&>(holder));
+        EXPECT_EQ(&holder.data(), &static_cast<const typename TestFixture::Data&>(constant));
+    }
+    if constexpr (TestFixture::IS_KEYED) {
+        EXPECT_EQ(1U, TypeParam().data().is_allocated());
+        EXPECT_EQ(shown(typename TestFixture::Data(3, 5)), this->text(TypeParam(3, 5)));
+        EXPECT_EQ(255, TypeParam::DEFAULT_KEY_SIZE);
+        EXPECT_EQ(255, TypeParam::DEFAULT_VALUE_SIZE);
+        EXPECT_EQ(shown(typename TestFixture::Data(255, 255)), this->text(TypeParam()));
+        this->expect_refusal(true, [] { TypeParam(3, -1); });
+    } else if constexpr (std::is_same<typename TestFixture::Data, DDS_Octets>::value) {
+        EXPECT_EQ(255, TypeParam::DEFAULT_VALUE_SIZE);
+        EXPECT_EQ(255, TypeParam().data().length);
+        EXPECT_EQ(std::string("3:") + std::string(3, '\0'), this->text(TypeParam(3)));
+        this->expect_refusal(true, [] { TypeParam(-1); });
+    } else if constexpr (TestFixture::IS_STRING) {
+        EXPECT_EQ("", this->text(TypeParam(static_cast<const char*>(NULL))));
+        EXPECT_EQ(this->all(source), this->all(TypeParam(source.data.c_str(), source.info)));
+        holder = "x";
+        EXPECT_EQ("x", holder.data());
+        holder.set_data("y");
+        EXPECT_EQ("y", holder.data());
+    }
+}
+
+// Fails each allocation of each operation in turn. typename TestFixture::Data is 1 block of memory, 2 of a keyed type; parameters have a cookie in another.
+TYPED_TEST(Holders, report_each_allocation_of_data_that_fails_and_leak_nothing) {
+    typename TestFixture::Source source("k", NEW, 1);
+    typename TestFixture::Source old("o", OLD, 2);
+    const TypeParam original(source.data, source.info);
+    const bool checked = this->_expected.construction_refuses || TestFixture::IS_STRING;
+    struct Operation {
+        const char* name;
+        bool reports;
+        DDS_UnsignedLong number;  // of the target's metadata afterwards; 0 where no target takes part
+        std::function<void(TypeParam& target)> run;
+    };
+    const Operation operations[] = {
+        {"construct from a reference", checked, 0, [&](TypeParam&) { const TypeParam holder(this->ref(source)); }},
+        {"construct from a value", checked, 0, [&](TypeParam&) { const TypeParam holder(source.data); }},
+        {"construct from both", checked, 0, [&](TypeParam&) { const TypeParam holder(source.data, source.info); }},
+        {"copy", checked, 0, [&](TypeParam&) { const TypeParam holder(original); }},
+        {"construct with default size", !TestFixture::IS_STRING, 0, [&](TypeParam&) { const TypeParam holder; }},
+        {"assign a reference", this->_expected.assignment_refuses || TestFixture::IS_STRING, 1,
+         [&](TypeParam& target) { target = this->ref(source); }},
+        {"assign a holder", checked, 1, [&](TypeParam& target) { target = original; }},
+        {"assign a value", checked, 2, [&](TypeParam& target) { target = source.data; }},
+        {"set data", checked, 2, [&](TypeParam& target) { target.set_data(source.data); }},
+        {"set metadata", false, 1, [&](TypeParam& target) { target.set_info(source.info); }},
+    };
+    for (const Operation& operation : operations) {
+        SCOPED_TRACE(operation.name);
+        const std::string changed = operation.name == std::string("set metadata") ? shown(old.data) : shown(source.data);
+        int throws = 0;
+        int nulls = 0;
+        for (long failing = 1;; ++failing) {
+            TypeParam target(old.data, old.info);
+            const std::type_info* type = nullptr;
+            char message[200] = "";
+            AllocationProbe::fail(failing);
+            try {
+                operation.run(target);
+            } catch (const std::exception& exception) {
+                type = &typeid(exception);
+                std::snprintf(message, sizeof message, "%s", exception.what());
+            }
+            AllocationProbe::stop();
+            const int lost = memory_of(target.data()) == NULL ? 1 : 0;  // by an unchecked assignment: it had one block more before
+            EXPECT_EQ(-lost, AllocationProbe::outstanding()) << "allocation " << failing;
+            nulls += lost;
+            if (type != nullptr) {
+                ++throws;
+                EXPECT_EQ(TestFixture::IS_STRING ? "bad_alloc" : "OutOfResourcesException", class_name(*type));
+                EXPECT_TRUE(TestFixture::IS_STRING || this->message() == message) << message;
+                EXPECT_EQ(this->all(old), this->all(target));
+            } else if (operation.number != 0) {
+                EXPECT_TRUE(lost != 0 || changed == this->text(target)) << this->text(target);
+                EXPECT_EQ(operation.number, target.identity().sequence_number.low);
+            }
+            if (!AllocationProbe::has_failed()) {
+                EXPECT_EQ(nullptr, type);
+                EXPECT_EQ(operation.number != 0 ? cookie_of(operation.number == 1 ? source.info : old.info) : cookie_of(old.info),
+                          cookie_of(target.info()));
+                break;
+            }
+        }
+        const bool has_data = operation.name != std::string("set metadata") &&
+                              !(TestFixture::IS_STRING && operation.name == std::string("construct with default size"));
+        const int blocks = !has_data ? 0 : TestFixture::IS_KEYED ? 2 : 1;
+        EXPECT_EQ(operation.reports ? blocks : 0, throws);
+        EXPECT_EQ(operation.reports || operation.number == 0 ? 0 : blocks, nulls);
+    }
+
+    TypeParam left(source.data, source.info);
+    TypeParam right(old.data, old.info);
+    EXPECT_EQ(cookie_of(source.info).empty() ? 0 : 1, fail_each_allocation([&] { left.swap(right); })) << "data was copied";
+}
+
+// ---- references, and what else there is -------------------------------------------------------------------------
+
+TEST(References, are_two_pointers_that_may_be_nil_are_set_and_swapped_and_never_copy) {
+    DDS_SampleInfo infos[2];
+    mark(infos[0], 4);
+    mark(infos[1], 5);
+    DDS_WriteParams_t params;
+    mark(params, 6);
+    char text[] = "text";
+    char other[] = "other";
+
+    SampleRef<char*> ref(text, infos[0]);
+    EXPECT_EQ(text, ref.data());
+    EXPECT_EQ(&infos[0], &ref.info());
+    EXPECT_EQ(4U, ref.identity().sequence_number.low);
+    EXPECT_EQ(1, ref.related_identity().sequence_number.high);
+    EXPECT_STREQ("text", ref.c_str());
+    EXPECT_EQ("text", std::string(ref));
+    const SampleRef<const char*> constant = ref;
+    EXPECT_EQ(text, constant.data());
+    EXPECT_EQ(&infos[0], &constant.info());
+    SampleRef<char*> nil;
+    EXPECT_TRUE(nil.is_nil_data() && nil.is_nil_info() && !ref.is_nil_data() && !ref.is_nil_info());
+    EXPECT_STREQ("", nil.c_str());
+    EXPECT_TRUE(SampleRef<const char*>(nil).is_nil_info());
+    nil.set_data(other);
+    nil.set_info(infos[1]);
+    ref.swap(nil);
+    EXPECT_EQ(other, ref.data());
+    EXPECT_EQ(&infos[1], &ref.info());
+    EXPECT_EQ(text, nil.data());
+    ref.data() = text;  // the pointer that it keeps
+    EXPECT_STREQ("text", ref.c_str());
+    EXPECT_STREQ("other", other);
+
+    DDS_Octets octets[2] = {DDS_Octets(1), DDS_Octets(2)};
+    WriteSampleRef<DDS_Octets> written(octets[0], params);
+    EXPECT_EQ(6U, written.identity().sequence_number.low);
+    EXPECT_EQ(&params, &written.info());
+    written.set_data(octets[1]);
+    EXPECT_EQ(&octets[1], &written.data());
+    EXPECT_TRUE(WriteSampleRef<DDS_Octets>().is_nil_data());
+    const WriteSampleRef<const char*> written_text("text", params);
+    EXPECT_STREQ("text", written_text.data());
+
+    const SampleRef<const DDS_Octets> view = SampleRef<DDS_Octets>(octets[0], infos[0]);
+    EXPECT_EQ(&octets[0], &view.data());
+    EXPECT_TRUE((std::is_same<const DDS_SampleInfo, SampleRef<const char*>::Info>::value));
+    EXPECT_TRUE((std::is_same<DDS_SampleInfo, SampleRef<char*>::Info>::value));
+    EXPECT_TRUE((std::is_same<DDS_SampleInfo, SampleRef<DDS_Octets>::Info>::value));
+    EXPECT_FALSE((std::is_convertible<SampleRef<const char*>, SampleRef<char*>>::value));
+    EXPECT_EQ(2 * sizeof(void*), sizeof(SampleRef<const char*>));
+    EXPECT_EQ(2 * sizeof(void*), sizeof(WriteSampleRef<DDS_Octets>));
+}
+
+TEST(Holders, keep_what_a_loan_shows_also_of_the_applications_own_types) {
+    DDS_SampleInfo info;
+    mark(info, 4);
+    const SampleRef<const char*> text("text", info);
+    Sample<std::string> kept = text;
+    EXPECT_EQ("text", kept.data());
+    EXPECT_EQ(1, kept.related_identity().sequence_number.high);
+    EXPECT_EQ(4U, kept.identity().sequence_number.low);
+    kept = SampleRef<const char*>(NULL, info);
+    EXPECT_EQ("", kept.data());
+    const Sample<const char*> copy = text;
+    EXPECT_STREQ("text", copy.data());
+    EXPECT_NE(text.data(), copy.data());
+
+    const Point point = {7};
+    Sample<Point> first;
+    EXPECT_EQ(0, first.data().x);
+    first = SampleRef<const Point>(point, info);
+    const Sample<Point> second = SampleRef<const Point>(point, info);
+    EXPECT_EQ(14, first.data().x + second.data().x);
+    EXPECT_EQ(first.identity(), second.identity());
+    const DDS_KeyedString record(3, 3);
+    EXPECT_EQ("=", shown(Sample<DDS_KeyedString>(SampleRef<const DDS_KeyedString>(record, info)).data()));
+    WriteSample<Point> out(point);
+    out.info().identity = second.identity();
+    EXPECT_EQ(second.identity(), out.identity());
+}
+
+TEST(Holders, cannot_be_made_of_sizes_or_references_of_another_type) {
+    EXPECT_FALSE((std::is_constructible<Sample<DDS_Octets>, int, int>::value));
+    EXPECT_FALSE((std::is_constructible<Sample<DDS_KeyedString>, int>::value));
+    EXPECT_FALSE((std::is_constructible<WriteSample<std::string>, int>::value));
+    EXPECT_FALSE((std::is_convertible<int, Sample<DDS_Octets>>::value));
+    EXPECT_FALSE((std::is_constructible<Sample<DDS_Octets>, WriteSampleRef<DDS_Octets>>::value));
+    EXPECT_TRUE((std::is_same<char*, details::if_<false, const char*, char*>::type>::value));
+    EXPECT_TRUE((std::is_same<const char*, details::if_<true, const char*, char*>::type>::value));
+    EXPECT_TRUE((std::is_base_of<details::SampleBaseBuiltin<DDS_KeyedOctets, DDS_SampleInfo>, Sample<DDS_KeyedOctets>>::value));
+    EXPECT_TRUE((std::is_base_of<details::SampleBaseCharPtr<DDS_WriteParams_t, true>, WriteSample<const char*>>::value));
+    EXPECT_TRUE((std::is_base_of<details::SampleBase<std::string, DDS_WriteParams_t>, WriteSample<std::string>>::value));
+}
+
+// What a holder of std::string is made of, seen from a class derived from it.
+struct Fields : WriteSample<std::string> {
+    explicit Fields(WriteSampleRef<std::string> ref) : WriteSample<std::string>(ref) {}
+    explicit Fields(const char* text) : WriteSample<std::string>(text) {}
+    bool own_all() const { return _initialized && _data == NULL && _info_ptr == NULL && _str == "text"; }
+};
+
+TEST(Holders, of_a_std_string_borrow_nothing) {
+    std::string text = "text";
+    DDS_WriteParams_t params;
+    Fields fields(WriteSampleRef<std::string>(text, params));
+    EXPECT_TRUE(fields.own_all());
+    Fields other("text");
+    EXPECT_TRUE(other.own_all());
+    other.swap(fields);
+    EXPECT_TRUE(other.own_all() && fields.own_all());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane
