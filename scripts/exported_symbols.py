@@ -4,7 +4,8 @@
 
 usage: scripts/exported_symbols.py [--write] <libnorvane.so> <list>
 
-Demangled, sorted, one line each. Left out: instantiations of the C++ library, which the compiler exports as it pleases.
+Demangled, sorted, one line each. Left out, since the compiler exports them as it pleases: instantiations of the C++ library, and
+virtual tables (that of an abstract class comes and goes with the optimisation; the type infos, which a catch needs, stay listed).
 """
 import re
 import subprocess
@@ -19,7 +20,7 @@ def exported(library):
     lines = subprocess.run(["nm", "--dynamic", "--defined-only", "--format=posix", library], check=True, capture_output=True,
                            text=True).stdout.splitlines()
     names = [line.split()[0].split("@")[0] for line in lines]
-    names = [name for name in names if not STANDARD.match(name)]
+    names = [name for name in names if not STANDARD.match(name) and not name.startswith("_ZTV")]
     demangled = subprocess.run(["c++filt"], input="\n".join(names), check=True, capture_output=True, text=True).stdout.splitlines()
     # Two mangled names may stand for one (the constructors of complete and of base objects).
     return sorted(set(filter(None, demangled)))

@@ -9,11 +9,13 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string>
 
 #include "norvane/Exception.hpp"
 #include "norvane/SampleIterator.hpp"
 #include "norvane/dds_type_traits.hpp"
 #include "norvane/details/precondition.hpp"
+#include "norvane/export.hpp"
 
 namespace norvane {
 
@@ -69,6 +71,9 @@ public:
 
     /// A container's whole state on its way to another container. One that is never taken over keeps its loan from going back.
     struct LoanMemento {
+        /// Carries nothing yet; the reader is to be set.
+        LoanMemento() noexcept {}
+
         SequenceMemento<T> _seq_memento;
         SequenceMemento<DDS_SampleInfo> _infoseq_memento;
         TDataReader* _datareader;
@@ -129,12 +134,12 @@ public:
     }
 
     /// Hands the loan to the caller, who must then return it to the reader. The container holds nothing afterwards.
-    /// @param datareader          gets the reader; null when no loan was held.
+    /// @param datareader          gets the reader; null when there is nothing to return.
     /// @param data_seq, info_seq  get the loan. Owning, without memory (maximum 0).
     /// @throws PreconditionNotMetException  a sequence holds memory or a loan; nothing changes then.
     void release(TDataReader*& datareader, TSeq& data_seq, SampleInfoSeq& info_seq) {
-        NORVANE_CHECK_PRECONDITION(data_seq.has_ownership() && data_seq.maximum() == 0, "release");
-        NORVANE_CHECK_PRECONDITION(info_seq.has_ownership() && info_seq.maximum() == 0, "release");
+        NORVANE_CHECK_PRECONDITION(is_default_init(data_seq), "release");
+        NORVANE_CHECK_PRECONDITION(is_default_init(info_seq), "release");
         swap_sequence<T>(_seq, data_seq);
         swap_sequence<DDS_SampleInfo>(_infoseq, info_seq);
         datareader = _datareader;
@@ -188,7 +193,7 @@ private:
 
     // Overwrites the sequences without destroying them: only right when their memory is somebody else's by now.
     void set_default() noexcept {
-        const LoanMemento fresh{};
+        const LoanMemento fresh;
         fresh._seq_memento.push_state(_seq);
         fresh._infoseq_memento.push_state(_infoseq);
         _datareader = nullptr;
@@ -197,6 +202,12 @@ private:
     template <class Seq>
     static bool is_loaning(const Seq& seq) noexcept {
         return !seq.has_ownership();
+    }
+
+    // Whether its bytes may be overwritten: an empty sequence that owns its buffer, which is none.
+    template <class Seq>
+    static bool is_default_init(const Seq& seq) noexcept {
+        return seq.has_ownership() && seq.maximum() == 0;
     }
 
     template <class U>
@@ -257,7 +268,14 @@ typename dds_type_traits<T>::DataReader* typed_datareader(DDSDataReader* reader)
     }
 }
 
+// Strings are in the library.
+extern template NORVANE_EXPORT LoanedSamples<std::string> create_loaned_samples<std::string>(void**, int, DDS_SampleInfoSeq&,
+                                                                                             DDSStringDataReader*);
+
 }  // namespace details
+
+extern template class NORVANE_EXPORT LoanedSamples<std::string>;
+
 }  // namespace norvane
 
 #endif

@@ -1,63 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 // One received sample as its loan shows it: the data and the info, by reference.
 //
-// A plain value of two pointers that owns nothing: it must not outlive the loan.
+// A plain value of two pointers that owns nothing: it must not outlive the loan. Sample keeps a copy.
 #ifndef NORVANE_SAMPLEREF_HPP
 #define NORVANE_SAMPLEREF_HPP
 
-#include <string>
 #include <type_traits>
 
-#include "norvane/dds/SampleInfo.hpp"
-#include "norvane/details/sample_identity.hpp"
+#include "norvane/details/DataRef.hpp"
 
 namespace norvane {
 
-/// Refers to one sample.
-/// @tparam T  the data type; const for a sample that is shared with others, as every loaned one is.
+/// Refers to one received sample. Also has what details::DataRef or, for a text, details::TextRef has.
+/// @tparam T  the data type; const for a sample that is shared with others, as every loaned one is. Those of strings are `const char*`.
 /// @par Threads  A plain value. What it refers to is never changed by the library.
 template <class T>
-class SampleRef {
+class SampleRef : public details::RefTo<T, typename std::conditional<std::is_const<typename std::remove_pointer<T>::type>::value,
+                                                                     const DDS_SampleInfo, DDS_SampleInfo>::type> {
+    typedef details::RefTo<T, typename std::conditional<std::is_const<typename std::remove_pointer<T>::type>::value,
+                                                        const DDS_SampleInfo, DDS_SampleInfo>::type>
+        Base;
+
 public:
-    typedef typename std::conditional<std::is_const<T>::value, const DDS_SampleInfo, DDS_SampleInfo>::type Info;
+    using Base::Base;
+    /// Refers to nothing.
+    SampleRef() = default;
+    /// A reference that may change what it refers to, as one that may not.
+    template <class U, typename std::enable_if<details::IS_CONST_VIEW<U, T>, int>::type = 0>
+    SampleRef(const SampleRef<U>& other) noexcept : Base(other._data_ptr, other._info_ptr) {}
 
-    SampleRef(T& data, Info& info) noexcept : _data_ptr(&data), _info_ptr(&info) {}
-
-    T& data() const noexcept { return *_data_ptr; }
-    Info& info() const noexcept { return *_info_ptr; }
-    /// @return the identity of the sample: what a reply to it is bound to.
-    DDS_SampleIdentity_t identity() const { return details::get_sample_identity_from_sample_info(*_info_ptr); }
     /// @return the identity of the sample that this one answers; unknown when it answers none.
-    DDS_SampleIdentity_t related_identity() const { return details::get_related_sample_identity_from_sample_info(*_info_ptr); }
+    DDS_SampleIdentity_t related_identity() const {
+        return details::get_related_sample_identity_from_sample_info(*this->_info_ptr);
+    }
 
 private:
-    T* _data_ptr;
-    Info* _info_ptr;
-};
-
-/// Refers to one string sample.
-/// @par Threads  As SampleRef.
-template <>
-class SampleRef<const char*> {
-public:
-    typedef const DDS_SampleInfo Info;
-
-    SampleRef(const char* data, Info& info) noexcept : _data_ptr(data), _info_ptr(&info) {}
-
-    /// @return the text, terminated; null when a null string was written.
-    const char* data() const noexcept { return _data_ptr; }
-    /// @return the text, terminated; empty when a null string was written.
-    const char* c_str() const noexcept { return _data_ptr != nullptr ? _data_ptr : ""; }
-    operator std::string() const { return c_str(); }
-    Info& info() const noexcept { return *_info_ptr; }
-    /// @return the identity of the sample: what a reply to it is bound to.
-    DDS_SampleIdentity_t identity() const { return details::get_sample_identity_from_sample_info(*_info_ptr); }
-    /// @return the identity of the sample that this one answers; unknown when it answers none.
-    DDS_SampleIdentity_t related_identity() const { return details::get_related_sample_identity_from_sample_info(*_info_ptr); }
-
-private:
-    const char* _data_ptr;
-    Info* _info_ptr;
+    template <class>
+    friend class SampleRef;
 };
 
 }  // namespace norvane

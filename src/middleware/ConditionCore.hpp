@@ -26,12 +26,12 @@ class WaitSetCore;
 /// One condition in one wait set.
 struct Attachment {
     DDS_Condition* condition = nullptr;
-    WaitSetCore* set = nullptr;         // null while the record is unused
-    DDSCondition* reported = nullptr;   // the pointer that was attached, which need not be the condition's own object
-    Attachment* next_set = nullptr;     // further sets of the same condition
-    ListLink<Attachment> in_set;        // guarded by the set's mutex, as all below
+    WaitSetCore* set = nullptr;        // null while the record is unused
+    DDSCondition* reported = nullptr;  // the pointer that was attached, which need not be the condition's own object
+    Attachment* next_set = nullptr;    // further sets of the same condition
+    ListLink<Attachment> in_set;       // guarded by the set's mutex, as all below
     ListLink<Attachment> in_ready;
-    bool ready = false;                 // in the set's list of those to look at
+    bool ready = false;  // in the set's list of those to look at
 };
 
 }  // namespace mw

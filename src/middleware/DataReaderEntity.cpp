@@ -46,7 +46,8 @@ class DataReaderEntity : public Interface,
                          private SampleStoreOwner,
                          private StatusSource {
 public:
-    DataReaderEntity(DDSSubscriber& subscriber, TopicEntity& topic, ContentFilteredTopicEntity* filtered, const DDS_DataReaderQos& qos)
+    DataReaderEntity(DDSSubscriber& subscriber, TopicEntity& topic, ContentFilteredTopicEntity* filtered,
+                     const DDS_DataReaderQos& qos)
         : _subscriber(subscriber),
           _topic(&topic),
           _filtered(filtered),
@@ -102,14 +103,17 @@ public:
     DDS_ReturnCode_t close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
         return _store.close_key(index_name, key_of(key));
     }
-    DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override { return _gate.set(listener, mask); }
+    DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override {
+        return _gate.set(listener, mask);
+    }
     DDSDataReaderListener* get_listener() override { return _gate.get(); }
     DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override;
     DDS_ReturnCode_t get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) override;
     DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override;
     DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override;
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) override { return _peers.list(handles); }
-    DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) override {
+    DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data,
+                                                  const DDS_InstanceHandle_t& handle) override {
         const std::shared_ptr<const EndpointInfo> peer = _peers.find(handle);
         return peer != nullptr ? report(*peer, data) : DDS_RETCODE_BAD_PARAMETER;
     }
@@ -121,7 +125,8 @@ public:
     DDS_ReturnCode_t read_or_take_w_condition_untyped(DDS_Boolean* is_loan, void*** received_data, int* data_count,
                                                       DDS_SampleInfoSeq& info_seq, DDS_Long data_seq_len, DDS_Long data_seq_max_len,
                                                       DDS_Boolean data_seq_has_ownership, void* reserved, int sample_size,
-                                                      DDS_Long max_samples, DDS_ReadCondition* condition, DDS_Boolean take) override;
+                                                      DDS_Long max_samples, DDS_ReadCondition* condition,
+                                                      DDS_Boolean take) override;
     DDS_ReturnCode_t return_loan_untyped(void** received_data, DDS_SampleInfoSeq& info_seq) override {
         if (received_data == nullptr) {
             return DDS_RETCODE_BAD_PARAMETER;
@@ -144,7 +149,9 @@ private:
     // ---- SampleSink
     Admission admit(const SampleMetadata& metadata, const void* data) noexcept override { return _store.admit(metadata, data); }
     void abandon() noexcept override { _store.abandon(); }
-    bool commit(Sample& sample, platform::WakeBatch& wake) noexcept override { return _store.commit(sample, wake) && wants_arrival(); }
+    bool commit(Sample& sample, platform::WakeBatch& wake) noexcept override {
+        return _store.commit(sample, wake) && wants_arrival();
+    }
     Admission deliver(Sample& sample, platform::WakeBatch& wake, bool& announce) noexcept override {
         const Admission admission = _store.deliver(sample, wake);
         if (admission == Admission::SLOT && wants_arrival()) {
@@ -266,7 +273,8 @@ DDS_ReturnCode_t DataReaderEntity<Interface>::delete_readcondition(DDSReadCondit
     }
     ReadCondition* own = ReadCondition::of(condition->get_c_readcondition(), _store);
     if (own == nullptr) {
-        log_error("DDSDataReader::delete_readcondition", [this] { return "topic \"" + _topic_name + "\": the condition is of another reader"; });
+        log_error("DDSDataReader::delete_readcondition",
+                  [this] { return "topic \"" + _topic_name + "\": the condition is of another reader"; });
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
     return _store.delete_condition(*own);
@@ -332,8 +340,8 @@ bool DataReaderEntity<Interface>::peer_changed(const PeerEvent& event) noexcept 
     }
     if (event.kind == PeerEventKind::INCOMPATIBLE_TYPE) {
         log_error("DDSDataReader", [&] {
-            return "topic \"" + _topic_name + "\": a writer there has the type \"" + event.peer->type_name + "\" with another layout or name; " +
-                   "this reader has \"" + _type->name + "\"";
+            return "topic \"" + _topic_name + "\": a writer there has the type \"" + event.peer->type_name +
+                   "\" with another layout or name; " + "this reader has \"" + _type->name + "\"";
         });
         return note_status(DDS_INCOMPATIBLE_TYPE_STATUS);
     }
@@ -416,12 +424,14 @@ class StringDataReaderEntity final : public DataReaderEntity<DDSStringDataReader
 public:
     using DataReaderEntity<DDSStringDataReader>::DataReaderEntity;
 
-    DDS_ReturnCode_t read(DDS_StringSeq& received_data, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples, DDS_SampleStateMask sample_states,
-                          DDS_ViewStateMask view_states, DDS_InstanceStateMask instance_states) override {
+    DDS_ReturnCode_t read(DDS_StringSeq& received_data, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
+                          DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
+                          DDS_InstanceStateMask instance_states) override {
         return lend(received_data, info_seq, max_samples, sample_states, view_states, instance_states, false);
     }
-    DDS_ReturnCode_t take(DDS_StringSeq& received_data, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples, DDS_SampleStateMask sample_states,
-                          DDS_ViewStateMask view_states, DDS_InstanceStateMask instance_states) override {
+    DDS_ReturnCode_t take(DDS_StringSeq& received_data, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
+                          DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
+                          DDS_InstanceStateMask instance_states) override {
         return lend(received_data, info_seq, max_samples, sample_states, view_states, instance_states, true);
     }
     DDS_ReturnCode_t return_loan(DDS_StringSeq& received_data, DDS_SampleInfoSeq& info_seq) override {
@@ -436,10 +446,13 @@ public:
 private:
     ~StringDataReaderEntity() override = default;
 
-    DDS_ReturnCode_t lend(DDS_StringSeq& received_data, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples, DDS_SampleStateMask sample_states,
-                          DDS_ViewStateMask view_states, DDS_InstanceStateMask instance_states, bool take) noexcept {
-        if (!received_data.has_ownership() || received_data.maximum() != 0 || !info_seq.has_ownership() || info_seq.maximum() != 0) {
-            log_error("DDSStringDataReader", "a sequence already holds samples; samples are only lent, into empty sequences (maximum 0)");
+    DDS_ReturnCode_t lend(DDS_StringSeq& received_data, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
+                          DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states, DDS_InstanceStateMask instance_states,
+                          bool take) noexcept {
+        if (!received_data.has_ownership() || received_data.maximum() != 0 || !info_seq.has_ownership() ||
+            info_seq.maximum() != 0) {
+            log_error("DDSStringDataReader",
+                      "a sequence already holds samples; samples are only lent, into empty sequences (maximum 0)");
             return DDS_RETCODE_PRECONDITION_NOT_MET;
         }
         if ((view_states & DDS_NEW_VIEW_STATE) == 0 || (instance_states & DDS_ALIVE_INSTANCE_STATE) == 0) {
@@ -488,14 +501,15 @@ void DDSDataReaderListener::on_sample_lost(DDSDataReader*, const DDS_SampleLostS
 
 DDSStringDataReader* DDSStringDataReader::narrow(DDSDataReader* reader) { return dynamic_cast<DDSStringDataReader*>(reader); }
 
-DDS_ReturnCode_t DDS_DataReader_read_or_take_w_condition_untypedI(DDS_DataReader* reader, DDS_Boolean* is_loan, void*** received_data,
-                                                                  int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long data_seq_len,
+DDS_ReturnCode_t DDS_DataReader_read_or_take_w_condition_untypedI(DDS_DataReader* reader, DDS_Boolean* is_loan,
+                                                                  void*** received_data, int* data_count,
+                                                                  DDS_SampleInfoSeq& info_seq, DDS_Long data_seq_len,
                                                                   DDS_Long data_seq_max_len, DDS_Boolean data_seq_has_ownership,
                                                                   void* reserved, int sample_size, DDS_Long max_samples,
                                                                   DDS_ReadCondition* condition, DDS_Boolean take) {
     return reader != nullptr ? reader->read_or_take_w_condition_untyped(is_loan, received_data, data_count, info_seq, data_seq_len,
-                                                                        data_seq_max_len, data_seq_has_ownership, reserved, sample_size,
-                                                                        max_samples, condition, take)
+                                                                        data_seq_max_len, data_seq_has_ownership, reserved,
+                                                                        sample_size, max_samples, condition, take)
                              : DDS_RETCODE_BAD_PARAMETER;
 }
 

@@ -12,8 +12,8 @@ DataWriterEntity::DataWriterEntity(DDSPublisher& publisher, TopicEntity& topic)
 
 DataWriterEntity::~DataWriterEntity() { _status_condition->retire(); }
 
-bool DataWriterEntity::prepare(DomainPort& domain, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener, DDS_StatusMask mask,
-                               DDS_ReturnCode_t& code) {
+bool DataWriterEntity::prepare(DomainPort& domain, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener,
+                               DDS_StatusMask mask, DDS_ReturnCode_t& code) {
     constexpr const char* METHOD = "DDSPublisher::create_datawriter";
     std::string failure;
     code = DDS_DataWriterQos_copy(&_qos, &qos);
@@ -52,8 +52,8 @@ bool DataWriterEntity::peer_changed(const PeerEvent& event) noexcept {
     } else if (event.kind == PeerEventKind::INCOMPATIBLE_TYPE) {
         status = DDS_INCOMPATIBLE_TYPE_STATUS;
         log_error("DDSDataWriter", [&] {
-            return "topic \"" + _topic.name() + "\": a reader there has the type \"" + event.peer->type_name + "\" with another layout or name; " +
-                   "this writer has \"" + _topic.type_name() + "\"";
+            return "topic \"" + _topic.name() + "\": a reader there has the type \"" + event.peer->type_name +
+                   "\" with another layout or name; " + "this writer has \"" + _topic.type_name() + "\"";
         });
     }
     _changes.fetch_or(status, std::memory_order_relaxed);
@@ -125,7 +125,8 @@ DDS_ReturnCode_t DataWriterEntity::write_w_params_untyped_general(void* /*reserv
     }
     if (params.identity.writer_guid != DDS_GUID_AUTO && params.identity.writer_guid != _qos.protocol.virtual_guid) {
         log_error(METHOD, [this] {
-            return "topic \"" + _topic.name() + "\": the identity names another writer; leave its GUID automatic, or use this writer's own";
+            return "topic \"" + _topic.name() +
+                   "\": the identity names another writer; leave its GUID automatic, or use this writer's own";
         });
         return DDS_RETCODE_BAD_PARAMETER;
     }

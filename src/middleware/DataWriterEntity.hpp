@@ -34,14 +34,17 @@ public:
     DDSPublisher* get_publisher() override { return &_publisher; }
     DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override { return DDS_DataWriterQos_copy(&qos, &_qos); }
     DDS_DataWriter* get_c_datawriter() override { return this; }
-    DDS_ReturnCode_t set_listener(DDSDataWriterListener* listener, DDS_StatusMask mask) override { return _gate.set(listener, mask); }
+    DDS_ReturnCode_t set_listener(DDSDataWriterListener* listener, DDS_StatusMask mask) override {
+        return _gate.set(listener, mask);
+    }
     DDSDataWriterListener* get_listener() override { return _gate.get(); }
     DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override;
     DDS_ReturnCode_t get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override;
     DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override;
     DDS_ReturnCode_t get_counts(DDS_DataWriterCounts& counts) override;
     DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& handles) override { return _peers.list(handles); }
-    DDS_ReturnCode_t get_matched_subscription_data(DDS_SubscriptionBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) override;
+    DDS_ReturnCode_t get_matched_subscription_data(DDS_SubscriptionBuiltinTopicData& data,
+                                                   const DDS_InstanceHandle_t& handle) override;
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) override;
     DDSStatusCondition* get_statuscondition() override { return _status_condition; }
     DDS_StatusMask get_status_changes() override { return changes(); }

@@ -93,10 +93,10 @@ struct EndpointInfo {
 
 enum class PeerEventKind {
     MATCHED,
-    DELETED,            ///< The peer left in good order.
-    LOST,               ///< The peer, or its participant, is silent for longer than its lease.
-    INCOMPATIBLE_QOS,   ///< Same topic and type, but a policy stands against it.
-    INCOMPATIBLE_TYPE   ///< Same topic, another type.
+    DELETED,           ///< The peer left in good order.
+    LOST,              ///< The peer, or its participant, is silent for longer than its lease.
+    INCOMPATIBLE_QOS,  ///< Same topic and type, but a policy stands against it.
+    INCOMPATIBLE_TYPE  ///< Same topic, another type.
 };
 
 /// Something happened to a peer. MATCHED comes before DELETED or LOST of the same peer, and is followed by one of them at most.
@@ -122,11 +122,11 @@ protected:
 
 /// What a reader says to a sample before it is copied or decoded.
 enum class Admission {
-    SLOT,       ///< Room is kept for it: `commit` or `abandon` must follow.
-    FILTERED,   ///< The reader's filter does not pass it.
-    UNWANTED,   ///< The reader has no use for it (any more); it is counted there.
-    FULL,       ///< No room now. The reader calls its port's `room_freed` when there is.
-    NO_MEMORY   ///< Memory is short.
+    SLOT,      ///< Room is kept for it: `commit` or `abandon` must follow.
+    FILTERED,  ///< The reader's filter does not pass it.
+    UNWANTED,  ///< The reader has no use for it (any more); it is counted there.
+    FULL,      ///< No room now. The reader calls its port's `room_freed` when there is.
+    NO_MEMORY  ///< Memory is short.
 };
 
 /// Takes a reader's samples in.
@@ -174,8 +174,8 @@ struct ReaderSettings {
 struct WriteRequest {
     const void* data = nullptr;  ///< Borrowed for the call.
     DDS_SampleIdentity_t related_identity;
-    DDS_Time_t source_timestamp = DDS_TIME_INVALID;                     ///< Invalid: the time of the write.
-    DDS_SequenceNumber_t sequence_number = DDS_AUTO_SEQUENCE_NUMBER;    ///< Automatic, or above every number used.
+    DDS_Time_t source_timestamp = DDS_TIME_INVALID;                   ///< Invalid: the time of the write.
+    DDS_SequenceNumber_t sequence_number = DDS_AUTO_SEQUENCE_NUMBER;  ///< Automatic, or above every number used.
     DDS_Duration_t max_blocking_time = DDS_DURATION_ZERO;
 };
 
@@ -226,8 +226,10 @@ public:
     virtual ~DomainPort() = default;
     virtual DDS_GUID_t guid() const noexcept = 0;
     /// @param failure  gets the code and the reason, in words for the log, when the result is null.
-    virtual std::unique_ptr<WriterPort> make_writer(const WriterSettings& settings, DDS_ReturnCode_t& code, std::string& failure) = 0;
-    virtual std::unique_ptr<ReaderPort> make_reader(const ReaderSettings& settings, DDS_ReturnCode_t& code, std::string& failure) = 0;
+    virtual std::unique_ptr<WriterPort> make_writer(const WriterSettings& settings, DDS_ReturnCode_t& code,
+                                                    std::string& failure) = 0;
+    virtual std::unique_ptr<ReaderPort> make_reader(const ReaderSettings& settings, DDS_ReturnCode_t& code,
+                                                    std::string& failure) = 0;
     virtual DDS_Time_t current_time() noexcept = 0;
 };
 

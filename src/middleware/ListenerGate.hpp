@@ -134,7 +134,8 @@ void ListenerGate<Listener>::run(const char* method, Call call) noexcept {
         } catch (const std::exception& thrown) {
             ++_exceptions;
             log_error(method, [&] {
-                return std::string("the listener threw (time ") + std::to_string(_exceptions) + " for this entity): " + thrown.what();
+                return std::string("the listener threw (time ") + std::to_string(_exceptions) +
+                       " for this entity): " + thrown.what();
             });
         } catch (...) {
             ++_exceptions;

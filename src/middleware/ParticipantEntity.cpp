@@ -107,9 +107,8 @@ bool ParticipantEntity::prepare(const DDS_DomainParticipantQos& qos) {
     std::string failure;
     _port = _engine.join(settings, code, failure);
     if (_port == nullptr) {
-        log_error(METHOD, [&] {
-            return "domain " + std::to_string(_domain_id) + ", engine \"" + _engine.name() + "\": " + failure;
-        });
+        log_error(METHOD,
+                  [&] { return "domain " + std::to_string(_domain_id) + ", engine \"" + _engine.name() + "\": " + failure; });
         return false;
     }
     _own_publisher = std::make_unique<PublisherEntity>(*this, DDS_PublisherQos());
@@ -154,8 +153,8 @@ DDS_ReturnCode_t ParticipantEntity::register_type(const char* type_name, const s
         const auto added = _types.emplace(type_name, type);
         if (!added.second && !is_same_type(*added.first->second, *type)) {
             log_error(METHOD, [&] {
-                return std::string("the name \"") + type_name + "\" is taken by another type: \"" + added.first->second->name + "\" of " +
-                       std::to_string(added.first->second->size) + " octets; this one is \"" + type->name + "\" of " +
+                return std::string("the name \"") + type_name + "\" is taken by another type: \"" + added.first->second->name +
+                       "\" of " + std::to_string(added.first->second->size) + " octets; this one is \"" + type->name + "\" of " +
                        std::to_string(type->size) + " octets";
             });
             return DDS_RETCODE_PRECONDITION_NOT_MET;
@@ -225,7 +224,8 @@ DDSTopic* ParticipantEntity::create_topic(const char* topic_name, const char* ty
         const auto type = _types.find(type_name);
         if (type == _types.end()) {
             log_error(METHOD, [&] {
-                return std::string("topic \"") + topic_name + "\": no type is registered as \"" + type_name + "\"; register it first";
+                return std::string("topic \"") + topic_name + "\": no type is registered as \"" + type_name +
+                       "\"; register it first";
             });
             return nullptr;
         }
@@ -304,7 +304,8 @@ DDSContentFilteredTopic* ParticipantEntity::create_contentfilteredtopic(const ch
     return or_out_of_memory<DDSContentFilteredTopic*>(METHOD, nullptr, [&]() -> DDSContentFilteredTopic* {
         TopicEntity* topic = find_topic_locked(related_topic);
         if (topic == nullptr) {
-            log_error(METHOD, [name] { return std::string("\"") + name + "\": the related topic is null or of another participant"; });
+            log_error(METHOD,
+                      [name] { return std::string("\"") + name + "\": the related topic is null or of another participant"; });
             return nullptr;
         }
         if (_topics.count(name) > 0 || _filtered_topics.count(name) > 0) {
@@ -318,10 +319,13 @@ DDSContentFilteredTopic* ParticipantEntity::create_contentfilteredtopic(const ch
         std::string failure;
         std::unique_ptr<const FilterExpression> filter;
         if (FilterExpression::compile(topic->type(), filter_expression, expression_parameters, filter, failure) != DDS_RETCODE_OK) {
-            log_error(METHOD, [&] { return std::string("\"") + name + "\": the filter \"" + filter_expression + "\" is refused: " + failure; });
+            log_error(METHOD, [&] {
+                return std::string("\"") + name + "\": the filter \"" + filter_expression + "\" is refused: " + failure;
+            });
             return nullptr;
         }
-        auto made = std::make_unique<ContentFilteredTopicEntity>(*topic, name, filter_expression, std::move(parameters), std::move(filter));
+        auto made =
+            std::make_unique<ContentFilteredTopicEntity>(*topic, name, filter_expression, std::move(parameters), std::move(filter));
         DDSContentFilteredTopic* result = _filtered_topics.emplace(name, std::move(made)).first->second.get();
         ++topic->users;
         return result;
@@ -350,7 +354,8 @@ DDS_ReturnCode_t ParticipantEntity::delete_contentfilteredtopic(DDSContentFilter
 
 // ---- publishers and subscribers -----------------------------------------------------------------------------------
 
-DDSPublisher* ParticipantEntity::create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* /*listener*/, DDS_StatusMask /*mask*/) {
+DDSPublisher* ParticipantEntity::create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* /*listener*/,
+                                                  DDS_StatusMask /*mask*/) {
     Lock lock(_mutex);
     return or_out_of_memory<DDSPublisher*>("DDSDomainParticipant::create_publisher", nullptr, [&]() -> DDSPublisher* {
         auto made = std::make_unique<PublisherEntity>(*this, qos);
@@ -401,7 +406,8 @@ DDS_ReturnCode_t ParticipantEntity::delete_subscriber(DDSSubscriber* subscriber)
         log_error(METHOD, "the subscriber is of another participant, or deleted already");
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
-    if (std::any_of(_readers.begin(), _readers.end(), [subscriber](const auto& entry) { return entry.second.owner == subscriber; })) {
+    if (std::any_of(_readers.begin(), _readers.end(),
+                    [subscriber](const auto& entry) { return entry.second.owner == subscriber; })) {
         log_error(METHOD, "the subscriber has readers; delete them first");
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
@@ -423,15 +429,18 @@ DDSDataReader* ParticipantEntity::create_datareader(DDSTopicDescription* topic, 
     return create_reader(*_own_subscriber, topic, qos, listener, mask);
 }
 
-DDS_ReturnCode_t ParticipantEntity::delete_datareader(DDSDataReader* reader) { return delete_reader(*_own_subscriber, reader, false); }
+DDS_ReturnCode_t ParticipantEntity::delete_datareader(DDSDataReader* reader) {
+    return delete_reader(*_own_subscriber, reader, false);
+}
 
 bool ParticipantEntity::type_may_travel(const char* method, const TopicEntity& topic) {
     if (!_engine.leaves_process() || topic.type()->encode != nullptr) {
         return true;
     }
     log_error(method, [&] {
-        return "topic \"" + topic.name() + "\": the type \"" + topic.type()->name + "\" cannot be encoded, so it cannot leave the process; " +
-               "describe it, or use the embedded engine instead of \"" + _engine.name() + "\"";
+        return "topic \"" + topic.name() + "\": the type \"" + topic.type()->name +
+               "\" cannot be encoded, so it cannot leave the process; " + "describe it, or use the embedded engine instead of \"" +
+               _engine.name() + "\"";
     });
     return false;
 }
@@ -455,7 +464,8 @@ DDSDataWriter* ParticipantEntity::create_writer(DDSPublisher& owner, DDSTopic* t
         }
         auto writer = std::make_unique<DataWriterEntity>(owner, use.topic());
         DataWriterEntity* made = writer.get();
-        if (code != DDS_RETCODE_OK || !type_may_travel(METHOD, use.topic()) || !made->prepare(*_port, wanted, listener, mask, code)) {
+        if (code != DDS_RETCODE_OK || !type_may_travel(METHOD, use.topic()) ||
+            !made->prepare(*_port, wanted, listener, mask, code)) {
             return nullptr;
         }
         {
@@ -526,7 +536,9 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
             code = validate(wanted, failure);
         }
         if (code != DDS_RETCODE_OK) {
-            log_error(METHOD, [&] { return "topic \"" + use.topic().name() + "\": " + (failure.empty() ? "out of memory for the QoS" : failure); });
+            log_error(METHOD, [&] {
+                return "topic \"" + use.topic().name() + "\": " + (failure.empty() ? "out of memory for the QoS" : failure);
+            });
             return nullptr;
         }
         if (!type_may_travel(METHOD, use.topic())) {

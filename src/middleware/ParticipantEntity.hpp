@@ -76,8 +76,8 @@ public:
     DDS_InstanceHandle_t get_instance_handle() override { return handle_of(_port->guid()); }
 
     // For publishers and subscribers: endpoints belong to `owner`.
-    DDSDataWriter* create_writer(DDSPublisher& owner, DDSTopic* topic, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener,
-                                 DDS_StatusMask mask);
+    DDSDataWriter* create_writer(DDSPublisher& owner, DDSTopic* topic, const DDS_DataWriterQos& qos,
+                                 DDSDataWriterListener* listener, DDS_StatusMask mask);
     DDS_ReturnCode_t delete_writer(DDSPublisher& owner, DDSDataWriter* writer);
     DDSDataReader* create_reader(DDSSubscriber& owner, DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
                                  DDSDataReaderListener* listener, DDS_StatusMask mask);
@@ -120,7 +120,7 @@ private:
     std::map<const DDSDataReader*, ReaderEntry> _readers;
     DDS_DataWriterQos _default_writer_qos;
     DDS_DataReaderQos _default_reader_qos;
-    std::unique_ptr<PublisherEntity> _own_publisher;    // of endpoints that are made through the participant
+    std::unique_ptr<PublisherEntity> _own_publisher;  // of endpoints that are made through the participant
     std::unique_ptr<SubscriberEntity> _own_subscriber;
 };
 

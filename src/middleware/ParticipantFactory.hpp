@@ -20,12 +20,12 @@ public:
                                              DDSDomainParticipantListener* listener, DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_participant(DDSDomainParticipant* participant) override;
 
-    DDS_ReturnCode_t get_datawriter_qos_from_profile_for_topic(DDS_DataWriterQos& qos, const char* library_name, const char* profile_name,
-                                                               const char* topic_name) override {
+    DDS_ReturnCode_t get_datawriter_qos_from_profile_for_topic(DDS_DataWriterQos& qos, const char* library_name,
+                                                               const char* profile_name, const char* topic_name) override {
         return _profiles.get(qos, library_name, profile_name, topic_name);
     }
-    DDS_ReturnCode_t get_datareader_qos_from_profile_for_topic(DDS_DataReaderQos& qos, const char* library_name, const char* profile_name,
-                                                               const char* topic_name) override {
+    DDS_ReturnCode_t get_datareader_qos_from_profile_for_topic(DDS_DataReaderQos& qos, const char* library_name,
+                                                               const char* profile_name, const char* topic_name) override {
         return _profiles.get(qos, library_name, profile_name, topic_name);
     }
     DDS_ReturnCode_t add_qos_profile(const char* library_name, const char* profile_name) override {

@@ -56,8 +56,9 @@ DDS_ReturnCode_t report_endpoint(const EndpointInfo& peer, Data& data, DDS_Entit
                     replace(name.name, peer.name) && replace(name.role_name, peer.role_name) &&
                     data.user_data.value.from_array(peer.user_data.data(), octets) && data.property.value.length(0);
     for (const auto& property : peer.properties) {
-        complete = complete && DDSPropertyQosPolicyHelper::add_property(data.property, property.first.c_str(), property.second.c_str(),
-                                                                        DDS_BOOLEAN_TRUE) == DDS_RETCODE_OK;
+        complete =
+            complete && DDSPropertyQosPolicyHelper::add_property(data.property, property.first.c_str(), property.second.c_str(),
+                                                                 DDS_BOOLEAN_TRUE) == DDS_RETCODE_OK;
     }
     return complete ? DDS_RETCODE_OK : DDS_RETCODE_OUT_OF_RESOURCES;
 }
@@ -97,7 +98,8 @@ bool PeerRegister::note(const PeerEvent& event) noexcept {
         case PeerEventKind::INCOMPATIBLE_TYPE:
             ++_incompatible_type.total_count;
             ++_incompatible_type.total_count_change;
-            std::strncpy(_incompatible_type.last_type_name, event.peer->type_name.c_str(), sizeof _incompatible_type.last_type_name - 1);
+            std::strncpy(_incompatible_type.last_type_name, event.peer->type_name.c_str(),
+                         sizeof _incompatible_type.last_type_name - 1);
             return true;
     }
     return true;

@@ -105,7 +105,9 @@ private:
     std::size_t capacity() const noexcept { return _entries == nullptr ? 0 : _mask + 1; }
 
     // Spread, since a peer chooses the keys: neighbours would otherwise be enough to build one long run.
-    std::size_t home(std::uint64_t key) const noexcept { return static_cast<std::size_t>((key * 0x9e3779b97f4a7c15U) >> 20) & _mask; }
+    std::size_t home(std::uint64_t key) const noexcept {
+        return static_cast<std::size_t>((key * 0x9e3779b97f4a7c15U) >> 20) & _mask;
+    }
 
     void put(std::uint64_t key, Value* value) noexcept {
         std::size_t place = home(key);

@@ -61,8 +61,8 @@ void SlotList::remove(SampleSlot& slot, int link) noexcept {
 
 /// Samples lent to the application in one go. Known by its array and its infos together.
 struct SampleStore::Loan {
-    static constexpr int ROOM = 4;       // enough for the usual loan
-    static constexpr int KEPT = 4096;    // arrays larger than this are not kept for the next loan
+    static constexpr int ROOM = 4;     // enough for the usual loan
+    static constexpr int KEPT = 4096;  // arrays larger than this are not kept for the next loan
 
     int capacity = ROOM;
     int count = 0;
@@ -176,7 +176,8 @@ bool SampleStore::has_room_locked() const noexcept {
         const std::size_t listed = _listed + _reserved + 1;
         std::size_t leaving = listed > depth ? listed - depth : 0;
         // The oldest go, and only those that are not on loan leave room behind.
-        for (const SampleSlot* slot = _whole.all.front(); leaving > 0 && slot != nullptr; slot = slot->links[WHOLE_LINK].next, --leaving) {
+        for (const SampleSlot* slot = _whole.all.front(); leaving > 0 && slot != nullptr;
+             slot = slot->links[WHOLE_LINK].next, --leaving) {
             will_be_replaced += slot->pins == 0 ? 1 : 0;
         }
     }
@@ -218,7 +219,8 @@ void SampleStore::abandon() noexcept {
 
 bool SampleStore::commit(Sample& sample, platform::WakeBatch& wake) noexcept {
     // What could not be looked at before it was decoded is looked at now.
-    if (_settings.filter != nullptr && _settings.filter->needs_data() && !_settings.filter->evaluate(sample.metadata, sample.data)) {
+    if (_settings.filter != nullptr && _settings.filter->needs_data() &&
+        !_settings.filter->evaluate(sample.metadata, sample.data)) {
         abandon();
         return false;
     }
@@ -301,7 +303,8 @@ bool SampleStore::has_index_locked(const char* index_name) const noexcept {
     if (index_name == nullptr) {
         return false;
     }
-    return std::any_of(_index_names.begin(), _index_names.end(), [index_name](const std::string& name) { return name == index_name; });
+    return std::any_of(_index_names.begin(), _index_names.end(),
+                       [index_name](const std::string& name) { return name == index_name; });
 }
 
 bool SampleStore::reserve_keys_locked(std::size_t more) noexcept {
@@ -343,7 +346,8 @@ SampleSelection& SampleStore::key_record_locked(std::uint64_t key) noexcept {
 }
 
 void SampleStore::drop_key_if_idle_locked(SampleSelection& key) noexcept {
-    if (key.all.front() == nullptr && key.conditions.empty() && key.interruption.load(std::memory_order_relaxed) == DDS_RETCODE_OK) {
+    if (key.all.front() == nullptr && key.conditions.empty() &&
+        key.interruption.load(std::memory_order_relaxed) == DDS_RETCODE_OK) {
         _keys.erase(key.key);
         key.next_free = _free_keys;
         _free_keys = &key;
@@ -365,7 +369,8 @@ DDS_ReturnCode_t SampleStore::create_index(const char* index_name) noexcept {
         return DDS_RETCODE_ALREADY_DELETED;
     }
     if (has_index_locked(index_name)) {
-        log_error("DDSDataReader::create_index", [index_name] { return std::string("there is an index \"") + index_name + "\" already"; });
+        log_error("DDSDataReader::create_index",
+                  [index_name] { return std::string("there is an index \"") + index_name + "\" already"; });
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
     // Room first, for the samples that are there and for those that are on their way.
@@ -502,7 +507,8 @@ ReadCondition* SampleStore::create_key_condition(DDS_SampleStateMask sample_stat
     Lock lock(_mutex);
     if (!has_index_locked(index_name)) {
         log_error("DDSDataReader::create_index_condition", [index_name] {
-            return std::string("the reader has no index \"") + (index_name != nullptr ? index_name : "(null)") + "\"; make it with create_index";
+            return std::string("the reader has no index \"") + (index_name != nullptr ? index_name : "(null)") +
+                   "\"; make it with create_index";
         });
         return nullptr;
     }
@@ -605,18 +611,19 @@ void SampleStore::delete_conditions() noexcept {
 
 // ---- reading ------------------------------------------------------------------------------------------------------
 
-DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                           ReadCondition& condition, bool take) noexcept {
+DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                           DDS_Long max_samples, ReadCondition& condition, bool take) noexcept {
     platform::WakeBatch wake;
     Lock lock(_mutex);
     if (!condition.is_live()) {
         return DDS_RETCODE_ALREADY_DELETED;
     }
-    return lend_locked(received_data, data_count, info_seq, max_samples, condition.selection(), condition.effective_states(), take, wake);
+    return lend_locked(received_data, data_count, info_seq, max_samples, condition.selection(), condition.effective_states(), take,
+                       wake);
 }
 
-DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                           DDS_SampleStateMask states, bool take) noexcept {
+DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                           DDS_Long max_samples, DDS_SampleStateMask states, bool take) noexcept {
     platform::WakeBatch wake;
     Lock lock(_mutex);
     return lend_locked(received_data, data_count, info_seq, max_samples, _whole, states, take, wake);

@@ -190,7 +190,8 @@ private:
     void interrupt_locked(SampleSelection& selection, DDS_ReturnCode_t code, platform::WakeBatch& wake) noexcept;
 
     DDS_ReturnCode_t lend_locked(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                 SampleSelection& selection, DDS_SampleStateMask states, bool take, platform::WakeBatch& wake) noexcept;
+                                 SampleSelection& selection, DDS_SampleStateMask states, bool take,
+                                 platform::WakeBatch& wake) noexcept;
     static void fill(Loan& loan, int index, const SampleSlot& slot) noexcept;
     void mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) noexcept;
     void unlist_locked(SampleSlot& slot) noexcept;

@@ -35,7 +35,9 @@ class StatusCondition final : private status_condition::OwnMutex, public DDSStat
 public:
     /// @param shared_mutex  the mutex under which the source signals; null for one of its own.
     explicit StatusCondition(StatusSource& source, platform::BriefMutex* shared_mutex = nullptr) noexcept
-        : DDS_Condition(shared_mutex != nullptr ? *shared_mutex : own_mutex), _source(source), _shares_mutex(shared_mutex != nullptr) {}
+        : DDS_Condition(shared_mutex != nullptr ? *shared_mutex : own_mutex),
+          _source(source),
+          _shares_mutex(shared_mutex != nullptr) {}
 
     /// The entity goes: detaches the condition everywhere and gives the entity's reference up.
     void retire() noexcept;

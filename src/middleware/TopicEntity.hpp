@@ -17,8 +17,8 @@ namespace mw {
 
 class TopicEntity final : public DDSTopic {
 public:
-    TopicEntity(DDSDomainParticipant& participant, std::string name, std::string type_name, std::shared_ptr<const DDS_TypeOperations> type,
-                OwnedSamplePool pool, const DDS_TopicQos& qos);
+    TopicEntity(DDSDomainParticipant& participant, std::string name, std::string type_name,
+                std::shared_ptr<const DDS_TypeOperations> type, OwnedSamplePool pool, const DDS_TopicQos& qos);
 
     const char* get_name() override { return _name.c_str(); }
     const char* get_type_name() override { return _type_name.c_str(); }

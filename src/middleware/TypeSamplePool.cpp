@@ -102,7 +102,8 @@ Sample* TypeSamplePool::make_copy(const void* data) noexcept {
             return sample;
         }
     } catch (const std::exception& failure) {
-        log_error("TypeSamplePool::make_copy", [&] { return std::string("copying a sample of type ") + _type->name + " threw: " + failure.what(); });
+        log_error("TypeSamplePool::make_copy",
+                  [&] { return std::string("copying a sample of type ") + _type->name + " threw: " + failure.what(); });
     } catch (...) {
         log_error("TypeSamplePool::make_copy", [&] { return std::string("copying a sample of type ") + _type->name + " threw"; });
     }
@@ -123,7 +124,8 @@ Sample* TypeSamplePool::make_decoded(const std::uint8_t* octets, std::size_t len
             return sample;
         }
     } catch (...) {
-        log_error("TypeSamplePool::make_decoded", [&] { return std::string("decoding a sample of type ") + _type->name + " threw"; });
+        log_error("TypeSamplePool::make_decoded",
+                  [&] { return std::string("decoding a sample of type ") + _type->name + " threw"; });
     }
     release(*sample);
     return nullptr;

@@ -245,7 +245,8 @@ DDS_ReturnCode_t WaitSetCore::wait_alone(DDSConditionSeq& active, const DDS_Dura
 
 DDS_ReturnCode_t WaitSetCore::list(DDSConditionSeq& attached) noexcept {
     std::lock_guard<platform::BriefMutex> lock(_mutex);
-    if (!attached.ensure_length(_attachment_count, _attachment_count > attached.maximum() ? _attachment_count : attached.maximum())) {
+    if (!attached.ensure_length(_attachment_count,
+                                _attachment_count > attached.maximum() ? _attachment_count : attached.maximum())) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
     DDS_Long index = 0;

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/FutexWord.hpp"
 
-#include <cerrno>
-#include <climits>
-#include <ctime>
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <cerrno>
+#include <climits>
+#include <ctime>
 
 namespace norvane {
 namespace platform {

@@ -34,8 +34,12 @@ TEST_P(Entities, a_participant_is_made_in_a_legal_domain_on_an_engine_that_exist
         std::string engine;
         const char* refusal;  // a part of the log line
     } const CASES[] = {
-        {-1, GetParam(), "from 0 to 232"},          {233, GetParam(), "from 0 to 232"}, {0, GetParam(), nullptr},
-        {232, GetParam(), nullptr},                 {0, "", "engine \"\""},             {0, "pigeons", "engine \"pigeons\""},
+        {-1, GetParam(), "from 0 to 232"},
+        {233, GetParam(), "from 0 to 232"},
+        {0, GetParam(), nullptr},
+        {232, GetParam(), nullptr},
+        {0, "", "engine \"\""},
+        {0, "pigeons", "engine \"pigeons\""},
         {0, GetParam() + "x", "is not an engine"},
     };
     for (const auto& each : CASES) {
@@ -149,7 +153,8 @@ TEST_P(Entities, a_topic_of_one_name_is_one_topic_of_one_type) {
         {too_long.c_str(), "DDS::String", false, "256 characters"},
         {longest.c_str(), "DDS::String", true, nullptr},
         {"T", "DDS::String", true, nullptr},
-        {"T", "DDS::Octets", false, "topic \"T\" exists with the type \"DDS::String\"; it cannot be made with the type \"DDS::Octets\""},
+        {"T", "DDS::Octets", false,
+         "topic \"T\" exists with the type \"DDS::String\"; it cannot be made with the type \"DDS::Octets\""},
         {"T", "Alias", false, "exists with the type \"DDS::String\""},
         {"F", "DDS::String", false, "a content-filtered topic has the name \"F\""},
     };
@@ -248,8 +253,7 @@ TEST_P(Entities, what_is_in_use_foreign_or_gone_is_not_deleted_and_foreign_topic
     }
 
     DDSTopic* const foreign = topic("T", &other);
-    DDSContentFilteredTopic* const foreign_filter =
-        other.create_contentfilteredtopic("F", foreign, "value = 'x'", DDS_StringSeq());
+    DDSContentFilteredTopic* const foreign_filter = other.create_contentfilteredtopic("F", foreign, "value = 'x'", DDS_StringSeq());
     EXPECT_EQ(nullptr, _participant.create_datawriter(foreign, writer_qos(), nullptr, 0));
     EXPECT_EQ(nullptr, _participant.create_datawriter(nullptr, writer_qos(), nullptr, 0));
     for (DDSTopicDescription* each : {static_cast<DDSTopicDescription*>(foreign), static_cast<DDSTopicDescription*>(foreign_filter),
@@ -276,7 +280,10 @@ TEST_P(Entities, qos_that_makes_no_sense_is_refused_and_the_field_is_named) {
             std::function<void(Qos&)> spoil;
         } const CASES[] = {
             {"durability.kind", false, [](Qos& qos) { qos.durability.kind = DDS_TRANSIENT_DURABILITY_QOS; }},
-            {"history.depth", false, [](Qos& qos) { qos.history = {DDS_KEEP_LAST_HISTORY_QOS, 0}; }},
+            {"history.depth", false,
+             [](Qos& qos) {
+                 qos.history = {DDS_KEEP_LAST_HISTORY_QOS, 0};
+             }},
             {"resource_limits.max_samples", false, [](Qos& qos) { qos.resource_limits.max_samples = 0; }},
             {"belongs to another endpoint", true, [&](Qos& qos) { qos.protocol.virtual_guid = taken; }},
         };

@@ -87,8 +87,8 @@ TEST_P(Filters, a_reader_gets_what_its_filter_passes_by_the_data_and_by_what_it_
 
 TEST_P(Filters, what_does_not_pass_takes_no_room_and_replaces_nothing) {
     DDSDataReader& full = filtered_reader("F1", "value = 'mine'", reader_qos(1));
-    DDSDataReader& routed = filtered_reader(
-        "F2", "@related_sample_identity.writer_guid.value = &hex(42000000000000000000000000000000)", reader_qos(1));
+    DDSDataReader& routed =
+        filtered_reader("F2", "@related_sample_identity.writer_guid.value = &hex(42000000000000000000000000000000)", reader_qos(1));
     DDS_DataReaderQos last = reader_qos();
     last.history = {DDS_KEEP_LAST_HISTORY_QOS, 1};
     DDSDataReader& newest = filtered_reader("F3", "value = 'mine'", last);

@@ -92,8 +92,8 @@ TEST_P(Index, every_number_is_a_key_but_the_unknown_one) {
     DDSDataReader& receiver = indexed_reader();
     DDSDataWriter& sender = writer();
     meet(sender, receiver);
-    const DDS_SequenceNumber_t KEYS[] = {{0, 0},  {0, 1},           {0, 0xffffffff},          {1, 0},          {0x7fffffff, 0xffffffff},
-                                         {-1, 1}, {-1, 0xffffffff}, {INT32_MIN, 0},           {5, 0x80000000}, DDS::SEQUENCE_NUMBER_UNKNOWN};
+    const DDS_SequenceNumber_t KEYS[] = {{0, 0},  {0, 1},           {0, 0xffffffff}, {1, 0},          {0x7fffffff, 0xffffffff},
+                                         {-1, 1}, {-1, 0xffffffff}, {INT32_MIN, 0},  {5, 0x80000000}, DDS::SEQUENCE_NUMBER_UNKNOWN};
     for (const DDS_SequenceNumber_t& number : KEYS) {
         deliver(sender, std::to_string(number.high) + ":" + std::to_string(number.low), {{{1}}, number});
     }
@@ -211,7 +211,10 @@ TEST_P(Index, samples_for_keys_that_are_over_are_dropped_and_counted_and_take_no
         {"closed twice", [&] { do_close(5), do_close(1); }, {2, 4, 6}, {1, 3, 5}},
         {"all are closed up to six", [&] { do_close(2), do_close(4), do_close(6); }, {0, 7, 8}, {1, 2, 3, 4, 5, 6}},
         {"one is used once more", [&] { do_open(1); }, {1, 7}, {2, 6}},
-        {"all are admitted again", [&] { EXPECT_EQ(OK, receiver.admit_open_keys_only("index", DDS_BOOLEAN_FALSE)); }, {1, 2, 6, 9}, {}},
+        {"all are admitted again",
+         [&] { EXPECT_EQ(OK, receiver.admit_open_keys_only("index", DDS_BOOLEAN_FALSE)); },
+         {1, 2, 6, 9},
+         {}},
     };
     for (const auto& step : STEPS) {
         SCOPED_TRACE(step.what);

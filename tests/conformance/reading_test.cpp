@@ -123,13 +123,15 @@ TEST_P(Reading, as_many_come_as_are_asked_for_and_the_cap_is_on_takes_alone) {
         DDS_Long max_samples;
         int count;
     } const CASES[] = {
-        {false, -1, -1, 5}, {false, -1, 0, 0},  {false, -1, -2, 0}, {false, -1, INT_MIN, 0}, {false, -1, 3, 3}, {false, -1, INT_MAX, 5},
-        {false, 2, -1, 5},  {false, 2, 4, 4},   {false, 2, 0, 0},   {true, -1, -1, 5},       {true, -1, 0, 0},  {true, -1, -2, 0},
-        {true, -1, 3, 3},   {true, -1, 1000, 5}, {true, 2, -1, 2},  {true, 2, 4, 2},         {true, 2, 1, 1},   {true, 2, -7, 0},
+        {false, -1, -1, 5},      {false, -1, 0, 0}, {false, -1, -2, 0}, {false, -1, INT_MIN, 0}, {false, -1, 3, 3},
+        {false, -1, INT_MAX, 5}, {false, 2, -1, 5}, {false, 2, 4, 4},   {false, 2, 0, 0},        {true, -1, -1, 5},
+        {true, -1, 0, 0},        {true, -1, -2, 0}, {true, -1, 3, 3},   {true, -1, 1000, 5},     {true, 2, -1, 2},
+        {true, 2, 4, 2},         {true, 2, 1, 1},   {true, 2, -7, 0},
     };
     DDSDataWriter& sender = writer();
     for (const auto& each : CASES) {
-        SCOPED_TRACE(std::string(each.take ? "take " : "read ") + std::to_string(each.max_samples) + " of cap " + std::to_string(each.cap));
+        SCOPED_TRACE(std::string(each.take ? "take " : "read ") + std::to_string(each.max_samples) + " of cap " +
+                     std::to_string(each.cap));
         DDS_DataReaderQos qos = reader_qos();
         qos.reader_resource_limits.max_samples_per_read = each.cap;
         DDSDataReader& receiver = reader(qos);
@@ -213,8 +215,8 @@ TEST_P(Reading, arguments_that_make_no_sense_are_refused_and_nothing_is_read) {
                   all.get_c_readcondition()};
         each.spoil(call);
         EXPECT_EQ(each.code, DDS_DataReader_read_or_take_w_condition_untypedI(
-                                 call.reader, call.is_loan, call.data, call.count, *call.infos, call.length, call.maximum, call.owns,
-                                 nullptr, call.size, DDS_LENGTH_UNLIMITED, call.condition, DDS_BOOLEAN_TRUE))
+                                 call.reader, call.is_loan, call.data, call.count, *call.infos, call.length, call.maximum,
+                                 call.owns, nullptr, call.size, DDS_LENGTH_UNLIMITED, call.condition, DDS_BOOLEAN_TRUE))
             << each.what;
         if (each.code == OK) {
             EXPECT_EQ(1, count) << "a refused take took it";
@@ -227,7 +229,8 @@ TEST_P(Reading, arguments_that_make_no_sense_are_refused_and_nothing_is_read) {
     EXPECT_TRUE(with_loan.unloan());
     EXPECT_FALSE(deleted.get_trigger_value());
     EXPECT_EQ(nullptr, deleted.get_datareader());
-    EXPECT_LE(8, log.count("condition is of another reader") + log.count("octets, the caller expects") + log.count("already holds"));
+    EXPECT_LE(8,
+              log.count("condition is of another reader") + log.count("octets, the caller expects") + log.count("already holds"));
 }
 
 TEST_P(Reading, a_loan_goes_back_once_to_the_reader_that_lent_it_with_both_its_parts) {
@@ -264,7 +267,8 @@ TEST_P(Reading, a_loan_goes_back_once_to_the_reader_that_lent_it_with_both_its_p
     };
     for (const auto& each : CASES) {
         const bool was_lent = !each.infos->has_ownership();
-        EXPECT_EQ(each.code, DDS_DataReader_return_loan_untypedI(each.reader->get_c_datareader(), each.data, *each.infos)) << each.what;
+        EXPECT_EQ(each.code, DDS_DataReader_return_loan_untypedI(each.reader->get_c_datareader(), each.data, *each.infos))
+            << each.what;
         EXPECT_EQ(was_lent && each.code != OK, !each.infos->has_ownership()) << each.what;
         EXPECT_EQ("1 2 3", second.texts()) << each.what;
         EXPECT_EQ("1 2 3", foreign.texts()) << each.what;

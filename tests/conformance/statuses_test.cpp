@@ -29,7 +29,9 @@ public:
     void on_subscription_matched(DDSDataReader*, const DDS_SubscriptionMatchedStatus& status) override {
         note("matched " + std::to_string(status.current_count));
     }
-    void on_requested_incompatible_qos(DDSDataReader*, const DDS_RequestedIncompatibleQosStatus& status) override { note(shown(status)); }
+    void on_requested_incompatible_qos(DDSDataReader*, const DDS_RequestedIncompatibleQosStatus& status) override {
+        note(shown(status));
+    }
     void on_incompatible_type(DDSDataReader*, const DDS_IncompatibleTypeStatus& status) override { note(shown(status)); }
     void on_sample_lost(DDSDataReader*, const DDS_SampleLostStatus& status) override {
         note("lost " + std::to_string(status.total_count));
@@ -37,7 +39,9 @@ public:
     void on_publication_matched(DDSDataWriter*, const DDS_PublicationMatchedStatus& status) override {
         note("matched " + std::to_string(status.current_count));
     }
-    void on_offered_incompatible_qos(DDSDataWriter*, const DDS_OfferedIncompatibleQosStatus& status) override { note(shown(status)); }
+    void on_offered_incompatible_qos(DDSDataWriter*, const DDS_OfferedIncompatibleQosStatus& status) override {
+        note(shown(status));
+    }
     void on_incompatible_type(DDSDataWriter*, const DDS_IncompatibleTypeStatus& status) override { note(shown(status)); }
 
     static std::string shown(const DDS_IncompatibleQosStatus& status) {
@@ -424,7 +428,8 @@ TEST_P(Statuses, who_takes_a_listener_away_waits_until_it_has_left) {
     } const CASES[] = {
         {"delete", [this](DDSDataReader& receiver) { EXPECT_EQ(OK, _participant.delete_datareader(&receiver)); }},
         {"no listener", [](DDSDataReader& receiver) { EXPECT_EQ(OK, receiver.set_listener(nullptr, 0)); }},
-        {"another", [](DDSDataReader& receiver) {
+        {"another",
+         [](DDSDataReader& receiver) {
              static DDSDataReaderListener silent;
              EXPECT_EQ(OK, receiver.set_listener(&silent, DDS_STATUS_MASK_ALL));
          }},

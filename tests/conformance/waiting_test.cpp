@@ -41,9 +41,9 @@ TEST_P(Waiting, a_wait_takes_its_time_and_no_more) {
         DDS_ReturnCode_t code;
         int at_least_ms;
     } const CASES[] = {
-        {NO_TIME, false, TIMEOUT, 0},    {NO_TIME, true, OK, 0},           {{-1, 0}, false, TIMEOUT, 0},
-        {{-1, 999999999}, true, TIMEOUT, 0}, {{0, 1}, false, TIMEOUT, 0},  {{0, 1}, true, OK, 0},
-        {SHORT_TIME, false, TIMEOUT, 20}, {LONG_TIME, true, OK, 0},        {DDS_DURATION_INFINITE, true, OK, 0},
+        {NO_TIME, false, TIMEOUT, 0},        {NO_TIME, true, OK, 0},      {{-1, 0}, false, TIMEOUT, 0},
+        {{-1, 999999999}, true, TIMEOUT, 0}, {{0, 1}, false, TIMEOUT, 0}, {{0, 1}, true, OK, 0},
+        {SHORT_TIME, false, TIMEOUT, 20},    {LONG_TIME, true, OK, 0},    {DDS_DURATION_INFINITE, true, OK, 0},
     };
     for (const bool empty : {false, true}) {
         for (const auto& each : CASES) {

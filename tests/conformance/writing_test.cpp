@@ -113,7 +113,8 @@ TEST_P(Writing, an_explicit_identity_is_the_writers_own_and_above_all_that_it_ha
         DDS_WriteParams_t params;
         params.identity = {each.guid, each.wanted};
         EXPECT_EQ(legal ? OK : BAD_PARAMETER, write(sender, "x", params));
-        EXPECT_EQ(legal ? (DDS_SampleIdentity_t{own, each.given}) : (DDS_SampleIdentity_t{each.guid, each.wanted}), params.identity);
+        EXPECT_EQ(legal ? (DDS_SampleIdentity_t{own, each.given}) : (DDS_SampleIdentity_t{each.guid, each.wanted}),
+                  params.identity);
         if (legal) {
             EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
         }
@@ -213,7 +214,8 @@ TEST_P(Writing, every_built_in_type_arrives_as_it_was_written) {
         const void* sample;
         std::function<bool(const void*)> is_right;
     } const CASES[] = {
-        {DDSStringTypeSupport::get_instance(), &text, [&](const void* got) { return same(*static_cast<char* const*>(got), "text"); }},
+        {DDSStringTypeSupport::get_instance(), &text,
+         [&](const void* got) { return same(*static_cast<char* const*>(got), "text"); }},
         {DDSKeyedStringTypeSupport::get_instance(), &keyed_string,
          [&](const void* got) {
              const auto& record = *static_cast<const DDS_KeyedString*>(got);
@@ -252,8 +254,8 @@ TEST_P(Writing, every_built_in_type_arrives_as_it_was_written) {
         int count = 0;
         DDS_SampleInfoSeq infos;
         const int size = static_cast<int>(each.type.get_type_operations()->size);
-        ASSERT_EQ(OK, DDS_DataReader_read_or_take_w_condition_untypedI(receiver.get_c_datareader(), &is_loan, &data, &count, infos, 0,
-                                                                       0, DDS_BOOLEAN_TRUE, nullptr, size, 1,
+        ASSERT_EQ(OK, DDS_DataReader_read_or_take_w_condition_untypedI(receiver.get_c_datareader(), &is_loan, &data, &count, infos,
+                                                                       0, 0, DDS_BOOLEAN_TRUE, nullptr, size, 1,
                                                                        all.get_c_readcondition(), DDS_BOOLEAN_TRUE));
         EXPECT_NE(each.sample, data[0]);
         EXPECT_TRUE(each.is_right(data[0]));
@@ -309,7 +311,9 @@ TEST_P(Writing, a_blocked_write_goes_on_when_room_comes_or_either_end_goes) {
         {"a loan comes back", true, false, OK, [](DDSDataWriter&, DDSDataReader&, Loan& loan) { EXPECT_EQ(OK, loan.give_back()); }},
         {"samples are taken", false, false, OK, [this](DDSDataWriter&, DDSDataReader& receiver, Loan&) { take(receiver); }},
         {"a key is closed", false, false, OK,
-         [](DDSDataWriter&, DDSDataReader& receiver, Loan&) { EXPECT_EQ(OK, receiver.close_index_key("index", {0, 5})); }},
+         [](DDSDataWriter&, DDSDataReader& receiver, Loan&) {
+             EXPECT_EQ(OK, receiver.close_index_key("index", {0, 5}));
+         }},
         {"the reader goes", false, true, OK,
          [this](DDSDataWriter&, DDSDataReader& receiver, Loan&) { EXPECT_EQ(OK, _participant.delete_datareader(&receiver)); }},
         {"the reader goes with loans out", true, true, OK,

@@ -91,7 +91,9 @@ protected:
         qos.resource_limits.initial_samples = 0;
         return qos;
     }
-    static DDS_DataReaderQos reader_qos(DDS_Long max_samples = DDS_LENGTH_UNLIMITED) { return keep_all<DDS_DataReaderQos>(max_samples); }
+    static DDS_DataReaderQos reader_qos(DDS_Long max_samples = DDS_LENGTH_UNLIMITED) {
+        return keep_all<DDS_DataReaderQos>(max_samples);
+    }
     static DDS_DataWriterQos writer_qos(const DDS_Duration_t& max_blocking_time = LONG_TIME) {
         DDS_DataWriterQos qos = keep_all<DDS_DataWriterQos>();
         qos.reliability.max_blocking_time = max_blocking_time;
@@ -126,8 +128,7 @@ protected:
                                     DDS_SampleStateMask states = DDS_ANY_SAMPLE_STATE) {
         DDS_SampleInfo key;
         key.related_original_publication_virtual_sequence_number = {0, number};
-        DDSReadCondition* made =
-            reader.create_index_condition(states, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE, "index", key);
+        DDSReadCondition* made = reader.create_index_condition(states, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE, "index", key);
         EXPECT_NE(nullptr, made);
         return *made;
     }

@@ -276,13 +276,13 @@ TEST(BufferPool, threads_at_once_share_its_buffers_and_never_one_of_them) {
     PALUFastBufferPoolProperty property = property_of(0, 12, 12);
     property.multiThreadedAccess = 1;
     std::atomic<int> clashes{0};
-    for (int trial = 0; trial < 30; ++trial) {
+    for (int trial = 0; trial < 20; ++trial) {
         // Four threads with three buffers each: those that waited while one thread made them all must find them.
         const Pool pool(PALUFastBufferPool_newWithParams(16, 8, slow, nullptr, nullptr, nullptr, &property, nullptr, 0));
         std::vector<std::thread> threads;
         for (int number = 1; number <= 4; ++number) {
             threads.emplace_back([&, number] {
-                for (int round = 0; round < 200; ++round) {
+                for (int round = 0; round < 1000; ++round) {
                     int spare;
                     int* held[3];
                     for (int*& buffer : held) {

@@ -135,40 +135,27 @@ template <> Expected expected<WriteSample<const char*>>() { return {"WriteSample
 template <> Expected expected<WriteSample<std::string>>() { return {"", "", false, false}; }
 // clang-format on
 
-template <class Holder>
-struct Of;
-template <class T>
-struct Of<Sample<T>> {
-    typedef T Data;
-    typedef SampleRef<T> Ref;
-};
-template <class T>
-struct Of<WriteSample<T>> {
-    typedef T Data;
-    typedef WriteSampleRef<T> Ref;
-};
-
 template <class Holder_>
-class Holders : public ::testing::Test {
+class Holders;
+template <template <class> class Kind, class T>
+class Holders<Kind<T>> : public ::testing::Test {
 protected:
-    typedef Holder_ Holder;
-    typedef typename Holder::Info Info;
-    typedef typename Of<Holder>::Data Data;
-    typedef typename Of<Holder>::Ref Ref;
-    typedef test::Source<Data, Info> Source;
+    typedef Kind<T> Holder;
+    typedef T Data;
+    typedef typename std::conditional<std::is_same<Holder, Sample<T>>::value, SampleRef<T>, WriteSampleRef<T>>::type Ref;
+    typedef test::Source<Data, typename Holder::Info> Source;
 
     static constexpr bool IS_KEYED = std::is_same<Data, DDS_KeyedString>::value || std::is_same<Data, DDS_KeyedOctets>::value;
     static constexpr bool IS_STRING = std::is_same<Data, std::string>::value;
 
     static Ref ref(Source& source) { return Ref(source.data, source.info); }
     static std::string text(const Holder& holder) { return shown(holder.data()); }
-    static std::string all(const Holder& holder) {
-        return text(holder) + " " + std::to_string(holder.identity().sequence_number.low) + cookie_of(holder.info());
+    template <class Data_, class Info>
+    static std::string all(const Data_& data, const Info& info) {
+        return shown(data) + " " + std::to_string(details::identity_of(info).sequence_number.low) + cookie_of(info);
     }
-    static std::string all(const Source& source) {
-        return shown(source.data) + " " + std::to_string(details::identity_of(source.info).sequence_number.low) +
-               cookie_of(source.info);
-    }
+    static std::string all(const Holder& holder) { return all(holder.data(), holder.info()); }
+    static std::string all(const Source& source) { return all(source.data, source.info); }
     static std::string message() {
         const Expected row = expected<Holder>();
         return row.method_name + ":" + expanded(DDS_LOG_BAD_PARAMETER_s, row.message);
@@ -292,7 +279,7 @@ TYPED_TEST(Holders, are_made_of_values_and_sizes_and_take_them_later) {
     }
 }
 
-// Fails each allocation of each operation in turn. typename TestFixture::Data is 1 block of memory, 2 of a keyed type; parameters have a cookie in another.
+// Fails each allocation of each operation in turn. Data is 1 block of memory, 2 of a keyed type; parameters have a cookie in another.
 TYPED_TEST(Holders, report_each_allocation_of_data_that_fails_and_leak_nothing) {
     typename TestFixture::Source source("k", NEW, 1);
     typename TestFixture::Source old("o", OLD, 2);
@@ -407,17 +394,16 @@ TEST(References, are_two_pointers_that_may_be_nil_are_set_and_swapped_and_never_
     written.set_data(octets[1]);
     EXPECT_EQ(&octets[1], &written.data());
     EXPECT_TRUE(WriteSampleRef<DDS_Octets>().is_nil_data());
-    const WriteSampleRef<const char*> written_text("text", params);
-    EXPECT_STREQ("text", written_text.data());
 
     const SampleRef<const DDS_Octets> view = SampleRef<DDS_Octets>(octets[0], infos[0]);
     EXPECT_EQ(&octets[0], &view.data());
     EXPECT_TRUE((std::is_same<const DDS_SampleInfo, SampleRef<const char*>::Info>::value));
     EXPECT_TRUE((std::is_same<DDS_SampleInfo, SampleRef<char*>::Info>::value));
-    EXPECT_TRUE((std::is_same<DDS_SampleInfo, SampleRef<DDS_Octets>::Info>::value));
     EXPECT_FALSE((std::is_convertible<SampleRef<const char*>, SampleRef<char*>>::value));
+    EXPECT_FALSE((std::is_constructible<Sample<DDS_Octets>, WriteSampleRef<DDS_Octets>>::value));
+    EXPECT_FALSE((std::is_constructible<Sample<DDS_KeyedString>, int>::value));
+    EXPECT_FALSE((std::is_constructible<WriteSample<std::string>, int>::value));
     EXPECT_EQ(2 * sizeof(void*), sizeof(SampleRef<const char*>));
-    EXPECT_EQ(2 * sizeof(void*), sizeof(WriteSampleRef<DDS_Octets>));
 }
 
 TEST(Holders, keep_what_a_loan_shows_also_of_the_applications_own_types) {
@@ -446,19 +432,6 @@ TEST(Holders, keep_what_a_loan_shows_also_of_the_applications_own_types) {
     WriteSample<Point> out(point);
     out.info().identity = second.identity();
     EXPECT_EQ(second.identity(), out.identity());
-}
-
-TEST(Holders, cannot_be_made_of_sizes_or_references_of_another_type) {
-    EXPECT_FALSE((std::is_constructible<Sample<DDS_Octets>, int, int>::value));
-    EXPECT_FALSE((std::is_constructible<Sample<DDS_KeyedString>, int>::value));
-    EXPECT_FALSE((std::is_constructible<WriteSample<std::string>, int>::value));
-    EXPECT_FALSE((std::is_convertible<int, Sample<DDS_Octets>>::value));
-    EXPECT_FALSE((std::is_constructible<Sample<DDS_Octets>, WriteSampleRef<DDS_Octets>>::value));
-    EXPECT_TRUE((std::is_same<char*, details::if_<false, const char*, char*>::type>::value));
-    EXPECT_TRUE((std::is_same<const char*, details::if_<true, const char*, char*>::type>::value));
-    EXPECT_TRUE((std::is_base_of<details::SampleBaseBuiltin<DDS_KeyedOctets, DDS_SampleInfo>, Sample<DDS_KeyedOctets>>::value));
-    EXPECT_TRUE((std::is_base_of<details::SampleBaseCharPtr<DDS_WriteParams_t, true>, WriteSample<const char*>>::value));
-    EXPECT_TRUE((std::is_base_of<details::SampleBase<std::string, DDS_WriteParams_t>, WriteSample<std::string>>::value));
 }
 
 // What a holder of std::string is made of, seen from a class derived from it.

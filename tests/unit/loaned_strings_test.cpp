@@ -109,10 +109,14 @@ TEST_F(LoanedStrings, go_back_exactly_once_whatever_way_they_went) {
              loan.release(reader, data, infos);
              EXPECT_TRUE(is_fresh(loan));
              EXPECT_EQ(&_reader, reader);
-             DDSStringDataReader* untouched = &_other;
-             const Thrown thrown = thrown_by([&] { Loan().release(untouched, data, infos); });
-             EXPECT_EQ("PreconditionNotMetException", thrown.type);
-             EXPECT_EQ(&_other, untouched);
+             DDSStringDataReader* none = &_other;
+             DDS_StringSeq no_data(0);
+             DDS_SampleInfoSeq no_infos(0);
+             EXPECT_EQ("PreconditionNotMetException", thrown_by([&] { loan.release(none, data, no_infos); }).type);
+             EXPECT_EQ("PreconditionNotMetException", thrown_by([&] { loan.release(none, no_data, infos); }).type);
+             EXPECT_EQ(&_other, none);
+             loan.release(none, no_data, no_infos);
+             EXPECT_EQ(nullptr, none);
              Loan::move_construct_from_loans(reader, data, infos);
              EXPECT_TRUE(is_fresh(data, infos));
          }},
@@ -128,10 +132,13 @@ TEST_F(LoanedStrings, go_back_exactly_once_whatever_way_they_went) {
     Loan coming = lend(&_other);
     held = std::move(coming);
     EXPECT_TRUE(came_back(_reader));
-    EXPECT_EQ(0U, _other.returns().size());
-    held.set_datareader(&_reader);
+    coming = lend(&_reader);
+    held = Loan::LoanMemento(coming);
+    EXPECT_TRUE(came_back(_other));
+    EXPECT_EQ(0U, _reader.returns().size());
+    held.set_datareader(&_other);
     held.return_loan();
-    EXPECT_TRUE(came_back(_reader)) << "a loan goes back to the reader that was set last";
+    EXPECT_TRUE(came_back(_other)) << "a loan goes back to the reader that was set last";
 
     // One that is never taken over stays out.
     {

@@ -189,9 +189,7 @@ public:
     }
 
 private:
-    T* at(DDS_Long index) noexcept {
-        return _discontiguous != nullptr ? _discontiguous[index] : element_in(_contiguous, index);
-    }
+    T* at(DDS_Long index) noexcept { return _discontiguous != nullptr ? _discontiguous[index] : element_in(_contiguous, index); }
 
     // No memory means the room inside.
     T* element_in(T* memory, DDS_Long index) noexcept {

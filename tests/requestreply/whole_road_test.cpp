@@ -1,0 +1,310 @@
+// SPDX-License-Identifier: Apache-2.0
+// Requests and replies over the whole road, on every engine: many of each at once, late, and while entities come and go.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/LogCapture.hpp"
+#include "support/ServiceFixture.hpp"
+#include "support/ThreadState.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+using std::chrono::milliseconds;
+typedef std::vector<std::string> Strings;
+
+class WholeRoad : public ServiceFixture {};
+INSTANTIATE_TEST_SUITE_P(Engine, WholeRoad, ::testing::ValuesIn(engine_names()), engine_of_test);
+
+TEST_P(WholeRoad, replies_of_many_repliers_find_their_requests_among_those_of_many_requesters) {
+    constexpr std::size_t REQUESTERS = 6;
+    constexpr std::size_t REPLIERS = 3;
+    constexpr std::size_t REQUESTS = 5;
+    DDSDomainParticipant* const participants[] = {&_participant, join()};
+    std::vector<std::unique_ptr<TextRequester>> requesters;
+    std::vector<std::unique_ptr<TextReplier>> repliers;
+    for (std::size_t index = 0; index < REQUESTERS; ++index) {
+        requesters.push_back(std::make_unique<TextRequester>(requester_params(participants[index % 2])));
+    }
+    for (std::size_t index = 0; index < REPLIERS; ++index) {
+        repliers.push_back(std::make_unique<TextReplier>(replier_params(participants[index % 2])));
+    }
+    std::vector<std::vector<DDS_SampleIdentity_t>> ids(REQUESTERS);
+    for (std::size_t index = 0; index < REQUESTERS; ++index) {
+        await_repliers(*requesters[index], REPLIERS);
+        for (std::size_t request = 0; request < REQUESTS; ++request) {
+            ids[index].push_back(requesters[index]->send_request(std::to_string(index) + "." + std::to_string(request)));
+        }
+    }
+    for (std::size_t index = 0; index < REPLIERS; ++index) {
+        ASSERT_TRUE(repliers[index]->wait_for_requests(PATIENCE, REQUESTERS * REQUESTS));
+        EXPECT_EQ(REQUESTERS * REQUESTS, answer_all(*repliers[index], "@" + std::to_string(index)));
+    }
+    for (std::size_t request = REQUESTS; request-- > 0;) {
+        for (std::size_t index = 0; index < REQUESTERS; ++index) {
+            ASSERT_TRUE(requesters[index]->wait_for_replies(PATIENCE, REPLIERS, ids[index][request]));
+            Strings replies = strings_of(requesters[index]->take_replies(ids[index][request]));
+            std::sort(replies.begin(), replies.end());
+            const std::string text = std::to_string(index) + "." + std::to_string(request);
+            EXPECT_EQ((Strings{text + "@0", text + "@1", text + "@2"}), replies);
+        }
+    }
+    for (const auto& requester : requesters) {
+        EXPECT_TRUE(requester->take_replies().empty());
+    }
+}
+
+TEST_P(WholeRoad, threads_that_wait_on_one_requester_are_each_woken_by_their_own_reply) {
+    constexpr std::size_t THREADS = 6;
+    TextRequester requester(requester_params());
+    TextReplier replier(replier_params());
+    await_repliers(requester, 1);
+    std::vector<DDS_SampleIdentity_t> ids;
+    std::vector<std::atomic<long>> thread_numbers(THREADS);
+    std::vector<std::atomic<bool>> ended(THREADS);
+    std::vector<std::thread> threads;
+    for (std::size_t index = 0; index < THREADS; ++index) {
+        ids.push_back(requester.send_request(std::to_string(index)));
+        threads.emplace_back([&, index, id = ids.back()] {
+            thread_numbers[index] = this_thread_number();
+            EXPECT_TRUE(requester.wait_for_replies(PATIENCE, id));
+            EXPECT_EQ((Strings{"to " + std::to_string(index)}), strings_of(requester.take_replies(id)));
+            ended[index] = true;
+        });
+    }
+    for (const std::atomic<long>& number : thread_numbers) {
+        EXPECT_TRUE(eventually([&] { return is_asleep(number); }));
+    }
+    for (const std::size_t index : {3U, 0U, 5U, 1U, 4U, 2U}) {
+        replier.send_reply("to " + std::to_string(index), ids[index]);
+        threads[index].join();
+        ended[index] = false;
+        EXPECT_EQ(0, std::count(ended.begin(), ended.end(), true)) << "woken by another's reply";
+    }
+}
+
+// A reply that comes after its caller gave up must not be taken for the answer to the next call.
+TEST_P(WholeRoad, a_late_reply_stays_with_its_request) {
+    TextRequester requester(requester_params());
+    TextReplier replier(replier_params());
+    await_repliers(requester, 1);
+    const DDS_SampleIdentity_t given_up = requester.send_request("one");
+    EXPECT_FALSE(requester.wait_for_replies(milliseconds(20), given_up));
+    const DDS_SampleIdentity_t next = requester.send_request("two");
+    replier.send_reply("late", given_up);
+    ASSERT_TRUE(requester.wait_for_replies(PATIENCE)) << "it is there";
+    EXPECT_FALSE(requester.wait_for_replies(milliseconds(20), next));
+    EXPECT_TRUE(requester.take_replies(next).empty());
+    replier.send_reply("in time", next);
+    ASSERT_TRUE(requester.wait_for_replies(PATIENCE, next));
+    EXPECT_EQ((Strings{"in time"}), strings_of(requester.take_replies(next)));
+    EXPECT_EQ((Strings{"late"}), strings_of(requester.take_replies(given_up)));
+    EXPECT_TRUE(requester.take_replies().empty());
+}
+
+TEST_P(WholeRoad, entities_loans_and_participants_may_go_in_any_order) {
+    enum Part { REQUESTER, REPLIER, REQUESTS, REPLIES };
+    std::vector<Part> order = {REQUESTER, REPLIER, REQUESTS, REPLIES};
+    do {
+        DDSDomainParticipant* const requester_side = factory().create_participant(_domain, participant_qos(GetParam()), nullptr, 0);
+        DDSDomainParticipant* const replier_side = factory().create_participant(_domain, participant_qos(GetParam()), nullptr, 0);
+        const auto leave = [](DDSDomainParticipant* participant) {
+            EXPECT_EQ(DDS_RETCODE_OK, participant->delete_contained_entities());
+            EXPECT_EQ(DDS_RETCODE_OK, factory().delete_participant(participant));
+        };
+        auto requester = std::make_unique<TextRequester>(requester_params(requester_side));
+        auto replier = std::make_unique<TextReplier>(replier_params(replier_side));
+        await_repliers(*requester, 1);
+        const DDS_SampleIdentity_t id = requester->send_request("question");
+        Texts requests = replier->receive_requests(PATIENCE);
+        replier->send_reply("answer", id);
+        ASSERT_TRUE(requester->wait_for_replies(PATIENCE, id));
+        Texts replies = requester->read_replies(id);
+        for (const Part part : order) {
+            EXPECT_TRUE(requests.empty() || strings_of(requests) == Strings{"question"});
+            EXPECT_TRUE(replies.empty() || strings_of(replies) == Strings{"answer"});
+            switch (part) {
+                case REQUESTER:
+                    requester.reset();
+                    leave(requester_side);
+                    break;
+                case REPLIER:
+                    replier.reset();
+                    leave(replier_side);
+                    break;
+                case REQUESTS:
+                    requests.return_loan();
+                    break;
+                case REPLIES:
+                    replies.return_loan();
+                    break;
+            }
+        }
+    } while (std::next_permutation(order.begin(), order.end()));
+}
+
+TEST_P(WholeRoad, threads_that_join_one_service_at_once_all_find_each_other) {
+    constexpr std::size_t PAIRS = 4;
+    constexpr int ROUNDS = 15;
+    for (int round = 0; round < ROUNDS; ++round) {
+        const std::string service = "S" + std::to_string(round);
+        std::vector<std::unique_ptr<TextRequester>> requesters(PAIRS);
+        std::vector<std::unique_ptr<TextReplier>> repliers(PAIRS);
+        std::atomic<std::size_t> ready{0};
+        std::vector<std::thread> threads;
+        for (std::size_t index = 0; index < 2 * PAIRS; ++index) {
+            threads.emplace_back([&, index] {
+                ++ready;
+                eventually([&] { return ready == 2 * PAIRS; });
+                const Thrown thrown = thrown_by([&] {
+                    if (index % 2 == 0) {
+                        requesters[index / 2] = std::make_unique<TextRequester>(requester_params(nullptr, service));
+                    } else {
+                        repliers[index / 2] = std::make_unique<TextReplier>(replier_params(nullptr, service));
+                    }
+                });
+                EXPECT_EQ("", thrown.type) << thrown.message;
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        std::vector<DDS_SampleIdentity_t> ids;
+        for (const auto& requester : requesters) {
+            await_repliers(*requester, PAIRS);
+            ids.push_back(requester->send_request("x"));
+        }
+        for (const auto& replier : repliers) {
+            EXPECT_TRUE(replier->wait_for_requests(PATIENCE, PAIRS));
+            answer_all(*replier, "");
+        }
+        for (std::size_t index = 0; index < PAIRS; ++index) {
+            EXPECT_TRUE(requesters[index]->wait_for_replies(PATIENCE, PAIRS, ids[index]));
+        }
+        requesters.clear();
+        repliers.clear();
+        EXPECT_TRUE(only_topics_are_left(service + "Request", service + "Reply"));
+    }
+}
+
+// One replier stays, and answers every request twice. Requesters go while their replies are on their way; other repliers go while requests
+// are on their way to them.
+TEST_P(WholeRoad, entities_go_while_others_deliver_to_them) {
+    constexpr int ROUNDS = 40;
+    constexpr int CALLERS = 3;
+    TextReplier steady(replier_params());
+    std::atomic<int> callers{CALLERS};
+    std::atomic<bool> stop{false};
+    std::thread answering([&] {
+        while (!stop) {
+            for (const auto& request : steady.receive_requests(milliseconds(10))) {
+                steady.send_reply(std::string(request) + " once", request.identity());
+                steady.send_reply(std::string(request) + " twice", request.identity());
+            }
+        }
+    });
+    std::thread passing([&] {
+        std::mt19937 random(1);
+        while (callers > 0) {
+            TextReplier brief(replier_params());
+            for (unsigned loops = random() % 4; loops > 0; --loops) {
+                answer_all(brief, " by the way");
+            }
+        }
+    });
+    std::vector<std::thread> calling;
+    for (int caller = 0; caller < CALLERS; ++caller) {
+        calling.emplace_back([&, caller] {
+            for (int round = 0; round < ROUNDS; ++round) {
+                TextRequester requester(requester_params());
+                EXPECT_TRUE(eventually([&] {
+                    DDS_InstanceHandleSeq repliers;
+                    requester.get_request_datawriter()->get_matched_subscriptions(repliers);
+                    for (DDS_Long index = 0; index < repliers.length(); ++index) {
+                        if (repliers[index] == steady.get_request_datareader()->get_instance_handle()) {
+                            return true;
+                        }
+                    }
+                    return false;
+                }));
+                const std::string text = std::to_string(caller) + "." + std::to_string(round);
+                const DDS_SampleIdentity_t id = requester.send_request(text);
+                Strings replies;
+                const auto has = [&](const char* mark) { return std::count(replies.begin(), replies.end(), text + mark); };
+                EXPECT_TRUE(eventually([&] {
+                    requester.wait_for_replies(milliseconds(20), id);
+                    for (const std::string& reply : strings_of(requester.take_replies(id))) {
+                        replies.push_back(reply);
+                    }
+                    return has(" once") > 0 && has(" twice") > 0;
+                })) << text
+                    << ": " << replies.size() << " replies";
+                EXPECT_EQ(1, has(" once"));
+                EXPECT_EQ(1, has(" twice"));
+                EXPECT_EQ(static_cast<long>(replies.size()), 2 + has(" by the way")) << "somebody else's";
+                requester.send_request("never collected");
+            }
+            --callers;
+        });
+    }
+    for (std::thread& thread : calling) {
+        thread.join();
+    }
+    passing.join();
+    stop = true;
+    answering.join();
+}
+
+TEST_P(WholeRoad, an_interruption_reaches_those_who_wait_as_the_exception_of_its_code) {
+    const LogCapture quiet;
+    TextRequester requester(requester_params());
+    TextReplier replier(replier_params());
+    const DDS_SampleIdentity_t id = requester.send_request("x");
+    const DDS_SampleIdentity_t other = requester.send_request("y");
+    DDSDataReader* const replies = requester.get_reply_datareader();
+    DDSDataReader* const requests = replier.get_request_datareader();
+    struct {
+        const char* what;
+        std::function<void()> wait;
+        std::function<void(DDS_ReturnCode_t)> interrupt;
+        DDS_ReturnCode_t code;
+        const char* type;
+    } const CASES[] = {
+        {"a reply", [&] { requester.wait_for_replies(PATIENCE, id); },
+         [&](DDS_ReturnCode_t code) { replies->interrupt_index_key("RequestReplyIndex", id.sequence_number, code); },
+         DDS_RETCODE_ALREADY_DELETED, "AlreadyDeletedException"},
+        {"any reply", [&] { requester.wait_for_replies(PATIENCE); }, [&](DDS_ReturnCode_t code) { replies->interrupt(code); },
+         DDS_RETCODE_ERROR, "RuntimeException"},
+        {"a request", [&] { replier.receive_requests(PATIENCE, 3, 3); }, [&](DDS_ReturnCode_t code) { requests->interrupt(code); },
+         DDS_RETCODE_ILLEGAL_OPERATION, "IllegalOperationException"},
+    };
+    for (const auto& each : CASES) {
+        std::atomic<long> number{0};
+        Thrown thrown;
+        std::thread waiting([&] {
+            number = this_thread_number();
+            thrown = thrown_by(each.wait);
+        });
+        EXPECT_TRUE(eventually([&] { return is_asleep(number); })) << each.what;
+        each.interrupt(each.code);
+        waiting.join();
+        EXPECT_EQ(each.type, thrown.type) << each.what;
+        EXPECT_EQ(each.type, thrown_by(each.wait).type) << each.what;
+        EXPECT_FALSE(requester.wait_for_replies(DDS_Duration_t{-1, 0}, other)) << "no time is no time";
+        each.interrupt(DDS_RETCODE_OK);
+    }
+    EXPECT_FALSE(requester.wait_for_replies(milliseconds(1), id));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

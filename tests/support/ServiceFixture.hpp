@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+// Requesters and repliers of texts, on every engine.
+#ifndef NORVANE_TESTS_SUPPORT_SERVICEFIXTURE_HPP
+#define NORVANE_TESTS_SUPPORT_SERVICEFIXTURE_HPP
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "norvane/norvane.hpp"
+#include "support/EngineFixture.hpp"
+#include "support/Eventually.hpp"
+
+namespace norvane {
+namespace test {
+
+typedef Requester<std::string, std::string> TextRequester;
+typedef Replier<std::string, std::string> TextReplier;
+typedef LoanedSamples<std::string> Texts;
+
+constexpr std::chrono::seconds PATIENCE(30);
+
+inline std::vector<std::string> strings_of(const Texts& loan) {
+    std::vector<std::string> copies;
+    for (const auto& each : loan) {
+        copies.push_back(each);
+    }
+    return copies;
+}
+
+/// Answers what is there with the same text and a mark.
+inline int answer_all(TextReplier& replier, const std::string& mark) {
+    const Texts requests = replier.take_requests();
+    for (const auto& request : requests) {
+        replier.send_reply(request.c_str() + mark, request.identity());
+    }
+    return requests.length();
+}
+
+class ServiceFixture : public EngineFixture {
+protected:
+    RequesterParams requester_params(DDSDomainParticipant* participant = nullptr, const std::string& service = "S") {
+        return RequesterParams(participant != nullptr ? participant : &_participant).service_name(service);
+    }
+    ReplierParams replier_params(DDSDomainParticipant* participant = nullptr, const std::string& service = "S") {
+        return ReplierParams(participant != nullptr ? participant : &_participant).service_name(service);
+    }
+    /// Waits until the requester knows so many repliers, both their ends.
+    static void await_repliers(TextRequester& requester, int count) {
+        EXPECT_TRUE(eventually([&] {
+            DDS_PublicationMatchedStatus requests;
+            DDS_SubscriptionMatchedStatus replies;
+            EXPECT_EQ(DDS_RETCODE_OK, requester.get_request_datawriter()->get_publication_matched_status(requests));
+            EXPECT_EQ(DDS_RETCODE_OK, requester.get_reply_datareader()->get_subscription_matched_status(replies));
+            return requests.current_count == count && replies.current_count == count;
+        })) << count
+            << " repliers";
+    }
+    /// Deletes what an application deletes at its end. @return whether nothing was left that is in use.
+    bool only_topics_are_left(const std::string& request_topic = "SRequest", const std::string& reply_topic = "SReply") {
+        for (const std::string& name : {request_topic, reply_topic}) {
+            DDSTopic* topic = DDSTopic::narrow(_participant.lookup_topicdescription(name.c_str()));
+            if (topic != nullptr && _participant.delete_topic(topic) != DDS_RETCODE_OK) {
+                return false;
+            }
+        }
+        return true;
+    }
+};
+
+}  // namespace test
+}  // namespace norvane
+
+#endif
