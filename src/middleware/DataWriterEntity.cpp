@@ -102,8 +102,9 @@ DDS_ReturnCode_t DataWriterEntity::get_incompatible_type_status(DDS_Incompatible
 }
 
 DDS_ReturnCode_t DataWriterEntity::get_counts(DDS_DataWriterCounts& counts) {
-    counts.written = _written.load(std::memory_order_relaxed);
-    counts.unaddressed = _unaddressed.load(std::memory_order_relaxed);
+    const WriteCounts written = _port->counts();
+    counts.written = written.written;
+    counts.unaddressed = written.unaddressed;
     return DDS_RETCODE_OK;
 }
 
@@ -140,17 +141,11 @@ DDS_ReturnCode_t DataWriterEntity::write_w_params_untyped_general(void* /*reserv
     DDS_SampleIdentity_t identity;
     bool addressed = false;
     const DDS_ReturnCode_t code = _port->write(request, identity, addressed);
-    if (code != DDS_RETCODE_OK) {
-        return code;
-    }
-    _written.fetch_add(1, std::memory_order_relaxed);
-    if (!addressed) {
-        _unaddressed.fetch_add(1, std::memory_order_relaxed);
-    }
-    if (params.replace_auto != DDS_BOOLEAN_FALSE) {
+    // No member is touched from here on: a listener that the write ran may have deleted this writer.
+    if (code == DDS_RETCODE_OK && params.replace_auto != DDS_BOOLEAN_FALSE) {
         params.identity = identity;
     }
-    return DDS_RETCODE_OK;
+    return code;
 }
 
 }  // namespace mw

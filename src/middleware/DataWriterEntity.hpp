@@ -67,8 +67,6 @@ private:
     PeerRegister _peers;
     ListenerGate<DDSDataWriterListener> _gate;
     std::atomic<DDS_StatusMask> _changes{0};
-    std::atomic<std::int64_t> _written{0};
-    std::atomic<std::int64_t> _unaddressed{0};
 };
 
 }  // namespace mw

@@ -179,6 +179,12 @@ struct WriteRequest {
     DDS_Duration_t max_blocking_time = DDS_DURATION_ZERO;
 };
 
+/// What a writer has written.
+struct WriteCounts {
+    std::int64_t written = 0;      ///< Successful writes.
+    std::int64_t unaddressed = 0;  ///< Of these, those for which there was no reader at all.
+};
+
 /// A writer in an engine. Disabled until `enable`; no upcall before that.
 class WriterPort {
 public:
@@ -193,6 +199,8 @@ public:
     /// @param addressed  gets whether there was a reader to send it to.
     /// @return OK; TIMEOUT; OUT_OF_RESOURCES; BAD_PARAMETER for a number that is not above those used; ALREADY_DELETED once closed.
     virtual DDS_ReturnCode_t write(const WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept = 0;
+    /// Counted below the seam: once `write` is through with its listeners, whoever called it may have been deleted by one of them.
+    virtual WriteCounts counts() noexcept = 0;
     /// @return OK; TIMEOUT; ALREADY_DELETED once closed.
     virtual DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept = 0;
     /// Leaves. Threads blocked in `write` return first; when it returns, no upcall runs or will run.

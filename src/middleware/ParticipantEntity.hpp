@@ -8,6 +8,7 @@
 #ifndef NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP
 #define NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -111,9 +112,10 @@ private:
     QuietStatus _status{*this};
 
     std::mutex _mutex;
-    std::map<std::string, std::shared_ptr<const DDS_TypeOperations>> _types;
-    std::map<std::string, std::unique_ptr<TopicEntity>> _topics;
-    std::map<std::string, std::unique_ptr<ContentFilteredTopicEntity>> _filtered_topics;
+    // Looked up by plain characters: a look-up allocates nothing.
+    std::map<std::string, std::shared_ptr<const DDS_TypeOperations>, std::less<>> _types;
+    std::map<std::string, std::unique_ptr<TopicEntity>, std::less<>> _topics;
+    std::map<std::string, std::unique_ptr<ContentFilteredTopicEntity>, std::less<>> _filtered_topics;
     std::map<const DDSPublisher*, std::unique_ptr<PublisherEntity>> _publishers;
     std::map<const DDSSubscriber*, std::unique_ptr<SubscriberEntity>> _subscribers;
     std::map<const DDSDataWriter*, WriterEntry> _writers;

@@ -69,24 +69,24 @@ bool PeerRegister::note(const PeerEvent& event) noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
     switch (event.kind) {
         case PeerEventKind::MATCHED:
-            try {
-                _matched[event.peer->guid] = event.peer;
-            } catch (const std::bad_alloc&) {
-                return false;
-            }
             ++_counts.total;
             ++_counts.total_change;
             ++_counts.current;
             ++_counts.current_change;
             _counts.last_handle = handle_of(event.peer->guid);
+            try {
+                _matched[event.peer->guid] = event.peer;
+            } catch (const std::bad_alloc&) {
+                return false;
+            }
             return true;
         case PeerEventKind::DELETED:
         case PeerEventKind::LOST:
-            if (_matched.erase(event.peer->guid) > 0) {
-                --_counts.current;
-                --_counts.current_change;
-                _counts.last_handle = handle_of(event.peer->guid);
-            }
+            // Counted also when there was no memory to list it: the two events come in pairs.
+            _matched.erase(event.peer->guid);
+            --_counts.current;
+            --_counts.current_change;
+            _counts.last_handle = handle_of(event.peer->guid);
             return true;
         case PeerEventKind::INCOMPATIBLE_QOS:
             ++_incompatible_qos.total_count;

@@ -14,6 +14,9 @@
 namespace norvane {
 namespace mw {
 
+/// @return a number that is chosen anew for each process.
+std::uint64_t index_secret() noexcept;
+
 template <typename Value>
 class SampleIndex {
 public:
@@ -104,9 +107,11 @@ private:
 
     std::size_t capacity() const noexcept { return _entries == nullptr ? 0 : _mask + 1; }
 
-    // Spread, since a peer chooses the keys: neighbours would otherwise be enough to build one long run.
+    // Mixed with a secret of the process, since a peer chooses the keys: it could otherwise put them all in one place.
     std::size_t home(std::uint64_t key) const noexcept {
-        return static_cast<std::size_t>((key * 0x9e3779b97f4a7c15U) >> 20) & _mask;
+        key = (key ^ _secret) * 0x9e3779b97f4a7c15U;
+        key = (key ^ (key >> 32U) ^ _secret) * 0xd6e8feb86659fd93U;
+        return static_cast<std::size_t>(key >> 32U) & _mask;
     }
 
     void put(std::uint64_t key, Value* value) noexcept {
@@ -118,6 +123,7 @@ private:
         _entries[place].value = value;
     }
 
+    const std::uint64_t _secret = index_secret();
     std::unique_ptr<Entry[]> _entries;
     std::size_t _mask = 0;
     std::size_t _size = 0;

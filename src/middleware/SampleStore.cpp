@@ -180,6 +180,8 @@ bool SampleStore::has_room_locked() const noexcept {
              slot = slot->links[WHOLE_LINK].next, --leaving) {
             will_be_replaced += slot->pins == 0 ? 1 : 0;
         }
+        // What is reserved will be listed before this one, and make way for it in its turn.
+        will_be_replaced += std::min(leaving, _reserved);
     }
     return _occupied + _reserved + 1 - will_be_replaced <= static_cast<std::size_t>(_settings.max_samples);
 }
@@ -804,7 +806,7 @@ DDS_ReturnCode_t SampleStore::return_loan(void** received_data, DDS_SampleInfoSe
         room_notice = claim_room_notice_locked();
         if (!clears) {
             keep_loan_locked(*loan);
-            last_holder = --_holders == 0;
+            last_holder = !room_notice && --_holders == 0;
         }
     }
     if (clears) {
@@ -815,9 +817,12 @@ DDS_ReturnCode_t SampleStore::return_loan(void** received_data, DDS_SampleInfoSe
         }
         Lock lock(_mutex);
         keep_loan_locked(*loan);
-        last_holder = --_holders == 0;
+        last_holder = !room_notice && --_holders == 0;
     }
     after_unlock(room_notice, last_holder);
+    if (room_notice) {
+        drop_holder();  // only now: the reader may be deleted while its engine is told
+    }
     return DDS_RETCODE_OK;
 }
 

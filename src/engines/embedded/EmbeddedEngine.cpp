@@ -118,7 +118,9 @@ public:
 }  // namespace
 
 mw::Engine& embedded_engine() noexcept {
-    static EmbeddedEngine* const ENGINE = new EmbeddedEngine;  // never destroyed: see mw::Engine
+    // Never destroyed: see mw::Engine. In place, since nothing here may throw.
+    alignas(EmbeddedEngine) static unsigned char place[sizeof(EmbeddedEngine)];
+    static EmbeddedEngine* const ENGINE = new (place) EmbeddedEngine;
     return *ENGINE;
 }
 

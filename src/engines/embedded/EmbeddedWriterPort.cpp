@@ -24,6 +24,8 @@ DDS_ReturnCode_t EmbeddedWriterPort::write(const mw::WriteRequest& request, DDS_
     return _writer->write(request, identity, addressed);
 }
 
+mw::WriteCounts EmbeddedWriterPort::counts() noexcept { return _writer->counts(); }
+
 DDS_ReturnCode_t EmbeddedWriterPort::wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept {
     return _writer->wait_for_acknowledgments(max_wait);
 }

@@ -18,6 +18,7 @@ public:
     const mw::EndpointInfo& info() const noexcept override;
     DDS_ReturnCode_t enable(mw::PeerSink& sink) noexcept override;
     DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept override;
+    mw::WriteCounts counts() noexcept override;
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept override;
     void close() noexcept override;
 

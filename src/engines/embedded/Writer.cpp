@@ -73,8 +73,7 @@ struct Writer::Outgoing {
     std::uint32_t seen = 0;
     bool sleeper = false;              // counted as one
     std::shared_ptr<Reader> relieved;  // got room back that a writer may be waiting for who owes it a backlog
-    std::shared_ptr<Writer>
-        writer;  // kept once more than one look is taken: close waits for sleepers, but not until they have left
+    std::shared_ptr<Writer> writer;    // kept for another look: a close waits for sleepers, but not until they have left the frame
     std::shared_ptr<Endpoint> keeper;
     HeldSample evicted;  // from the history; released with no lock held, since that may run the type's destructor
     HeldSample sample;
@@ -194,7 +193,14 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
         }
     }
     _last_number = number;
+    ++_counts.written;
+    _counts.unaddressed += out.addressed ? 0 : 1;
     return DDS_RETCODE_OK;
+}
+
+mw::WriteCounts Writer::counts() noexcept {
+    Lock lock(_mutex);
+    return _counts;
 }
 
 DDS_ReturnCode_t Writer::next_number_locked(const DDS_SequenceNumber_t& wanted, std::int64_t& number) const noexcept {

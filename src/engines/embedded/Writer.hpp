@@ -47,6 +47,7 @@ public:
 
     /// As mw::WriterPort.
     DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept;
+    mw::WriteCounts counts() noexcept;
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
 
     // The rest is for the bus, which holds its mutex, except for the last.
@@ -99,6 +100,7 @@ private:
     bool _closed = false;
     std::atomic<bool> _needs_copies;  // read without the mutex as a hint: changes under it
     std::int64_t _last_number = 0;
+    mw::WriteCounts _counts;
     std::unordered_map<DDS_GUID_t, MatchList, GuidHash>
         _routes;  // by the related writer GUID that the readers want; no list is empty
     MatchList _unrouted;
