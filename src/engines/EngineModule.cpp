@@ -25,7 +25,7 @@ Engine* open_engine_module(const char* file, std::string& failure) {
     if (module == nullptr) {
         const char* const reason = dlerror();
         failure = std::string(file) + " cannot be opened (" + (reason == nullptr ? "no reason given" : reason) +
-                  "); install it next to libnorvane.so, or in a directory of LD_LIBRARY_PATH";
+                  "); build norvane with this engine, and install the module where the loader looks (LD_LIBRARY_PATH)";
         return nullptr;
     }
     return engine_of_entry(reinterpret_cast<EngineEntry>(dlsym(module, ENGINE_ENTRY_NAME)), file, failure);

@@ -11,11 +11,10 @@
 #include <new>
 #include <utility>
 
+#include "platform/Secret.hpp"
+
 namespace norvane {
 namespace mw {
-
-/// @return a number that is chosen anew for each process.
-std::uint64_t index_secret() noexcept;
 
 template <typename Value>
 class SampleIndex {
@@ -123,7 +122,7 @@ private:
         _entries[place].value = value;
     }
 
-    const std::uint64_t _secret = index_secret();
+    const std::uint64_t _secret = platform::process_secret();
     std::unique_ptr<Entry[]> _entries;
     std::size_t _mask = 0;
     std::size_t _size = 0;
