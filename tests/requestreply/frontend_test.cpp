@@ -246,6 +246,19 @@ TEST_F(Frontend, a_replier_may_answer_inside_its_listener) {
     EXPECT_EQ((std::vector<int>{7}), numbers(requester.take_replies(id)));
 }
 
+// The listener runs inside the write that delivers to it.
+TEST_F(Frontend, a_listener_may_end_the_requester_whose_request_it_gets) {
+    struct Ending : DDSDataReaderListener {
+        std::unique_ptr<OrderRequester> requester;
+        void on_data_available(DDSDataReader*) override { requester.reset(); }
+    } listener;
+    OrderReplier replier(replier_params("S"), &listener);
+    listener.requester = std::make_unique<OrderRequester>(requester_params("S"));
+    const DDS_SampleIdentity_t id = listener.requester->send_request({7, ""});
+    EXPECT_EQ(nullptr, listener.requester);
+    EXPECT_EQ(id, replier.take_requests()[0].identity());
+}
+
 TEST_F(Frontend, every_form_of_waiting_ends_in_time_and_with_what_is_there) {
     OrderReplier replier(replier_params("S"));
     OrderRequester requester(requester_params("S"));
