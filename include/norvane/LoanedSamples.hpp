@@ -72,7 +72,7 @@ public:
     /// A container's whole state on its way to another container. One that is never taken over keeps its loan from going back.
     struct LoanMemento {
         /// Carries nothing yet; the reader is to be set.
-        LoanMemento() noexcept {}
+        explicit LoanMemento() noexcept {}
 
         SequenceMemento<T> _seq_memento;
         SequenceMemento<DDS_SampleInfo> _infoseq_memento;
@@ -134,7 +134,7 @@ public:
     }
 
     /// Hands the loan to the caller, who must then return it to the reader. The container holds nothing afterwards.
-    /// @param datareader          gets the reader; null when there is nothing to return.
+    /// @param datareader          gets the reader; null when the container had none.
     /// @param data_seq, info_seq  get the loan. Owning, without memory (maximum 0).
     /// @throws PreconditionNotMetException  a sequence holds memory or a loan; nothing changes then.
     void release(TDataReader*& datareader, TSeq& data_seq, SampleInfoSeq& info_seq) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // How a holder keeps its data and metadata: one class for each way. None of them checks whether a copy found memory; SampleHolder does.
 //
-// Metadata is copied deeply, and exchanged by three copies. A cookie of write parameters that finds no memory stays behind unsaid.
+// Metadata is copied deeply, and exchanged by three copies. A cookie of write parameters that finds no memory is empty, unsaid.
 // Thread rule: plain values; one thread at a time.
 #ifndef NORVANE_SAMPLEBASE_HPP
 #define NORVANE_SAMPLEBASE_HPP
@@ -57,8 +57,10 @@ public:
 
     /// Exchanges data and metadata. The data of a built-in type is neither copied nor allocated.
     void swap(SampleFields& other) {
-        swap_data(other);
-        std::swap(_info, other._info);
+        if (this != &other) {
+            swap_data(other);
+            std::swap(_info, other._info);
+        }
     }
 
 protected:
@@ -138,8 +140,10 @@ public:
 
     /// Exchanges text and metadata. The text is not copied.
     void swap(SampleBaseCharPtr& other) noexcept {
-        swap_data(other);
-        std::swap(_info, other._info);
+        if (this != &other) {
+            swap_data(other);
+            std::swap(_info, other._info);
+        }
     }
 
 protected:
@@ -186,6 +190,9 @@ public:
 
     /// Exchanges text and metadata. The text is not copied.
     void swap(SampleBase& other) noexcept {
+        if (this == &other) {
+            return;
+        }
         std::swap(_initialized, other._initialized);
         swap_data(other);
         std::swap(_data, other._data);

@@ -32,7 +32,7 @@ inline constexpr const char* NO_STRING = "DDS_String_alloc failed to allocate me
 ///
 /// Where nothing else is said, a constructor, an assignment and set_data throw OutOfResourcesException when memory is short, and when given
 /// null (or a negative size) where the type has a string or octets: the two cannot be told apart. Nothing is changed then, and nothing
-/// leaks. std::string and the application's own types throw what their copy throws (std::bad_alloc).
+/// leaks. (It is std::bad_alloc when not even the message finds memory.) std::string and the application's own types throw what their copy throws (std::bad_alloc).
 template <class Holder, class T, class I, class Ref>
 class SampleHolder : public HeldBy<T, I>::type {
     typedef typename HeldBy<T, I>::type Base;
@@ -78,7 +78,9 @@ public:
     }
 
     SampleHolder& operator=(const SampleHolder& other) {
-        SampleHolder(other).swap(*this);
+        if (this != &other) {
+            SampleHolder(other).swap(*this);
+        }
         return *this;
     }
     /// Copies what is referred to.

@@ -7,8 +7,27 @@
 #include "norvane/dds/types.hpp"
 
 /// Octets of the application's own that stay with the write parameters. They do not travel with the sample.
+///
+/// A copy that finds no memory is empty: it must not show the octets of another write.
 struct DDS_Cookie_t {
     DDS_OctetSeq value;
+
+    DDS_Cookie_t() = default;
+    DDS_Cookie_t(const DDS_Cookie_t& other) { copy_from(other); }
+    DDS_Cookie_t& operator=(const DDS_Cookie_t& other) {
+        copy_from(other);
+        return *this;
+    }
+    ~DDS_Cookie_t() = default;
+
+    /// @return whether there was memory for the copy.
+    bool copy_from(const DDS_Cookie_t& other) {
+        if (value.copy_from(other.value)) {
+            return true;
+        }
+        value.length(0);
+        return false;
+    }
 };
 
 /// Empties the cookie. Not null.
@@ -46,7 +65,7 @@ inline DDS_ReturnCode_t DDS_WriteParams_t_copy(DDS_WriteParams_t* destination, c
     destination->related_sample_identity = source->related_sample_identity;
     destination->replace_auto = source->replace_auto;
     destination->source_timestamp = source->source_timestamp;
-    return destination->cookie.value.copy_from(source->cookie.value) ? DDS_RETCODE_OK : DDS_RETCODE_OUT_OF_RESOURCES;
+    return destination->cookie.copy_from(source->cookie) ? DDS_RETCODE_OK : DDS_RETCODE_OUT_OF_RESOURCES;
 }
 /// Releases what the record holds. Not null.
 inline void DDS_WriteParams_t_finalize(DDS_WriteParams_t* self) { DDS_Cookie_t_finalize(&self->cookie); }
