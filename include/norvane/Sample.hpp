@@ -28,10 +28,9 @@ inline constexpr BadSampleText BAD_SAMPLE_TEXT<Sample<char*>> = {"Sample<char *>
 template <>
 inline constexpr BadSampleText BAD_SAMPLE_TEXT<Sample<const char*>> = {"Sample<const char *>::Sample", NO_STRING};
 
-/// Whether a loan of T shows its samples as references to U.
+/// Whether a Sample<T> may be made of a reference to U: what a loan of T shows, or any text for a std::string.
 template <class U, class T>
-inline constexpr bool IS_LOANED_AS = std::is_same<U, const T>::value ||
-                                     (std::is_same<T, std::string>::value && std::is_same<U, const char*>::value);
+inline constexpr bool IS_LOANED_AS = std::is_same<U, const T>::value || IS_TEXT_FOR<U, T>;
 
 }  // namespace details
 

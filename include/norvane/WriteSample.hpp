@@ -3,6 +3,9 @@
 #ifndef NORVANE_WRITESAMPLE_HPP
 #define NORVANE_WRITESAMPLE_HPP
 
+#include <string>
+#include <type_traits>
+
 #include "norvane/SampleHolder.hpp"
 #include "norvane/WriteSampleRef.hpp"
 
@@ -40,6 +43,15 @@ public:
     using Holder::Holder;
     using Holder::operator=;
     WriteSample() = default;
+
+    /// Copies a text and its parameters. Only where T is std::string.
+    template <class U, typename std::enable_if<details::IS_TEXT_FOR<U, T>, int>::type = 0>
+    WriteSample(WriteSampleRef<U> text) : Holder(text.data(), text.info()) {}
+    template <class U, typename std::enable_if<details::IS_TEXT_FOR<U, T>, int>::type = 0>
+    WriteSample& operator=(WriteSampleRef<U> text) {
+        WriteSample(text).swap(*this);
+        return *this;
+    }
 };
 
 }  // namespace norvane

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <thread>
 
@@ -53,6 +54,13 @@ TEST_P(Entities, a_participant_is_made_in_a_legal_domain_on_an_engine_that_exist
         }
     }
     EXPECT_EQ(BAD_PARAMETER, factory().delete_participant(nullptr));
+
+    // The environment chooses where no property does.
+    ::setenv("NORVANE_ENGINE", "doves", 1);
+    EXPECT_EQ(nullptr, factory().create_participant(_domain, DDS_PARTICIPANT_QOS_DEFAULT, nullptr, 0));
+    EXPECT_EQ(1, log.count("engine \"doves\""));
+    EXPECT_STREQ(GetParam().c_str(), join()->get_engine_name());
+    ::unsetenv("NORVANE_ENGINE");
 
     DDS_DomainParticipantQos qos = participant_qos(GetParam());
     qos.participant_name.name = DDS_String_dup("me");

@@ -199,6 +199,7 @@ TEST_P(Waiting, conditions_sets_and_entities_may_go_in_any_order) {
         }
     }
     brief.reset();
+    EXPECT_TRUE(attached(*std::make_unique<DDSWaitSet>()).empty()) << "the next set got its leftovers";
     guard->set_trigger_value(true);  // tells the sets that are left
     EXPECT_EQ(OK, receiver.delete_readcondition(&plain));
     EXPECT_EQ((std::set<DDSCondition*>{&keyed, guard.get(), status}), attached(one));

@@ -355,6 +355,7 @@ TEST_P(Writing, a_blocked_write_goes_on_when_room_comes_or_either_end_goes) {
         const int before = written;
         EXPECT_LT(before, SAMPLES) << "what was only lent made room";
         EXPECT_EQ(OK, receiver.delete_readcondition(&all));
+        const auto start = std::chrono::steady_clock::now();
         each.release(sender, receiver, loan);
         EXPECT_TRUE(eventually([&] { return written > before || each.outcome != OK; }));
         EXPECT_TRUE(eventually([&] {
@@ -364,6 +365,7 @@ TEST_P(Writing, a_blocked_write_goes_on_when_room_comes_or_either_end_goes) {
             return blocked.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
         }));
         EXPECT_EQ(each.outcome, blocked.get());
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15)) << "woken by its own deadline";
         EXPECT_EQ(each.outcome == OK ? SAMPLES : before, written);
     }
 }

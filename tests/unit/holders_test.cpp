@@ -347,9 +347,31 @@ TYPED_TEST(Holders, report_each_allocation_of_data_that_fails_and_leak_nothing) 
         EXPECT_EQ(operation.reports || operation.number == 0 ? 0 : blocks, nulls);
     }
 
-    TypeParam left(source.data, source.info);
-    TypeParam right(old.data, old.info);
-    EXPECT_EQ(cookie_of(source.info).empty() ? 0 : 1, fail_each_allocation([&] { left.swap(right); })) << "data was copied";
+    // Exchanging copies no data; a cookie that finds no memory is gone, and never the other's.
+    for (long failing = 1;; ++failing) {
+        TypeParam left(source.data, source.info);
+        TypeParam right(old.data, old.info);
+        AllocationProbe::fail(failing);
+        left.swap(right);
+        AllocationProbe::stop();
+        const bool failed = AllocationProbe::has_failed();
+        const std::string cookies[] = {cookie_of(left.info()), cookie_of(right.info())};
+        const bool lost = cookies[0] != cookie_of(old.info) || cookies[1] != cookie_of(source.info);
+        EXPECT_EQ(failed, lost) << "allocation " << failing;
+        EXPECT_GE(0, AllocationProbe::outstanding());
+        EXPECT_TRUE(!lost || (cookies[0] == "no cookie") != (cookies[1] == "no cookie")) << cookies[0] << ", " << cookies[1];
+        EXPECT_EQ(shown(old.data) + shown(source.data), this->text(left) + this->text(right));
+        EXPECT_EQ(details::identity_of(source.info).sequence_number.low, right.identity().sequence_number.low);
+        if (!failed) {
+            EXPECT_EQ(cookie_of(source.info).empty() ? 0 : 1, AllocationProbe::count()) << "data was copied";
+            break;
+        }
+    }
+    TypeParam same(source.data, source.info);
+    for (const auto& change : {+[](TypeParam& it) { it = *&it; }, +[](TypeParam& it) { it.swap(it); }}) {
+        fail_each_allocation([&] { change(same); });
+        EXPECT_EQ(this->all(source), this->all(same)) << "with itself";
+    }
 }
 
 // ---- references, and what else there is -------------------------------------------------------------------------
@@ -432,6 +454,51 @@ TEST(Holders, keep_what_a_loan_shows_also_of_the_applications_own_types) {
     WriteSample<Point> out(point);
     out.info().identity = second.identity();
     EXPECT_EQ(second.identity(), out.identity());
+}
+
+// The text alone would do as a std::string, without a word on what became of the metadata.
+template <class Holder, class Ref>
+void expect_text_and_number(Ref ref) {
+    const Holder constructed(ref);
+    Holder assigned;
+    EXPECT_EQ(&assigned, &(assigned = ref));
+    for (const Holder* holder : {&constructed, static_cast<const Holder*>(&assigned)}) {
+        EXPECT_EQ("text", holder->data());
+        EXPECT_EQ(6U, holder->identity().sequence_number.low);
+    }
+}
+
+TEST(Holders, of_a_std_string_take_any_text_with_its_metadata) {
+    char text[] = "text";
+    DDS_SampleInfo info;
+    mark(info, 6);
+    DDS_WriteParams_t params;
+    mark(params, 6);
+    expect_text_and_number<Sample<std::string>>(SampleRef<char*>(text, info));
+    expect_text_and_number<Sample<std::string>>(SampleRef<const char*>(text, info));
+    expect_text_and_number<WriteSample<std::string>>(WriteSampleRef<char*>(text, params));
+    expect_text_and_number<WriteSample<std::string>>(WriteSampleRef<const char*>(text, params));
+}
+
+// What the place of a cookie held before must not go out with another write.
+TEST(Holders, lose_a_cookie_that_finds_no_memory_and_keep_no_other_in_its_place) {
+    const DDS_Octet octets[3] = {1, 2, 3};
+    DDS_WriteParams_t brief;
+    DDS_WriteParams_t full;
+    ASSERT_TRUE(brief.cookie.value.from_array(octets, 1) && full.cookie.value.from_array(octets, 3));
+    WriteSample<std::string> left("left", brief);
+    WriteSample<std::string> right("right", full);
+    AllocationProbe::fail(1);
+    left.set_info(full);
+    AllocationProbe::stop();
+    EXPECT_EQ(0, left.info().cookie.value.length());
+
+    left.set_info(brief);
+    AllocationProbe::fail(2);  // the first is the copy in between
+    right.swap(left);
+    AllocationProbe::stop();
+    EXPECT_EQ(1, right.info().cookie.value.length());
+    EXPECT_EQ(0, left.info().cookie.value.length());
 }
 
 // What a holder of std::string is made of, seen from a class derived from it.

@@ -85,6 +85,11 @@ template <class U, class T>
 inline constexpr bool IS_CONST_VIEW = std::is_same<T, const U>::value ||
                                       (std::is_same<T, const char*>::value && std::is_same<U, char*>::value);
 
+/// Whether a reference to U is one to a text that a std::string, T, may be made of. A holder that did not know it would take the text by
+/// the conversion to std::string, and lose the metadata without a word.
+template <class U, class T>
+inline constexpr bool IS_TEXT_FOR = std::is_same<T, std::string>::value&& IS_TEXT<U>;
+
 template <class T, class Info>
 using RefTo = typename std::conditional<IS_TEXT<T>, TextRef<T, Info>, DataRef<T, Info>>::type;
 
