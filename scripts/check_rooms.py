@@ -24,14 +24,23 @@ class Room:
         self.folder, self.may, self.never, self.system = folder, may, never, system
 
 
+# Where the types of applications are taken apart and encoded, and nowhere else.
+FASTCDR = ("fastcdr/Cdr.h", "fastcdr/FastBuffer.h")
+DESCRIBE = ("boost/describe/*", "boost/mp11/*")
+
 ROOMS = [
     Room("include/norvane/dds/", OBJECT_API, THREADS),
+    Room("include/norvane/details/member_kinds.hpp", OBJECT_API + ("norvane/details/*",), THREADS, system=DESCRIBE),
+    Room("include/norvane/details/CdrEncoder.hpp", OBJECT_API + ("norvane/details/*",), THREADS, system=FASTCDR),
+    Room("include/norvane/generated_types.hpp", ("norvane/details/*",), THREADS, system=FASTCDR),
     Room("include/norvane/details/",
-         OBJECT_API + ("norvane/details/*", "norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/RequesterParams.hpp"), THREADS),
+         OBJECT_API + ("norvane/details/*", "norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/RequesterParams.hpp",
+                       "norvane/ReplierParams.hpp", "norvane/Statistics.hpp", "norvane/Timeout.hpp"), THREADS),
     Room("include/norvane/norvane.hpp", ("norvane/*",)),
     Room("include/norvane/", ("norvane/*",), UMBRELLA + THREADS),
     Room("src/requestreply/", ("norvane/*",), FRONT_ENDS + THREADS),
     Room("src/infrastructure/", ("norvane/*",), FRONT_ENDS + THREADS),
+    Room("src/frontend/", ("norvane/*", "frontend/*"), FRONT_ENDS, system=("boost/*",)),
     Room("src/platform/", OBJECT_API + ("platform/*",), system=("*",)),
     Room("src/middleware/", OBJECT_API + ("middleware/*", "platform/*"), system=("unistd.h",)),
     Room("src/engines/embedded/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", "engines/embedded/*")),

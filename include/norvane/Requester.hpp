@@ -1,29 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
 // The typed requester: sends requests of one type, and gets the replies of another that answer them.
 //
-// Thread rule: any number of threads may send, wait for the replies to a request, and collect them. Waiting for whatever reply comes
+// Thread rule: any number of threads may call, send, wait for the replies to a request, and collect them. Waiting for whatever reply comes
 // first (no request named) is for one thread at a time. Construction and destruction overlap with nothing.
 #ifndef NORVANE_REQUESTER_HPP
 #define NORVANE_REQUESTER_HPP
 
-#include <chrono>
+#include <optional>
 #include <string>
 #include <type_traits>
 
 #include "norvane/LoanedSamples.hpp"
 #include "norvane/RequesterParams.hpp"
-#include "norvane/details/RequesterUntypedImpl.hpp"
+#include "norvane/Sample.hpp"
+#include "norvane/Timeout.hpp"
+#include "norvane/WriteSample.hpp"
+#include "norvane/details/CallingRequester.hpp"
 #include "norvane/details/sample_argument.hpp"
+#include "norvane/details/sample_copy.hpp"
 
 namespace norvane {
 
 /// Sends requests to the repliers of a service, and collects their replies: only those to its own requests, told apart by request.
 ///
+/// Most programs need `call` only:
 /// @snippet examples/calculator/main.cpp requester
-/// @tparam Request, Reply  std::string, or a trivially copyable struct (which stays in its process).
+/// Those that expect several replies to a request, or look for them later, use `send_request`, and wait for and take the replies to its
+/// identity. (Operations without an identity are about all replies, those to `call` included: beside calls, name the request.)
+/// @tparam Request, Reply  a described aggregate, a built-in type, a type generated from IDL, or a trivially copyable struct (which stays in
+///                         its process): see dds_type_traits.hpp.
 /// @par Threads  Same object: any number of threads, except where an operation says otherwise.
 template <class Request, class Reply>
-class Requester : protected details::RequesterUntypedImpl {
+class Requester : protected details::CallingRequester {
 public:
     /// Joins the service: makes a writer of requests and a reader of the replies to them.
     /// @param params  read during the call only.
@@ -34,8 +42,8 @@ public:
     /// @throws std::bad_alloc               memory is short.
     /// @par Blocks  Never.
     explicit Requester(const RequesterParams& params)
-        : details::RequesterUntypedImpl(params, &details::register_sample_type<Request>, &details::register_sample_type<Reply>,
-                                        details::sample_size<Reply>(), details::IS_STRING<Reply>),
+        : details::CallingRequester(params, &details::register_sample_type<Request>, &details::register_sample_type<Reply>,
+                                    details::sample_size<Reply>(), details::IS_STRING<Reply>),
           _reply_reader(nullptr) {
         details::require_topic_type(*get_datawriter()->get_topic(),
                                     details::chosen_type_support<Request>(params.datawriter_type_support()),
@@ -45,13 +53,52 @@ public:
         _reply_reader = details::typed_datareader<Reply>(get_datareader());
     }
 
-    /// Sends a request to every replier of the service.
+    // ---- the service
+
+    using details::CallingRequester::close;
+    using details::CallingRequester::forget;
+    using details::CallingRequester::is_service_ready;
+    using details::CallingRequester::matched_repliers;
+    using details::CallingRequester::stats;
+    using details::CallingRequester::wait_for_service;
+
+    // ---- one request, one reply
+
+    /// Sends a request and waits for the first reply to it. Further replies to it are dropped. Nothing is left behind, however it ends.
+    /// @param request       copied or encoded before it is sent.
+    /// @param timeout       of the whole call: waiting for a replier, for room, and for the reply. Zero finds only a reply that is sent at once.
+    /// @param when_nobody   whether to wait for a replier when none is ready, or to fail at once.
+    /// @return the reply.
+    /// @throws TimeoutException         no reply in time. The message says why as far as it is known: nobody there, a QoS that can never
+    ///                                  match, another type, no room, or silence.
+    /// @throws AlreadyDeletedException  the requester was closed.
+    /// @throws BadParameterException    a string that is null or holds a NUL.
+    /// @throws OutOfResourcesException  memory is short.
+    /// @par Threads  Any number.
+    /// @par Blocks   Up to `timeout`.
+    Reply call(const Request& request, const Timeout& timeout = DEFAULT_TIMEOUT,
+               WhenNobodyIsThere when_nobody = WhenNobodyIsThere::WAIT) {
+        const details::SampleArgument<Request> argument(request, "Requester::call");
+        const LoanedSamples<Reply> reply =
+            details::read_loaned_samples<Reply>(_reply_reader, [&](void*** data, int* count, DDS_SampleInfoSeq& infos) {
+                details::CallingRequester::call(argument.sample(), timeout, when_nobody, data, count, infos);
+            });
+        return details::copy_of<Reply>(reply[0]);
+    }
+
+    // ---- asynchronous calls
+
+    // ---- requests
+
+    /// Sends a request to every replier of the service. One that goes to nobody is counted, and the first is logged.
+    ///
+    /// Its replies stay until they are taken, or until `forget`. (Beside calls: a request is forgotten by itself once 65,536 later calls are over.)
     /// @param request  copied or encoded before the call returns.
     /// @return the identity of the request, for `wait_for_replies` and `take_replies`.
     /// @throws TimeoutException         no room within the writer's `max_blocking_time`.
     /// @throws BadParameterException    a string that is null or holds a NUL.
     /// @throws OutOfResourcesException  memory is short.
-    /// @throws AlreadyDeletedException  the requester's writer was deleted meanwhile.
+    /// @throws AlreadyDeletedException  the requester was closed.
     /// @throws RuntimeException         any other failure of the write.
     /// @par Threads  Any.
     /// @par Blocks   Up to the writer's `max_blocking_time`, while a replier has no room; never inside a listener.
@@ -63,55 +110,59 @@ public:
     DDS_SampleIdentity_t send_request(const char* request) {
         return send(details::SampleArgument<Request>(request, "Requester::send_request"));
     }
+    /// The same with parameters of the write.
+    /// @param request  its `identity()` is the request's afterwards.
+    void send_request(WriteSample<Request>& request) {
+        const details::SampleArgument<Request> argument(request.data(), "Requester::send_request");
+        details::CallingRequester::send_request(argument.sample(), request.info());
+    }
+
+    // ---- waiting for replies
 
     /// Waits until replies are available, whichever of the requests they answer.
     ///
     /// Replies already received count. They stay in the reader, so a later take returns them all.
-    /// @param max_wait   longest time blocked. DDS_DURATION_ZERO polls; DDS_DURATION_INFINITE never gives up.
+    /// @param max_wait   longest time blocked. Zero polls; infinite never gives up.
     /// @param min_count  replies wanted, or DDS_LENGTH_UNLIMITED to wait out the whole time.
     /// @return true when enough replies are there; false on time-out, which is not an error.
     /// @throws PreconditionNotMetException  another thread is in this wait.
-    /// @throws the class of the code with which the reader was interrupted.
+    /// @throws AlreadyDeletedException      the requester was closed.
     /// @par Threads  One at a time.
     /// @par Blocks   Up to `max_wait`.
-    bool wait_for_replies(const DDS_Duration_t& max_wait, int min_count = 1) { return wait_for_any_sample(max_wait, min_count); }
-    template <class Rep, class Period>
-    bool wait_for_replies(const std::chrono::duration<Rep, Period>& max_wait, int min_count = 1) {
-        return wait_for_replies(details::to_dds_duration(max_wait), min_count);
+    bool wait_for_replies(const Timeout& max_wait, int min_count = 1) {
+        return unless_closed("wait_for_replies", [&] { return wait_for_any_sample(max_wait, min_count); });
     }
 
     /// Waits until replies to one request are available.
     ///
     /// Replies already received count. They stay in the reader, so a later take returns them all.
-    /// @param max_wait    longest time blocked. DDS_DURATION_ZERO polls; DDS_DURATION_INFINITE never gives up.
+    /// @param max_wait    longest time blocked. Zero polls; infinite never gives up.
     /// @param min_count   replies wanted, or DDS_LENGTH_UNLIMITED to wait out the whole time.
     /// @param request_id  what `send_request` returned.
     /// @return true when enough replies are there; false on time-out, which is not an error.
-    /// @throws BadParameterException  `request_id` is no identity of a request.
-    /// @throws RuntimeException       the middleware could not make a condition.
-    /// @throws std::bad_alloc         no wait set could be had.
-    /// @throws the class of the code with which the reader, or the request's key, was interrupted.
+    /// @throws BadParameterException    `request_id` is no identity of a request.
+    /// @throws RuntimeException         the middleware could not make a condition.
+    /// @throws AlreadyDeletedException  the requester was closed.
+    /// @throws std::bad_alloc           no wait set could be had.
     /// @par Threads  Any number, for the same or different requests.
     /// @par Blocks   Up to `max_wait`.
-    bool wait_for_replies(const DDS_Duration_t& max_wait, int min_count, const DDS_SampleIdentity_t& request_id) {
-        return details::RequesterUntypedImpl::wait_for_replies(max_wait, min_count, request_id);
+    bool wait_for_replies(const Timeout& max_wait, int min_count, const DDS_SampleIdentity_t& request_id) {
+        return unless_closed("wait_for_replies",
+                             [&] { return details::RequesterUntypedImpl::wait_for_replies(max_wait, min_count, request_id); });
     }
-    template <class Rep, class Period>
-    bool wait_for_replies(const std::chrono::duration<Rep, Period>& max_wait, int min_count,
-                          const DDS_SampleIdentity_t& request_id) {
-        return wait_for_replies(details::to_dds_duration(max_wait), min_count, request_id);
-    }
-
     /// Waits until one reply to one request is available. Else as above.
-    bool wait_for_replies(const DDS_Duration_t& max_wait, const DDS_SampleIdentity_t& request_id) {
+    bool wait_for_replies(const Timeout& max_wait, const DDS_SampleIdentity_t& request_id) {
         return wait_for_replies(max_wait, 1, request_id);
     }
-    template <class Rep, class Period>
-    bool wait_for_replies(const std::chrono::duration<Rep, Period>& max_wait, const DDS_SampleIdentity_t& request_id) {
-        return wait_for_replies(details::to_dds_duration(max_wait), 1, request_id);
-    }
+
+    // ---- collecting replies
 
     /// Takes replies out of the reader, whichever of the requests they answer (SampleRef::related_identity tells).
+    /// @code
+    ///     for (const auto& reply : requester.take_replies(id)) {
+    ///         use(reply.data(), reply.info());
+    ///     }
+    /// @endcode
     /// @param max_count  at most so many; DDS_LENGTH_UNLIMITED for all; 0 finds nothing.
     /// @return the replies in the order in which they came; empty when there are none.
     /// @throws BadParameterException  `max_count` is negative and not DDS_LENGTH_UNLIMITED.
@@ -130,6 +181,29 @@ public:
         return replies_to(request_id, max_count, false);
     }
 
+    /// Takes one reply, as a copy of one's own. @return the reply that came first; nothing when there is none.
+    std::optional<Sample<Reply>> take_reply() { return details::first_of(take_replies(1)); }
+    /// Takes one reply to one request, as a copy of one's own. @return the reply that came first; nothing when there is none.
+    std::optional<Sample<Reply>> take_reply(const DDS_SampleIdentity_t& request_id) {
+        return details::first_of(take_replies(request_id, 1));
+    }
+    /// As `take_reply`, but leaves the reply in the reader.
+    std::optional<Sample<Reply>> read_reply() { return details::first_of(read_replies(1)); }
+    /// As `take_reply`, but leaves the reply in the reader.
+    std::optional<Sample<Reply>> read_reply(const DDS_SampleIdentity_t& request_id) {
+        return details::first_of(read_replies(request_id, 1));
+    }
+
+    /// Waits for a reply, whichever of the requests it answers, and takes it.
+    /// @param max_wait  longest time blocked; not zero (that is `take_reply`).
+    /// @return the reply, as a copy of one's own; nothing on time-out.
+    /// @throws as receive_replies.
+    /// @par Threads  One at a time.
+    /// @par Blocks   Up to `max_wait`.
+    std::optional<Sample<Reply>> receive_reply(const Timeout& max_wait = DEFAULT_TIMEOUT) {
+        return details::first_of(receive_replies(1, 1, max_wait));
+    }
+
     /// Waits for replies, whichever of the requests they answer, and takes them.
     /// @param min_count  replies to wait for. @param max_count  replies to take at most, or DDS_LENGTH_UNLIMITED.
     /// @param max_wait   longest time blocked; not zero, and not infinite when `max_count` is unlimited.
@@ -138,25 +212,23 @@ public:
     /// @throws as wait_for_replies.
     /// @par Threads  One at a time.
     /// @par Blocks   Up to `max_wait`.
-    LoanedSamples<Reply> receive_replies(int min_count, int max_count, const DDS_Duration_t& max_wait) {
-        return details::read_loaned_samples<Reply>(_reply_reader, [&](void*** data, int* count, DDS_SampleInfoSeq& infos) {
-            receive_sample_loaned(data, count, infos, max_count, max_wait, min_count);
+    LoanedSamples<Reply> receive_replies(int min_count, int max_count, const Timeout& max_wait) {
+        return unless_closed("receive_replies", [&] {
+            return details::read_loaned_samples<Reply>(_reply_reader, [&](void*** data, int* count, DDS_SampleInfoSeq& infos) {
+                receive_sample_loaned(data, count, infos, max_count, max_wait, min_count);
+            });
         });
     }
-    template <class Rep, class Period>
-    LoanedSamples<Reply> receive_replies(int min_count, int max_count, const std::chrono::duration<Rep, Period>& max_wait) {
-        return receive_replies(min_count, max_count, details::to_dds_duration(max_wait));
-    }
 
-    /// @return the requester's own writer of requests; not to be deleted.
+    /// @return the requester's own writer of requests; not to be deleted. Its listener is the requester's: leave it.
     DDSDataWriter* get_request_datawriter() const { return get_datawriter(); }
-    /// @return the requester's own reader of replies; not to be deleted.
+    /// @return the requester's own reader of replies; not to be deleted. Its listener is the requester's: leave it.
     DDSDataReader* get_reply_datareader() const { return get_datareader(); }
 
 private:
     DDS_SampleIdentity_t send(const details::SampleArgument<Request>& request) {
         DDS_WriteParams_t params;
-        send_sample(request.sample(), params);
+        details::CallingRequester::send_request(request.sample(), params);
         return params.identity;
     }
 

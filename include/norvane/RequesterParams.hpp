@@ -7,6 +7,8 @@
 
 namespace norvane {
 
+class Dispatcher;
+
 /// Builder of a requester's configuration. Setters chain, check nothing, and may be called again: the last value wins.
 ///
 /// Needed: a participant, and either a service name or both topic names.
@@ -33,6 +35,11 @@ public:
     RequesterParams& subscriber(DDSSubscriber* subscriber);
     RequesterParams& request_type_support(DDSTypeSupport* type_support);
     RequesterParams& reply_type_support(DDSTypeSupport* type_support);
+    /// Serves the requester's asynchronous calls. Only the address is kept: the dispatcher must live until the requester is made, and may go
+    /// before or after it.
+    RequesterParams& dispatcher(Dispatcher& dispatcher);
+    /// @return null when not set.
+    Dispatcher* dispatcher() const { return _dispatcher; }
 
     using details::EntityParams::datareader_qos;
     using details::EntityParams::datawriter_qos;
@@ -42,6 +49,9 @@ public:
     using details::EntityParams::request_topic_name;
     using details::EntityParams::service_name;
     using details::EntityParams::subscriber;
+
+private:
+    Dispatcher* _dispatcher;
 };
 
 }  // namespace norvane

@@ -5,6 +5,7 @@
 
 #include "norvane/Exception.hpp"
 #include "norvane/LoanedSamples.hpp"
+#include "norvane/Participant.hpp"
 #include "norvane/Replier.hpp"
 #include "norvane/ReplierParams.hpp"
 #include "norvane/Requester.hpp"
@@ -12,6 +13,8 @@
 #include "norvane/Sample.hpp"
 #include "norvane/SampleIterator.hpp"
 #include "norvane/SampleRef.hpp"
+#include "norvane/Statistics.hpp"
+#include "norvane/Timeout.hpp"
 #include "norvane/WriteSample.hpp"
 #include "norvane/WriteSampleRef.hpp"
 #include "norvane/dds/DomainParticipantFactory.hpp"

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "middleware/DataReaderEntity.hpp"
 
+#include <charconv>
+#include <cstring>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -36,6 +38,22 @@ SampleStoreSettings store_settings(TopicEntity& topic, ContentFilteredTopicEntit
         }
     }
     return settings;
+}
+
+// A reader may say which writer belongs to it: 32 hexadecimal digits. What is no GUID names nobody.
+DDS_GUID_t announced_partner(const DDS_PropertyQosPolicy& properties) noexcept {
+    const DDS_Property_t* property = DDSPropertyQosPolicyHelper::lookup_property(properties, DDS_PARTNER_WRITER_PROPERTY);
+    DDS_GUID_t guid = DDS_GUID_UNKNOWN;
+    if (property == nullptr || property->value == nullptr || std::strlen(property->value) != 2 * sizeof guid.value) {
+        return guid;
+    }
+    for (std::size_t index = 0; index < sizeof guid.value; ++index) {
+        const char* const digits = property->value + 2 * index;
+        if (std::from_chars(digits, digits + 2, guid.value[index], 16).ptr != digits + 2) {
+            return DDS_GUID_UNKNOWN;
+        }
+    }
+    return guid;
 }
 
 template <typename Interface>
@@ -103,6 +121,13 @@ public:
     DDS_ReturnCode_t close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
         return _store.close_key(index_name, key_of(key));
     }
+    DDS_ReturnCode_t leave_domain() override {
+        if (_gate.is_inside()) {
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+        port()->close();
+        return DDS_RETCODE_OK;
+    }
     DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override {
         return _gate.set(listener, mask);
     }
@@ -111,6 +136,14 @@ public:
     DDS_ReturnCode_t get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) override;
     DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override;
     DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override;
+    DDS_ReturnCode_t get_counts(DDS_DataReaderCounts& counts) override {
+        const LossCounts& losses = _store.losses();
+        counts.received = _store.arrivals();
+        counts.held = _store.held();
+        counts.closed_key = losses.closed_key.load(std::memory_order_relaxed);
+        counts.lost = losses.no_room.load(std::memory_order_relaxed) + losses.replaced.load(std::memory_order_relaxed);
+        return DDS_RETCODE_OK;
+    }
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) override { return _peers.list(handles); }
     DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data,
                                                   const DDS_InstanceHandle_t& handle) override {
@@ -221,13 +254,16 @@ bool DataReaderEntity<Interface>::prepare(DomainPort& domain, DDSDataReaderListe
     }
     ReaderSettings settings;
     settings.info = describe(_topic->name(), _topic->type_name(), *_type, _qos);
+    settings.info.partner_guid = announced_partner(_qos.property);
     settings.qos = &_qos;
     settings.pool = &_topic->pool();
     if (_filtered != nullptr) {
         const std::optional<DDS_GUID_t> route = _filtered->filter()->route();
         settings.routed = route.has_value();
         settings.route = route.value_or(DDS_GUID_UNKNOWN);
-        settings.info.partner_guid = settings.route;
+        if (settings.routed) {
+            settings.info.partner_guid = settings.route;
+        }
         settings.filter_name = _filtered->name();
         settings.filter_expression = _filtered->expression();
         settings.filter_parameters = _filtered->parameters();

@@ -1,11 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "middleware/DataWriterEntity.hpp"
 
+#include <tuple>
+
 #include "middleware/Log.hpp"
 #include "middleware/QosValidation.hpp"
 
 namespace norvane {
 namespace mw {
+
+namespace {
+
+const DDS_Duration_t& shorter(const DDS_Duration_t& left, const DDS_Duration_t& right) noexcept {
+    return std::tie(right.sec, right.nanosec) < std::tie(left.sec, left.nanosec) ? right : left;
+}
+
+}  // namespace
 
 DataWriterEntity::DataWriterEntity(DDSPublisher& publisher, TopicEntity& topic)
     : _publisher(publisher), _topic(topic), _status_condition(new StatusCondition(*this)) {}
@@ -118,6 +128,14 @@ DDS_ReturnCode_t DataWriterEntity::wait_for_acknowledgments(const DDS_Duration_t
     return _port->wait_for_acknowledgments(max_wait);
 }
 
+DDS_ReturnCode_t DataWriterEntity::leave_domain() {
+    if (_gate.is_inside()) {
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    }
+    _port->close();
+    return DDS_RETCODE_OK;
+}
+
 DDS_ReturnCode_t DataWriterEntity::write_w_params_untyped_general(void* /*reserved*/, const void* data, DDS_WriteParams_t& params) {
     constexpr const char* METHOD = "DDSDataWriter::write";
     if (data == nullptr) {
@@ -137,7 +155,8 @@ DDS_ReturnCode_t DataWriterEntity::write_w_params_untyped_general(void* /*reserv
     request.source_timestamp = params.source_timestamp;
     request.sequence_number = params.identity.sequence_number;
     // The thread that could make room may be this one, inside its listener.
-    request.max_blocking_time = is_inside_a_listener() ? DDS_DURATION_ZERO : _qos.reliability.max_blocking_time;
+    request.max_blocking_time =
+        is_inside_a_listener() ? DDS_DURATION_ZERO : shorter(_qos.reliability.max_blocking_time, params.max_blocking_time);
     DDS_SampleIdentity_t identity;
     bool addressed = false;
     const DDS_ReturnCode_t code = _port->write(request, identity, addressed);

@@ -46,6 +46,7 @@ public:
     DDS_ReturnCode_t get_matched_subscription_data(DDS_SubscriptionBuiltinTopicData& data,
                                                    const DDS_InstanceHandle_t& handle) override;
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) override;
+    DDS_ReturnCode_t leave_domain() override;
     DDSStatusCondition* get_statuscondition() override { return _status_condition; }
     DDS_StatusMask get_status_changes() override { return changes(); }
     DDS_InstanceHandle_t get_instance_handle() override { return handle_of(_qos.protocol.virtual_guid); }

@@ -158,6 +158,11 @@ public:
     /// Counts arrivals, for the data-available status.
     std::int64_t arrivals() const noexcept { return _arrivals.load(std::memory_order_acquire); }
 
+    /// @return how many samples nobody has taken yet.
+    std::int64_t held() const noexcept {
+        return _whole.unread_count.load(std::memory_order_relaxed) + _whole.read_count.load(std::memory_order_relaxed);
+    }
+
     const LossCounts& losses() const noexcept { return _losses; }
     void count_no_room() noexcept { _losses.no_room.fetch_add(1, std::memory_order_relaxed); }
 

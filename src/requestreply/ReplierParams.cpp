@@ -2,9 +2,12 @@
 // The setters of a replier's configuration: it reads requests and writes replies.
 #include "norvane/ReplierParams.hpp"
 
+#include "norvane/dds/types.hpp"
+
 namespace norvane {
 
-ReplierParams::ReplierParams(DDSDomainParticipant* participant) : details::EntityParams(participant) {}
+ReplierParams::ReplierParams(DDSDomainParticipant* participant)
+    : details::EntityParams(participant), _max_queued_requests(DDS_LENGTH_UNLIMITED) {}
 
 ReplierParams::~ReplierParams() = default;
 
@@ -61,6 +64,11 @@ ReplierParams& ReplierParams::request_type_support(DDSTypeSupport* type_support)
 
 ReplierParams& ReplierParams::reply_type_support(DDSTypeSupport* type_support) {
     _datawriter_type_support = type_support;
+    return *this;
+}
+
+ReplierParams& ReplierParams::max_queued_requests(int count) {
+    _max_queued_requests = count;
     return *this;
 }
 

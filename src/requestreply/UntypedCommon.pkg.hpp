@@ -20,9 +20,6 @@ constexpr std::uint32_t LOG_NOTICE = 0x8;
 constexpr std::uint32_t LOG_SUBMODULE = 0x10;
 constexpr std::uint32_t LOG_MODULE = 0xf0000;
 
-/// Index of the reply reader that keys replies by the number of their request. Made by the requester, named by each of its conditions.
-constexpr const char* CORRELATION_INDEX_NAME = "RequestReplyIndex";
-
 inline bool log_is_on(std::uint32_t level) noexcept {
     return (DDSLog_g_instrumentationMask.load(std::memory_order_relaxed) & level) != 0 &&
            (DDSLog_g_submoduleMask.load(std::memory_order_relaxed) & LOG_SUBMODULE) != 0;

@@ -284,7 +284,7 @@ TEST_F(Frontend, every_form_of_waiting_ends_in_time_and_with_what_is_there) {
         {"requests", true, [&] { return replier.wait_for_requests(brief); }},
         {"requests in chrono", true, [&] { return replier.wait_for_requests(milliseconds(20), 2); }},
         {"receive requests", true, [&] { return !replier.receive_requests(brief).empty(); }},
-        {"receive requests in chrono", true, [&] { return !replier.receive_requests(milliseconds(20), 2, 2).empty(); }},
+        {"receive requests in chrono", true, [&] { return !replier.receive_requests(2, 2, milliseconds(20)).empty(); }},
     };
     for (const Form& form : forms) {
         const auto start = std::chrono::steady_clock::now();
@@ -305,9 +305,9 @@ TEST_F(Frontend, every_form_of_waiting_ends_in_time_and_with_what_is_there) {
     EXPECT_EQ("BadParameterException", thrown_by([&] { requester.receive_replies(3, 2, LONG); }).type);
     requester.send_request({2, ""});
     EXPECT_FALSE(replier.wait_for_requests(milliseconds(20), 2));
-    EXPECT_TRUE(replier.receive_requests(milliseconds(20), 2, 2).empty());
+    EXPECT_TRUE(replier.receive_requests(2, 2, milliseconds(20)).empty());
     requester.send_request({3, ""});
-    EXPECT_EQ(1, replier.receive_requests(LONG, 1, 1).length());
+    EXPECT_EQ(1, replier.receive_requests(1, 1, LONG).length());
     EXPECT_EQ(1, replier.read_requests().length());
     EXPECT_EQ(1, replier.take_requests().length());
 }
@@ -318,19 +318,19 @@ TEST(FrontendTime, is_rounded_up_and_saturates) {
         DDS_Duration_t wanted;
     };
     const Case cases[] = {
-        {details::to_dds_duration(milliseconds(1500)), {1, 500000000}},
-        {details::to_dds_duration(seconds(0)), DDS_DURATION_ZERO},
-        {details::to_dds_duration(milliseconds(-1)), {-1, 999000000}},
-        {details::to_dds_duration(std::chrono::duration<double>(0.25)), {0, 250000000}},
-        {details::to_dds_duration(std::chrono::duration<double>(1e-12)), {0, 1}},
-        {details::to_dds_duration(std::chrono::duration<long long, std::pico>(1)), {0, 1}},
-        {details::to_dds_duration(std::chrono::hours(24)), {86400, 0}},
-        {details::to_dds_duration(seconds(0x7ffffffe)), {0x7ffffffe, 0}},
-        {details::to_dds_duration(seconds(0x7fffffff)), DDS_DURATION_INFINITE},
-        {details::to_dds_duration(std::chrono::hours::max()), DDS_DURATION_INFINITE},
-        {details::to_dds_duration(std::chrono::duration<double>(std::numeric_limits<double>::infinity())), DDS_DURATION_INFINITE},
-        {details::to_dds_duration(std::chrono::hours::min()), {INT32_MIN, 0}},
-        {details::to_dds_duration(std::chrono::duration<double>(std::numeric_limits<double>::quiet_NaN())), {INT32_MIN, 0}},
+        {Timeout(milliseconds(1500)), {1, 500000000}},
+        {Timeout(seconds(0)), DDS_DURATION_ZERO},
+        {Timeout(milliseconds(-1)), {-1, 999000000}},
+        {Timeout(std::chrono::duration<double>(0.25)), {0, 250000000}},
+        {Timeout(std::chrono::duration<double>(1e-12)), {0, 1}},
+        {Timeout(std::chrono::duration<long long, std::pico>(1)), {0, 1}},
+        {Timeout(std::chrono::hours(24)), {86400, 0}},
+        {Timeout(seconds(0x7ffffffe)), {0x7ffffffe, 0}},
+        {Timeout(seconds(0x7fffffff)), DDS_DURATION_INFINITE},
+        {Timeout(std::chrono::hours::max()), DDS_DURATION_INFINITE},
+        {Timeout(std::chrono::duration<double>(std::numeric_limits<double>::infinity())), DDS_DURATION_INFINITE},
+        {Timeout(std::chrono::hours::min()), {INT32_MIN, 0}},
+        {Timeout(std::chrono::duration<double>(std::numeric_limits<double>::quiet_NaN())), {INT32_MIN, 0}},
     };
     for (const Case& each : cases) {
         EXPECT_EQ(each.wanted, each.given) << each.wanted.sec << "." << each.wanted.nanosec << ", but it is " << each.given.sec

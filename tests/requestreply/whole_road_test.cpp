@@ -284,7 +284,7 @@ TEST_P(WholeRoad, an_interruption_reaches_those_who_wait_as_the_exception_of_its
          DDS_RETCODE_ALREADY_DELETED, "AlreadyDeletedException"},
         {"any reply", [&] { requester.wait_for_replies(PATIENCE); }, [&](DDS_ReturnCode_t code) { replies->interrupt(code); },
          DDS_RETCODE_ERROR, "RuntimeException"},
-        {"a request", [&] { replier.receive_requests(PATIENCE, 3, 3); }, [&](DDS_ReturnCode_t code) { requests->interrupt(code); },
+        {"a request", [&] { replier.receive_requests(3, 3, PATIENCE); }, [&](DDS_ReturnCode_t code) { requests->interrupt(code); },
          DDS_RETCODE_ILLEGAL_OPERATION, "IllegalOperationException"},
     };
     for (const auto& each : CASES) {

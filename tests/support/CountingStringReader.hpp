@@ -92,6 +92,8 @@ public:
         return _real->get_incompatible_type_status(status);
     }
     DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override { return _real->get_sample_lost_status(status); }
+    DDS_ReturnCode_t get_counts(DDS_DataReaderCounts& counts) override { return _real->get_counts(counts); }
+    DDS_ReturnCode_t leave_domain() override { return _real->leave_domain(); }
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) override {
         return _real->get_matched_publications(handles);
     }

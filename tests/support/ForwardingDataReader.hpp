@@ -105,6 +105,12 @@ public:
     DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override {
         return _script.code("DDSDataReader::get_sample_lost_status", [&] { return _real.get_sample_lost_status(status); });
     }
+    DDS_ReturnCode_t get_counts(DDS_DataReaderCounts& counts) override {
+        return _script.code("DDSDataReader::get_counts", [&] { return _real.get_counts(counts); });
+    }
+    DDS_ReturnCode_t leave_domain() override {
+        return _script.code("DDSDataReader::leave_domain", [&] { return _real.leave_domain(); });
+    }
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) override {
         return _script.code("DDSDataReader::get_matched_publications", [&] { return _real.get_matched_publications(handles); });
     }

@@ -41,6 +41,9 @@ public:
         return _script.code("DDS_DataWriter::write",
                             [&] { return _real.get_c_datawriter()->write_w_params_untyped_general(reserved, data, params); });
     }
+    DDS_ReturnCode_t leave_domain() override {
+        return _script.code("DDSDataWriter::leave_domain", [&] { return _real.leave_domain(); });
+    }
     DDS_ReturnCode_t set_listener(DDSDataWriterListener* listener, DDS_StatusMask mask) override {
         return _script.code("DDSDataWriter::set_listener", [&] { return _real.set_listener(listener, mask); });
     }

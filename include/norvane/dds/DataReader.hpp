@@ -127,6 +127,12 @@ public:
     /// Closes a key. Its samples that nobody has taken are dropped and counted.
     virtual DDS_ReturnCode_t close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) = 0;
 
+    /// Leaves the domain for good, before the reader is deleted: writers see it go, and nothing is received any more. What was received can
+    /// still be read and taken. May overlap with every other operation but deletion.
+    /// @return DDS_RETCODE_OK, also when it has left already; DDS_RETCODE_PRECONDITION_NOT_MET from inside its listener.
+    /// @par Blocks  While its listener runs.
+    virtual DDS_ReturnCode_t leave_domain() = 0;
+
     /// Replaces the listener; null for none. Returns when the old one is not running any more.
     /// @return DDS_RETCODE_OK; DDS_RETCODE_PRECONDITION_NOT_MET from inside the listener.
     virtual DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) = 0;
@@ -137,6 +143,7 @@ public:
     virtual DDS_ReturnCode_t get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) = 0;
     virtual DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) = 0;
     virtual DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) = 0;
+    virtual DDS_ReturnCode_t get_counts(DDS_DataReaderCounts& counts) = 0;
 
     /// Lists the matched writers.
     virtual DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) = 0;

@@ -73,6 +73,12 @@ public:
     /// @param max_wait  zero looks once; infinite never gives up.
     /// @return DDS_RETCODE_OK; DDS_RETCODE_TIMEOUT. On the embedded engine at once: a write that returned has delivered.
     virtual DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) = 0;
+
+    /// Leaves the domain for good, before the writer is deleted: readers see it go; blocked and later writes, and waits for
+    /// acknowledgments, return DDS_RETCODE_ALREADY_DELETED. May overlap with every other operation but deletion.
+    /// @return DDS_RETCODE_OK, also when it has left already; DDS_RETCODE_PRECONDITION_NOT_MET from inside its listener.
+    /// @par Blocks  While its listener runs.
+    virtual DDS_ReturnCode_t leave_domain() = 0;
 };
 
 #endif

@@ -57,6 +57,14 @@ struct DDS_DataWriterCounts {
     DDS_LongLong unaddressed = 0;  ///< Of these, those for which there was no reader at all.
 };
 
+/// Samples of a reader, from its start on and now.
+struct DDS_DataReaderCounts {
+    DDS_LongLong received = 0;    ///< Taken in, whatever became of them.
+    DDS_LongLong held = 0;        ///< Not taken yet.
+    DDS_LongLong closed_key = 0;  ///< Dropped for an index key that is not open (any more).
+    DDS_LongLong lost = 0;        ///< Dropped for want of room, or replaced.
+};
+
 /// What a writer knows of a matched reader.
 struct DDS_SubscriptionBuiltinTopicData {
     DDS_GUID_t key = DDS_GUID_UNKNOWN;              ///< GUID of the reader.

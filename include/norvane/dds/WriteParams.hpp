@@ -48,6 +48,8 @@ struct DDS_WriteParams_t {
     /// Time to stamp the sample with; `DDS_TIME_INVALID` means the time of the write.
     DDS_Time_t source_timestamp = DDS_TIME_INVALID;
     DDS_Cookie_t cookie;
+    /// Longest time that this write may block, when that is shorter than the writer's own `max_blocking_time`. Infinite: the writer's own.
+    DDS_Duration_t max_blocking_time = DDS_DURATION_INFINITE;
 };
 
 /// Gives every field its default. Not null.
@@ -57,6 +59,7 @@ inline void DDS_WriteParams_t_initialize(DDS_WriteParams_t* self) {
     self->replace_auto = DDS_BOOLEAN_TRUE;
     self->source_timestamp = DDS_TIME_INVALID;
     DDS_Cookie_t_initialize(&self->cookie);
+    self->max_blocking_time = DDS_DURATION_INFINITE;
 }
 /// Deep copy. Neither may be null.
 /// @return DDS_RETCODE_OK, or DDS_RETCODE_OUT_OF_RESOURCES when the cookie could not be copied.

@@ -153,6 +153,10 @@ struct DDS_DataReaderResourceLimitsQosPolicy {
     DDS_Long max_samples_per_read = DDS_LENGTH_UNLIMITED;
 };
 
+/// Property of a data reader, to be propagated: the virtual GUID of the data writer that belongs to it, as 32 hexadecimal digits. Peers see it
+/// as the reader's partner, and so know which writer and which reader are one application's.
+inline constexpr const char* DDS_PARTNER_WRITER_PROPERTY = "norvane.partner_writer_guid";
+
 /// Settings of a participant. The property "norvane.engine" chooses its engine.
 struct DDS_DomainParticipantQos {
     DDS_UserDataQosPolicy user_data;

@@ -12,6 +12,9 @@
 namespace norvane {
 namespace details {
 
+/// Index of the reply reader that keys replies by the number of their request. Made by the requester, named by each keyed condition.
+inline constexpr const char* CORRELATION_INDEX_NAME = "RequestReplyIndex";
+
 /// Makes the content-filtered topic that passes only replies to one request writer.
 class NORVANE_EXPORT CorrelationCFTBuilder {
 public:
@@ -76,7 +79,7 @@ protected:
     void get_reply_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
                           const DDS_SampleIdentity_t& related_request_id, bool take);
 
-private:
+    /// @return a condition on the replies to one request; to be deleted through the reader.
     DDSReadCondition* create_correlation_condition(DDS_SampleStateMask state_kind, const DDS_SequenceNumber_t& sequence_number);
 
     FastObjectPool<DDSWaitSet>* waitset_pool;  // owned

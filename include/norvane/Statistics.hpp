@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// What requesters and repliers count. Always on: a few additions per call.
+#ifndef NORVANE_STATISTICS_HPP
+#define NORVANE_STATISTICS_HPP
+
+#include <cstdint>
+
+namespace norvane {
+
+/// What a requester has done since it was made. The figures are read one after another: while calls run they need not add up.
+struct RequesterStatistics {
+    std::int64_t sent = 0;       ///< Requests written, by `send_request`, `call` and `call_async`.
+    std::int64_t unmatched = 0;  ///< Of these, those that went to nobody: no replier was there.
+    std::int64_t completed = 0;  ///< Calls that ended with a reply.
+    std::int64_t timed_out = 0;  ///< Calls that ended with TimeoutException.
+    std::int64_t pending = 0;    ///< Calls that have not ended.
+    std::int64_t received = 0;   ///< Replies taken in.
+    std::int64_t queued = 0;     ///< Replies that nobody has taken yet.
+    std::int64_t late = 0;       ///< Replies dropped: their call had ended, or their request was forgotten.
+    std::int64_t lost = 0;       ///< Replies dropped for want of room (never with the default QoS).
+};
+
+/// What a replier has done since it was made. The figures are read one after another: while requests come they need not add up.
+struct ReplierStatistics {
+    std::int64_t received = 0;   ///< Requests taken in.
+    std::int64_t queued = 0;     ///< Requests that nobody has taken yet.
+    std::int64_t answered = 0;   ///< Replies written.
+    std::int64_t unmatched = 0;  ///< Of these, those that went to nobody: their requester was gone.
+    std::int64_t lost = 0;       ///< Requests dropped for want of room (never with the default QoS).
+};
+
+/// What a service has done with its requests.
+struct ServiceStatistics {
+    std::int64_t handled = 0;    ///< Requests whose handler returned, and whose reply was written.
+    std::int64_t failed = 0;     ///< Requests whose handler threw.
+    std::int64_t unsent = 0;     ///< Replies that could not be written: the log says why.
+    std::int64_t discarded = 0;  ///< Requests that were queued when the service was stopped.
+};
+
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which repliers a requester can call: those whose request reader its writer has matched, and whose reply writer its reader has matched.
+//
+// A replier of ours says which writer belongs to its reader, and counts as ready when both are matched. Readers and writers that say nothing
+// are a plain peer's: they are paired by number, participant by participant.
+// Thread rule: any thread. Lock order: its own mutex, then the middleware's. Listens to both endpoints for as long as it lives.
+#ifndef NORVANE_DETAILS_MATCHEDREPLIERS_HPP
+#define NORVANE_DETAILS_MATCHEDREPLIERS_HPP
+
+#include <memory>
+#include <string>
+
+#include "norvane/Timeout.hpp"
+#include "norvane/dds/DataReader.hpp"
+#include "norvane/dds/DataWriter.hpp"
+#include "norvane/export.hpp"
+
+namespace norvane {
+namespace details {
+
+class NORVANE_EXPORT MatchedRepliers {
+public:
+    /// @param writer, reader  of the requester; outlive this object.
+    MatchedRepliers(DDSDataWriter& writer, DDSDataReader& reader);
+    ~MatchedRepliers();
+    MatchedRepliers(const MatchedRepliers&) = delete;
+    MatchedRepliers& operator=(const MatchedRepliers&) = delete;
+
+    /// @return how many repliers are ready.
+    int count() const noexcept;
+    /// Waits until so many are ready.
+    /// @return false when the time ran out, or nobody is waited for any more: see `close`.
+    bool wait(const Deadline& deadline, int wanted);
+    /// Ends every wait, now and later.
+    void close() noexcept;
+    /// @return in words, why no reply has come or can come: nobody there, another QoS, another type, or silence.
+    std::string explanation() const;
+
+private:
+    class State;
+    std::unique_ptr<State> _state;
+};
+
+}  // namespace details
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "norvane/details/MatchedRepliers.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "norvane/Exception.hpp"
+#include "norvane/dds/DomainParticipant.hpp"
+#include "norvane/dds/Publisher.hpp"
+#include "norvane/dds/Subscriber.hpp"
+
+namespace norvane {
+namespace details {
+
+namespace {
+
+constexpr const char* CLASS_NAME = "MatchedRepliers";
+
+struct GuidOrder {
+    bool operator()(const DDS_GUID_t& left, const DDS_GUID_t& right) const noexcept {
+        return std::memcmp(left.value, right.value, sizeof left.value) < 0;
+    }
+};
+
+std::string kind_of_policy(DDS_QosPolicyId_t policy, DDS_Long kind) {
+    if (policy == DDS_RELIABILITY_QOS_POLICY_ID) {
+        return kind == DDS_RELIABLE_RELIABILITY_QOS ? "RELIABLE" : "BEST_EFFORT";
+    }
+    if (policy == DDS_DURABILITY_QOS_POLICY_ID) {
+        constexpr const char* KINDS[] = {"VOLATILE", "TRANSIENT_LOCAL", "TRANSIENT", "PERSISTENT"};
+        return kind >= 0 && kind < 4 ? KINDS[kind] : std::to_string(kind);
+    }
+    return std::to_string(kind);
+}
+
+std::string name_of_policy(DDS_QosPolicyId_t policy) {
+    switch (policy) {
+        case DDS_RELIABILITY_QOS_POLICY_ID:
+            return "RELIABILITY";
+        case DDS_DURABILITY_QOS_POLICY_ID:
+            return "DURABILITY";
+        case DDS_INVALID_QOS_POLICY_ID:
+            break;
+    }
+    return "policy " + std::to_string(policy);
+}
+
+std::string mismatch(const DDS_IncompatibleQosStatus& status) {
+    return name_of_policy(status.last_policy_id) + ", offered " + kind_of_policy(status.last_policy_id, status.last_offered) +
+           ", requested " + kind_of_policy(status.last_policy_id, status.last_requested);
+}
+
+}  // namespace
+
+class MatchedRepliers::State : public DDSDataWriterListener, public DDSDataReaderListener {
+public:
+    State(DDSDataWriter& writer, DDSDataReader& reader) : _writer(writer), _reader(reader) {}
+    ~State() override {
+        _writer.set_listener(nullptr, DDS_STATUS_MASK_NONE);
+        _reader.set_listener(nullptr, DDS_STATUS_MASK_NONE);
+    }
+
+    // Listens before it counts: what comes in between is counted twice rather than not at all.
+    void begin() {
+        check_retcode(_writer.set_listener(this, DDS_PUBLICATION_MATCHED_STATUS), CLASS_NAME, VOST_LOG_ANY_FAILURE_s,
+                      "listen to the request writer", true);
+        check_retcode(_reader.set_listener(this, DDS_SUBSCRIPTION_MATCHED_STATUS), CLASS_NAME, VOST_LOG_ANY_FAILURE_s,
+                      "listen to the reply reader", true);
+        recount();
+    }
+
+    void on_publication_matched(DDSDataWriter*, const DDS_PublicationMatchedStatus&) override { recount(); }
+    void on_subscription_matched(DDSDataReader*, const DDS_SubscriptionMatchedStatus&) override { recount(); }
+
+    int count() const noexcept { return _count.load(std::memory_order_acquire); }
+
+    bool wait(const Deadline& deadline, int wanted) {
+        std::unique_lock<std::mutex> lock(_mutex);
+        const auto is_over = [&] { return _closed || count() >= wanted; };
+        if (deadline.is_infinite()) {
+            _changed.wait(lock, is_over);
+        } else {
+            _changed.wait_until(lock, deadline.time(), is_over);
+        }
+        return !_closed && count() >= wanted;
+    }
+
+    void close() noexcept {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _closed = true;
+        _changed.notify_all();
+    }
+
+    std::string explanation();
+
+private:
+    void recount();
+    std::string obstacle();
+
+    DDSDataWriter& _writer;
+    DDSDataReader& _reader;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    std::atomic<int> _count{0};
+    bool _closed = false;
+};
+
+void MatchedRepliers::State::recount() {
+    // Both listeners may come here at once; the later look at the lists must also be the later one to be kept.
+    std::lock_guard<std::mutex> lock(_mutex);
+    struct Plain {
+        int readers = 0;
+        int writers = 0;
+    };
+    std::set<DDS_GUID_t, GuidOrder> partners;
+    std::map<DDS_GUID_t, Plain, GuidOrder> plain;
+    DDS_InstanceHandleSeq handles;
+    check_retcode(_writer.get_matched_subscriptions(handles), CLASS_NAME, VOST_LOG_GET_FAILURE_s, "matched request readers", true);
+    for (DDS_Long index = 0; index < handles.length(); ++index) {
+        DDS_SubscriptionBuiltinTopicData reader;
+        if (_writer.get_matched_subscription_data(reader, handles[index]) != DDS_RETCODE_OK) {
+            continue;  // gone in between: its event follows
+        }
+        if (reader.partner_key == DDS_GUID_UNKNOWN) {
+            ++plain[reader.participant_key].readers;
+        } else {
+            partners.insert(reader.partner_key);
+        }
+    }
+    int count = 0;
+    check_retcode(_reader.get_matched_publications(handles), CLASS_NAME, VOST_LOG_GET_FAILURE_s, "matched reply writers", true);
+    for (DDS_Long index = 0; index < handles.length(); ++index) {
+        DDS_PublicationBuiltinTopicData writer;
+        if (_reader.get_matched_publication_data(writer, handles[index]) != DDS_RETCODE_OK) {
+            continue;
+        }
+        if (partners.count(writer.key) != 0) {
+            ++count;
+        } else {
+            ++plain[writer.participant_key].writers;
+        }
+    }
+    for (const auto& participant : plain) {
+        count += std::min(participant.second.readers, participant.second.writers);
+    }
+    _count.store(count, std::memory_order_release);
+    _changed.notify_all();
+}
+
+// What stands between the requester and a replier that is there; empty when nothing does.
+std::string MatchedRepliers::State::obstacle() {
+    DDS_OfferedIncompatibleQosStatus offered;
+    DDS_RequestedIncompatibleQosStatus requested;
+    DDS_IncompatibleTypeStatus request_type;
+    DDS_IncompatibleTypeStatus reply_type;
+    _writer.get_offered_incompatible_qos_status(offered);
+    _reader.get_requested_incompatible_qos_status(requested);
+    _writer.get_incompatible_type_status(request_type);
+    _reader.get_incompatible_type_status(reply_type);
+    if (request_type.total_count > 0) {
+        return std::string("a replier is there, but reads requests of another type, \"") + request_type.last_type_name + "\"";
+    }
+    if (reply_type.total_count > 0) {
+        return std::string("a replier is there, but writes replies of another type, \"") + reply_type.last_type_name + "\"";
+    }
+    if (offered.total_count > 0) {
+        return "a replier is there, but its request reader can never match: " + mismatch(offered);
+    }
+    if (requested.total_count > 0) {
+        return "a replier is there, but its reply writer can never match: " + mismatch(requested);
+    }
+    return "";
+}
+
+std::string MatchedRepliers::State::explanation() {
+    const int ready = count();
+    if (ready > 0) {
+        return std::to_string(ready) + (ready == 1 ? " replier is" : " repliers are") +
+               " ready, and has not answered: it is slow, it is silent, or it has not read the request";
+    }
+    const std::string in_the_way = obstacle();
+    if (!in_the_way.empty()) {
+        return in_the_way;
+    }
+    DDS_PublicationMatchedStatus requests;
+    DDS_SubscriptionMatchedStatus replies;
+    _writer.get_publication_matched_status(requests);
+    _reader.get_subscription_matched_status(replies);
+    if (requests.current_count > 0 || replies.current_count > 0) {
+        return requests.current_count > 0 ? "a replier reads the requests, but the way of its replies is not there (yet)"
+                                          : "a replier is there, but the way of the requests to it is not there (yet)";
+    }
+    std::string text = requests.total_count > 0 ? "no replier is there any more: the last one has left" : "no replier is there";
+    DDSPublisher* publisher = _writer.get_publisher();
+    DDSDomainParticipant* participant = publisher != nullptr ? publisher->get_participant() : nullptr;
+    if (participant != nullptr && std::strcmp(participant->get_engine_name(), "embedded") == 0) {
+        text +=
+            "; the engine \"embedded\" reaches this process only: for others, set the environment variable NORVANE_ENGINE, or the "
+            "participant's property \"norvane.engine\", to \"fastdds\"";
+    }
+    return text;
+}
+
+MatchedRepliers::MatchedRepliers(DDSDataWriter& writer, DDSDataReader& reader) : _state(new State(writer, reader)) {
+    _state->begin();
+}
+
+MatchedRepliers::~MatchedRepliers() = default;
+
+int MatchedRepliers::count() const noexcept { return _state->count(); }
+
+bool MatchedRepliers::wait(const Deadline& deadline, int wanted) { return _state->wait(deadline, wanted); }
+
+void MatchedRepliers::close() noexcept { _state->close(); }
+
+std::string MatchedRepliers::explanation() const { return _state->explanation(); }
+
+}  // namespace details
+}  // namespace norvane

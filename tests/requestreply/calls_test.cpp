@@ -1,0 +1,322 @@
+// SPDX-License-Identifier: Apache-2.0
+// Whole calls: readiness, time-outs that say why, replies that come too late, closing, limits and counters.
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/LogCapture.hpp"
+#include "support/ServiceFixture.hpp"
+#include "support/ThreadState.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds SHORT(20);
+
+/// A replier with a thread of its own, which answers with the request and a mark.
+class Echo {
+public:
+    explicit Echo(const ReplierParams& params, const std::string& mark = "!")
+        : _replier(params), _thread([this, mark] {
+              const Thrown thrown = thrown_by([&] {
+                  for (;;) {
+                      const auto request = _replier.receive_request(PATIENCE);
+                      _replier.send_reply(request->data() + mark, request->identity());
+                  }
+              });
+              EXPECT_EQ("AlreadyDeletedException", thrown.type) << thrown.message;
+          }) {}
+    ~Echo() {
+        _replier.close();
+        _thread.join();
+    }
+    TextReplier& replier() { return _replier; }
+
+private:
+    TextReplier _replier;
+    std::thread _thread;
+};
+
+class Calls : public ServiceFixture {
+protected:
+    /// Starts something that blocks. @return once its thread sleeps, or is through.
+    template <class Action>
+    static std::future<Thrown> started(Action action) {
+        auto thread = std::make_shared<std::atomic<long>>(0);
+        std::future<Thrown> outcome = std::async(std::launch::async, [action, thread] {
+            *thread = this_thread_number();
+            return thrown_by(action);
+        });
+        EXPECT_TRUE(eventually([&] {
+            return (*thread != 0 && is_asleep(*thread)) || outcome.wait_for(milliseconds(0)) == std::future_status::ready;
+        }));
+        return outcome;
+    }
+    static void expect_thrown(const std::string& type, const std::string& words, const Thrown& thrown) {
+        EXPECT_EQ(type, thrown.type);
+        EXPECT_NE(std::string::npos, thrown.message.find(words)) << thrown.message;
+    }
+};
+
+TEST_P(Calls, get_their_own_reply_from_many_threads_at_once) {
+    const Echo echo(replier_params());
+    TextRequester requester(requester_params());
+    std::atomic<bool> done{false};
+    // Looks at everything and so marks everything read: it must take no caller's wake-up.
+    std::thread onlooker([&] {
+        while (!done) {
+            requester.wait_for_replies(milliseconds(1), 1000000);
+        }
+    });
+    std::vector<std::thread> callers;
+    for (int caller = 0; caller < 64; ++caller) {
+        callers.emplace_back([&requester, caller] {
+            for (int number = 0; number < 20; ++number) {
+                const std::string text = std::to_string(caller) + "/" + std::to_string(number);
+                EXPECT_EQ(text + "!", requester.call(text, PATIENCE));
+            }
+        });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    done = true;
+    onlooker.join();
+    const RequesterStatistics statistics = requester.stats();
+    EXPECT_EQ(64 * 20, statistics.sent);
+    EXPECT_EQ(64 * 20, statistics.completed);
+    EXPECT_EQ(0, statistics.pending + statistics.queued + statistics.timed_out + statistics.unmatched);
+}
+
+TEST_P(Calls, wait_for_a_replier_inside_their_time_or_fail_at_once) {
+    TextRequester requester(requester_params());
+    EXPECT_FALSE(requester.is_service_ready());
+    EXPECT_FALSE(requester.wait_for_service(SHORT));
+    expect_thrown("TimeoutException", "no replier is there", thrown_by([&] { requester.call("x", SHORT); }));
+    expect_thrown("TimeoutException", "no replier is there",
+                  thrown_by([&] { requester.call("x", PATIENCE, WhenNobodyIsThere::FAIL); }));
+    expect_thrown("BadParameterException", "count", thrown_by([&] { requester.wait_for_service(SHORT, 0); }));
+    EXPECT_EQ(0, requester.stats().sent) << "to nobody";
+
+    std::future<Thrown> waiting = started([&] { EXPECT_EQ("x!", requester.call("x", PATIENCE)); });
+    std::future<Thrown> for_two = started([&] { EXPECT_TRUE(requester.wait_for_service(PATIENCE, 2)); });
+    {
+        const Echo echo(replier_params());
+        EXPECT_EQ("", waiting.get().type);
+        EXPECT_TRUE(requester.wait_for_service());
+        EXPECT_FALSE(requester.wait_for_service(SHORT, 2));
+        const TextReplier another(replier_params(join()));
+        EXPECT_EQ("", for_two.get().type);
+        EXPECT_EQ(2, requester.matched_repliers());
+    }
+    EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }));
+    expect_thrown("TimeoutException", "has left", thrown_by([&] { requester.call("x", SHORT); }));
+}
+
+// Peers that announce nothing of who belongs to whom: a reader and a writer in one participant are one replier.
+TEST_P(Calls, count_plain_peers_as_repliers_when_both_their_ends_are_there) {
+    TextRequester requester(requester_params());
+    DDSDomainParticipant& peer = *join();
+    const char* const type = DDSStringTypeSupport::get_instance().get_type_name();
+    ASSERT_EQ(DDS_RETCODE_OK, DDSStringTypeSupport::get_instance().register_type(&peer));
+    DDSTopic* requests = peer.create_topic("SRequest", type, DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
+    DDSTopic* replies = peer.create_topic("SReply", type, DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
+    DDS_DataReaderQos reader_qos;
+    reader_qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
+    DDSDataReader* reader = peer.create_datareader(requests, reader_qos, nullptr, 0);
+    ASSERT_TRUE(eventually([&] {
+        DDS_PublicationMatchedStatus status;
+        requester.get_request_datawriter()->get_publication_matched_status(status);
+        return status.current_count == 1;
+    }));
+    EXPECT_EQ(0, requester.matched_repliers());
+    expect_thrown("TimeoutException", "the way of its replies is not there", thrown_by([&] { requester.call("x", SHORT); }));
+    DDSDataWriter* writer = peer.create_datawriter(replies, DDS_DATAWRITER_QOS_DEFAULT, nullptr, 0);
+    EXPECT_TRUE(requester.wait_for_service(PATIENCE));
+    EXPECT_EQ(DDS_RETCODE_OK, peer.delete_datareader(reader));
+    EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }));
+    expect_thrown("TimeoutException", "the way of the requests to it is not there", thrown_by([&] { requester.call("x", SHORT); }));
+    EXPECT_EQ(DDS_RETCODE_OK, peer.delete_datawriter(writer));
+}
+
+struct Number {
+    int value;
+};
+
+TEST_P(Calls, that_time_out_say_why) {
+    const LogCapture quiet(0, 0);
+    TextRequester requester(requester_params());
+    {
+        const TextReplier silent(replier_params());
+        ASSERT_TRUE(requester.wait_for_service(PATIENCE));
+        expect_thrown("TimeoutException", "1 replier is ready, and has not answered", thrown_by([&] { requester.call("x", SHORT); }));
+    }
+    {
+        DDS_DataReaderQos reader_qos;
+        reader_qos.reliability.kind = DDS_BEST_EFFORT_RELIABILITY_QOS;
+        DDS_DataWriterQos writer_qos;
+        writer_qos.reliability.kind = DDS_BEST_EFFORT_RELIABILITY_QOS;
+        TextRequester stranger(requester_params(nullptr, "Q"));
+        const TextReplier replier(replier_params(nullptr, "Q").datawriter_qos(writer_qos).datareader_qos(reader_qos));
+        EXPECT_TRUE(eventually([&] {
+            return thrown_by([&] { stranger.call("x", SHORT); }).message.find("RELIABILITY, offered BEST_EFFORT, requested RELIABLE") !=
+                   std::string::npos;
+        }));
+    }
+    const Replier<Number, Number> another_type(replier_params(join(), "T"));
+    TextRequester mistaken(requester_params(nullptr, "T"));
+    EXPECT_TRUE(eventually([&] {
+        return thrown_by([&] { mistaken.call("x", SHORT); }).message.find("of another type") != std::string::npos;
+    }));
+}
+
+TEST_P(Calls, leave_nothing_behind_when_their_reply_comes_too_late) {
+    TextReplier replier(replier_params());
+    TextRequester requester(requester_params());
+    ASSERT_TRUE(requester.wait_for_service(PATIENCE));
+    constexpr int CALLS = 300;
+    for (int number = 0; number < CALLS; ++number) {
+        EXPECT_EQ("TimeoutException", thrown_by([&] { requester.call("x", milliseconds(0)); }).type);
+        if (number % 100 == 99) {
+            EXPECT_TRUE(eventually([&] { return replier.stats().queued == 100; }));
+            EXPECT_EQ(100, answer_all(replier, "!"));
+        }
+    }
+    EXPECT_TRUE(eventually([&] { return requester.stats().late == CALLS; }));
+    const RequesterStatistics statistics = requester.stats();
+    EXPECT_EQ(CALLS, statistics.timed_out);
+    EXPECT_EQ(0, statistics.pending + statistics.queued + statistics.received);
+    EXPECT_EQ(CALLS, replier.stats().answered);
+
+    const DDS_SampleIdentity_t wanted = requester.send_request("wanted");
+    const DDS_SampleIdentity_t forgotten = requester.send_request("forgotten");
+    EXPECT_TRUE(eventually([&] { return replier.stats().queued == 2; }));
+    answer_all(replier, "?");
+    EXPECT_TRUE(requester.wait_for_replies(PATIENCE, 2));
+    requester.forget(forgotten);
+    EXPECT_FALSE(requester.take_reply(forgotten));
+    EXPECT_EQ("wanted?", requester.take_reply(wanted)->data());
+    EXPECT_EQ(0, requester.stats().queued);
+}
+
+TEST_P(Calls, take_the_first_reply_and_drop_the_others) {
+    TextReplier replier(replier_params());
+    TextRequester requester(requester_params());
+    std::future<std::string> reply = std::async(std::launch::async, [&] { return requester.call("x", PATIENCE); });
+    const auto request = replier.receive_request(PATIENCE);
+    ASSERT_TRUE(request);
+    for (const char* text : {"one", "two", "three"}) {
+        replier.send_reply(text, request->identity());
+    }
+    EXPECT_EQ("one", reply.get());
+    EXPECT_TRUE(eventually([&] { return requester.stats().queued == 0; }));
+}
+
+TEST_P(Calls, end_with_a_clear_error_when_either_side_is_closed) {
+    TextReplier replier(replier_params().max_queued_requests(1));
+    auto requester = std::make_unique<TextRequester>(requester_params());
+    ASSERT_TRUE(requester->wait_for_service(PATIENCE));
+    const DDS_SampleIdentity_t id = requester->send_request("fills the queue");
+    EXPECT_TRUE(eventually([&] { return replier.stats().queued == 1; }));
+    TextRequester other(requester_params(nullptr, "nobody"));
+    const std::function<void()> waits[] = {
+        [&] { requester->call("finds no room", PATIENCE); },
+        [&] { requester->send_request("finds no room either"); },
+        [&] { requester->wait_for_replies(PATIENCE); },
+        [&] { requester->wait_for_replies(PATIENCE, id); },
+        [&] { requester->wait_for_service(PATIENCE, 2); },
+    };
+    std::vector<std::future<Thrown>> blocked;
+    for (const auto& wait : waits) {
+        blocked.push_back(started(wait));
+    }
+    blocked.push_back(started([&] { other.call("x", PATIENCE); }));
+    const auto start = std::chrono::steady_clock::now();
+    requester->close();
+    other.close();
+    for (std::future<Thrown>& each : blocked) {
+        expect_thrown("AlreadyDeletedException", "the requester was closed", each.get());
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << "woken by their own time-outs";
+    requester->close();
+    for (const auto& wait : waits) {
+        expect_thrown("AlreadyDeletedException", "the requester was closed", thrown_by(wait));
+    }
+    EXPECT_EQ(0, requester->take_replies().length());
+    EXPECT_EQ("fills the queue", replier.take_request()->data());
+    requester.reset();
+
+    std::future<Thrown> idle = started([&] { replier.receive_request(PATIENCE); });
+    replier.close();
+    expect_thrown("AlreadyDeletedException", "the replier was closed", idle.get());
+    replier.close();
+    expect_thrown("AlreadyDeletedException", "the replier was closed", thrown_by([&] { replier.send_reply("x", id); }));
+    expect_thrown("AlreadyDeletedException", "the replier was closed", thrown_by([&] { replier.receive_request(SHORT); }));
+}
+
+TEST_P(Calls, find_a_limit_on_queued_requests_and_nothing_is_lost_at_it) {
+    const LogCapture quiet(0, 0);
+    TextReplier replier(replier_params().max_queued_requests(2));
+    TextRequester requester(requester_params());
+    ASSERT_TRUE(requester.wait_for_service(PATIENCE));
+    std::vector<std::future<std::string>> calls;
+    for (int number = 0; number < 8; ++number) {
+        calls.push_back(std::async(std::launch::async, [&] { return requester.call("x", PATIENCE); }));
+    }
+    EXPECT_TRUE(eventually([&] { return replier.stats().queued >= 2; }));
+    const Thrown refused = thrown_by([&] { requester.call("x", SHORT); });
+    expect_thrown("TimeoutException", "had no room", refused);
+    int answered = 0;
+    EXPECT_TRUE(eventually([&] { return (answered += answer_all(replier, "!")) >= 8; }));
+    for (auto& call : calls) {
+        EXPECT_EQ("x!", call.get());
+    }
+    EXPECT_EQ(8, replier.stats().answered);
+    EXPECT_EQ(0, replier.stats().lost);
+    expect_thrown("BadParameterException", "max_queued_requests",
+                  thrown_by([&] { TextReplier(replier_params(nullptr, "Z").max_queued_requests(0)); }));
+}
+
+TEST_P(Calls, a_replier_that_takes_no_more_requests_in_serves_those_that_it_has) {
+    TextReplier replier(replier_params());
+    TextRequester requester(requester_params());
+    ASSERT_TRUE(requester.wait_for_service(PATIENCE));
+    const DDS_SampleIdentity_t ids[] = {requester.send_request("a"), requester.send_request("b")};
+    EXPECT_TRUE(eventually([&] { return replier.stats().queued == 2; }));
+    replier.stop_receiving();
+    EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }));
+    for (const DDS_SampleIdentity_t& id : ids) {
+        const auto request = replier.receive_request(PATIENCE);
+        ASSERT_TRUE(request);
+        EXPECT_EQ(id, request->identity());
+        replier.send_reply("!", id);
+    }
+    expect_thrown("AlreadyDeletedException", "none is queued", thrown_by([&] { replier.receive_request(PATIENCE); }));
+    EXPECT_TRUE(replier.wait_for_acknowledgments(PATIENCE));
+    EXPECT_TRUE(requester.wait_for_replies(PATIENCE, 2));
+}
+
+TEST_P(Calls, requests_to_nobody_are_counted_and_logged_once) {
+    LogCapture log;
+    TextRequester requester(requester_params());
+    for (int time = 0; time < 3; ++time) {
+        requester.send_request("x");
+    }
+    EXPECT_EQ(3, requester.stats().unmatched);
+    EXPECT_EQ(1, log.count("the request may be lost"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Engine, Calls, ::testing::ValuesIn(engine_names()), engine_of_test);
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane
