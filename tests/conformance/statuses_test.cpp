@@ -158,6 +158,28 @@ TEST_P(Statuses, peers_are_counted_and_described_for_as_long_as_they_match) {
     DDS_SubscriptionBuiltinTopicData of_own;
     ASSERT_EQ(OK, sender.get_matched_subscription_data(of_own, own.get_instance_handle()));
     EXPECT_EQ(DDS_GUID_UNKNOWN, of_own.partner_key);
+
+    // A reader may also say itself which writer belongs to it.
+    const struct {
+        const char* digits;
+        DDS_GUID_t partner;
+    } ANNOUNCED[] = {{"000102030405060708090a0b0c0d0eff", {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 255}}},
+                     {"000102030405060708090a0b0c0d0e", DDS_GUID_UNKNOWN},
+                     {"000102030405060708090a0b0c0d0egg", DDS_GUID_UNKNOWN},
+                     {"", DDS_GUID_UNKNOWN}};
+    for (const auto& each : ANNOUNCED) {
+        DDS_DataReaderQos qos = reader_qos();
+        DDSPropertyQosPolicyHelper::add_property(qos.property, DDS_PARTNER_WRITER_PROPERTY, each.digits, DDS_BOOLEAN_TRUE);
+        DDSDataReader& announcing = reader(qos);
+        meet(sender, announcing);
+        const DDS_InstanceHandle_t handle = announcing.get_instance_handle();
+        DDS_SubscriptionBuiltinTopicData told;
+        ASSERT_EQ(OK, sender.get_matched_subscription_data(told, handle));
+        EXPECT_EQ(each.partner, told.partner_key) << each.digits;
+        EXPECT_EQ(OK, _participant.delete_datareader(&announcing));
+        EXPECT_TRUE(eventually([&] { return sender.get_matched_subscription_data(told, handle) == BAD_PARAMETER; }));
+    }
+    EXPECT_EQ("6+4 2+0", matched(sender));
     EXPECT_NE(of_receiver.participant_key, of_own.participant_key);
 
     DDS_PublicationBuiltinTopicData of_sender;
@@ -176,7 +198,7 @@ TEST_P(Statuses, peers_are_counted_and_described_for_as_long_as_they_match) {
     const DDS_InstanceHandle_t gone = receiver.get_instance_handle();
     EXPECT_EQ(OK, elsewhere.delete_datareader(&receiver));
     EXPECT_TRUE(eventually([&] { return sender.get_matched_subscription_data(of_receiver, gone) == BAD_PARAMETER; }));
-    EXPECT_EQ("2+0 1+-1", matched(sender));
+    EXPECT_EQ("6+0 1+-1", matched(sender));
     EXPECT_EQ(OK, _participant.delete_datawriter(&sender));
     DDS_InstanceHandleSeq none;
     EXPECT_TRUE(eventually([&] { return own.get_matched_publications(none) == OK && none.length() == 0; }));

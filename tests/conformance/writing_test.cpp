@@ -320,6 +320,10 @@ TEST_P(Writing, a_blocked_write_goes_on_when_room_comes_or_either_end_goes) {
          [this](DDSDataWriter&, DDSDataReader& receiver, Loan&) { EXPECT_EQ(OK, _participant.delete_datareader(&receiver)); }},
         {"the writer goes", false, true, DDS_RETCODE_ALREADY_DELETED,
          [this](DDSDataWriter& sender, DDSDataReader&, Loan&) { EXPECT_EQ(OK, _participant.delete_datawriter(&sender)); }},
+        {"the reader leaves", false, true, OK,
+         [](DDSDataWriter&, DDSDataReader& receiver, Loan&) { EXPECT_EQ(OK, receiver.leave_domain()); }},
+        {"the writer leaves", false, true, DDS_RETCODE_ALREADY_DELETED,
+         [](DDSDataWriter& sender, DDSDataReader&, Loan&) { EXPECT_EQ(OK, sender.leave_domain()); }},
     };
     for (const auto& each : CASES) {
         SCOPED_TRACE(each.what);
@@ -368,6 +372,74 @@ TEST_P(Writing, a_blocked_write_goes_on_when_room_comes_or_either_end_goes) {
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15)) << "woken by its own deadline";
         EXPECT_EQ(each.outcome == OK ? SAMPLES : before, written);
     }
+}
+
+TEST_P(Writing, one_that_has_left_is_gone_for_its_peers_and_keeps_what_it_received) {
+    const LogCapture quiet(0, 0);
+    DDSDataWriter& sender = writer();
+    DDSDataReader& receiver = reader();
+    DDSReadCondition& all = condition(receiver);
+    meet(sender, receiver);
+    deliver(sender, "1");
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(OK, receiver.leave_domain());
+    }
+    DDS_InstanceHandleSeq peers;
+    EXPECT_TRUE(eventually([&] { return sender.get_matched_subscriptions(peers) == OK && peers.length() == 0; }));
+    EXPECT_EQ(OK, write(sender, "2"));
+    DDS_DataReaderCounts counts;
+    EXPECT_EQ(OK, receiver.get_counts(counts));
+    EXPECT_EQ(1, counts.received);
+    EXPECT_EQ(1, counts.held);
+    EXPECT_EQ("1", Loan(receiver, all).texts());
+    EXPECT_EQ(OK, receiver.get_counts(counts));
+    EXPECT_EQ(0, counts.held);
+
+    DDSDataReader& another = reader();
+    meet(sender, another);
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(OK, sender.leave_domain());
+        EXPECT_EQ(DDS_RETCODE_ALREADY_DELETED, write(sender, "3"));
+        EXPECT_EQ(DDS_RETCODE_ALREADY_DELETED, sender.wait_for_acknowledgments(LONG_TIME));
+    }
+    EXPECT_TRUE(eventually([&] { return another.get_matched_publications(peers) == OK && peers.length() == 0; }));
+
+    // From inside its own listener nobody leaves: it would wait for itself.
+    struct Leaver : DDSDataReaderListener {
+        void on_data_available(DDSDataReader* reader) override { code = reader->leave_domain(); }
+        DDS_ReturnCode_t code = OK;
+    } leaver;
+    EXPECT_EQ(OK, another.set_listener(&leaver, DDS_DATA_AVAILABLE_STATUS));
+    DDSDataWriter& last = writer();
+    meet(last, another);
+    deliver(last, "4");
+    EXPECT_EQ(OK, another.set_listener(nullptr, 0));
+    EXPECT_EQ(DDS_RETCODE_PRECONDITION_NOT_MET, leaver.code);
+}
+
+TEST_P(Writing, one_write_may_be_given_less_time_than_the_writer_has) {
+    DDSDataWriter& sender = writer();
+    DDSDataReader& receiver = reader(reader_qos(1));
+    meet(sender, receiver);
+    DDS_WriteParams_t params;
+    params.max_blocking_time = NO_TIME;
+    const auto start = std::chrono::steady_clock::now();
+    int written = 0;
+    while (written < 10000 && write(sender, "x", params) == OK) {
+        params.identity = DDS_AUTO_SAMPLE_IDENTITY;
+        ++written;
+    }
+    EXPECT_LT(written, 10000);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << "waited as long as the QoS says";
+    params.max_blocking_time = DDS_DURATION_INFINITE;
+    DDSDataWriter& hasty = writer(writer_qos(NO_TIME));
+    meet(hasty, receiver);
+    DDS_ReturnCode_t code = OK;
+    for (int time = 0; time < 10000 && code == OK; ++time) {
+        code = write(hasty, "x", params);
+        params.identity = DDS_AUTO_SAMPLE_IDENTITY;
+    }
+    EXPECT_EQ(TIMEOUT, code) << "the shorter of the two holds";
 }
 
 TEST_P(Writing, best_effort_drops_what_finds_no_room_and_counts_it) {
