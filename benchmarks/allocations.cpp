@@ -77,7 +77,7 @@ double allocations_per_call(Operation&& calls) {
     return static_cast<double>(allocation_count.load()) / CALLS;
 }
 
-/// Values: allocations per call of a blocking round trip, of 64 calls in flight, and of one thread that plays both ends.
+/// Values: allocations per call of a blocking round trip, of 64 calls in flight, of one thread that plays both ends, and of `call`.
 class Allocations : public Probe {
 public:
     Allocations() {
@@ -94,18 +94,25 @@ public:
         // grow once more after a long time. The steady state is what comes after that.
         for (int round = 0; round < 10; ++round) {
             in_flight(16 * IN_FLIGHT);
+            calls();
         }
     }
 
     Values measure() override {
         return {allocations_per_call([this] { round_trips(); }), allocations_per_call([this] { in_flight(IN_FLIGHT); }),
-                allocations_per_call([this] { one_thread(); })};
+                allocations_per_call([this] { one_thread(); }), allocations_per_call([this] { calls(); })};
     }
 
 private:
     void round_trips() {
         for (std::uint64_t number = 0; number < CALLS; ++number) {
             call(_echo.requester(), make_payload(number));
+        }
+    }
+
+    void calls() {
+        for (std::uint64_t number = 0; number < CALLS; ++number) {
+            check_echo(_echo.requester().call(make_payload(number)), number);
         }
     }
 
@@ -140,7 +147,8 @@ private:
 const Question question("8_allocations", {{Processors::TWO, Spin::DEFAULT, [] { return std::make_unique<Allocations>(); }}},
                         {{"heap allocations per call: round trip", Unit::COUNT, {0, 0}, NO_SOURCE, 0},
                          {"heap allocations per call: 64 in flight", Unit::COUNT, {0, 1}, NO_SOURCE, 0},
-                         {"heap allocations per call: send, take, reply, take on one thread", Unit::COUNT, {0, 2}, NO_SOURCE, 0}});
+                         {"heap allocations per call: send, take, reply, take on one thread", Unit::COUNT, {0, 2}, NO_SOURCE, 0},
+                         {"heap allocations per call: call", Unit::COUNT, {0, 3}, NO_SOURCE, 0}});
 
 }  // namespace
 }  // namespace bench

@@ -2,7 +2,9 @@
 // The road of a call: a replier is ready; the request is written; its key is open; its condition holds; its reply is taken; its key is closed.
 #include "norvane/details/CallingRequester.hpp"
 
+#include "frontend/require_ok.hpp"
 #include "frontend/log_line.hpp"
+#include "norvane/details/DispatcherLink.hpp"
 #include "norvane/details/topic_names.hpp"
 
 namespace norvane {
@@ -40,9 +42,17 @@ CallingRequester::CallingRequester(const RequesterParams& params, RegisterTypeFu
       _repliers(*get_datawriter(), *get_datareader()) {
     check_retcode(get_datareader()->admit_open_keys_only(CORRELATION_INDEX_NAME, DDS_BOOLEAN_TRUE), "Requester::Requester",
                   VOST_LOG_ANY_FAILURE_s, "admit only replies that are wanted", true);
+    if (params.dispatcher() != nullptr) {
+        _dispatcher_link = DispatcherLink::join(*params.dispatcher(), *this);
+        _repliers.set_on_change([this] { _dispatcher_link->repliers_changed(); });
+    }
 }
 
-CallingRequester::~CallingRequester() = default;
+CallingRequester::~CallingRequester() {
+    if (_dispatcher_link != nullptr) {
+        _dispatcher_link->close();
+    }
+}
 
 // ---- readiness, counters, close ------------------------------------------------------------------------------------------------------
 
@@ -89,6 +99,9 @@ RequesterStatistics CallingRequester::stats() const {
     statistics.completed = _completed.load(std::memory_order_relaxed);
     statistics.timed_out = _timed_out.load(std::memory_order_relaxed);
     statistics.pending = _pending.load(std::memory_order_relaxed);
+    if (_dispatcher_link != nullptr) {
+        statistics.pending += _dispatcher_link->kept_calls();
+    }
     statistics.received = read.received;
     statistics.queued = read.held;
     statistics.late = read.closed_key;
@@ -105,6 +118,10 @@ void CallingRequester::close() {
     get_datareader()->interrupt(DDS_RETCODE_ALREADY_DELETED);
     get_datawriter()->leave_domain();
     get_datareader()->leave_domain();
+    // Last: a callback may destroy the requester.
+    if (_dispatcher_link != nullptr) {
+        _dispatcher_link->close();
+    }
 }
 
 // ---- calls ----------------------------------------------------------------------------------------------------------------------------
@@ -137,12 +154,38 @@ OpenCall CallingRequester::open_call(const void* request, const Deadline& deadli
         throw TimeoutException(title() + "::call: nothing was sent, since a replier had no room for the request within " +
                                seconds_of(deadline.initial()) + " (or the writer's max_blocking_time): its queue is full");
     }
+    return opened(params.identity);
+}
+
+bool CallingRequester::try_open_call(const void* request, OpenCall& call) {
+    throw_if_closed("call_async");
+    if (_repliers.count() == 0) {
+        return false;
+    }
+    DDS_WriteParams_t params;
+    params.max_blocking_time = DDS_DURATION_ZERO;
+    // Not by the core, which would log each of many tries.
+    const DDS_ReturnCode_t code =
+        DDS_DataWriter_write_w_params_untyped_generalI(get_datawriter()->get_c_datawriter(), nullptr, request, params);
+    if (code == DDS_RETCODE_TIMEOUT) {
+        return false;
+    }
+    if (code != DDS_RETCODE_OK) {
+        throw_if_closed("call_async");
+        check_retcode(code, "Requester::call_async", VOST_LOG_ANY_FAILURE_s, "write the request", true);
+    }
+    call = opened(params.identity);
+    return true;
+}
+
+// The request is written: its reply is wanted from here on.
+OpenCall CallingRequester::opened(const DDS_SampleIdentity_t& request_id) {
     OpenCall call;
-    call.request_id = params.identity;
+    call.request_id = request_id;
     _pending.fetch_add(1, std::memory_order_relaxed);
     try {
-        check_retcode(get_datareader()->open_index_key(CORRELATION_INDEX_NAME, call.request_id.sequence_number), "Requester::call",
-                      VOST_LOG_ANY_FAILURE_s, "open the key of the request", true);
+        require_ok(get_datareader()->open_index_key(CORRELATION_INDEX_NAME, call.request_id.sequence_number), "Requester::call",
+                      VOST_LOG_ANY_FAILURE_s, "open the key of the request");
         call.condition = create_correlation_condition(DDS_ANY_SAMPLE_STATE, call.request_id.sequence_number);
     } catch (...) {
         close_call(call);
@@ -163,8 +206,13 @@ void CallingRequester::close_call(const OpenCall& call) noexcept {
     _pending.fetch_sub(1, std::memory_order_relaxed);
 }
 
-std::exception_ptr CallingRequester::timeout_of(const Timeout& timeout) {
+std::exception_ptr CallingRequester::timeout_of(const Timeout& timeout, bool was_sent) {
     _timed_out.fetch_add(1, std::memory_order_relaxed);
+    if (!was_sent) {
+        return std::make_exception_ptr(TimeoutException(
+            title() + "::call_async: nothing was sent within " + seconds_of(timeout) + ": " +
+            (is_service_ready() ? "a replier had no room for the request: its queue is full" : _repliers.explanation())));
+    }
     return std::make_exception_ptr(
         TimeoutException(title() + "::call: no reply within " + seconds_of(timeout) + ": " + _repliers.explanation()));
 }
@@ -181,8 +229,7 @@ void CallingRequester::call(const void* request, const Timeout& timeout, WhenNob
         count_completed();
         return;
     }
-    check_retcode(waitset->attach_condition(open.condition), "Requester::call", VOST_LOG_ANY_FAILURE_s, "attach the condition",
-                  true);
+    require_ok(waitset->attach_condition(open.condition), "Requester::call", VOST_LOG_ANY_FAILURE_s, "attach the condition");
     DDSConditionSeq active(0);
     do {
         const DDS_ReturnCode_t code = waitset->wait(active, deadline.left());

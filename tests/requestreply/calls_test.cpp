@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/AllocationProbe.hpp"
 #include "support/LogCapture.hpp"
 #include "support/ServiceFixture.hpp"
 #include "support/ThreadState.hpp"
@@ -183,14 +184,19 @@ TEST_P(Calls, leave_nothing_behind_when_their_reply_comes_too_late) {
     TextReplier replier(replier_params());
     TextRequester requester(requester_params());
     ASSERT_TRUE(requester.wait_for_service(PATIENCE));
-    constexpr int CALLS = 300;
+    constexpr int CALLS = 3000;
     for (int number = 0; number < CALLS; ++number) {
+        if (number == 100) {
+            AllocationProbe::fail(0);  // the pools are as large as they will be
+        }
         EXPECT_EQ("TimeoutException", thrown_by([&] { requester.call("x", milliseconds(0)); }).type);
         if (number % 100 == 99) {
             EXPECT_TRUE(eventually([&] { return replier.stats().queued == 100; }));
             EXPECT_EQ(100, answer_all(replier, "!"));
         }
     }
+    AllocationProbe::stop();
+    EXPECT_GE(100, AllocationProbe::outstanding()) << "blocks of memory kept for " << CALLS << " calls that are over";
     EXPECT_TRUE(eventually([&] { return requester.stats().late == CALLS; }));
     const RequesterStatistics statistics = requester.stats();
     EXPECT_EQ(CALLS, statistics.timed_out);
