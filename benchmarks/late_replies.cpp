@@ -60,7 +60,7 @@ private:
     norvane::Requester<Payload, Payload> _lonely{norvane::RequesterParams(_domain.participant()).service_name("Nobody")};
 };
 
-const Question question("11_late_replies", {{Processors::TWO, Spin::OFF, [] { return std::make_unique<LateReplies>(); }}},
+const Question question("12_late_replies", {{Processors::TWO, Spin::OFF, [] { return std::make_unique<LateReplies>(); }}},
                         {{"octets of heap kept per timed-out call, replies come late", Unit::COUNT, {0, 0}, NO_SOURCE, 0.1},
                          {"octets of heap kept per timed-out call, nobody is there", Unit::COUNT, {0, 1}, NO_SOURCE, 0.1}});
 

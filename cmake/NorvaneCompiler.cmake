@@ -63,6 +63,9 @@ function(norvane_room name)
         target_compile_options(${name} PRIVATE $<$<CONFIG:Debug>:-O1>)
     endif()
     target_link_libraries(${name} PRIVATE norvane_compile_flags Threads::Threads)
+    # The typed headers of third parties, without what they would have us link.
+    target_include_directories(${name} SYSTEM PRIVATE $<TARGET_PROPERTY:fastcdr,INTERFACE_INCLUDE_DIRECTORIES>
+                                                      $<TARGET_PROPERTY:Boost::headers,INTERFACE_INCLUDE_DIRECTORIES>)
 endfunction()
 
 # norvane_program(<name> SOURCES <file>... [LIBRARIES <target>...])

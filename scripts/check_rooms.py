@@ -13,8 +13,8 @@ from pathlib import Path
 OBJECT_API = ("norvane/dds/*", "norvane/export.hpp")
 FRONT_ENDS = ("norvane/norvane.hpp", "norvane/Requester.hpp", "norvane/Replier.hpp")
 UMBRELLA = ("norvane/norvane.hpp",)
-# C++ headers that make threads or locks. Requests and replies need none: the middleware below has them.
-THREADS = ("<thread>", "<mutex>", "<shared_mutex>", "<condition_variable>", "<future>", "<pthread.h>")
+# C++ headers that make threads or locks. Requests and replies need none: the middleware below has them. (A future is something to hand out.)
+THREADS = ("<thread>", "<mutex>", "<shared_mutex>", "<condition_variable>", "<pthread.h>")
 
 
 class Room:

@@ -27,6 +27,8 @@ for group in "$@"; do
             need g++ g++
             need cmake cmake
             need ninja-build ninja
+            need libfastcdr-dev /usr/include/fastcdr/Cdr.h
+            need libboost1.81-dev /usr/include/boost/describe/class.hpp
             ;;
         examples)
             need libmuparser-dev /usr/include/muParser.h
@@ -35,6 +37,7 @@ for group in "$@"; do
         test)
             need libgtest-dev /usr/include/gtest/gtest.h
             need python3 python3
+            need doxygen doxygen
             ;;
         bench)
             need libbenchmark-dev /usr/include/benchmark/benchmark.h

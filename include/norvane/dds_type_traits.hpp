@@ -1,27 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the front-ends must know of a data type: its middleware types, its name, and how it is registered.
 //
-// A type is std::string (the built-in string type), or a trivially copyable struct, which needs no description and stays in
-// its process: an engine that goes further refuses it by name.
+// Which type goes which way is decided here, in one place and from the type alone: the same in every translation unit.
 // Thread rule: everything here may be used from any thread at once.
 #ifndef NORVANE_DDS_TYPE_TRAITS_HPP
 #define NORVANE_DDS_TYPE_TRAITS_HPP
 
-#include <array>
-#include <climits>
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-#include <memory>
-#include <new>
 #include <string>
-#include <string_view>
 #include <type_traits>
 
 #include "norvane/SampleRef.hpp"
 #include "norvane/dds/DataReader.hpp"
 #include "norvane/dds/TypeSupport.hpp"
+#include "norvane/dds/builtin_types.hpp"
+#include "norvane/details/described_type.hpp"
+#include "norvane/details/plain_type.hpp"
 #include "norvane/details/topic_type.hpp"
+#include "norvane/generated_types.hpp"
 
 namespace norvane {
 
@@ -29,6 +24,16 @@ template <class T>
 class LoanedSamples;
 
 /// The middleware types that go with a data type of the application's own.
+///
+/// A request or reply type is one of these:
+/// - a struct described with `BOOST_DESCRIBE_STRUCT(Type, (bases), (every member))`. A member is an integer of up to 64 bits, float, double, bool,
+///   std::byte, an enumeration, std::string, a std::vector, std::array or C array of such, or another described struct; a member (but no element) may
+///   be a std::optional of such. It is encoded as XCDR1, little-endian: an enumeration in 32 bits, an optional member by the parameter header of
+///   its index. Enumerations that are described (BOOST_DESCRIBE_ENUM) take no other value than their enumerators: a sample with another one cannot be
+///   encoded, nor can one with a NUL inside a std::string; one received is dropped. A member may not be more aligned than its type is;
+/// - a built-in type: std::string, DDS_KeyedString, DDS_Octets, DDS_KeyedOctets;
+/// - a class generated from IDL (is_generated_type);
+/// - any other trivially copyable struct with a default constructor. It stays in its process: an engine that goes further refuses it by name.
 template <class T>
 struct dds_type_traits {
     typedef Sequence<T> Seq;
@@ -61,110 +66,68 @@ struct dds_type_traits<DDS_SampleInfo> {
 namespace details {
 
 template <class T>
-constexpr auto compiler_text() noexcept {
-    return std::string_view(__PRETTY_FUNCTION__);
-}
-
-// Where the compiler puts the type into its text is measured with a type whose name is known.
-constexpr std::size_t COMPILER_TEXT_BEFORE = compiler_text<double>().find("double");
-constexpr std::size_t COMPILER_TEXT_AROUND = compiler_text<double>().size() - std::string_view("double").size();
-static_assert(COMPILER_TEXT_BEFORE != std::string_view::npos, "the compiler's text does not hold the name of the type");
-
-template <class T>
-constexpr auto terminated_compiler_name() noexcept {
-    constexpr std::string_view TEXT = compiler_text<T>();
-    std::array<char, TEXT.size() - COMPILER_TEXT_AROUND + 1> name{};
-    for (std::size_t index = 0; index + 1 < name.size(); ++index) {
-        name[index] = TEXT[COMPILER_TEXT_BEFORE + index];
-    }
-    return name;
-}
-
-template <class T>
-inline constexpr auto COMPILER_NAME = terminated_compiler_name<T>();
-
-}  // namespace details
-
-/// Name under which a type of the application's own is registered: as the compiler writes it, namespaces included.
-///
-/// Specialise it for a name of your own, at most 255 characters, where the type is defined:
-/// `template <> inline constexpr const char* norvane::type_name<shop::Order> = "Order";`
-template <class T>
-inline constexpr const char* type_name = details::COMPILER_NAME<T>.data();
-
-namespace details {
-
-/// Whether T travels as a copy of its bytes. A pointer would arrive, but what it points at would not.
-template <class T>
-inline constexpr bool IS_PLAIN_SAMPLE =
-    std::conjunction<std::is_trivially_copyable<T>, std::is_default_constructible<T>, std::is_copy_assignable<T>,
-                     std::negation<std::is_pointer<T>>, std::negation<std::is_member_pointer<T>>,
-                     std::negation<std::is_null_pointer<T>>>::value;
-
-template <class T>
 inline constexpr bool IS_STRING = std::is_same<T, std::string>::value;
 
-// FNV-1a: the same number for the same type in every module of the process.
-constexpr std::uint64_t hash_octet(std::uint64_t hash, std::uint64_t octet) noexcept { return (hash ^ octet) * 0x100000001b3U; }
-
-constexpr std::uint64_t plain_layout_hash(std::string_view name, std::uint64_t size, std::uint64_t alignment) noexcept {
-    std::uint64_t hash = 0xcbf29ce484222325U;
-    for (const char character : name) {
-        hash = hash_octet(hash, static_cast<unsigned char>(character));
-    }
-    for (int shift = 0; shift < 64; shift += 8) {
-        hash = hash_octet(hash_octet(hash, size >> shift & 0xffU), alignment >> shift & 0xffU);
-    }
-    return hash;
-}
-
-/// The operations of a type that is copied as bytes. No encoding: it stays in its process.
+/// The type support of a built-in type; void where T is none.
 template <class T>
-constexpr DDS_TypeOperations plain_operations() noexcept {
-    constexpr std::string_view NAME = type_name<T>;
-    static_assert(!NAME.empty() && NAME.size() <= 255, "norvane: specialise norvane::type_name with 1 to 255 characters.");
-    static_assert(sizeof(T) <= INT_MAX, "norvane: a sample must be smaller than 2 GiB.");
-    DDS_TypeOperations table{};
-    table.name = type_name<T>;
-    table.layout_hash = plain_layout_hash(NAME, sizeof(T), alignof(T));
-    table.size = sizeof(T);
-    table.alignment = alignof(T);
-    table.construct = [](const DDS_TypeOperations&, void* place) { new (place) T(); };
-    table.copy = [](const DDS_TypeOperations&, void* destination, const void* source) {
-        std::memcpy(destination, source, sizeof(T));
-        return true;
-    };
-    table.destroy = [](const DDS_TypeOperations&, void*) {};
-    return table;
-}
-
-template <class T>
-inline constexpr DDS_TypeOperations PLAIN_OPERATIONS = plain_operations<T>();
-
-template <class T>
-class PlainTypeSupport : public DDSTypeSupport {
-public:
-    const char* get_type_name() const override { return type_name<T>; }
-    // The table is a constant of the program: nobody need own it.
-    std::shared_ptr<const DDS_TypeOperations> get_type_operations() const override {
-        return std::shared_ptr<const DDS_TypeOperations>(std::shared_ptr<const void>(), &PLAIN_OPERATIONS<T>);
-    }
+struct BuiltinTypeSupport {
+    typedef void type;
 };
+template <>
+struct BuiltinTypeSupport<std::string> {
+    typedef DDSStringTypeSupport type;
+};
+template <>
+struct BuiltinTypeSupport<DDS_KeyedString> {
+    typedef DDSKeyedStringTypeSupport type;
+};
+template <>
+struct BuiltinTypeSupport<DDS_Octets> {
+    typedef DDSOctetsTypeSupport type;
+};
+template <>
+struct BuiltinTypeSupport<DDS_KeyedOctets> {
+    typedef DDSKeyedOctetsTypeSupport type;
+};
+
+template <class T, const DDS_TypeOperations& TABLE>
+DDSTypeSupport& cxx_type_support() {
+    static CxxTypeSupport<T, TABLE> type;
+    return type;
+}
 
 /// @return the type support of a type, which lives as long as the process.
 template <class T>
 DDSTypeSupport& type_support() {
-    if constexpr (IS_STRING<T>) {
-        return DDSStringTypeSupport::get_instance();
+    typedef typename BuiltinTypeSupport<T>::type Builtin;
+    if constexpr (!std::is_void<Builtin>::value) {
+        return Builtin::get_instance();
+    } else if constexpr (IS_DESCRIBED<T>) {
+        if constexpr (is_described_sample<T>()) {
+            return cxx_type_support<T, DESCRIBED_OPERATIONS<T>>();
+        } else {
+            refuse_described<T>();
+            return DDSStringTypeSupport::get_instance();  // never: it does not compile
+        }
+    } else if constexpr (is_generated_type<T>) {
+        return cxx_type_support<T, GENERATED_OPERATIONS<T>>();
+    } else if constexpr (IS_PLAIN_SAMPLE<T>) {
+        return cxx_type_support<T, PLAIN_OPERATIONS<T>>();
     } else {
-        static_assert(
-            IS_PLAIN_SAMPLE<T>,
-            "norvane: make the request or reply type std::string, or a trivially copyable struct with a default constructor "
-            "(char arrays in place of strings, arrays in place of vectors, no pointers).");
-        static PlainTypeSupport<T> type;
-        return type;
+        static_assert(IS_PLAIN_SAMPLE<T>,
+                      "norvane: describe the request or reply type with BOOST_DESCRIBE_STRUCT(Type, (), (member, ...)) beside its "
+                      "definition, or "
+                      "make it std::string, DDS_Octets, DDS_KeyedString, DDS_KeyedOctets, a class generated from IDL, or a "
+                      "trivially copyable "
+                      "struct with a default constructor.");
+        return DDSStringTypeSupport::get_instance();  // never: it does not compile
     }
 }
+
+/// Whether a type support that the application gives must be of that very type. A plain struct's need only be of samples of the same size
+/// and alignment: of any other type they hold memory that nobody else knows how to release.
+template <class T>
+inline constexpr bool IS_TAKEN_EXACTLY = !std::is_trivially_copyable<T>::value;
 
 /// @param given  from the parameters; null means the type's own.
 template <class T>
@@ -176,7 +139,7 @@ DDSTypeSupport& chosen_type_support(DDSTypeSupport* given) {
 /// @throws as register_type_support.
 template <class T>
 const char* register_sample_type(DDSTypeSupport* given, DDSDomainParticipant* participant) {
-    return register_type_support(chosen_type_support<T>(given), *type_support<T>().get_type_operations(), IS_STRING<T>,
+    return register_type_support(chosen_type_support<T>(given), *type_support<T>().get_type_operations(), IS_TAKEN_EXACTLY<T>,
                                  *participant);
 }
 

@@ -7,18 +7,33 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <type_traits>
 
 #include "norvane/Exception.hpp"
+#include "norvane/dds/builtin_types.hpp"
 #include "norvane/dds/types.hpp"
 
 namespace norvane {
 namespace details {
 
+/// Octets whose length and pointer contradict each other are nobody's data.
+inline void require_octets(const unsigned char* value, int length, const char* method_name) {
+    if (length < 0 || (length > 0 && value == nullptr)) {
+        check_retcode(DDS_RETCODE_BAD_PARAMETER, method_name, DDS_LOG_BAD_PARAMETER_s,
+                      "octets of length " + std::to_string(length) + (value != nullptr ? "" : " without a value"), false);
+    }
+}
+
 /// A sample in the form in which the core writes it. Borrows from the value, for the call.
 template <class T>
 class SampleArgument {
 public:
-    SampleArgument(const T& value, const char* /*method_name*/) noexcept : _value(&value) {}
+    /// @throws BadParameterException  the sample is octets with a length but no value, or a negative length.
+    SampleArgument(const T& value, [[maybe_unused]] const char* method_name) : _value(&value) {
+        if constexpr (std::is_same<T, DDS_Octets>::value || std::is_same<T, DDS_KeyedOctets>::value) {
+            require_octets(value.value, value.length, method_name);
+        }
+    }
     const void* sample() const noexcept { return _value; }
 
 private:

@@ -1,0 +1,539 @@
+// SPDX-License-Identifier: Apache-2.0
+// Described structs as types that travel: their encoding to the octet, hostile input, fields, hashes, copies; and the road of each kind of type.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "norvane/norvane.hpp"
+#include "support/AllocationProbe.hpp"
+#include "support/LogCapture.hpp"
+#include "support/ServiceFixture.hpp"
+
+namespace norvane {
+namespace test {
+namespace described {
+
+enum class Colour : std::uint8_t { RED = 1, BLUE = 7 };
+BOOST_DESCRIBE_ENUM(Colour, RED, BLUE)
+enum class Shade : std::int16_t {};  // not described: any value that fits
+
+struct Point {
+    std::int16_t x = 0;
+    double y = 0;
+};
+BOOST_DESCRIBE_STRUCT(Point, (), (x, y))
+bool operator==(const Point& left, const Point& right) { return left.x == right.x && left.y == right.y; }
+
+/// Has every kind of member, and each alignment behind a smaller one.
+struct Everything {
+    bool flag = false;
+    std::int64_t large = 0;
+    char letter = 0;
+    std::uint16_t small = 0;
+    std::int8_t tiny = 0;
+    float real = 0;
+    Colour colour = Colour::RED;
+    Shade shade = Shade();
+    std::string text;
+    std::vector<double> numbers;
+    std::vector<bool> bits;
+    std::vector<std::string> words;
+    std::array<Point, 2> points{};
+    char code[3] = {};
+    std::optional<std::uint64_t> id;
+    std::optional<std::string> note;
+    std::optional<Point> place;
+    std::vector<std::byte> octets;
+    std::uint64_t last = 0;
+};
+BOOST_DESCRIBE_STRUCT(Everything, (),
+                      (flag, large, letter, small, tiny, real, colour, shade, text, numbers, bits, words, points, code, id, note,
+                       place, octets, last))
+
+struct Fixed {
+    std::uint8_t head;
+    double values[3];
+    std::array<Point, 2> points;
+    long long count;
+    unsigned tail;
+};
+BOOST_DESCRIBE_STRUCT(Fixed, (), (head, values, points, count, tail))
+
+class Secret : public Point {
+public:
+    int shown() const { return _hidden; }
+    void set(int value) { _hidden = value; }
+
+private:
+    int _hidden = 3;
+    BOOST_DESCRIBE_CLASS(Secret, (Point), (), (), (_hidden))
+};
+
+struct BigOption {
+    std::uint8_t before = 0;
+    std::optional<std::string> text;
+    std::uint8_t after = 0;
+    std::uint64_t last = 0;
+};
+BOOST_DESCRIBE_STRUCT(BigOption, (), (before, text, after, last))
+
+struct PointAndName {
+    Point point;
+    std::string name;
+};
+BOOST_DESCRIBE_STRUCT(PointAndName, (), (point, name))
+
+/// A class as the generator makes them from IDL.
+class Generated {
+public:
+    void serialize(eprosima::fastcdr::Cdr& cdr) const { cdr << text << static_cast<std::uint32_t>(values.size()) << values.back(); }
+    void deserialize(eprosima::fastcdr::Cdr& cdr) {
+        std::uint32_t length = 0;
+        cdr >> text >> length;
+        values.resize(length);  // as carelessly as can be
+        cdr >> values.back();
+    }
+    static std::size_t getCdrSerializedSize(const Generated& value, std::size_t at = 0) {
+        return (at + 4 + (value.text.size() + 4) / 4 * 4 + 4 + 7) / 8 * 8 + 8;
+    }
+
+    std::string text = "abc";
+    std::vector<double> values{1};
+};
+
+// Layouts like that of Point, but for the kind of one member, one name, or one member more.
+template <class X>
+struct Pair {
+    X x;
+    double y;
+    BOOST_DESCRIBE_CLASS(Pair, (), (x, y), (), ())
+};
+struct Renamed {
+    std::int16_t x;
+    double z;
+};
+BOOST_DESCRIBE_STRUCT(Renamed, (), (x, z))
+struct Longer {
+    std::int16_t x;
+    double y;
+    bool z;
+};
+BOOST_DESCRIBE_STRUCT(Longer, (), (x, y, z))
+
+}  // namespace described
+
+namespace {
+
+using namespace described;
+typedef std::vector<std::uint8_t> Octets;
+
+template <class T>
+const DDS_TypeOperations& table() {
+    return *details::type_support<T>().get_type_operations();
+}
+
+template <class T>
+Octets encode(const T& value) {
+    Octets octets(table<T>().encoded_size(table<T>(), &value));
+    EXPECT_EQ(0U, table<T>().encode(table<T>(), &value, octets.data(), octets.size() - 1)) << "one octet less was enough";
+    octets.resize(table<T>().encode(table<T>(), &value, octets.data(), octets.size()));
+    return octets;
+}
+
+/// Decodes out of memory of its own, so that a sanitizer sees each octet touched beside it.
+template <class T>
+bool decode(const Octets& octets, T& value) {
+    const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[octets.size()]);
+    std::copy(octets.begin(), octets.end(), exact.get());
+    return table<T>().decode(table<T>(), &value, exact.get(), octets.size());
+}
+
+Everything everything() {
+    Everything value;
+    value.flag = true;
+    value.large = -2;
+    value.letter = 'A';
+    value.small = 0x1234;
+    value.tiny = -1;
+    value.real = 1.5F;
+    value.colour = Colour::BLUE;
+    value.shade = static_cast<Shade>(-3);
+    value.text = "hey";
+    value.numbers = {0.5};
+    value.bits = {true, false, true};
+    value.words = {"", "ab"};
+    value.points = {Point{1, 2.0}, Point{3, 4.0}};
+    std::memcpy(value.code, "xy", 3);
+    value.id = 5;
+    value.place = Point{9, -1.0};
+    value.octets = {std::byte{0xee}};
+    value.last = 6;
+    return value;
+}
+
+// Rows of what lies where: alignment counts from behind the header, and in an optional member from its own start.
+const Octets EVERYTHING = {
+    0,   1,   0,    0,                                                                             // header
+    1,   0,   0,    0,    0,    0,    0,    0,    0xfe, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff,  // 0 flag, 8 large
+    'A', 0,   0x34, 0x12, 0xff, 0,    0,    0,    0,    0,    0xc0, 0x3f,  // 16 letter, small, tiny, 24 real
+    7,   0,   0,    0,    0xfd, 0xff, 0xff, 0xff,                          // 28 colour, shade
+    4,   0,   0,    0,    'h',  'e',  'y',  0,                             // 36 text
+    1,   0,   0,    0,    0,    0,    0,    0,    0,    0,    0xe0, 0x3f,  // 44 numbers, 48
+    3,   0,   0,    0,    1,    0,    1,    0,                             // 56 bits, padding
+    2,   0,   0,    0,    1,    0,    0,    0,    0,    0,    0,    0,    3,    0,    0,    0,
+    'a', 'b', 0,    0,                                                                             // 64 words, padding at 83
+    1,   0,   0,    0,    0,    0,    0,    0,    0,    0,    0,    0x40,                          // 84 points[0].x, 88 .y
+    3,   0,   0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0x10, 0x40,  // 96 points[1].x, 104 .y
+    'x', 'y', 0,    0,                                                                             // 112 code
+    14,  0,   8,    0,    5,    0,    0,    0,    0,    0,    0,    0,                             // 116 id: header, value at 120
+    15,  0,   0,    0,                                                                             // 128 note: absent
+    16,  0,   16,   0,    9,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0,   0,   0xf0, 0xbf,                       // 132 place: header, value at 136
+    1,   0,   0,    0,    0xee, 0,    0,    0,  // 152 octets
+    6,   0,   0,    0,    0,    0,    0,    0   // 160 last
+};
+
+TEST(DescribedTypes, every_kind_of_member_lies_where_it_should_and_comes_back) {
+    const Everything value = everything();
+    EXPECT_EQ(EVERYTHING, encode(value));
+    Everything back;
+    back.note = "must go";
+    back.words.assign(9, "old");
+    ASSERT_TRUE(decode(EVERYTHING, back));
+    EXPECT_EQ(EVERYTHING, encode(back));
+    EXPECT_FALSE(back.note.has_value());
+    EXPECT_EQ(value.words, back.words);
+    EXPECT_EQ(value.bits, back.bits);
+    EXPECT_TRUE(value.points == back.points && value.place == back.place);
+    EXPECT_EQ(Colour::BLUE, back.colour);
+    EXPECT_EQ(static_cast<Shade>(-3), back.shade);
+
+    // The extended header, an odd length before the next member, and an alignment that counts from the outer start again.
+    for (const std::size_t length : {std::size_t(1), std::size_t(65530), std::size_t(65531), std::size_t(200001)}) {
+        BigOption big;
+        big.text = std::string(length, 't');
+        big.after = 0x77;
+        big.last = 8;
+        const Octets octets = encode(big);
+        const bool is_long = length + 5 > 65535;
+        EXPECT_EQ(is_long ? 0x3f01 : 1, octets[8] + octets[9] * 256) << length;
+        EXPECT_EQ(is_long ? 8U : length + 5, octets[10] + octets[11] * 256U) << length;
+        const std::size_t behind = 4 + 8 + (is_long ? 8 : 0) + 4 + length + 1;
+        EXPECT_EQ(0x77, octets.at(behind));
+        EXPECT_EQ(8, octets.at(4 + (behind - 4 + 8) / 8 * 8)) << length;
+        BigOption other;
+        ASSERT_TRUE(decode(octets, other)) << length;
+        EXPECT_TRUE(other.text == big.text && other.after == 0x77 && other.last == 8);
+    }
+
+    Secret secret;
+    secret.x = 4;
+    secret.set(11);
+    const Octets octets = encode(secret);
+    EXPECT_EQ((Octets{0, 1, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 11, 0, 0, 0}), octets);
+    Secret found;
+    ASSERT_TRUE(decode(octets, found));
+    EXPECT_EQ(11, found.shown());
+}
+
+TEST(DescribedTypes, a_struct_of_fixed_size_is_encoded_and_copied_without_the_heap) {
+    const Fixed value = {1, {1, 2, 3}, {{{4, 5}, {6, 7}}}, -8, 9};
+    Octets octets(4 + 8 + 24 + 32 + 8 + 4);
+    Fixed back{};
+    Fixed copy{};
+    AllocationProbe::fail(0);
+    const std::size_t size = table<Fixed>().encoded_size(table<Fixed>(), &value);
+    const std::size_t written = table<Fixed>().encode(table<Fixed>(), &value, octets.data(), octets.size());
+    const bool decoded = table<Fixed>().decode(table<Fixed>(), &back, octets.data(), octets.size());
+    const bool copied = table<Fixed>().copy(table<Fixed>(), &copy, &value);
+    AllocationProbe::stop();
+    EXPECT_EQ(0, AllocationProbe::count());
+    EXPECT_EQ(octets.size(), size);
+    EXPECT_EQ(octets.size(), written);
+    EXPECT_TRUE(decoded && copied);
+    EXPECT_EQ(octets, encode(back));
+    EXPECT_EQ(octets, encode(copy));
+    EXPECT_EQ(nullptr, table<Fixed>().clear);
+}
+
+TEST(DescribedTypes, what_cannot_be_encoded_is_not) {
+    const auto size_of = [](const std::function<void(Everything&)>& spoil) {
+        Everything value = everything();
+        spoil(value);
+        Octets octets(1000);
+        return table<Everything>().encode(table<Everything>(), &value, octets.data(), octets.size());
+    };
+    EXPECT_EQ(EVERYTHING.size(), size_of([](Everything&) {}));
+    EXPECT_EQ(0U, size_of([](Everything& value) { value.text.assign("a\0b", 3); }));
+    EXPECT_EQ(0U, size_of([](Everything& value) { value.note = std::string("\0", 1); }));
+    EXPECT_EQ(0U, size_of([](Everything& value) { value.colour = static_cast<Colour>(2); }));
+}
+
+TEST(DescribedTypes, hostile_octets_are_refused_or_decoded_but_never_believed) {
+    Everything value;
+    for (std::size_t length = 0; length < EVERYTHING.size(); ++length) {
+        ASSERT_FALSE(decode(Octets(EVERYTHING.begin(), EVERYTHING.begin() + static_cast<std::ptrdiff_t>(length)), value)) << length;
+    }
+    Octets padded = EVERYTHING;
+    padded.insert(padded.end(), 3, 0);
+    EXPECT_TRUE(decode(padded, value));
+    padded.push_back(0);
+    EXPECT_FALSE(decode(padded, value)) << "there is more than padding behind it";
+
+    struct Lie {
+        std::size_t at;  // behind the header
+        std::uint8_t octet;
+        const char* what;
+    };
+    const Lie lies[] = {{0, 2, "a boolean of 2"},
+                        {28, 2, "no enumerator"},
+                        {29, 1, "an enumerator and more"},
+                        {34, 0, "too large for the enum"},
+                        {36, 0, "a string without a NUL"},
+                        {36, 3, "a string that ends too early"},
+                        {41, 0, "a NUL inside a string"},
+                        {43, 'x', "no NUL at the end"},
+                        {47, 0x7f, "2 billion numbers"},
+                        {60, 3, "a bit of 3"},
+                        {64, 200, "too many words"},
+                        {67, 0xff, "4 billion words"},
+                        {116, 13, "another member's id"},
+                        {118, 7, "a value cut short"},
+                        {118, 16, "an optional value with more behind it"},
+                        {155, 0x80, "2 GiB of octets"}};
+    for (const Lie& lie : lies) {
+        Octets octets = EVERYTHING;
+        octets[4 + lie.at] = lie.octet;
+        EXPECT_FALSE(decode(octets, value)) << lie.what;
+    }
+    Octets flagged = EVERYTHING;
+    flagged[4 + 117] = 0xc0;  // flags above the id
+    EXPECT_TRUE(decode(flagged, value));
+    // An optional value's length may hold padding, but not more than the value.
+    for (const bool is_padded : {true, false}) {
+        Pair<std::optional<std::int16_t>> pair{};
+        const Octets longer = {
+            0, 1, 0, 0, 0,    0,   static_cast<std::uint8_t>(is_padded ? 5 : 6), 0, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+            0, 0, 0, 0, 0x10, 0x40};
+        EXPECT_EQ(is_padded, decode(longer, pair));
+        EXPECT_EQ(9, pair.x);
+    }
+    for (const std::size_t at : {std::size_t(0), std::size_t(1)}) {
+        Octets other = EVERYTHING;
+        other[at] ^= 1;
+        EXPECT_FALSE(decode(other, value)) << "another encapsulation";
+    }
+
+    // Whatever comes: no crash, and no more blocks of memory than octets to fill them.
+    std::mt19937 random(20240607);
+    const auto survive = [&](const Octets& octets) {
+        Everything fresh;
+        AllocationProbe::fail(0);
+        const bool decoded = decode(octets, fresh);
+        AllocationProbe::stop();
+        EXPECT_LE(AllocationProbe::count(), static_cast<long>(octets.size()) + 2);
+        EXPECT_LE(fresh.text.capacity() + 8 * fresh.numbers.capacity() + fresh.octets.capacity() + 4 * fresh.words.capacity(),
+                  3 * octets.size() + 3 * sizeof(std::string));
+        return decoded;
+    };
+    int accepted = 0;
+    for (std::size_t at = 4; at < EVERYTHING.size(); ++at) {
+        for (int change = 1; change < 256; ++change) {
+            Octets octets = EVERYTHING;
+            octets[at] = static_cast<std::uint8_t>(octets[at] ^ change);
+            accepted += survive(octets) ? 1 : 0;
+        }
+    }
+    EXPECT_GT(accepted, 1000) << "a number may be any number";
+    for (int round = 0; round < 20000; ++round) {
+        Octets octets = round % 2 == 0 ? EVERYTHING : Octets(4 + random() % 400);
+        std::copy(EVERYTHING.begin(), EVERYTHING.begin() + 4, octets.begin());
+        const std::size_t from = 4 + random() % (octets.size() - 3);
+        std::generate(octets.begin() + static_cast<std::ptrdiff_t>(std::min(from, octets.size())), octets.end(),
+                      [&] { return static_cast<std::uint8_t>(random() % 4 == 0 ? random() : random() % 3); });
+        survive(octets);
+    }
+}
+
+TEST(DescribedTypes, short_memory_is_a_failure_and_leaves_samples_whole) {
+    Everything source = everything();
+    source.text = std::string(100, 't');
+    const Octets octets = encode(source);
+    int failures = 0;
+    long left = 0;
+    const long runs = fail_each_allocation([&] {
+        Everything copy;
+        Everything decoded;
+        failures += table<Everything>().copy(table<Everything>(), &copy, &source) ? 0 : 1;
+        failures += table<Everything>().decode(table<Everything>(), &decoded, octets.data(), octets.size()) ? 0 : 1;
+        table<Everything>().clear(table<Everything>(), &copy);
+        left += copy.text.capacity() > 15 || copy.numbers.capacity() > 0 ? 1 : 0;
+    });
+    EXPECT_GT(runs, 8);
+    EXPECT_EQ(runs, failures);
+    EXPECT_EQ(0, left);
+
+    Everything copy;
+    ASSERT_TRUE(table<Everything>().copy(table<Everything>(), &copy, &source));
+    source.words[1] = "changed";
+    source.note = "changed";
+    EXPECT_EQ("ab", copy.words[1]);
+    EXPECT_FALSE(copy.note.has_value());
+}
+
+TEST(DescribedTypes, filters_find_fields_by_path) {
+    const auto& type = table<Everything>();
+    const Everything value = everything();
+    DDS_FieldKind kind;
+    const auto read = [&](const char* path, DDS_FieldKind expected, DDS_FieldValue& field) {
+        const int number = type.find_field(type, path, &kind);
+        EXPECT_LE(0, number) << path;
+        EXPECT_EQ(expected, kind) << path;
+        return number >= 0 && type.read_field(type, &value, number, &field) && field.kind == expected;
+    };
+    DDS_FieldValue field;
+    EXPECT_TRUE(read("flag", DDS_FIELD_BOOLEAN, field) && field.boolean);
+    EXPECT_TRUE(read("large", DDS_FIELD_INTEGER, field) && field.integer == -2);
+    EXPECT_TRUE(read("small", DDS_FIELD_UNSIGNED, field) && field.unsigned_integer == 0x1234);
+    EXPECT_TRUE(read("real", DDS_FIELD_FLOAT, field) && field.floating == 1.5);
+    EXPECT_TRUE(read("colour", DDS_FIELD_INTEGER, field) && field.integer == 7);
+    EXPECT_TRUE(read("text", DDS_FIELD_STRING, field) && std::string(static_cast<const char*>(field.data), field.length) == "hey");
+    EXPECT_TRUE(read("code", DDS_FIELD_STRING, field) && std::string(static_cast<const char*>(field.data), field.length) == "xy");
+    EXPECT_TRUE(read("octets", DDS_FIELD_OCTETS, field) && field.length == 1 &&
+                *static_cast<const std::uint8_t*>(field.data) == 0xee);
+    EXPECT_TRUE(read("id", DDS_FIELD_UNSIGNED, field) && field.unsigned_integer == 5);
+    EXPECT_FALSE(read("note", DDS_FIELD_STRING, field)) << "an absent value was read";
+    EXPECT_TRUE(read("place.y", DDS_FIELD_FLOAT, field) && field.floating == -1);
+    EXPECT_TRUE(read("last", DDS_FIELD_UNSIGNED, field) && field.unsigned_integer == 6);
+    for (const char* const path :
+         {"", ".", "place", "place.", "place.z", "flag.x", "numbers", "points.x", "Flag", "flagg", "words", "place.y.y"}) {
+        EXPECT_EQ(-1, type.find_field(type, path, &kind)) << path;
+    }
+    const int inner = table<PointAndName>().find_field(table<PointAndName>(), "point.y", &kind);
+    const PointAndName named = {{1, 2.5}, "n"};
+    EXPECT_TRUE(table<PointAndName>().read_field(table<PointAndName>(), &named, inner, &field) && field.floating == 2.5);
+}
+
+TEST(DescribedTypes, layouts_are_told_apart_by_names_kinds_and_nesting) {
+    typedef std::int16_t Small;
+    const std::vector<std::uint64_t> hashes = {table<Point>().layout_hash,
+                                               table<Renamed>().layout_hash,
+                                               table<Longer>().layout_hash,
+                                               table<Pair<std::int8_t>>().layout_hash,
+                                               table<Pair<std::uint16_t>>().layout_hash,
+                                               table<Pair<float>>().layout_hash,
+                                               table<Pair<bool>>().layout_hash,
+                                               table<Pair<Colour>>().layout_hash,
+                                               table<Pair<Shade>>().layout_hash,
+                                               table<Pair<Point>>().layout_hash,
+                                               table<Pair<Renamed>>().layout_hash,
+                                               table<Pair<std::optional<Small>>>().layout_hash,
+                                               table<Pair<std::vector<Small>>>().layout_hash,
+                                               table<Pair<std::array<Small, 2>>>().layout_hash,
+                                               table<Pair<std::array<Small, 3>>>().layout_hash,
+                                               table<Pair<std::string>>().layout_hash};
+    for (std::size_t left = 0; left < hashes.size(); ++left) {
+        EXPECT_EQ(1, std::count(hashes.begin(), hashes.end(), hashes[left])) << left;
+    }
+    EXPECT_EQ(table<Point>().layout_hash, table<Pair<short>>().layout_hash);
+    EXPECT_STREQ("norvane::test::described::Point", table<Point>().name);
+}
+
+TEST(GeneratedTypes, a_class_is_encoded_by_its_own_operations_and_what_they_throw_is_caught) {
+    static_assert(is_generated_type<Generated> && !is_generated_type<Point> && !is_generated_type<std::string>, "");
+    const Octets octets = {0, 1, 0, 0, 4, 0, 0, 0, 'a', 'b', 'c', 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xf0, 0x3f};
+    EXPECT_EQ(octets, encode(Generated()));
+    Generated back;
+    back.text = "old";
+    ASSERT_TRUE(decode(octets, back));
+    EXPECT_TRUE(back.text == "abc" && back.values == std::vector<double>{1});
+    for (std::size_t length = 0; length < octets.size(); ++length) {
+        EXPECT_FALSE(decode(Octets(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(length)), back)) << length;
+    }
+    Octets more = octets;
+    more.insert(more.end(), 4, 0);
+    EXPECT_FALSE(decode(more, back)) << "there is more than padding behind it";
+}
+
+class TypesOnTheRoad : public ServiceFixture {
+protected:
+    /// Sends a request, answers it with itself, and looks at both.
+    template <class T, class Check>
+    void there_and_back(const T& value, Check&& check) {
+        Replier<T, T> replier(replier_params(nullptr, type_name<T>));
+        Requester<T, T> requester(requester_params(nullptr, type_name<T>));
+        const DDS_SampleIdentity_t id = requester.send_request(value);
+        const LoanedSamples<T> requests = replier.receive_requests(PATIENCE);
+        ASSERT_EQ(1U, requests.size());
+        check(requests[0].data());
+        replier.send_reply(requests[0].data(), requests[0].identity());
+        ASSERT_TRUE(requester.wait_for_replies(PATIENCE, id));
+        LoanedSamples<T> replies = requester.take_replies(id);
+        ASSERT_EQ(1U, replies.size());
+        check(static_cast<const T&>(replies.begin()->data()));
+        EXPECT_EQ(id, replies[0].related_identity());
+        const LoanedSamples<T> moved = std::move(replies);
+        EXPECT_EQ(1U, moved.size());
+    }
+};
+
+TEST_P(TypesOnTheRoad, described_and_built_in_types_go_there_and_back) {
+    there_and_back(everything(), [](const Everything& got) { EXPECT_EQ(EVERYTHING, encode(got)); });
+    DDS_Octets octets(2);
+    octets.value[1] = 5;
+    there_and_back(octets, [](const DDS_Octets& got) {
+        ASSERT_EQ(2, got.length);
+        EXPECT_EQ(5, got.value[1]);
+    });
+    DDS_KeyedString text(3, 5);
+    std::strcpy(text.key, "key");
+    std::strcpy(text.value, "value");
+    there_and_back(text, [](const DDS_KeyedString& got) {
+        EXPECT_STREQ("key", got.key);
+        EXPECT_STREQ("value", got.value);
+    });
+    DDS_KeyedOctets keyed(3, 1);
+    std::strcpy(keyed.key, "key");
+    keyed.value[0] = 9;
+    there_and_back(keyed, [](const DDS_KeyedOctets& got) {
+        EXPECT_STREQ("key", got.key);
+        ASSERT_EQ(1, got.length);
+        EXPECT_EQ(9, got.value[0]);
+    });
+    EXPECT_STREQ("DDS::KeyedOctets", details::type_support<DDS_KeyedOctets>().get_type_name());
+}
+
+TEST_P(TypesOnTheRoad, octets_that_contradict_themselves_are_not_sent) {
+    const LogCapture quiet;
+    Requester<DDS_Octets, DDS_KeyedOctets> requester(requester_params());
+    Replier<DDS_Octets, DDS_KeyedOctets> replier(replier_params());
+    DDS_Octets octets;
+    octets.length = 5;
+    EXPECT_THROW(requester.send_request(octets), BadParameterException);
+    octets.length = 0;
+    DDS_KeyedOctets keyed(3, 1);
+    keyed.length = -1;
+    EXPECT_THROW(replier.send_reply(keyed, requester.send_request(octets)), BadParameterException);
+}
+
+TEST_P(TypesOnTheRoad, a_type_support_of_another_type_is_refused_where_samples_hold_memory) {
+    // DDS_Octets has the size and alignment of DDS_KeyedString: read as each other, a length becomes a pointer.
+    ASSERT_EQ(sizeof(DDS_Octets), sizeof(DDS_KeyedString));
+    const LogCapture quiet;
+    EXPECT_THROW(
+        (Requester<DDS_KeyedString, Point>(requester_params().request_type_support(&DDSOctetsTypeSupport::get_instance()))),
+        BadParameterException);
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, TypesOnTheRoad, ::testing::ValuesIn(engine_names()), engine_of_test);
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane
