@@ -22,7 +22,7 @@ namespace norvane {
 
 /// Receives the requests that are sent to a service, and answers each with any number of replies.
 ///
-/// @snippet examples/calculator/main.cpp replier
+/// @snippet examples/hello/main.cpp replier
 /// @tparam Request, Reply  as for Requester.
 /// @par Threads  Same object: any number of threads, except where an operation says otherwise.
 template <class Request, class Reply>

@@ -3,6 +3,8 @@
 #ifndef NORVANE_NORVANE_HPP
 #define NORVANE_NORVANE_HPP
 
+#include "norvane/CallResult.hpp"
+#include "norvane/Dispatcher.hpp"
 #include "norvane/Exception.hpp"
 #include "norvane/LoanedSamples.hpp"
 #include "norvane/Participant.hpp"
@@ -13,6 +15,7 @@
 #include "norvane/Sample.hpp"
 #include "norvane/SampleIterator.hpp"
 #include "norvane/SampleRef.hpp"
+#include "norvane/Service.hpp"
 #include "norvane/Statistics.hpp"
 #include "norvane/Timeout.hpp"
 #include "norvane/WriteSample.hpp"

@@ -43,19 +43,71 @@ def install():
 
 def consumer():
     """A program of three lines finds the package, links and runs; and so does the example that README.md shows."""
-    example = re.search(r"```cpp\n(.*?)```", (SOURCE / "README.md").read_text(), re.DOTALL)
-    check(example, "README.md shows no example")
-    source = SCRATCH / "readme_example.cpp"
-    source.write_text(example[1])
     expected = re.search(r"prints\s+`([^`]+)`", (SOURCE / "README.md").read_text())
     check(expected, "README.md does not say what its example prints")
 
     build = SCRATCH / "consumer"
-    run("cmake", "-S", SOURCE / "tests/package/consumer", "-B", build, "-DCMAKE_PREFIX_PATH=%s" % PREFIX, "-DREADME_EXAMPLE=%s" % source)
+    run("cmake", "-S", SOURCE / "tests/package/consumer", "-B", build, "-DCMAKE_PREFIX_PATH=%s" % PREFIX)
     run("cmake", "--build", build)
     run(build / "consumer")
     printed = run(build / "readme_example").strip()
     check(printed == expected[1], "the example of README.md prints %r, and says %r" % (printed, expected[1]))
+
+
+def examples():
+    """Each example is a project of its own, that finds what it needs; the first is built and run as such. (The build of the tree runs them all.)"""
+    for project in sorted((SOURCE / "examples").glob("*/CMakeLists.txt")):
+        name = project.parent.name
+        build = SCRATCH / "examples" / name
+        run("cmake", "-S", project.parent, "-B", build, "-DCMAKE_PREFIX_PATH=%s" % PREFIX)
+        if name == "hello":
+            run("cmake", "--build", build)
+            check(run(build / "hello") == "Hello, world!\n", "the example hello does not greet")
+
+
+# A document, and what scripts/doc_snippets.py says of it; nothing when it is right. `a.cpp` has the regions good and nested, and half of another one.
+SNIPPETS = """//! [nested]
+int main() {
+    //! [good]
+    call([](int) {});
+    //! [good]
+}
+//! [nested]
+//! [half]
+"""
+DOCUMENTS = [
+    ("<!-- snippet: a.cpp good -->\n```cpp\ncall([](int) {});\n```\n", ""),
+    ("<!-- snippet: a.cpp nested -->\n```cpp\nint main() {\n    call([](int) {});\n}\n```\n\n```sh\nls\n```\n", ""),
+    ("<!-- snippet: a.cpp good -->\n```cpp\ncall([](char) {});\n```\n", "docs/a.md:2: differs"),
+    ("<!-- snippet: a.cpp half -->\n```cpp\n```\n", "docs/a.md:2: a.cpp has no region [half]"),
+    ("<!-- snippet: b.cpp good -->\n```cpp\n```\n", "docs/a.md:2: b.cpp has no region [good]"),
+    ("\n```cpp\ncall([](int) {});\n```\n", "docs/a.md:3: a block of C++ without"),
+    ("\n\n```c++\ncall([](int) {});\n```\n", "docs/a.md:4: a block of C++ without"),
+    ("<!-- snippet: a.cpp good -->\n\n```sh\nls\n```\n", "docs/a.md:2: no block"),
+    ("[this](a.md), [that](../a.cpp), [there](https://example.org/b)\n", ""),
+    ("\n[gone](b.md)\n", "docs/a.md:3: no file b.md"),
+]
+
+
+def documents():
+    """doc_snippets.py says which block is not as its source, and puts it right; and which link is dead."""
+    for text, complaint in DOCUMENTS:
+        with tempfile.TemporaryDirectory() as name:
+            tree = Path(name)
+            (tree / "docs").mkdir()
+            (tree / "README.md").write_text("")
+            (tree / "a.cpp").write_text(SNIPPETS)
+            (tree / "docs/a.md").write_text("# A\n" + text)
+
+            def say(mode):
+                done = subprocess.run([sys.executable, SOURCE / "scripts/doc_snippets.py", mode, tree], capture_output=True, text=True, timeout=60)
+                check(done.returncode == (1 if done.stdout else 0), "%s\nexit code %d, and it says:\n%s" % (text, done.returncode, done.stdout))
+                return done.stdout
+            said = say("--check")
+            check(said.startswith(complaint) and len(said.splitlines()) == (1 if complaint else 0), "%s\nshould be said %r of, not:\n%s" % (text, complaint, said))
+            if "differs" in complaint:
+                say("--write")
+                check(say("--check") == "" and "call([](int) {});" in (tree / "docs/a.md").read_text(), "not put right:\n" + text)
 
 
 def pkg_config():
@@ -84,6 +136,8 @@ OUT_OF_ROOM = [
     ("include/norvane/details/a.hpp", '#include "norvane/Requester.hpp"', "include/norvane/details/ may include"),
     ("include/norvane/a.hpp", '#include "norvane/norvane.hpp"', "never norvane/norvane.hpp"),
     ("include/norvane/a.hpp", "#include <sys/types.h>", "of <...> the C++ library"),
+    ("include/norvane/details/a.hpp", "#include <fastcdr/Cdr.h>", "of <...> the C++ library"),
+    ("include/norvane/details/CdrEncoder.hpp", "#include <boost/describe/members.hpp>", "and fastcdr/Cdr.h"),
     ("examples/a/main.cpp", '#include "norvane/details/FastObjectPool.hpp"', "never norvane/details"),
     ("tests/conformance/a_test.cpp", '#include "norvane/Requester.hpp"', "tests/conformance/ may include"),
     ("tests/requestreply/a_test.cpp", '#include "middleware/Engine.hpp"', "tests/requestreply/ may include"),
@@ -122,4 +176,41 @@ def rooms():
               "%s with\n%s\nshould give one complaint with %r, gives:\n%s" % (path, text, words, printed))
 
 
-{"install": install, "consumer": consumer, "pkg_config": pkg_config, "rooms": rooms}[sys.argv[1]]()
+# A request type, how it is described, the beginning of the sentence that the compiler says of it, and the member that its notes name.
+WRONG_TYPES = [
+    ("struct T { std::string s; };", "", "describe the request or reply type", ""),
+    ("struct T { int* p; std::string s; };", "BOOST_DESCRIBE_STRUCT(T, (), (p, s))", "give this member", r"Member = int\s*\*"),
+    ("struct T { std::vector<std::map<int, int>> m; };", "BOOST_DESCRIBE_STRUCT(T, (), (m))", "give this member", "Member = std::map<int, int>"),
+    ("struct T { std::variant<int, bool> v; };", "BOOST_DESCRIBE_STRUCT(T, (), (v))", "give this member", "Member = std::variant<int, bool>"),
+    ("struct T { int i; long double l; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, l))", "give this member", "Member = long double"),
+    ("struct T { wchar_t w; };", "BOOST_DESCRIBE_STRUCT(T, (), (w))", "give this member", "Member = wchar_t"),
+    ("struct T { std::vector<std::optional<int>> o; };", "BOOST_DESCRIBE_STRUCT(T, (), (o))", "give this member", "std::optional<int>"),
+    ("struct E {}; BOOST_DESCRIBE_STRUCT(E, (), ()) struct T { std::vector<E> e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))", "give this member", ""),
+    ("struct I { void* p; }; BOOST_DESCRIBE_STRUCT(I, (), (p)) struct T { std::optional<I> i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))",
+     "give this member", r"Struct = I; Member = void\s*\*"),
+    ("struct T { int i; std::vector<T> t; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, t))", "give this member", "Member = T"),
+    ("struct T { int i; std::string forgotten; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))", "name every member", "T = T"),
+    ("struct T { T(int); int i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))", "give the described type a default constructor", ""),
+    ("struct T { int i; std::string s; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, s))", "", ""),
+]
+
+
+def wrong_types():
+    """A type that cannot be a request is refused with one error of one sentence; the same program with a good type compiles."""
+    compiler = os.environ.get("CXX", "c++")
+    flags = ["-std=c++17", "-fsyntax-only", "-I%s" % (SOURCE / "include"), "-x", "c++", "-"]
+    for types, description, sentence, member in WRONG_TYPES:
+        program = "\n".join(["#include <map>", "#include <variant>", '#include "norvane/norvane.hpp"', types, description,
+                             "void make(norvane::RequesterParams& params) { norvane::Requester<T, T> requester(params); }", ""])
+        done = subprocess.run([compiler] + flags, input=program, capture_output=True, text=True, timeout=120)
+        errors = [line for line in done.stderr.splitlines() if " error: " in line]
+        if not sentence:
+            check(done.returncode == 0, "%s\nshould compile:\n%s" % (program, done.stderr))
+        else:
+            check(len(errors) == 1 and "norvane: " + sentence in errors[0] and errors[0].rstrip('"').endswith("."),
+                  "%s\nshould give one error, norvane: %s ...\n%s" % (program, sentence, done.stderr))
+            notes = re.search(member, done.stderr) or "clang" in compiler
+            check(notes, "%s\nno note names %s\n%s" % (program, member, done.stderr))
+
+
+{"install": install, "consumer": consumer, "examples": examples, "documents": documents, "pkg_config": pkg_config, "rooms": rooms, "wrong_types": wrong_types}[sys.argv[1]]()

@@ -132,7 +132,7 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
         {"take_replies to nothing", BAD, [&] { requester.take_replies(nobody); }},
         {"read_replies to the automatic one", BAD, [&] { requester.read_replies(DDS_AUTO_SAMPLE_IDENTITY); }},
         {"take_replies -2", BAD, [&] { requester.take_replies(-2); }},
-        {"take_replies the least", BAD, [&] { requester.take_replies(id, INT_MIN); }},
+        {"take_replies the least", BAD, [&] { requester.take_replies(INT_MIN, id); }},
         {"read_replies -2", BAD, [&] { requester.read_replies(-2); }},
         {"read_replies of one, -2", BAD, [&] { requester.read_replies(id, -2); }},
         {"receive_replies without room", BAD, [&] { requester.receive_replies(1, 0, some); }},

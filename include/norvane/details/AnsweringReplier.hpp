@@ -32,7 +32,7 @@ public:
     /// @return false on time-out.
     /// @throws AlreadyDeletedException  the replier was closed.
     /// @par Blocks  Up to `max_wait`. On the embedded engine never: a reply that was written has arrived.
-    bool wait_for_acknowledgments(const Timeout& max_wait);
+    bool wait_for_acknowledgments(const Timeout& max_wait = DEFAULT_TIMEOUT);
 
     /// Leaves the service. Every wait, running or later, and every later reply ends with AlreadyDeletedException within milliseconds.
     /// Requests that are queued can still be looked at. Calling it again does nothing.
