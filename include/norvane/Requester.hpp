@@ -6,16 +6,20 @@
 #ifndef NORVANE_REQUESTER_HPP
 #define NORVANE_REQUESTER_HPP
 
+#include <future>
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
 
+#include "norvane/CallResult.hpp"
 #include "norvane/LoanedSamples.hpp"
 #include "norvane/RequesterParams.hpp"
 #include "norvane/Sample.hpp"
 #include "norvane/Timeout.hpp"
 #include "norvane/WriteSample.hpp"
 #include "norvane/details/CallingRequester.hpp"
+#include "norvane/details/async_call.hpp"
 #include "norvane/details/sample_argument.hpp"
 #include "norvane/details/sample_copy.hpp"
 
@@ -24,7 +28,7 @@ namespace norvane {
 /// Sends requests to the repliers of a service, and collects their replies: only those to its own requests, told apart by request.
 ///
 /// Most programs need `call` only:
-/// @snippet examples/calculator/main.cpp requester
+/// @snippet examples/hello/main.cpp requester
 /// Those that expect several replies to a request, or look for them later, use `send_request`, and wait for and take the replies to its
 /// identity. (Operations without an identity are about all replies, those to `call` included: beside calls, name the request.)
 /// @tparam Request, Reply  a described aggregate, a built-in type, a type generated from IDL, or a trivially copyable struct (which stays in
@@ -52,6 +56,9 @@ public:
                                     details::chosen_type_support<Reply>(params.datareader_type_support()), "Requester::Requester");
         _reply_reader = details::typed_datareader<Reply>(get_datareader());
     }
+    /// Leaves the service. Asynchronous calls end as they do in `close`. No other operation may be running; a callback may.
+    /// @par Blocks  While a callback of this requester runs in another thread; not inside a callback.
+    ~Requester() override { end_async_calls(); }
 
     // ---- the service
 
@@ -87,6 +94,42 @@ public:
     }
 
     // ---- asynchronous calls
+    //
+    // A call that expires ends with TimeoutException, one of a requester or dispatcher that is closed with AlreadyDeletedException. What is
+    // wrong at once, and what the write itself refuses, is thrown by call_async instead; the future or callback is not told then.
+    // While no replier is ready, or one has no room, a copy of the request waits in the dispatcher, inside the call's time-out.
+    // In steady state, when the request can be sent at once, nothing is allocated here: a callback of up to 80 octets is kept in place.
+
+    /// As `call`, but returns at once.
+    /// @param request  copied or encoded before this returns.
+    /// @return the reply to come. The future may be dropped: the call then ends unnoticed. (Allocates what std::promise does.)
+    /// @throws PreconditionNotMetException  the requester was given no dispatcher.
+    /// @throws AlreadyDeletedException      the requester or its dispatcher was closed.
+    /// @throws BadParameterException        a string that is null or holds a NUL.
+    /// @throws OutOfResourcesException      memory is short. @throws std::bad_alloc  so it is.
+    /// @par Threads  Any number.
+    /// @par Blocks   Never.
+    std::future<Reply> call_async(const Request& request, const Timeout& timeout = DEFAULT_TIMEOUT) {
+        details::FulfilPromise<Reply> promise;
+        std::future<Reply> reply = promise.get_future();
+        call_async(request, timeout, std::move(promise));
+        return reply;
+    }
+
+    /// The same, with a callback. (norvane/coroutines.hpp adds a form that is awaited.)
+    /// @param callback  invocable with CallResult<Reply>: takes it by value or const reference. Moved in; called once, and dropped after. It
+    ///                  runs in the dispatcher's loop, or in the thread that closes, without any lock of the library; it may call, close and
+    ///                  destroy whatever it likes. What it throws is logged and counted.
+    /// @throws as above, and then the callback is not called.
+    /// @par Threads  Any number.
+    /// @par Blocks   Never.
+    template <class Form>
+    auto call_async(const Request& request, const Timeout& timeout, Form&& callback) {
+        typedef typename dds_type_traits<Reply>::DataReader Reader;
+        return details::AsyncForm<std::decay_t<Form>>::begin(
+            details::AsyncCall<Request, Reply, Reader>(_dispatcher_link, _reply_reader, request, timeout),
+            std::forward<Form>(callback));
+    }
 
     // ---- requests
 
@@ -171,27 +214,35 @@ public:
     LoanedSamples<Reply> take_replies(int max_count = DDS_LENGTH_UNLIMITED) { return any_replies(max_count, true); }
     /// Takes the replies to one request. Else as above.
     /// @throws BadParameterException  also when `request_id` is no identity of a request.
-    LoanedSamples<Reply> take_replies(const DDS_SampleIdentity_t& request_id, int max_count = DDS_LENGTH_UNLIMITED) {
+    LoanedSamples<Reply> take_replies(int max_count, const DDS_SampleIdentity_t& request_id) {
         return replies_to(request_id, max_count, true);
+    }
+    /// Takes all replies to one request. Else as above.
+    LoanedSamples<Reply> take_replies(const DDS_SampleIdentity_t& request_id) {
+        return take_replies(DDS_LENGTH_UNLIMITED, request_id);
     }
     /// As `take_replies`, but leaves the replies in the reader.
     LoanedSamples<Reply> read_replies(int max_count = DDS_LENGTH_UNLIMITED) { return any_replies(max_count, false); }
     /// As `take_replies`, but leaves the replies in the reader.
-    LoanedSamples<Reply> read_replies(const DDS_SampleIdentity_t& request_id, int max_count = DDS_LENGTH_UNLIMITED) {
+    LoanedSamples<Reply> read_replies(int max_count, const DDS_SampleIdentity_t& request_id) {
         return replies_to(request_id, max_count, false);
+    }
+    /// As `take_replies`, but leaves the replies in the reader.
+    LoanedSamples<Reply> read_replies(const DDS_SampleIdentity_t& request_id) {
+        return read_replies(DDS_LENGTH_UNLIMITED, request_id);
     }
 
     /// Takes one reply, as a copy of one's own. @return the reply that came first; nothing when there is none.
     std::optional<Sample<Reply>> take_reply() { return details::first_of(take_replies(1)); }
     /// Takes one reply to one request, as a copy of one's own. @return the reply that came first; nothing when there is none.
     std::optional<Sample<Reply>> take_reply(const DDS_SampleIdentity_t& request_id) {
-        return details::first_of(take_replies(request_id, 1));
+        return details::first_of(take_replies(1, request_id));
     }
     /// As `take_reply`, but leaves the reply in the reader.
     std::optional<Sample<Reply>> read_reply() { return details::first_of(read_replies(1)); }
     /// As `take_reply`, but leaves the reply in the reader.
     std::optional<Sample<Reply>> read_reply(const DDS_SampleIdentity_t& request_id) {
-        return details::first_of(read_replies(request_id, 1));
+        return details::first_of(read_replies(1, request_id));
     }
 
     /// Waits for a reply, whichever of the requests it answers, and takes it.

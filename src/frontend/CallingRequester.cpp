@@ -2,8 +2,8 @@
 // The road of a call: a replier is ready; the request is written; its key is open; its condition holds; its reply is taken; its key is closed.
 #include "norvane/details/CallingRequester.hpp"
 
-#include "frontend/require_ok.hpp"
 #include "frontend/log_line.hpp"
+#include "frontend/require_ok.hpp"
 #include "norvane/details/DispatcherLink.hpp"
 #include "norvane/details/topic_names.hpp"
 
@@ -48,7 +48,9 @@ CallingRequester::CallingRequester(const RequesterParams& params, RegisterTypeFu
     }
 }
 
-CallingRequester::~CallingRequester() {
+CallingRequester::~CallingRequester() { end_async_calls(); }
+
+void CallingRequester::end_async_calls() noexcept {
     if (_dispatcher_link != nullptr) {
         _dispatcher_link->close();
     }
@@ -115,13 +117,14 @@ void CallingRequester::close() {
     }
     // First whoever waits; leaving may take as long as a listener runs.
     _repliers.close();
+    if (_dispatcher_link != nullptr) {
+        _dispatcher_link->begin_close();
+    }
     get_datareader()->interrupt(DDS_RETCODE_ALREADY_DELETED);
     get_datawriter()->leave_domain();
     get_datareader()->leave_domain();
     // Last: a callback may destroy the requester.
-    if (_dispatcher_link != nullptr) {
-        _dispatcher_link->close();
-    }
+    end_async_calls();
 }
 
 // ---- calls ----------------------------------------------------------------------------------------------------------------------------
@@ -185,7 +188,7 @@ OpenCall CallingRequester::opened(const DDS_SampleIdentity_t& request_id) {
     _pending.fetch_add(1, std::memory_order_relaxed);
     try {
         require_ok(get_datareader()->open_index_key(CORRELATION_INDEX_NAME, call.request_id.sequence_number), "Requester::call",
-                      VOST_LOG_ANY_FAILURE_s, "open the key of the request");
+                   VOST_LOG_ANY_FAILURE_s, "open the key of the request");
         call.condition = create_correlation_condition(DDS_ANY_SAMPLE_STATE, call.request_id.sequence_number);
     } catch (...) {
         close_call(call);

@@ -5,10 +5,12 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "norvane/Exception.hpp"
 #include "norvane/dds/DomainParticipant.hpp"
@@ -78,6 +80,11 @@ public:
     void on_publication_matched(DDSDataWriter*, const DDS_PublicationMatchedStatus&) override { recount(); }
     void on_subscription_matched(DDSDataReader*, const DDS_SubscriptionMatchedStatus&) override { recount(); }
 
+    void set_on_change(std::function<void()> on_change) {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _on_change = std::move(on_change);
+    }
+
     int count() const noexcept { return _count.load(std::memory_order_acquire); }
 
     bool wait(const Deadline& deadline, int wanted) {
@@ -101,6 +108,7 @@ public:
 
 private:
     void recount();
+    void recount_locked();
     std::string obstacle();
 
     DDSDataWriter& _writer;
@@ -108,12 +116,24 @@ private:
     std::mutex _mutex;
     std::condition_variable _changed;
     std::atomic<int> _count{0};
+    std::function<void()> _on_change;  // set once, if at all
     bool _closed = false;
 };
 
 void MatchedRepliers::State::recount() {
-    // Both listeners may come here at once; the later look at the lists must also be the later one to be kept.
-    std::lock_guard<std::mutex> lock(_mutex);
+    const std::function<void()>* on_change = nullptr;
+    {
+        // Both listeners may come here at once; the later look at the lists must also be the later one to be kept.
+        std::lock_guard<std::mutex> lock(_mutex);
+        recount_locked();
+        on_change = _on_change ? &_on_change : nullptr;
+    }
+    if (on_change != nullptr) {
+        (*on_change)();
+    }
+}
+
+void MatchedRepliers::State::recount_locked() {
     struct Plain {
         int readers = 0;
         int writers = 0;
@@ -214,6 +234,8 @@ MatchedRepliers::MatchedRepliers(DDSDataWriter& writer, DDSDataReader& reader) :
 MatchedRepliers::~MatchedRepliers() = default;
 
 int MatchedRepliers::count() const noexcept { return _state->count(); }
+
+void MatchedRepliers::set_on_change(std::function<void()> on_change) { _state->set_on_change(std::move(on_change)); }
 
 bool MatchedRepliers::wait(const Deadline& deadline, int wanted) { return _state->wait(deadline, wanted); }
 

@@ -159,7 +159,8 @@ TEST_P(Calls, that_time_out_say_why) {
     {
         const TextReplier silent(replier_params());
         ASSERT_TRUE(requester.wait_for_service(PATIENCE));
-        expect_thrown("TimeoutException", "1 replier is ready, and has not answered", thrown_by([&] { requester.call("x", SHORT); }));
+        expect_thrown("TimeoutException", "1 replier is ready, and has not answered",
+                      thrown_by([&] { requester.call("x", SHORT); }));
     }
     {
         DDS_DataReaderQos reader_qos;
@@ -169,15 +170,15 @@ TEST_P(Calls, that_time_out_say_why) {
         TextRequester stranger(requester_params(nullptr, "Q"));
         const TextReplier replier(replier_params(nullptr, "Q").datawriter_qos(writer_qos).datareader_qos(reader_qos));
         EXPECT_TRUE(eventually([&] {
-            return thrown_by([&] { stranger.call("x", SHORT); }).message.find("RELIABILITY, offered BEST_EFFORT, requested RELIABLE") !=
-                   std::string::npos;
+            return thrown_by([&] {
+                       stranger.call("x", SHORT);
+                   }).message.find("RELIABILITY, offered BEST_EFFORT, requested RELIABLE") != std::string::npos;
         }));
     }
     const Replier<Number, Number> another_type(replier_params(join(), "T"));
     TextRequester mistaken(requester_params(nullptr, "T"));
-    EXPECT_TRUE(eventually([&] {
-        return thrown_by([&] { mistaken.call("x", SHORT); }).message.find("of another type") != std::string::npos;
-    }));
+    EXPECT_TRUE(eventually(
+        [&] { return thrown_by([&] { mistaken.call("x", SHORT); }).message.find("of another type") != std::string::npos; }));
 }
 
 TEST_P(Calls, leave_nothing_behind_when_their_reply_comes_too_late) {
@@ -235,10 +236,8 @@ TEST_P(Calls, end_with_a_clear_error_when_either_side_is_closed) {
     EXPECT_TRUE(eventually([&] { return replier.stats().queued == 1; }));
     TextRequester other(requester_params(nullptr, "nobody"));
     const std::function<void()> waits[] = {
-        [&] { requester->call("finds no room", PATIENCE); },
-        [&] { requester->send_request("finds no room either"); },
-        [&] { requester->wait_for_replies(PATIENCE); },
-        [&] { requester->wait_for_replies(PATIENCE, id); },
+        [&] { requester->call("finds no room", PATIENCE); }, [&] { requester->send_request("finds no room either"); },
+        [&] { requester->wait_for_replies(PATIENCE); },      [&] { requester->wait_for_replies(PATIENCE, id); },
         [&] { requester->wait_for_service(PATIENCE, 2); },
     };
     std::vector<std::future<Thrown>> blocked;

@@ -377,7 +377,8 @@ TEST_F(FailureSweep, typed_ends_that_meet_call_and_close) {
         failures += thrown.type.empty() ? 0 : 1;
         EXPECT_TRUE(answered || !thrown.type.empty());
         EXPECT_TRUE(thrown.type.empty() || thrown.type.find("Exception") != std::string::npos);
-        const bool may_leave_something = failed.find("::delete_") != std::string::npos || failed.find("return_loan") != std::string::npos;
+        const bool may_leave_something =
+            failed.find("::delete_") != std::string::npos || failed.find("return_loan") != std::string::npos;
         EXPECT_TRUE(live().empty() || may_leave_something) << live();
         _script.fail_call(0);
         tidy_up();

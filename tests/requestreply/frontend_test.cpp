@@ -158,7 +158,7 @@ TEST_F(Frontend, several_replies_to_several_requests_are_told_apart) {
     EXPECT_TRUE(requester.wait_for_replies(LONG, 3, first));
     EXPECT_FALSE(requester.wait_for_replies(DDS_DURATION_ZERO, 4, first));
     EXPECT_EQ((std::vector<int>{11, 12, 13}), numbers(requester.read_replies(first)));
-    EXPECT_EQ((std::vector<int>{11, 12}), numbers(requester.take_replies(first, 2)));
+    EXPECT_EQ((std::vector<int>{11, 12}), numbers(requester.take_replies(2, first)));
     EXPECT_EQ((std::vector<int>{13}), numbers(requester.read_replies(first))) << "a take must leave what it was not asked for";
     EXPECT_EQ((std::vector<int>{21, 22}), numbers(requester.read_replies(second)));
     EXPECT_EQ((std::vector<int>{21}), numbers(requester.read_replies(1)));

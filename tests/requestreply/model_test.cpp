@@ -255,7 +255,7 @@ private:
         const auto call = std::next(asking->calls.begin(), below(asking->calls.size()));
         const int max_count = any_count();
         const bool taken = below(3) != 0;
-        check(taken ? asking->entity->take_replies(call->first, max_count) : asking->entity->read_replies(call->first, max_count),
+        check(taken ? asking->entity->take_replies(max_count, call->first) : asking->entity->read_replies(max_count, call->first),
               max_count, taken, call->second);
     }
     void get_replies() {

@@ -134,7 +134,7 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
         {"take_replies -2", BAD, [&] { requester.take_replies(-2); }},
         {"take_replies the least", BAD, [&] { requester.take_replies(INT_MIN, id); }},
         {"read_replies -2", BAD, [&] { requester.read_replies(-2); }},
-        {"read_replies of one, -2", BAD, [&] { requester.read_replies(id, -2); }},
+        {"read_replies of one, -2", BAD, [&] { requester.read_replies(-2, id); }},
         {"receive_replies without room", BAD, [&] { requester.receive_replies(1, 0, some); }},
         {"receive_replies too few", BAD, [&] { requester.receive_replies(3, 2, some); }},
         {"receive_replies without time", BAD, [&] { requester.receive_replies(1, 1, DDS_DURATION_ZERO); }},

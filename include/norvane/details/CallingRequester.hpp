@@ -97,6 +97,8 @@ protected:
     }
     /// @throws AlreadyDeletedException  closed.
     void throw_if_closed(const char* method_name) const;
+    /// Ends every asynchronous call, for good. The first step of every destructor: callbacks may still use the whole object.
+    void end_async_calls() noexcept;
 
     // ---- the steps of a call, for the dispatcher
 
@@ -106,21 +108,24 @@ protected:
     /// Waits for a replier if need be, writes the request, opens its key and makes its condition.
     /// @throws as `call`.
     OpenCall open_call(const void* request, const Deadline& deadline, WhenNobodyIsThere when_nobody);
+    /// The same without blocking. @return false when no replier is ready, or one has no room: nothing was sent.
+    bool try_open_call(const void* request, OpenCall& call);
     /// Takes the reply, as a loan of one. @return false when it is not there (yet).
     bool take_reply(const OpenCall& call, void*** reply, int* count, DDS_SampleInfoSeq& infos);
     /// Ends a call: the condition is deleted, the key is closed. Must follow every `open_call`.
     void close_call(const OpenCall& call) noexcept;
-    /// @return what a call that got no reply in time ends with; it is counted.
-    std::exception_ptr timeout_of(const Timeout& timeout);
+    /// @return what a call that got no reply in time ends with; it is counted. @param was_sent  whether its request was.
+    std::exception_ptr timeout_of(const Timeout& timeout, bool was_sent = true);
     /// @return what ends the calls of a closed requester.
     std::exception_ptr closure(const char* method_name) const;
     void count_completed() noexcept { _completed.fetch_add(1, std::memory_order_relaxed); }
 
-    /// Set once, by the first asynchronous call; null before.
+    /// Null without a dispatcher. (Before the repliers, whose changes it is told of.)
     std::shared_ptr<DispatcherLink> _dispatcher_link;
 
 private:
     [[noreturn]] void throw_nobody(const char* method_name, const Timeout& timeout);
+    OpenCall opened(const DDS_SampleIdentity_t& request_id);
     std::string title() const;
 
     MatchedRepliers _repliers;

@@ -7,6 +7,7 @@
 #ifndef NORVANE_DETAILS_MATCHEDREPLIERS_HPP
 #define NORVANE_DETAILS_MATCHEDREPLIERS_HPP
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -31,6 +32,8 @@ public:
     /// Waits until so many are ready.
     /// @return false when the time ran out, or nobody is waited for any more: see `close`.
     bool wait(const Deadline& deadline, int wanted);
+    /// Has a function called after every change, from a thread of the middleware, without any lock of ours. Once, before there are waits.
+    void set_on_change(std::function<void()> on_change);
     /// Ends every wait, now and later.
     void close() noexcept;
     /// @return in words, why no reply has come or can come: nobody there, another QoS, another type, or silence.
