@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages that are missing, as root or through sudo. Does nothing, and needs no network, when all are there.
 #
-# usage: scripts/ensure_packages.sh <group>...      groups: build examples test bench
+# usage: scripts/ensure_packages.sh <group>...      groups: build examples fastdds test bench
 set -eu
 
 if [ $# -eq 0 ]; then
@@ -38,6 +38,9 @@ for group in "$@"; do
             need libgtest-dev /usr/include/gtest/gtest.h
             need python3 python3
             need doxygen doxygen
+            ;;
+        fastdds)
+            need libfastrtps-dev /usr/include/fastdds/rtps/RTPSDomain.h
             ;;
         bench)
             need libbenchmark-dev /usr/include/benchmark/benchmark.h

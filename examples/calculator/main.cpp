@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A calculator: a service and a requester of "Calculator" in one process.
+// A calculator: a service and a requester of "Calculator", in one process or in two (--role).
 // Shows that every request gets its own reply, and that an expression that cannot be evaluated is answered too: with an error.
 #include <muParser.h>
 
@@ -8,9 +8,11 @@
 #include <boost/describe.hpp>
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -106,9 +108,25 @@ int call_all(DDSDomainParticipant* participant, const std::vector<std::string>& 
     return lost;
 }
 
+// Serves until the process is told to end, and then loses no reply.
+int serve(DDSDomainParticipant* participant) {
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    // Before the service: its threads inherit that the signals are not for them.
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+    norvane::Service<Request, Reply> service(norvane::ReplierParams(participant).service_name("Calculator"), Evaluator());
+    int signal = 0;
+    sigwait(&ends, &signal);
+    return service.drain() ? 0 : 1;
+}
+
 int run(int argc, char** argv) {
     std::vector<std::string> expressions;
     double max_wait = 10;
+    std::string role = "both";
+    std::string engine;
     CLI::App app(
         "Evaluates expressions by request and reply: each is sent to the service \"Calculator\", and the reply is printed.");
     app.add_option(
@@ -118,14 +136,26 @@ int run(int argc, char** argv) {
     app.add_option("--timeout", max_wait, "Longest time to wait for a reply, in seconds")
         ->capture_default_str()
         ->check(CLI::Range(0.001, 86400.0));
+    app.add_option("--role", role, "What this process is: both, the service (until SIGINT or SIGTERM), or the requester")
+        ->capture_default_str()
+        ->check(CLI::IsMember(std::set<std::string>{"both", "service", "requester"}));
+    app.add_option("--engine", engine, "How to reach the other role: embedded (this process only) or fastdds");
     app.footer("The exit code is 0 when every request was answered; an error reply is an answer.");
     CLI11_PARSE(app, argc, argv);
     if (expressions.empty()) {
         expressions = {"6*7", "(1+2)*3-4", "sqrt(2)^2", "10/4", "2*(3+", "1/0", "unknown+1"};
     }
 
-    norvane::Participant participant;
-    norvane::Service<Request, Reply> service(norvane::ReplierParams(participant).service_name("Calculator"), Evaluator());
+    // The roles may be two processes, but stay on this machine.
+    norvane::Participant participant(
+        norvane::ParticipantParams().engine(engine).property("norvane.fastdds.interfaces", "127.0.0.1"));
+    if (role == "service") {
+        return serve(participant);
+    }
+    std::optional<norvane::Service<Request, Reply>> service;
+    if (role == "both") {
+        service.emplace(norvane::ReplierParams(participant).service_name("Calculator"), Evaluator());
+    }
     return call_all(participant, expressions, std::chrono::duration<double>(max_wait)) == 0 ? 0 : 1;
 }
 

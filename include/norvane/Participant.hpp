@@ -4,11 +4,39 @@
 #define NORVANE_PARTICIPANT_HPP
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "norvane/dds/DomainParticipant.hpp"
 #include "norvane/export.hpp"
 
 namespace norvane {
+
+/// What a participant may be told. Setters chain, check nothing, and may be called again: the last value wins.
+/// @par Threads  A plain value; one thread at a time.
+class ParticipantParams {
+public:
+    /// Those who talk to each other are in the same domain. @param id  from 0, which it is at start.
+    ParticipantParams& domain_id(int id) {
+        _domain_id = id;
+        return *this;
+    }
+    /// @param name  "embedded" (this process) or "fastdds" (other processes and machines); empty, as at start, for what the environment
+    ///              variable NORVANE_ENGINE says, else embedded.
+    ParticipantParams& engine(const std::string& name) { return property("norvane.engine", name); }
+    /// Sets a property of the participant, such as the settings of an engine (docs/engines.md).
+    ParticipantParams& property(const std::string& name, const std::string& value) {
+        _properties.emplace_back(name, value);
+        return *this;
+    }
+
+    int domain_id() const noexcept { return _domain_id; }
+    const std::vector<std::pair<std::string, std::string>>& properties() const noexcept { return _properties; }
+
+private:
+    int _domain_id = 0;
+    std::vector<std::pair<std::string, std::string>> _properties;
+};
 
 /// Membership in a domain. Leaves it in good order when destroyed.
 /// @code
@@ -25,7 +53,10 @@ public:
     /// @param engine     "embedded" (this process) or "fastdds" (other processes and machines); empty for what the environment variable
     ///                   NORVANE_ENGINE says, else embedded.
     /// @throws RuntimeException  the middleware refused: the log says why.
-    explicit Participant(int domain_id = 0, const std::string& engine = std::string());
+    explicit Participant(int domain_id = 0, const std::string& engine = std::string())
+        : Participant(ParticipantParams().domain_id(domain_id).engine(engine)) {}
+    /// The same with more to be told. @param params  read during the call only.
+    explicit Participant(const ParticipantParams& params);
     /// Deletes what was made in the participant, and the participant.
     ~Participant();
     Participant(const Participant&) = delete;

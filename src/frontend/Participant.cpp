@@ -7,25 +7,23 @@
 
 namespace norvane {
 
-namespace {
-
-constexpr const char* ENGINE_PROPERTY = "norvane.engine";
-
-}  // namespace
-
-Participant::Participant(int domain_id, const std::string& engine) : _participant(nullptr) {
-    DDSDomainParticipantFactory& factory = *DDSDomainParticipantFactory::get_instance();
+Participant::Participant(const ParticipantParams& params) : _participant(nullptr) {
+    const char* const METHOD_NAME = "Participant::Participant";
     DDS_DomainParticipantQos qos;
-    if (!engine.empty()) {
-        check_retcode(DDSPropertyQosPolicyHelper::assert_property(qos.property, ENGINE_PROPERTY, engine.c_str(), DDS_BOOLEAN_FALSE),
-                      "Participant::Participant", VOST_LOG_ANY_FAILURE_s, "set Participant qos property", true);
+    std::string told;
+    for (const auto& property : params.properties()) {
+        if (!property.second.empty()) {
+            check_retcode(DDSPropertyQosPolicyHelper::assert_property(qos.property, property.first.c_str(), property.second.c_str(),
+                                                                      DDS_BOOLEAN_FALSE),
+                          METHOD_NAME, VOST_LOG_ANY_FAILURE_s, "set Participant qos property", true);
+            told += ", " + property.first + " \"" + property.second + "\"";
+        }
     }
-    _participant = factory.create_participant(domain_id, qos, nullptr, DDS_STATUS_MASK_NONE);
+    DDSDomainParticipantFactory& factory = *DDSDomainParticipantFactory::get_instance();
+    _participant = factory.create_participant(params.domain_id(), qos, nullptr, DDS_STATUS_MASK_NONE);
     if (_participant == nullptr) {
-        check_retcode(DDS_RETCODE_ERROR, "Participant::Participant", VOST_LOG_CREATION_FAILURE_s,
-                      "participant of domain " + std::to_string(domain_id) +
-                          (engine.empty() ? "" : " on engine \"" + engine + "\"") + " (see the previous log lines)",
-                      true);
+        check_retcode(DDS_RETCODE_ERROR, METHOD_NAME, VOST_LOG_CREATION_FAILURE_s,
+                      "participant of domain " + std::to_string(params.domain_id()) + told + " (see the previous log lines)", true);
     }
 }
 

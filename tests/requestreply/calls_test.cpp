@@ -320,6 +320,18 @@ TEST_P(Calls, requests_to_nobody_are_counted_and_logged_once) {
     EXPECT_EQ(1, log.count("the request may be lost"));
 }
 
+TEST_P(Calls, a_participant_is_made_of_its_parameters_or_names_what_was_refused) {
+    const LogCapture quiet(0, 0);
+    expect_thrown("RuntimeException", "norvane.engine \"doves\"", thrown_by([] { Participant(3, "doves"); }));
+    expect_thrown("RuntimeException", "domain -1", thrown_by([] { Participant(-1); }));
+    Participant participant(
+        ParticipantParams().domain_id(_domain).engine(GetParam()).property("norvane.fastdds.interfaces", "127.0.0.1"));
+    EXPECT_STREQ(GetParam().c_str(), participant->get_engine_name());
+    const Echo echo(replier_params());
+    TextRequester requester(requester_params(participant));
+    EXPECT_EQ("x!", requester.call("x", PATIENCE));
+}
+
 INSTANTIATE_TEST_SUITE_P(Engine, Calls, ::testing::ValuesIn(engine_names()), engine_of_test);
 
 }  // namespace
