@@ -68,7 +68,7 @@ public:
     /// @param min_count  requests wanted, or DDS_LENGTH_UNLIMITED to wait out the whole time.
     /// @return true when enough requests are there; false on time-out, which is not an error.
     /// @throws PreconditionNotMetException  another thread is in this wait.
-    /// @throws AlreadyDeletedException      the replier was closed; or it takes no more requests in, and none is queued.
+    /// @throws AlreadyDeletedException      the replier was closed; or it takes no more requests in, and fewer than that are queued.
     /// @par Threads  One at a time.
     /// @par Blocks   Up to `max_wait`.
     bool wait_for_requests(const Timeout& max_wait, int min_count = 1) {

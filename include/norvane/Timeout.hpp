@@ -71,6 +71,9 @@ private:
         if (duration == DDS_DURATION_INFINITE) {
             return Clock::time_point::max();
         }
+        if (duration.sec < 0) {
+            return Clock::now();  // over, but not before those that were over already
+        }
         return Clock::now() + std::chrono::seconds(duration.sec) + std::chrono::nanoseconds(duration.nanosec);
     }
 

@@ -108,7 +108,8 @@ bool AnsweringReplier::wait_for_requests(const Timeout& max_wait, int min_count)
         return true;
     }
     throw AlreadyDeletedException(std::string("Replier(") + get_datareader()->get_topicdescription()->get_name() +
-                                  ")::wait_for_requests: the replier takes no more requests in, and none is queued");
+                                  ")::wait_for_requests: the replier takes no more requests in, and " +
+                                  (touch_samples(1, _any_sample_cond) == 0 ? "none is queued" : "fewer than that are queued"));
 }
 
 void AnsweringReplier::send_reply(const void* reply, const DDS_SampleIdentity_t& request_id, DDS_WriteParams_t& params) {

@@ -42,6 +42,9 @@ CallingRequester::CallingRequester(const RequesterParams& params, RegisterTypeFu
       _repliers(*get_datawriter(), *get_datareader()) {
     check_retcode(get_datareader()->admit_open_keys_only(CORRELATION_INDEX_NAME, DDS_BOOLEAN_TRUE), "Requester::Requester",
                   VOST_LOG_ANY_FAILURE_s, "admit only replies that are wanted", true);
+    DDS_DataWriterQos writer_qos;
+    check_retcode(get_datawriter()->get_qos(writer_qos), "Requester::Requester", VOST_LOG_GET_FAILURE_s, "DataWriter qos", true);
+    _writer_guid = writer_qos.protocol.virtual_guid;
     if (params.dispatcher() != nullptr) {
         _dispatcher_link = DispatcherLink::join(*params.dispatcher(), *this);
         _repliers.set_on_change([this] { _dispatcher_link->repliers_changed(); });
@@ -86,6 +89,12 @@ bool CallingRequester::wait_for_service(const Timeout& max_wait, int count) {
 }
 
 void CallingRequester::forget(const DDS_SampleIdentity_t& request_id) {
+    // Another requester's number would close a request of this one, and none at all would in time close every later one.
+    if (request_id.writer_guid != _writer_guid || request_id.sequence_number.high < 0 ||
+        request_id.sequence_number == DDS::SEQUENCE_NUMBER_ZERO || request_id.sequence_number == DDS::SEQUENCE_NUMBER_MAX) {
+        check_retcode(DDS_RETCODE_BAD_PARAMETER, "Requester::forget", DDS_LOG_BAD_PARAMETER_s,
+                      "request_id is no request of this requester", false);
+    }
     check_retcode(get_datareader()->close_index_key(CORRELATION_INDEX_NAME, request_id.sequence_number), "Requester::forget",
                   VOST_LOG_ANY_FAILURE_s, "close the key of the request", true);
 }
@@ -130,11 +139,12 @@ void CallingRequester::close() {
 // ---- calls ----------------------------------------------------------------------------------------------------------------------------
 
 void CallingRequester::send_request(const void* request, DDS_WriteParams_t& params) {
-    unless_closed("send_request", [&] { send_sample(request, params); });
+    // Before the write: a listener that the write runs may end the requester.
     if (_repliers.count() == 0 && !_said_unmatched.exchange(true, std::memory_order_relaxed)) {
         log_line(LOG_ERROR, (title() + "::send_request").c_str(),
                  ("the request may be lost (said once; stats() counts): " + _repliers.explanation()).c_str());
     }
+    unless_closed("send_request", [&] { send_sample(request, params); });
 }
 
 void CallingRequester::throw_nobody(const char* method_name, const Timeout& timeout) {
@@ -150,9 +160,7 @@ OpenCall CallingRequester::open_call(const void* request, const Deadline& deadli
     }
     DDS_WriteParams_t params;
     params.max_blocking_time = deadline.left();
-    try {
-        unless_closed("call", [&] { send_sample(request, params); });
-    } catch (const TimeoutException&) {
+    if (write_request(request, params, "call") == DDS_RETCODE_TIMEOUT) {
         _timed_out.fetch_add(1, std::memory_order_relaxed);
         throw TimeoutException(title() + "::call: nothing was sent, since a replier had no room for the request within " +
                                seconds_of(deadline.initial()) + " (or the writer's max_blocking_time): its queue is full");
@@ -167,18 +175,23 @@ bool CallingRequester::try_open_call(const void* request, OpenCall& call) {
     }
     DDS_WriteParams_t params;
     params.max_blocking_time = DDS_DURATION_ZERO;
-    // Not by the core, which would log each of many tries.
-    const DDS_ReturnCode_t code =
-        DDS_DataWriter_write_w_params_untyped_generalI(get_datawriter()->get_c_datawriter(), nullptr, request, params);
-    if (code == DDS_RETCODE_TIMEOUT) {
+    if (write_request(request, params, "call_async") == DDS_RETCODE_TIMEOUT) {
         return false;
-    }
-    if (code != DDS_RETCODE_OK) {
-        throw_if_closed("call_async");
-        check_retcode(code, "Requester::call_async", VOST_LOG_ANY_FAILURE_s, "write the request", true);
     }
     call = opened(params.identity);
     return true;
+}
+
+// Not by the core, which would log each of many tries, and each call that finds a full queue.
+// @return OK, or TIMEOUT when there was no room.
+DDS_ReturnCode_t CallingRequester::write_request(const void* request, DDS_WriteParams_t& params, const char* method_name) {
+    const DDS_ReturnCode_t code =
+        DDS_DataWriter_write_w_params_untyped_generalI(get_datawriter()->get_c_datawriter(), nullptr, request, params);
+    if (code != DDS_RETCODE_OK && code != DDS_RETCODE_TIMEOUT) {
+        throw_if_closed(method_name);
+        check_retcode(code, (std::string("Requester::") + method_name).c_str(), VOST_LOG_ANY_FAILURE_s, "write the request", true);
+    }
+    return code;
 }
 
 // The request is written: its reply is wanted from here on.

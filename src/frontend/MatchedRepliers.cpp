@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <functional>
@@ -23,6 +24,7 @@ namespace details {
 namespace {
 
 constexpr const char* CLASS_NAME = "MatchedRepliers";
+constexpr std::chrono::milliseconds RETRY_PAUSE(10);
 
 struct GuidOrder {
     bool operator()(const DDS_GUID_t& left, const DDS_GUID_t& right) const noexcept {
@@ -58,6 +60,12 @@ std::string mismatch(const DDS_IncompatibleQosStatus& status) {
            ", requested " + kind_of_policy(status.last_policy_id, status.last_requested);
 }
 
+// @return whether a peer that was listed is still there. @throws when it may be, but memory is short.
+bool is_there(DDS_ReturnCode_t code) {
+    return code != DDS_RETCODE_OUT_OF_RESOURCES ? code == DDS_RETCODE_OK
+                                                : check_retcode(code, CLASS_NAME, VOST_LOG_GET_FAILURE_s, "data of a peer", true);
+}
+
 }  // namespace
 
 class MatchedRepliers::State : public DDSDataWriterListener, public DDSDataReaderListener {
@@ -74,7 +82,8 @@ public:
                       "listen to the request writer", true);
         check_retcode(_reader.set_listener(this, DDS_SUBSCRIPTION_MATCHED_STATUS), CLASS_NAME, VOST_LOG_ANY_FAILURE_s,
                       "listen to the reply reader", true);
-        recount();
+        std::lock_guard<std::mutex> lock(_mutex);
+        recount_locked();
     }
 
     void on_publication_matched(DDSDataWriter*, const DDS_PublicationMatchedStatus&) override { recount(); }
@@ -85,17 +94,35 @@ public:
         _on_change = std::move(on_change);
     }
 
-    int count() const noexcept { return _count.load(std::memory_order_acquire); }
+    int count() noexcept {
+        if (_is_stale.load(std::memory_order_acquire)) {
+            std::lock_guard<std::mutex> lock(_mutex);
+            try_recount_locked();
+        }
+        return _count.load(std::memory_order_acquire);
+    }
 
     bool wait(const Deadline& deadline, int wanted) {
         std::unique_lock<std::mutex> lock(_mutex);
-        const auto is_over = [&] { return _closed || count() >= wanted; };
-        if (deadline.is_infinite()) {
-            _changed.wait(lock, is_over);
-        } else {
-            _changed.wait_until(lock, deadline.time(), is_over);
+        bool is_over = false;
+        for (;;) {
+            if (_is_stale.load(std::memory_order_relaxed)) {
+                try_recount_locked();
+            }
+            is_over = is_over || _closed || _count.load(std::memory_order_relaxed) >= wanted;
+            if (is_over) {
+                return !_closed && _count.load(std::memory_order_relaxed) >= wanted;
+            }
+            if (_is_stale.load(std::memory_order_relaxed)) {
+                // Nobody tells when there is memory again.
+                _changed.wait_until(lock, std::min(deadline.time(), Deadline::Clock::now() + RETRY_PAUSE));
+            } else if (deadline.is_infinite()) {
+                _changed.wait(lock);
+            } else {
+                _changed.wait_until(lock, deadline.time());
+            }
+            is_over = !deadline.is_infinite() && Deadline::Clock::now() >= deadline.time();
         }
-        return !_closed && count() >= wanted;
     }
 
     void close() noexcept {
@@ -107,8 +134,9 @@ public:
     std::string explanation();
 
 private:
-    void recount();
+    void recount() noexcept;
     void recount_locked();
+    void try_recount_locked() noexcept;
     std::string obstacle();
 
     DDSDataWriter& _writer;
@@ -116,21 +144,34 @@ private:
     std::mutex _mutex;
     std::condition_variable _changed;
     std::atomic<int> _count{0};
-    std::function<void()> _on_change;  // set once, if at all
+    std::atomic<bool> _is_stale{false};  // memory was too short to count: whoever asks next counts
+    std::function<void()> _on_change;    // set once, if at all
     bool _closed = false;
 };
 
-void MatchedRepliers::State::recount() {
+void MatchedRepliers::State::recount() noexcept {
     const std::function<void()>* on_change = nullptr;
     {
         // Both listeners may come here at once; the later look at the lists must also be the later one to be kept.
         std::lock_guard<std::mutex> lock(_mutex);
-        recount_locked();
+        try_recount_locked();
+        _changed.notify_all();
         on_change = _on_change ? &_on_change : nullptr;
     }
     if (on_change != nullptr) {
         (*on_change)();
     }
+}
+
+// A change that could not be counted is not lost: no second event would tell of it.
+void MatchedRepliers::State::try_recount_locked() noexcept {
+    bool is_stale = false;
+    try {
+        recount_locked();
+    } catch (...) {
+        is_stale = true;  // logged where it was thrown, if there was memory for that
+    }
+    _is_stale.store(is_stale, std::memory_order_release);
 }
 
 void MatchedRepliers::State::recount_locked() {
@@ -144,7 +185,7 @@ void MatchedRepliers::State::recount_locked() {
     check_retcode(_writer.get_matched_subscriptions(handles), CLASS_NAME, VOST_LOG_GET_FAILURE_s, "matched request readers", true);
     for (DDS_Long index = 0; index < handles.length(); ++index) {
         DDS_SubscriptionBuiltinTopicData reader;
-        if (_writer.get_matched_subscription_data(reader, handles[index]) != DDS_RETCODE_OK) {
+        if (!is_there(_writer.get_matched_subscription_data(reader, handles[index]))) {
             continue;  // gone in between: its event follows
         }
         if (reader.partner_key == DDS_GUID_UNKNOWN) {
@@ -157,7 +198,7 @@ void MatchedRepliers::State::recount_locked() {
     check_retcode(_reader.get_matched_publications(handles), CLASS_NAME, VOST_LOG_GET_FAILURE_s, "matched reply writers", true);
     for (DDS_Long index = 0; index < handles.length(); ++index) {
         DDS_PublicationBuiltinTopicData writer;
-        if (_reader.get_matched_publication_data(writer, handles[index]) != DDS_RETCODE_OK) {
+        if (!is_there(_reader.get_matched_publication_data(writer, handles[index]))) {
             continue;
         }
         if (partners.count(writer.key) != 0) {
@@ -170,10 +211,10 @@ void MatchedRepliers::State::recount_locked() {
         count += std::min(participant.second.readers, participant.second.writers);
     }
     _count.store(count, std::memory_order_release);
-    _changed.notify_all();
 }
 
-// What stands between the requester and a replier that is there; empty when nothing does.
+// What stood between the requester and a replier that was found; empty when nothing did. That replier may be gone by now: the middleware tells of
+// the obstacle, not of its end.
 std::string MatchedRepliers::State::obstacle() {
     DDS_OfferedIncompatibleQosStatus offered;
     DDS_RequestedIncompatibleQosStatus requested;
@@ -184,16 +225,16 @@ std::string MatchedRepliers::State::obstacle() {
     _writer.get_incompatible_type_status(request_type);
     _reader.get_incompatible_type_status(reply_type);
     if (request_type.total_count > 0) {
-        return std::string("a replier is there, but reads requests of another type, \"") + request_type.last_type_name + "\"";
+        return std::string("a replier was found, but reads requests of another type, \"") + request_type.last_type_name + "\"";
     }
     if (reply_type.total_count > 0) {
-        return std::string("a replier is there, but writes replies of another type, \"") + reply_type.last_type_name + "\"";
+        return std::string("a replier was found, but writes replies of another type, \"") + reply_type.last_type_name + "\"";
     }
     if (offered.total_count > 0) {
-        return "a replier is there, but its request reader can never match: " + mismatch(offered);
+        return "a replier was found, but its request reader can never match: " + mismatch(offered);
     }
     if (requested.total_count > 0) {
-        return "a replier is there, but its reply writer can never match: " + mismatch(requested);
+        return "a replier was found, but its reply writer can never match: " + mismatch(requested);
     }
     return "";
 }
@@ -205,18 +246,22 @@ std::string MatchedRepliers::State::explanation() {
                " ready, and has not answered: it is slow, it is silent, or it has not read the request";
     }
     const std::string in_the_way = obstacle();
-    if (!in_the_way.empty()) {
-        return in_the_way;
-    }
     DDS_PublicationMatchedStatus requests;
     DDS_SubscriptionMatchedStatus replies;
     _writer.get_publication_matched_status(requests);
     _reader.get_subscription_matched_status(replies);
+    // One that could be called and is gone was no other one's obstacle.
+    if (!in_the_way.empty() && (requests.current_count > 0 || replies.current_count > 0 || requests.total_count == 0)) {
+        return in_the_way;
+    }
     if (requests.current_count > 0 || replies.current_count > 0) {
         return requests.current_count > 0 ? "a replier reads the requests, but the way of its replies is not there (yet)"
                                           : "a replier is there, but the way of the requests to it is not there (yet)";
     }
     std::string text = requests.total_count > 0 ? "no replier is there any more: the last one has left" : "no replier is there";
+    if (!in_the_way.empty()) {
+        text += "; besides, " + in_the_way;
+    }
     DDSPublisher* publisher = _writer.get_publisher();
     DDSDomainParticipant* participant = publisher != nullptr ? publisher->get_participant() : nullptr;
     if (participant != nullptr && std::strcmp(participant->get_engine_name(), "embedded") == 0) {

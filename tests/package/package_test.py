@@ -190,6 +190,7 @@ WRONG_TYPES = [
      "give this member", r"Struct = I; Member = void\s*\*"),
     ("struct T { int i; std::vector<T> t; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, t))", "give this member", "Member = T"),
     ("struct T { int i; std::string forgotten; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))", "name every member", "T = T"),
+    ("struct T { double d; bool told; bool in_padding; };", "BOOST_DESCRIBE_STRUCT(T, (), (d, told))", "name every member", "T = T"),
     ("struct T { T(int); int i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))", "give the described type a default constructor", ""),
     ("struct T { int i; std::string s; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, s))", "", ""),
 ]

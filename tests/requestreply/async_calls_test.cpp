@@ -191,6 +191,19 @@ TEST_P(AsyncCalls, expire_in_the_order_of_their_deadlines_and_leave_nothing_behi
     EXPECT_TRUE(eventually([&] { return requester.stats().late == 4; }));
     EXPECT_EQ(0, requester.stats().queued);
 
+    // Time that is over before the call is made is not over before that of others: a chain of such calls took the loop for itself.
+    int links = 0;
+    std::function<void(const CallResult<std::string>&)> chain = [&](const CallResult<std::string>&) {
+        if (++links < 100) {
+            requester.call_async("x", -SHORT, chain);
+        }
+    };
+    requester.call_async("x", -SHORT, chain);
+    EXPECT_EQ(1, dispatcher.run_once(PATIENCE));
+    run(dispatcher, 99);
+    answer(replier, 100);
+    EXPECT_TRUE(eventually([&] { return requester.stats().late == 104; }));
+
     // A reply that is there when the time is up still counts. (Nobody runs the loop meanwhile.)
     std::future<std::string> late = requester.call_async("x", milliseconds(1));
     answer(replier, 1);

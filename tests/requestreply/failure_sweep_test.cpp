@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fails the 1st, 2nd, 3rd ... call of the object API that an operation makes, until the operation succeeds. A table lists the calls of each
 // operation in their order, and what comes of it when that call fails; afterwards nothing may be left behind.
+#include <boost/describe/class.hpp>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -336,6 +337,7 @@ TEST_F(FailureSweep, codes_by_which_nothing_failed_let_the_operation_go_on) {
 struct Number {
     int value;
 };
+BOOST_DESCRIBE_STRUCT(Number, (), (value))
 typedef Requester<Number, Number> NumberRequester;
 typedef Replier<Number, Number> NumberReplier;
 
@@ -384,6 +386,20 @@ TEST_F(FailureSweep, typed_ends_that_meet_call_and_close) {
         tidy_up();
     }
     EXPECT_LT(20, failures);
+}
+
+// The second request comes between the look at what is there and the wait, and with it the end of receiving.
+TEST_F(FailureSweep, a_request_that_came_before_the_end_of_receiving_counts) {
+    const LogCapture quiet(0, 0);
+    NumberReplier replier(ReplierParams(_participant.get()).service_name("S"));
+    NumberRequester requester(RequesterParams(&_real).service_name("S"));
+    requester.send_request({1});
+    _script.at_next("DDS_DataReader::return_loan", [&] {
+        requester.send_request({2});
+        replier.stop_receiving();
+    });
+    EXPECT_TRUE(replier.wait_for_requests(std::chrono::seconds(20), 2));
+    EXPECT_EQ(2, replier.take_requests().length());
 }
 
 TEST_F(FailureSweep, a_call_for_which_memory_is_short_leaves_nothing) {

@@ -23,7 +23,7 @@ public:
     ReplierStatistics stats() const;
 
     /// Takes no more requests in: requesters see the replier go. Those that are queued can still be taken and answered; a wait for requests
-    /// ends with AlreadyDeletedException once none is queued. Calling it again does nothing.
+    /// ends with AlreadyDeletedException once fewer than it wants are queued. Calling it again does nothing.
     /// @throws PreconditionNotMetException  called from inside the replier's listener.
     /// @par Blocks  While the listener runs.
     void stop_receiving();
@@ -47,7 +47,7 @@ protected:
     void get_datareader_qos(DDS_DataReaderQos& qos, const EntityParams& params, const char* topic_name,
                             const char* role_name) override;
 
-    /// Waits for requests. @throws AlreadyDeletedException  closed, or nothing is queued and nothing is received any more.
+    /// Waits for requests. @throws AlreadyDeletedException  closed, or too little is queued and nothing is received any more.
     bool wait_for_requests(const Timeout& max_wait, int min_count);
     /// @throws AlreadyDeletedException  closed. @throws as ReplierUntypedImpl::send_sample.
     void send_reply(const void* reply, const DDS_SampleIdentity_t& request_id, DDS_WriteParams_t& params);

@@ -58,6 +58,7 @@ public:
     /// Says that no reply to a request is wanted any more. Those that are there are dropped, those that come are dropped and counted as late.
     ///
     /// `call` and `call_async` do so themselves. For requests of `send_request` it is a matter of memory: replies that nobody takes stay.
+    /// @throws BadParameterException  `request_id` is no identity of a request of this requester.
     /// @par Blocks  Never.
     void forget(const DDS_SampleIdentity_t& request_id);
 
@@ -125,9 +126,11 @@ protected:
 
 private:
     [[noreturn]] void throw_nobody(const char* method_name, const Timeout& timeout);
+    DDS_ReturnCode_t write_request(const void* request, DDS_WriteParams_t& params, const char* method_name);
     OpenCall opened(const DDS_SampleIdentity_t& request_id);
     std::string title() const;
 
+    DDS_GUID_t _writer_guid = DDS_GUID_UNKNOWN;  // in the identity of each of its requests
     MatchedRepliers _repliers;
     std::atomic<bool> _closed{false};
     std::atomic<bool> _said_unmatched{false};

@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "norvane/details/cxx_type.hpp"
@@ -181,10 +182,30 @@ constexpr bool all_members(Visit&& visit) {
     return all_members(static_cast<MembersOf<T>*>(nullptr), visit);
 }
 
-/// Whether the described members fill the struct. One that was forgotten would be lost without a word on the way to another process.
+template <class Initialisers, class = void>
+inline constexpr bool IS_INITIALISED_BY = false;
+template <class T, class... M>
+inline constexpr bool IS_INITIALISED_BY<T(M...), std::void_t<decltype(T{std::declval<M>()...})>> = true;
+
+template <class Initialisers, class = void>
+inline constexpr bool TAKES_ONE_MORE = false;
+template <class T, class... M>
+inline constexpr bool TAKES_ONE_MORE<T(M...), std::void_t<decltype(T{std::declval<M>()..., {}})>> = true;
+
+/// Whether an aggregate takes the described members as initialisers, and no more. (A C array is no expression: nothing is known then.)
+template <class T, template <class...> class List, class... D>
+constexpr bool has_no_other_member(List<D...>*) noexcept {
+    if constexpr ((std::is_array<MemberType<D>>::value || ...)) {
+        return true;
+    } else {
+        return IS_INITIALISED_BY<T(MemberType<D>...)> && !TAKES_ONE_MORE<T(MemberType<D>...)>;
+    }
+}
+
+/// Whether the described members are all members. One that was forgotten would be lost without a word on the way to another process.
 ///
-/// Only an aggregate without described bases can be looked at: where members lie is not known before run time, but without alignment of
-/// its own each lies where the ones before it end.
+/// Only an aggregate without described bases can be looked at: by its size (where members lie is not known before run time, but without
+/// alignment of its own each lies where the ones before it end), and, for those that hide in padding, by its initialisers.
 template <class T>
 constexpr bool describes_whole() noexcept {
     if constexpr (std::is_aggregate<T>::value &&
@@ -196,7 +217,7 @@ constexpr bool describes_whole() noexcept {
             return true;
         });
         end = (end + alignof(T) - 1) / alignof(T) * alignof(T);
-        return (end != 0 ? end : alignof(T)) == sizeof(T);
+        return (end != 0 ? end : alignof(T)) == sizeof(T) && has_no_other_member<T>(static_cast<MembersOf<T>*>(nullptr));
     } else {
         return true;
     }
