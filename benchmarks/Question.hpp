@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,16 +53,20 @@ struct Source {
 };
 constexpr Source NO_SOURCE = {SIZE_MAX, SIZE_MAX};
 
-enum class Unit { TIME, RATE, COUNT };
+enum class Unit { TIME, RATE, COUNT, OCTETS };
+/// Of a row that is only reported.
+constexpr double NO_TARGET = std::numeric_limits<double>::quiet_NaN();
 
-/// One line of the table. Its ratio is the median over the rounds of ours divided by the floor; a COUNT has neither floor nor ratio, and is the
-/// mean over all rounds, since a median would hide what is rare.
+/// One line of the table. Its ratio is the median over the rounds of ours divided by the floor. Without a floor, its own value is held to the
+/// target: of a COUNT the mean over all rounds, since a median would hide what is rare.
 struct Row {
     std::string label;
     Unit unit;
     Source ours;
     Source floor;
     double target;  ///< Largest ratio (TIME), smallest ratio (RATE), or largest count (COUNT).
+
+    bool has_floor() const { return floor.stage != NO_SOURCE.stage; }
 };
 
 /// Registers itself.

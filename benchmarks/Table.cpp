@@ -20,9 +20,11 @@ std::string number(double value, const char* unit) {
 std::string figure(double value, Unit unit) {
     switch (unit) {
         case Unit::TIME:
-            return number(value / 1e3, " us");
+            return value >= 1e7 ? number(value / 1e6, " ms") : number(value / 1e3, " us");
         case Unit::RATE:
-            return number(value / 1e6, " M/s");
+            return value >= 1e5 ? number(value / 1e6, " M/s") : number(value / 1e3, " k/s");
+        case Unit::OCTETS:
+            return number(value / 1e6, " MB");
         case Unit::COUNT:
             break;
     }
@@ -83,18 +85,23 @@ void Table::ReportRuns(const std::vector<Run>& runs) {
 }
 
 void Table::print(const Row& row, const std::map<std::string, const Run*>& aggregates) {
-    const bool counts = row.unit == Unit::COUNT;
-    const double ours = counter(aggregates, counts ? "mean" : "median", ours_counter(row));
+    const double ours = counter(aggregates, row.unit == Unit::COUNT ? "mean" : "median", ours_counter(row));
     const double floor = counter(aggregates, "median", floor_counter(row));
-    const double ratio = counts ? ours : counter(aggregates, "median", ratio_counter(row));
+    const double ratio = row.has_floor() ? counter(aggregates, "median", ratio_counter(row)) : ours;
     const bool reached = row.unit == Unit::RATE ? ratio >= row.target : ratio <= row.target;
-    (reached ? _reached : _missed) += 1;
+    const bool judged = !std::isnan(row.target);
+    if (judged) {
+        (reached ? _reached : _missed) += 1;
+    }
 
     char ratio_text[32];
     std::snprintf(ratio_text, sizeof ratio_text, "%.2f", ratio);
-    const std::string target = (row.unit == Unit::RATE ? ">= " : counts ? "= " : "<= ") + figure(row.target, Unit::COUNT);
+    const char* const bound = row.unit == Unit::RATE ? ">= " : row.unit == Unit::COUNT ? "= " : "<= ";
+    const std::string target = judged ? bound + figure(row.target, Unit::COUNT) : "-";
+    const char* const verdict = reached ? "yes" : "no";
     std::printf("%-*s %10s %10s %7s %8s  %s\n", LABEL_WIDTH, row.label.c_str(), figure(ours, row.unit).c_str(),
-                counts ? "-" : figure(floor, row.unit).c_str(), counts ? "-" : ratio_text, target.c_str(), reached ? "yes" : "no");
+                row.has_floor() ? figure(floor, row.unit).c_str() : "-", row.has_floor() ? ratio_text : "-", target.c_str(),
+                judged ? verdict : "-");
 }
 
 void Table::Finalize() { std::printf("\n%d reached, %d not reached, %zu broken\n", _reached, _missed, _broken.size()); }

@@ -45,7 +45,7 @@ void measure_round(const bench::Question& question, Rehearsal& rehearsal, benchm
     for (const bench::Row& row : question.rows) {
         const double ours = values.at(row.ours.stage).at(row.ours.value);
         state.counters[bench::ours_counter(row)] = ours;
-        if (row.unit != bench::Unit::COUNT) {
+        if (row.has_floor()) {
             const double floor = values.at(row.floor.stage).at(row.floor.value);
             state.counters[bench::floor_counter(row)] = floor;
             state.counters[bench::ratio_counter(row)] = ours / floor;

@@ -11,7 +11,7 @@ namespace norvane {
 namespace mw {
 
 /// Opens a module and asks it for its engine. Any thread; as often as wanted.
-/// @param file     name of the shared library, looked for as the system's loader does.
+/// @param file     name of the shared library, looked for beside this one, then as the system's loader does.
 /// @param failure  gets the reason when the result is null: it names the file, and says what to do.
 Engine* open_engine_module(const char* file, std::string& failure);
 

@@ -26,7 +26,7 @@ namespace norvane {
 namespace mw {
 
 /// Changes with every change of this file. An engine module of another number is refused by name.
-constexpr std::uint32_t ENGINE_ABI = 1;
+constexpr std::uint32_t ENGINE_ABI = 2;
 
 // ---- samples ----------------------------------------------------------------------------------------------------
 
@@ -56,6 +56,10 @@ public:
     virtual Sample* make_copy(const void* data) noexcept = 0;
     /// Decodes a sample. @return one reference; null when memory is short or the octets are not a sample of the type.
     virtual Sample* make_decoded(const std::uint8_t* octets, std::size_t length) noexcept = 0;
+    /// @return octets that `encode` needs for the sample; 0 when it cannot be encoded.
+    virtual std::size_t encoded_size(const void* data) noexcept = 0;
+    /// Encodes a sample. @return octets written; 0 when it cannot be encoded, or does not fit.
+    virtual std::size_t encode(const void* data, std::uint8_t* octets, std::size_t capacity) noexcept = 0;
     virtual const DDS_TypeOperations& type() const noexcept = 0;
     /// Takes a sample back that nobody refers to any more.
     virtual void take_back(Sample& sample) noexcept = 0;

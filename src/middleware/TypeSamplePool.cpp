@@ -131,6 +131,30 @@ Sample* TypeSamplePool::make_decoded(const std::uint8_t* octets, std::size_t len
     return nullptr;
 }
 
+std::size_t TypeSamplePool::encoded_size(const void* data) noexcept {
+    return or_zero("measuring", [&] { return _type->encoded_size(*_type, data); });
+}
+
+std::size_t TypeSamplePool::encode(const void* data, std::uint8_t* octets, std::size_t capacity) noexcept {
+    return or_zero("encoding", [&] { return _type->encode(*_type, data, octets, capacity); });
+}
+
+template <typename Operation>
+std::size_t TypeSamplePool::or_zero(const char* what, Operation operation) noexcept {
+    if (_type->encode == nullptr) {
+        return 0;
+    }
+    try {
+        return operation();
+    } catch (const std::exception& failure) {
+        log_error("TypeSamplePool::encode",
+                  [&] { return std::string(what) + " a sample of type " + _type->name + " threw: " + failure.what(); });
+    } catch (...) {
+        log_error("TypeSamplePool::encode", [&] { return std::string(what) + " a sample of type " + _type->name + " threw"; });
+    }
+    return 0;
+}
+
 void TypeSamplePool::take_back(Sample& sample) noexcept {
     if (_type->clear != nullptr) {
         _type->clear(*_type, sample.data);

@@ -27,6 +27,8 @@ public:
 
     Sample* make_copy(const void* data) noexcept override;
     Sample* make_decoded(const std::uint8_t* octets, std::size_t length) noexcept override;
+    std::size_t encoded_size(const void* data) noexcept override;
+    std::size_t encode(const void* data, std::uint8_t* octets, std::size_t capacity) noexcept override;
     const DDS_TypeOperations& type() const noexcept override { return *_type; }
     void take_back(Sample& sample) noexcept override;
 
@@ -37,6 +39,8 @@ private:
     Sample* take() noexcept;
     Sample* make_sample() noexcept;
     void destroy_sample(Sample* sample) noexcept;
+    template <typename Operation>
+    std::size_t or_zero(const char* what, Operation operation) noexcept;
     void let_go() noexcept;
 
     const std::shared_ptr<const DDS_TypeOperations> _type;

@@ -46,7 +46,7 @@ TEST_P(Filters, a_reader_gets_what_its_filter_passes_by_the_data_and_by_what_it_
         {"value BETWEEN 'b' AND 'd'", {}, "banana cherry"},
         {"value LIKE '%an%' OR value = 'apple'", {}, "apple banana"},
         {"NOT (value = 'apple')", {}, "banana cherry -"},
-        {"value <> 'apple'", {}, "banana cherry"},
+        {"value <> 'apple' AND value <> ''", {}, "banana cherry"},
         {"@related_sample_identity.sequence_number >= 2", {}, "cherry -"},
         {"@sample_identity.sequence_number = 1 OR @related_sample_identity.sequence_number = 3", {}, "apple -"},
         {"@related_sample_identity.writer_guid.value = " + GUID_A, {}, "banana cherry"},
@@ -81,7 +81,7 @@ TEST_P(Filters, a_reader_gets_what_its_filter_passes_by_the_data_and_by_what_it_
     EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
     std::size_t row = 0;
     for (const auto& each : CASES) {
-        EXPECT_EQ(each.expected, take(*readers[row++])) << each.expression;
+        EXPECT_EQ(as_it_arrives(each.expected), take(*readers[row++])) << each.expression;
     }
 }
 

@@ -338,6 +338,16 @@ TEST(FrontendTime, is_rounded_up_and_saturates) {
     }
 }
 
+TEST(FrontendTime, that_has_begun_to_run_is_what_was_given_and_less_from_then_on) {
+    const details::Deadline deadline(Timeout(std::chrono::milliseconds(5500)));
+    const DDS_Duration_t left = deadline.left();
+    EXPECT_TRUE(left.sec == 5 && left.nanosec <= 500000000) << left.sec << "." << left.nanosec;
+    EXPECT_EQ(DDS_DURATION_INFINITE, details::Deadline(DDS_DURATION_INFINITE).left());
+    EXPECT_EQ(DDS_DURATION_ZERO, details::Deadline(Timeout(seconds(-3))).left());
+    const details::Deadline over(Timeout(seconds(-3)));
+    EXPECT_GE(over.time(), details::Deadline::Clock::now() - seconds(2)) << "before what was over already";
+}
+
 TEST_F(Frontend, a_loan_goes_back_exactly_once_whatever_way_it_went) {
     typedef LoanedSamples<Order> Loan;
     const LogCapture quiet;

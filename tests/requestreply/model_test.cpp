@@ -158,6 +158,13 @@ private:
                            static_cast<int>(std::count_if(_answering.begin(), _answering.end(),
                                                           [&](const Answering& each) { return each.service == asking.service; })));
         }
+        // The repliers know them, too: one that has not heard of a requester answers it as one that nobody knows.
+        for (Answering& answering : _answering) {
+            await_requesters(*answering.entity,
+                             static_cast<int>(std::count_if(_asking.begin(), _asking.end(), [&](const Asking& each) {
+                                 return each.service == answering.service;
+                             })));
+        }
     }
     void make_requester() {
         if (_asking.size() < MOST_REQUESTERS) {
@@ -175,7 +182,10 @@ private:
             await_everybody();
         }
     }
-    void drop_requester() { drop_any_of(_asking); }
+    void drop_requester() {
+        drop_any_of(_asking);
+        await_everybody();
+    }
     void drop_replier() {
         drop_any_of(_answering);
         await_everybody();

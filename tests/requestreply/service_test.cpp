@@ -392,6 +392,9 @@ TEST_P(Services, what_cannot_be_made_is_refused_and_leaves_nothing) {
     EXPECT_EQ("BadParameterException", thrown_by([&] { TextService(replier_params(), none); }).type);
     EXPECT_EQ("BadParameterException", thrown_by([&] { TextService(replier_params(), marked, TextOptions().workers(0)); }).type);
     EXPECT_EQ("BadParameterException", thrown_by([&] { TextService(replier_params().service_name(""), marked); }).type);
+    if (GetParam() != "embedded") {
+        return;  // others may end the process where memory is short
+    }
     // Also what fails while some workers run already, and a destructor that is short of memory.
     long made = 0;
     const long failures = fail_each_allocation([&] {

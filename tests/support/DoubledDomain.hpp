@@ -22,8 +22,8 @@ template <typename Participant = ForwardingParticipant>
 class DoubledDomain : public ::testing::Test {
 protected:
     DoubledDomain()
-        : _real(*DDSDomainParticipantFactory::get_instance()->create_participant(next_domain(), DDS_PARTICIPANT_QOS_DEFAULT,
-                                                                                 nullptr, DDS_STATUS_MASK_NONE)),
+        : _real(*DDSDomainParticipantFactory::get_instance()->create_participant(next_domain(), local_qos(), nullptr,
+                                                                                 DDS_STATUS_MASK_NONE)),
           _participant(new Participant(_real, _script)) {}
     /// Whatever a failure left behind goes here.
     ~DoubledDomain() override {
@@ -42,6 +42,13 @@ protected:
     std::unique_ptr<Participant> _participant;
 
 private:
+    // On whatever engine the environment says, tests stay on this machine.
+    static DDS_DomainParticipantQos local_qos() {
+        DDS_DomainParticipantQos qos;
+        DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.fastdds.interfaces", "127.0.0.1", DDS_BOOLEAN_FALSE);
+        DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.fastdds.reach", "process", DDS_BOOLEAN_FALSE);
+        return qos;
+    }
     static DDS_DomainId_t next_domain() {
         static std::atomic<int> domains{0};
         return domains++ % 230;

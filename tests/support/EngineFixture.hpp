@@ -18,8 +18,14 @@
 namespace norvane {
 namespace test {
 
-/// The engines that the suites run on.
-inline std::vector<std::string> engine_names() { return {"embedded"}; }
+/// The engines that the suites run on: those that this build has.
+inline std::vector<std::string> engine_names() {
+#ifdef NORVANE_TESTS_FASTDDS
+    return {"embedded", "fastdds"};
+#else
+    return {"embedded"};
+#endif
+}
 
 inline std::string engine_of_test(const ::testing::TestParamInfo<std::string>& info) { return info.param; }
 
@@ -39,8 +45,16 @@ protected:
     static DDS_DomainParticipantQos participant_qos(const std::string& engine) {
         DDS_DomainParticipantQos qos;
         DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.engine", engine.c_str(), DDS_BOOLEAN_FALSE);
+        // Tests stay on this machine. (An engine without a network has no use for it.)
+        DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.fastdds.interfaces", "127.0.0.1", DDS_BOOLEAN_FALSE);
+#ifndef NORVANE_TESTS_BETWEEN_PROCESSES
+        // Nor do they meet tests in other processes, which count their domains from somewhere else.
+        DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.fastdds.reach", "process", DDS_BOOLEAN_FALSE);
+#endif
         return qos;
     }
+    /// @return whether samples are encoded on their way, and a write returns before they have arrived.
+    static bool encodes() { return GetParam() != "embedded"; }
     /// @return another participant in the test's domain; it goes with the test.
     DDSDomainParticipant* join() {
         DDSDomainParticipant* participant = factory().create_participant(_domain, participant_qos(GetParam()), nullptr, 0);

@@ -45,6 +45,14 @@ protected:
     ReplierParams replier_params(DDSDomainParticipant* participant = nullptr, const std::string& service = "S") {
         return ReplierParams(participant != nullptr ? participant : &_participant).service_name(service);
     }
+    /// For a requester whose requests wait where they are written: an engine that keeps samples on the way to the reader keeps one.
+    static DDS_DataWriterQos one_on_the_way() {
+        DDS_DataWriterQos qos;
+        qos.reliability = {DDS_RELIABLE_RELIABILITY_QOS, {10, 0}};
+        qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
+        qos.resource_limits = {1, 0};
+        return qos;
+    }
     /// Waits until the requester knows so many repliers, both their ends.
     static void await_repliers(TextRequester& requester, int count) {
         EXPECT_TRUE(eventually([&] {
@@ -55,6 +63,17 @@ protected:
             return requests.current_count == count && replies.current_count == count;
         })) << count
             << " repliers";
+    }
+    /// Waits until the replier knows so many requesters, both their ends.
+    static void await_requesters(TextReplier& replier, int count) {
+        EXPECT_TRUE(eventually([&] {
+            DDS_SubscriptionMatchedStatus requests;
+            DDS_PublicationMatchedStatus replies;
+            EXPECT_EQ(DDS_RETCODE_OK, replier.get_request_datareader()->get_subscription_matched_status(requests));
+            EXPECT_EQ(DDS_RETCODE_OK, replier.get_reply_datawriter()->get_publication_matched_status(replies));
+            return requests.current_count == count && replies.current_count == count;
+        })) << count
+            << " requesters";
     }
     /// Deletes what an application deletes at its end. @return whether nothing was left that is in use.
     bool only_topics_are_left(const std::string& request_topic = "SRequest", const std::string& reply_topic = "SReply") {

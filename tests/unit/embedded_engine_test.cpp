@@ -58,6 +58,8 @@ public:
         return sample;
     }
     mw::Sample* make_decoded(const std::uint8_t*, std::size_t) noexcept override { return nullptr; }
+    std::size_t encoded_size(const void*) noexcept override { return 0; }
+    std::size_t encode(const void*, std::uint8_t*, std::size_t) noexcept override { return 0; }
     const DDS_TypeOperations& type() const noexcept override { return _type; }
     void take_back(mw::Sample& sample) noexcept override {
         delete static_cast<int*>(sample.data);

@@ -469,6 +469,7 @@ protected:
     void there_and_back(const T& value, Check&& check) {
         Replier<T, T> replier(replier_params(nullptr, type_name<T>));
         Requester<T, T> requester(requester_params(nullptr, type_name<T>));
+        ASSERT_TRUE(requester.wait_for_service(PATIENCE));
         const DDS_SampleIdentity_t id = requester.send_request(value);
         const LoanedSamples<T> requests = replier.receive_requests(PATIENCE);
         ASSERT_EQ(1U, requests.size());

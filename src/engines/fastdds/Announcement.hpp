@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// What our endpoints tell each other beyond what Fast DDS carries: virtual GUID, layout of the type, partner, names, properties, route.
+// It travels behind the application's own octets in the endpoint's user data, so that others see those first; a trailer says how long it is.
+// Thread rule: plain functions on values.
+#ifndef NORVANE_ENGINES_FASTDDS_ANNOUNCEMENT_HPP
+#define NORVANE_ENGINES_FASTDDS_ANNOUNCEMENT_HPP
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "engines/fastdds/identity.hpp"
+#include "middleware/Engine.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+/// An endpoint of somebody's, as far as it is known here.
+struct Discovered {
+    rtps::GUID_t rtps_guid;
+    bool is_writer = false;
+    bool ours = false;    ///< It announces itself as norvane does. Any other is plain, and nothing is expected of it.
+    bool routed = false;  ///< A reader that wants the answers to one writer, `route`, alone.
+    DDS_GUID_t route = DDS_GUID_UNKNOWN;
+    mw::EndpointInfo info;
+};
+
+/// @return what sinks are told of the endpoint: a part of it, and alive as long.
+inline std::shared_ptr<const mw::EndpointInfo> info_of(const std::shared_ptr<const Discovered>& endpoint) noexcept {
+    return std::shared_ptr<const mw::EndpointInfo>(endpoint, &endpoint->info);
+}
+
+/// A plain peer has no hash: its type is taken at its name.
+inline bool are_of_one_type(const mw::EndpointInfo& left, const mw::EndpointInfo& right) noexcept {
+    return left.type_name == right.type_name && (left.type_hash == right.type_hash || left.type_hash == 0 || right.type_hash == 0);
+}
+
+/// @return the user data to announce: the application's octets, and what is told to our own kind.
+/// @throws std::bad_alloc
+std::vector<std::uint8_t> announce(const mw::EndpointInfo& info, bool routed, const DDS_GUID_t& route);
+
+/// Takes announced user data apart. Octets that are not ours, or are damaged, are the application's, and the endpoint is plain.
+/// @param endpoint  with its RTPS GUID in place; gets the rest.
+/// @throws std::bad_alloc
+void read_announcement(const std::vector<std::uint8_t>& user_data, Discovered& endpoint);
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/Dispatcher.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <utility>
+
+#include "engines/fastdds/Endpoint.hpp"
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+// A listener that has run for so long while others wait may be waiting for one of them.
+constexpr std::int64_t PATIENCE_NS = 5 * 1000 * 1000;
+// No more than this many listeners block at once.
+constexpr std::size_t MOST_ANNOUNCERS = 64;
+
+}  // namespace
+
+Dispatcher::Dispatcher() {
+    _announcers.reserve(MOST_ANNOUNCERS);
+    _announcers.emplace_back([this] { run_announcer(); });
+    try {
+        _worker = std::thread([this] { run_worker(); });
+    } catch (...) {
+        {
+            std::lock_guard<std::mutex> lock(_mutex);
+            _ending = true;
+        }
+        _announcements_wanted.notify_all();
+        _announcers.front().join();
+        throw;
+    }
+}
+
+Dispatcher::~Dispatcher() { stop(); }
+
+void Dispatcher::stop() noexcept {
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _ending = true;
+    }
+    _announcements_wanted.notify_all();
+    _duties_changed.notify_all();
+    // The worker first: it may still be adding an announcer.
+    if (_worker.joinable()) {
+        _worker.join();
+        for (std::thread& announcer : _announcers) {
+            announcer.join();
+        }
+    }
+    std::deque<std::shared_ptr<Endpoint>> announcements;
+    std::unordered_map<Endpoint*, Duty> duties;
+    std::lock_guard<std::mutex> lock(_mutex);
+    announcements.swap(_announcements);
+    duties.swap(_duties);
+}
+
+void Dispatcher::announce(const std::shared_ptr<Endpoint>& endpoint) noexcept {
+    if (!endpoint->take_place_in_queue()) {
+        return;
+    }
+    bool worker_looks = false;
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        try {
+            _announcements.push_back(endpoint);
+        } catch (const std::exception&) {
+            return;  // no memory: the listener is not called for this
+        }
+        if (_announcements.size() == 1) {
+            _waiting_since_ns = platform::monotonic_ns();
+        }
+        worker_looks = _idle_announcers == 0;
+    }
+    if (worker_looks) {
+        _duties_changed.notify_one();
+    } else {
+        _announcements_wanted.notify_one();
+    }
+}
+
+void Dispatcher::attend(const std::shared_ptr<Endpoint>& endpoint, std::int64_t due_ns) noexcept {
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        try {
+            const auto place = _duties.emplace(endpoint.get(), Duty{due_ns, endpoint});
+            if (!place.second) {
+                place.first->second.due_ns = std::min(place.first->second.due_ns, due_ns);
+            }
+        } catch (const std::exception&) {
+            return;  // no memory: the next write or wait sees to it
+        }
+    }
+    _duties_changed.notify_one();
+}
+
+void Dispatcher::run_announcer() noexcept {
+    std::unique_lock<std::mutex> lock(_mutex);
+    for (;;) {
+        ++_idle_announcers;
+        _announcements_wanted.wait(lock, [this] { return _ending || !_announcements.empty(); });
+        --_idle_announcers;
+        if (_ending) {
+            return;
+        }
+        std::shared_ptr<Endpoint> endpoint = std::move(_announcements.front());
+        _announcements.pop_front();
+        _waiting_since_ns = platform::monotonic_ns();
+        lock.unlock();
+        endpoint->announce();
+        endpoint.reset();
+        lock.lock();
+    }
+}
+
+void Dispatcher::add_announcer_locked() noexcept {
+    if (_announcers.size() == MOST_ANNOUNCERS) {
+        return;
+    }
+    try {
+        _announcers.emplace_back([this] { run_announcer(); });
+    } catch (const std::exception&) {
+        // No thread to be had: those that wait go on waiting.
+    }
+}
+
+void Dispatcher::run_worker() noexcept {
+    std::vector<std::shared_ptr<Endpoint>> due;
+    std::unique_lock<std::mutex> lock(_mutex);
+    while (!_ending) {
+        const std::int64_t now_ns = platform::monotonic_ns();
+        std::int64_t next_ns = platform::NO_DEADLINE;
+        if (!_announcements.empty() && _idle_announcers == 0) {
+            if (now_ns - _waiting_since_ns >= PATIENCE_NS) {
+                add_announcer_locked();
+                _waiting_since_ns = now_ns;
+            }
+            next_ns = _waiting_since_ns + PATIENCE_NS;
+        }
+        for (auto entry = _duties.begin(); entry != _duties.end();) {
+            if (entry->second.due_ns <= now_ns) {
+                due.push_back(std::move(entry->second.endpoint));
+                entry = _duties.erase(entry);
+            } else {
+                next_ns = std::min(next_ns, entry->second.due_ns);
+                ++entry;
+            }
+        }
+        if (due.empty()) {
+            if (next_ns == platform::NO_DEADLINE) {
+                _duties_changed.wait(lock);
+            } else {
+                _duties_changed.wait_for(lock, std::chrono::nanoseconds(next_ns - now_ns));
+            }
+            continue;
+        }
+        lock.unlock();
+        for (std::shared_ptr<Endpoint>& endpoint : due) {
+            const std::int64_t again_ns = endpoint->attend();
+            if (again_ns != platform::NO_DEADLINE) {
+                attend(endpoint, again_ns);
+            }
+        }
+        due.clear();
+        lock.lock();
+    }
+}
+
+}  // namespace fastdds
+}  // namespace norvane

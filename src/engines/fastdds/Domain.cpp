@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/Domain.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include <fastdds/rtps/RTPSDomain.h>
+
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+// What a writer is called whose samples are requests: it waits for answers in a reader that names it.
+constexpr const char* ASKING_ROLE = "Requester";
+
+template <typename Data>
+void describe(const Data& data, Discovered& endpoint) {
+    mw::EndpointInfo& info = endpoint.info;
+    endpoint.rtps_guid = data.guid();
+    info.guid = to_guid(data.guid());
+    rtps::GUID_t participant;
+    participant.guidPrefix = data.guid().guidPrefix;
+    participant.entityId = rtps::c_EntityId_RTPSParticipant;
+    info.participant_guid = to_guid(participant);
+    info.topic_name = data.topicName().to_string();
+    info.type_name = data.typeName().to_string();
+    info.reliability.kind = data.m_qos.m_reliability.kind == eprosima::fastdds::dds::RELIABLE_RELIABILITY_QOS
+                                ? DDS_RELIABLE_RELIABILITY_QOS
+                                : DDS_BEST_EFFORT_RELIABILITY_QOS;
+    info.durability.kind = static_cast<DDS_DurabilityQosPolicyKind>(data.m_qos.m_durability.kind);
+    read_announcement(data.m_qos.m_userData.data_vec(), endpoint);
+}
+
+// What becomes of a writer and a reader of one topic, as both will be told; only `peer` is still to be filled in.
+mw::PeerEvent judge(const mw::EndpointInfo& writer, const mw::EndpointInfo& reader) noexcept {
+    mw::PeerEvent event = {mw::PeerEventKind::MATCHED, nullptr};
+    if (!are_of_one_type(writer, reader)) {
+        event.kind = mw::PeerEventKind::INCOMPATIBLE_TYPE;
+    } else if (writer.reliability.kind < reader.reliability.kind) {
+        event.kind = mw::PeerEventKind::INCOMPATIBLE_QOS;
+        event.policy = DDS_RELIABILITY_QOS_POLICY_ID;
+        event.offered = writer.reliability.kind;
+        event.requested = reader.reliability.kind;
+    } else if (writer.durability.kind < reader.durability.kind) {
+        event.kind = mw::PeerEventKind::INCOMPATIBLE_QOS;
+        event.policy = DDS_DURABILITY_QOS_POLICY_ID;
+        event.offered = writer.durability.kind;
+        event.requested = reader.durability.kind;
+    }
+    return event;
+}
+
+}  // namespace
+
+Domain::~Domain() { leave(); }
+
+void Domain::leave() noexcept {
+    if (_dispatcher != nullptr) {
+        _dispatcher->stop();
+    }
+    _event_thread_probe.reset();
+    if (_participant != nullptr) {
+        const std::lock_guard<std::mutex> lock(endpoints_mutex());
+        rtps::RTPSDomain::removeRTPSParticipant(_participant);
+        _participant = nullptr;
+        _dispatcher->stop();
+    }
+}
+
+bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes& attributes) {
+    _dispatcher = std::make_unique<Dispatcher>();
+    _participant = rtps::RTPSDomain::createParticipant(domain_id, attributes, this);
+    if (_participant == nullptr) {
+        return false;
+    }
+    _event_thread_probe = std::make_unique<rtps::TimedEvent>(
+        _participant->get_resource_event(),
+        [this] {
+            _event_thread.store(std::this_thread::get_id());
+            return false;
+        },
+        1.0);
+    _event_thread_probe->restart_timer();
+    return true;
+}
+
+std::mutex& Domain::endpoints_mutex() noexcept {
+    // Never destroyed: participants of static life leave after main.
+    static std::mutex* const MUTEX = new std::mutex;
+    return *MUTEX;
+}
+
+bool Domain::claim_guid(const DDS_GUID_t& guid) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const bool known =
+        std::any_of(_directory.begin(), _directory.end(), [&](const auto& entry) { return entry.second->info.guid == guid; });
+    return !known && _own_guids.insert(guid).second;
+}
+
+void Domain::give_back_guid(const DDS_GUID_t& guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _own_guids.erase(guid);
+}
+
+void Domain::add(const std::shared_ptr<Endpoint>& endpoint) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _own.push_back(endpoint);
+    for (const auto& entry : _directory) {
+        judge_locked(*endpoint, entry.second);
+    }
+}
+
+void Domain::remove(const Endpoint& endpoint) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = std::find_if(_own.begin(), _own.end(), [&](const auto& own) { return own.get() == &endpoint; });
+    if (place != _own.end()) {
+        place->swap(_own.back());
+        _own.pop_back();
+    }
+}
+
+std::shared_ptr<const Discovered> Domain::find(const rtps::GUID_t& guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = _directory.find(to_guid(guid));
+    return place == _directory.end() ? nullptr : place->second;
+}
+
+bool Domain::is_requester(const DDS_GUID_t& writer_guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _requesters.count(writer_guid) != 0;
+}
+
+void Domain::onReaderDiscovery(rtps::RTPSParticipant* /*participant*/, rtps::ReaderDiscoveryInfo&& info) {
+    if (info.status == rtps::ReaderDiscoveryInfo::REMOVED_READER) {
+        forget(info.info.guid());
+    } else {
+        discover(info.info, false);
+    }
+}
+
+void Domain::onWriterDiscovery(rtps::RTPSParticipant* /*participant*/, rtps::WriterDiscoveryInfo&& info) {
+    if (info.status == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
+        forget(info.info.guid());
+    } else {
+        discover(info.info, true);
+    }
+}
+
+template <typename Data>
+void Domain::discover(const Data& data, bool is_writer) noexcept {
+    try {
+        auto endpoint = std::make_shared<Discovered>();
+        endpoint->is_writer = is_writer;
+        describe(data, *endpoint);
+        std::lock_guard<std::mutex> lock(_mutex);
+        if (is_writer && endpoint->ours && endpoint->info.role_name == ASKING_ROLE) {
+            _requesters.insert(endpoint->info.guid);
+        }
+        _directory[to_guid(data.guid())] = endpoint;
+        for (const std::shared_ptr<Endpoint>& own : _own) {
+            judge_locked(*own, endpoint);
+        }
+    } catch (const std::exception&) {
+        // No memory to know it: it is treated as plain.
+    }
+}
+
+void Domain::forget(const rtps::GUID_t& guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = _directory.find(to_guid(guid));
+    if (place == _directory.end()) {
+        return;
+    }
+    const bool was_requester = place->second->is_writer && _requesters.erase(place->second->info.guid) != 0;
+    _directory.erase(place);
+    for (const std::shared_ptr<Endpoint>& own : _own) {
+        own->forget_misfit(guid);
+        if (was_requester && own->is_writer()) {
+            // It may be holding answers to that one.
+            _dispatcher->attend(own, platform::monotonic_ns());
+        }
+    }
+}
+
+void Domain::judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>& other) noexcept {
+    if (own.is_writer() == other->is_writer || own.info().topic_name != other->info.topic_name) {
+        return;
+    }
+    mw::PeerEvent event = own.is_writer() ? judge(own.info(), other->info) : judge(other->info, own.info());
+    if (event.kind != mw::PeerEventKind::MATCHED) {  // that is told when Fast DDS has matched them
+        event.peer = info_of(other);
+        own.note_misfit(other->rtps_guid, event);
+    }
+}
+
+}  // namespace fastdds
+}  // namespace norvane

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+// One participant of Fast DDS: whom it has discovered, which endpoints are its own, and its threads.
+//
+// 1. Fast DDS tells of every endpoint, those of this participant included, before it matches any. The directory is kept from that.
+// 2. The directory's mutex is taken under locks of Fast DDS: it is never held while Fast DDS is called. Sinks are told of misfits under it.
+// 3. Endpoints are listed from before they are enabled until they are closed.
+#ifndef NORVANE_ENGINES_FASTDDS_DOMAIN_HPP
+#define NORVANE_ENGINES_FASTDDS_DOMAIN_HPP
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include <fastdds/rtps/attributes/RTPSParticipantAttributes.h>
+#include <fastdds/rtps/participant/RTPSParticipant.h>
+#include <fastdds/rtps/participant/RTPSParticipantListener.h>
+#include <fastdds/rtps/resources/TimedEvent.h>
+
+#include "engines/fastdds/Announcement.hpp"
+#include "engines/fastdds/Dispatcher.hpp"
+#include "engines/fastdds/Endpoint.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+class Domain : private rtps::RTPSParticipantListener {
+public:
+    /// @param window  samples that a writer without a bound of its own has on the way at most.
+    Domain(std::int64_t window, bool writer_filters) noexcept : _window(window), _writer_filters(writer_filters) {}
+    ~Domain() override;
+
+    /// Joins. @return false when Fast DDS refuses.
+    /// @throws std::exception  no thread, or no memory.
+    bool join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes& attributes);
+
+    /// Leaves: ends the threads and the participant. Every endpoint is closed. Endpoints hold the domain, and the threads hold endpoints: so
+    /// this is not left to the destructor.
+    void leave() noexcept;
+
+    /// Held while Fast DDS makes, registers or removes an endpoint, of whichever participant of the process: where that happens on several
+    /// threads at once, it pairs endpoints that are being destroyed. Above all locks of Fast DDS; no callback takes it.
+    static std::mutex& endpoints_mutex() noexcept;
+
+    rtps::RTPSParticipant& participant() const noexcept { return *_participant; }
+    Dispatcher& dispatcher() noexcept { return *_dispatcher; }
+    std::int64_t window() const noexcept { return _window; }
+    bool writer_filters() const noexcept { return _writer_filters; }
+    DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }
+
+    /// Reserves a virtual GUID. @return false when an endpoint has it, as far as is known.
+    bool claim_guid(const DDS_GUID_t& guid);
+    void give_back_guid(const DDS_GUID_t& guid) noexcept;
+
+    /// Lists an endpoint, and tells it of those that do not fit it.
+    /// @throws std::bad_alloc
+    void add(const std::shared_ptr<Endpoint>& endpoint);
+    void remove(const Endpoint& endpoint) noexcept;
+
+    /// @return what is known of an endpoint; null when nothing is.
+    std::shared_ptr<const Discovered> find(const rtps::GUID_t& guid) noexcept;
+    /// @return whether the GUID is that of a writer of ours that asks, and expects the answers in a reader of its own.
+    bool is_requester(const DDS_GUID_t& writer_guid) noexcept;
+    /// @return whether the calling thread is the one that finds leases expired.
+    bool is_lease_thread() const noexcept { return std::this_thread::get_id() == _event_thread.load(); }
+
+private:
+    void onReaderDiscovery(rtps::RTPSParticipant* participant, rtps::ReaderDiscoveryInfo&& info) override;
+    void onWriterDiscovery(rtps::RTPSParticipant* participant, rtps::WriterDiscoveryInfo&& info) override;
+    template <typename Data>
+    void discover(const Data& data, bool is_writer) noexcept;
+    void forget(const rtps::GUID_t& guid) noexcept;
+    void judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>& other) noexcept;
+
+    const std::int64_t _window;
+    const bool _writer_filters;
+    std::unique_ptr<Dispatcher> _dispatcher;
+    rtps::RTPSParticipant* _participant = nullptr;
+    std::unique_ptr<rtps::TimedEvent> _event_thread_probe;
+    std::atomic<std::thread::id> _event_thread{};
+
+    std::mutex _mutex;
+    std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _directory;
+    std::unordered_set<DDS_GUID_t, GuidHash> _requesters;  // virtual GUIDs
+    std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;   // virtual GUIDs
+    std::vector<std::shared_ptr<Endpoint>> _own;
+};
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif

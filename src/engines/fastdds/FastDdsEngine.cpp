@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/FastDdsEngine.hpp"
+
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "engines/fastdds/Domain.hpp"
+#include "engines/fastdds/Reader.hpp"
+#include "engines/fastdds/Writer.hpp"
+#include "engines/fastdds/attributes.hpp"
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+// Turns what the standard library throws into a code and a reason: nothing crosses the seam as an exception.
+template <typename Make>
+auto without_exceptions(DDS_ReturnCode_t& code, std::string& failure, Make make) noexcept -> decltype(make()) {
+    try {
+        return make();
+    } catch (const std::bad_alloc&) {
+        code = DDS_RETCODE_OUT_OF_RESOURCES;
+        failure = "out of memory";  // short enough to need none
+    } catch (const std::exception& exception) {
+        code = DDS_RETCODE_ERROR;
+        try {
+            failure = exception.what();
+        } catch (...) {
+            failure.clear();
+        }
+    }
+    return nullptr;
+}
+
+std::string guid_text(const DDS_GUID_t& guid) {
+    static const char DIGITS[] = "0123456789abcdef";
+    std::string text;
+    for (const DDS_Octet octet : guid.value) {
+        text += DIGITS[octet >> 4U];
+        text += DIGITS[octet & 0xfU];
+    }
+    return text;
+}
+
+// The middleware's ends of a writer and a reader.
+class FastDdsWriterPort : public mw::WriterPort {
+public:
+    explicit FastDdsWriterPort(std::shared_ptr<Writer> writer) noexcept : _writer(std::move(writer)) {}
+    ~FastDdsWriterPort() override { _writer->close(); }
+
+    const mw::EndpointInfo& info() const noexcept override { return _writer->info(); }
+    DDS_ReturnCode_t enable(mw::PeerSink& sink) noexcept override { return _writer->enable(sink); }
+    DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept override {
+        return _writer->write(request, identity, addressed);
+    }
+    mw::WriteCounts counts() noexcept override { return _writer->counts(); }
+    DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept override {
+        return _writer->wait_for_acknowledgments(max_wait);
+    }
+    void close() noexcept override { _writer->close(); }
+
+private:
+    const std::shared_ptr<Writer> _writer;
+};
+
+class FastDdsReaderPort : public mw::ReaderPort {
+public:
+    explicit FastDdsReaderPort(std::shared_ptr<Reader> reader) noexcept : _reader(std::move(reader)) {}
+    ~FastDdsReaderPort() override { _reader->close(); }
+
+    const mw::EndpointInfo& info() const noexcept override { return _reader->info(); }
+    DDS_ReturnCode_t enable(mw::SampleSink& sink) noexcept override { return _reader->enable(sink); }
+    void room_freed() noexcept override { _reader->room_freed(); }
+    void close() noexcept override { _reader->close(); }
+
+private:
+    const std::shared_ptr<Reader> _reader;
+};
+
+class FastDdsDomainPort : public mw::DomainPort {
+public:
+    explicit FastDdsDomainPort(std::shared_ptr<Domain> domain) noexcept : _domain(std::move(domain)) {}
+    ~FastDdsDomainPort() override { _domain->leave(); }
+
+    DDS_GUID_t guid() const noexcept override { return _domain->guid(); }
+
+    std::unique_ptr<mw::WriterPort> make_writer(const mw::WriterSettings& settings, DDS_ReturnCode_t& code,
+                                                std::string& failure) override {
+        return without_exceptions(code, failure,
+                                  [&] { return make<mw::WriterPort, FastDdsWriterPort, Writer>(settings, code, failure); });
+    }
+
+    std::unique_ptr<mw::ReaderPort> make_reader(const mw::ReaderSettings& settings, DDS_ReturnCode_t& code,
+                                                std::string& failure) override {
+        return without_exceptions(code, failure,
+                                  [&] { return make<mw::ReaderPort, FastDdsReaderPort, Reader>(settings, code, failure); });
+    }
+
+    DDS_Time_t current_time() noexcept override { return platform::current_time(); }
+
+private:
+    template <typename Port, typename FastDdsPort, typename Kind, typename Settings>
+    std::unique_ptr<Port> make(const Settings& settings, DDS_ReturnCode_t& code, std::string& failure) {
+        if (settings.qos->durability.kind > DDS_TRANSIENT_LOCAL_DURABILITY_QOS) {
+            code = DDS_RETCODE_UNSUPPORTED;
+            failure = "durability above transient-local: no sample is kept longer than its writer";
+            return nullptr;
+        }
+        const DDS_GUID_t wanted = settings.info.guid;
+        if (wanted == DDS_GUID_UNKNOWN) {
+            code = DDS_RETCODE_BAD_PARAMETER;
+            failure = "the unknown GUID names nobody: ask for the automatic one, or for one of your own";
+            return nullptr;
+        }
+        auto endpoint = std::make_shared<Kind>(_domain, settings);
+        if (wanted != DDS_GUID_AUTO && !_domain->claim_guid(wanted)) {
+            code = DDS_RETCODE_PRECONDITION_NOT_MET;
+            failure = "GUID " + guid_text(wanted) + " belongs to another endpoint of the domain";
+            endpoint->disown_guid();
+            return nullptr;
+        }
+        code = endpoint->prepare(settings, failure);
+        if (code != DDS_RETCODE_OK) {
+            return nullptr;
+        }
+        return std::make_unique<FastDdsPort>(std::move(endpoint));
+    }
+
+    const std::shared_ptr<Domain> _domain;
+};
+
+class FastDdsEngine : public mw::Engine {
+public:
+    const char* name() const noexcept override { return "fastdds"; }
+    bool leaves_process() const noexcept override { return true; }
+
+    std::unique_ptr<mw::DomainPort> join(const mw::DomainSettings& settings, DDS_ReturnCode_t& code,
+                                         std::string& failure) override {
+        return without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::DomainPort> {
+            ParticipantChoice choice;
+            code = DDS_RETCODE_BAD_PARAMETER;
+            if (!choose(*settings.qos, choice, failure)) {
+                return nullptr;
+            }
+            auto domain = std::make_shared<Domain>(choice.window, choice.writer_filters);
+            code = DDS_RETCODE_ERROR;
+            if (!domain->join(static_cast<std::uint32_t>(settings.domain_id), choice.attributes)) {
+                failure = "Fast DDS makes no participant";
+                return nullptr;
+            }
+            code = DDS_RETCODE_OK;
+            return std::make_unique<FastDdsDomainPort>(std::move(domain));
+        });
+    }
+};
+
+}  // namespace
+
+mw::Engine& fastdds_engine() noexcept {
+    // Never destroyed: see mw::Engine. In place, since nothing here may throw.
+    alignas(FastDdsEngine) static unsigned char place[sizeof(FastDdsEngine)];
+    static FastDdsEngine* const ENGINE = new (place) FastDdsEngine;
+    return *ENGINE;
+}
+
+}  // namespace fastdds
+}  // namespace norvane
+
+extern "C" __attribute__((visibility("default"))) norvane::mw::Engine* norvane_engine(std::uint32_t abi) {
+    return abi == norvane::mw::ENGINE_ABI ? &norvane::fastdds::fastdds_engine() : nullptr;
+}

@@ -1,0 +1,596 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/Writer.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <utility>
+
+#include <fastdds/rtps/RTPSDomain.h>
+#include <fastdds/rtps/reader/RTPSReader.h>
+#include <fastdds/rtps/writer/StatefulWriter.h>
+#include <fastrtps/attributes/TopicAttributes.h>
+#include <fastrtps/qos/WriterQos.h>
+
+#include "engines/fastdds/attributes.hpp"
+#include "engines/fastdds/number_trailer.hpp"
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+namespace dds = eprosima::fastdds::dds;
+
+// Octets on the way at most, whatever the number of samples.
+constexpr std::int64_t MOST_OCTETS = 64 * 1024 * 1024;
+// Fast DDS does not always say that everything is acknowledged: waiting threads look for themselves.
+constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
+constexpr std::int64_t SWEEP_NS = 50 * 1000 * 1000;
+constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
+// A heartbeat goes to every reader, and every reader answers: for each of them so much longer between two.
+constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
+
+std::int64_t limit_of(const DDS_DataWriterQos& qos) noexcept {
+    std::int64_t limit = std::numeric_limits<std::int64_t>::max();
+    if (qos.resource_limits.max_samples != DDS_LENGTH_UNLIMITED) {
+        limit = qos.resource_limits.max_samples;
+    }
+    if (qos.history.kind == DDS_KEEP_LAST_HISTORY_QOS && qos.durability.kind != DDS_VOLATILE_DURABILITY_QOS) {
+        limit = std::min<std::int64_t>(limit, qos.history.depth);
+    }
+    return limit;
+}
+
+// The open writers of this process, by their RTPS GUIDs. Never destroyed: participants of static life leave after main.
+struct Registry {
+    std::mutex mutex;
+    std::unordered_map<DDS_GUID_t, std::weak_ptr<Endpoint>, GuidHash> writers;
+    std::unordered_map<DDS_GUID_t, DDS_GUID_t, GuidHash> names;  // virtual GUIDs that are not the RTPS GUID
+    std::atomic<std::size_t> name_count{0};
+
+    static Registry& get() {
+        static Registry* const REGISTRY = new Registry;
+        return *REGISTRY;
+    }
+};
+
+}  // namespace
+
+Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& settings)
+    : Endpoint(settings.info),
+      _domain(domain),
+      _pool(*settings.pool),
+      _reliable(settings.qos->reliability.kind == DDS_RELIABLE_RELIABILITY_QOS),
+      _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
+      _keeps_last_only(settings.qos->history.kind == DDS_KEEP_LAST_HISTORY_QOS),
+      _history_limit(limit_of(*settings.qos)),
+      _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
+      _patience(settings.qos->reliability.max_blocking_time),
+      _filter_limit(settings.qos->writer_resource_limits.max_remote_reader_filters),
+      _history(std::make_unique<rtps::WriterHistory>(history_attributes())) {}
+
+Writer::~Writer() { close(); }
+
+DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string& failure) {
+    rtps::WriterAttributes attributes = writer_attributes(*settings.qos);
+    _times = attributes.times;
+    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, _history.get(), this);
+    if (_writer == nullptr) {
+        failure = "Fast DDS makes no writer";
+        return DDS_RETCODE_ERROR;
+    }
+    _probe.writerGUID = _writer->getGuid();
+    _info.participant_guid = _domain->guid();
+    if (_info.guid == DDS_GUID_AUTO) {
+        _info.guid = to_guid(_writer->getGuid());
+    }
+    if (_domain->writer_filters()) {
+        _writer->reader_data_filter(this);
+    }
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
+    attach(sink);
+    try {
+        {
+            Registry& registry = Registry::get();
+            std::lock_guard<std::mutex> lock(registry.mutex);
+            const DDS_GUID_t own = to_guid(_writer->getGuid());
+            registry.writers[own] = shared_from_this();
+            if (own != _info.guid) {
+                registry.names[own] = _info.guid;
+                registry.name_count.store(registry.names.size());
+            }
+        }
+        _domain->add(shared_from_this());
+        dds::WriterQos qos;
+        qos.m_reliability.kind = _reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
+        qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
+        qos.m_userData.setValue(fastdds::announce(_info, false, DDS_GUID_UNKNOWN));
+        qos.data_sharing.off();
+        const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
+        const bool registered =
+            _domain->participant().registerWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), qos);
+        return registered ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+    } catch (const std::exception&) {
+        return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+}
+
+void Writer::close() noexcept {
+    if (!begin_to_close()) {
+        return;
+    }
+    _calls.shut();
+    wake_up();
+    _calls.wait_until_empty();
+    wait_until_quiet();
+    _domain->remove(*this);
+    _domain->give_back_guid(_info.guid);
+    if (_writer == nullptr) {
+        return;
+    }
+    {
+        Registry& registry = Registry::get();
+        std::lock_guard<std::mutex> lock(registry.mutex);
+        registry.writers.erase(to_guid(_writer->getGuid()));
+        registry.names.erase(to_guid(_writer->getGuid()));
+        registry.name_count.store(registry.names.size());
+    }
+    for (HeldSample& held : _held) {
+        _writer->release_change(held.change);
+    }
+    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    rtps::RTPSDomain::removeRTPSWriter(_writer);
+}
+
+std::shared_ptr<Writer> Writer::of_this_process(const rtps::GUID_t& guid) noexcept {
+    Registry& registry = Registry::get();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    const auto place = registry.writers.find(to_guid(guid));
+    return place == registry.writers.end() ? nullptr : std::static_pointer_cast<Writer>(place->second.lock());
+}
+
+DDS_GUID_t Writer::name_of(const DDS_GUID_t& rtps_guid) noexcept {
+    Registry& registry = Registry::get();
+    if (registry.name_count.load(std::memory_order_relaxed) == 0) {
+        return rtps_guid;
+    }
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    const auto place = registry.names.find(rtps_guid);
+    return place == registry.names.end() ? rtps_guid : place->second;
+}
+
+// ---- writing ------------------------------------------------------------------------------------------------------
+
+DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept {
+    identity = DDS_UNKNOWN_SAMPLE_IDENTITY;
+    addressed = false;
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return DDS_RETCODE_ALREADY_DELETED;
+    }
+    rtps::CacheChange_t* change = nullptr;
+    DDS_ReturnCode_t code = DDS_RETCODE_OUT_OF_RESOURCES;
+    try {
+        change = encode(request.data);
+        if (change != nullptr) {
+            code = write_patiently(request, change, identity, addressed);
+        }
+    } catch (const std::exception&) {
+        code = DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+    if (change != nullptr) {
+        _writer->release_change(change);
+    }
+    return code;
+}
+
+rtps::CacheChange_t* Writer::encode(const void* data) noexcept {
+    const std::size_t size = _pool.encoded_size(data);
+    if (size == 0 || size > std::numeric_limits<std::uint32_t>::max() - NUMBER_TRAILER) {
+        return nullptr;
+    }
+    rtps::CacheChange_t* const change =
+        _writer->new_change([size] { return static_cast<std::uint32_t>(size + NUMBER_TRAILER); }, rtps::ALIVE);
+    if (change == nullptr) {
+        return nullptr;
+    }
+    const std::size_t length = _pool.encode(data, change->serializedPayload.data, size);
+    if (length == 0) {
+        _writer->release_change(change);
+        return nullptr;
+    }
+    change->serializedPayload.length = static_cast<std::uint32_t>(length);
+    change->serializedPayload.encapsulation = CDR_LE;
+    return change;
+}
+
+// @param change  null afterwards when it was written.
+DDS_ReturnCode_t Writer::write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change,
+                                         DDS_SampleIdentity_t& identity, bool& addressed) {
+    const DDS_Duration_t& limit = request.max_blocking_time;
+    const bool patient = limit.sec > 0 || (limit.sec == 0 && limit.nanosec > 0);
+    std::int64_t deadline_ns = 0;
+    for (;;) {
+        const std::uint32_t seen = _changes.load();
+        DDS_ReturnCode_t code = DDS_RETCODE_ALREADY_DELETED;
+        {
+            const Lock lock(_writer->getMutex());
+            if (!_calls.is_shut()) {
+                code = write_locked(request, change, identity, addressed);
+            }
+        }
+        if (code != DDS_RETCODE_TIMEOUT) {
+            return code;
+        }
+        ask_for_acknowledgments();
+        if (!patient) {
+            return code;
+        }
+        if (deadline_ns == 0) {
+            deadline_ns = platform::deadline_after(limit);
+        } else if (platform::monotonic_ns() >= deadline_ns) {
+            return code;
+        }
+        sleep(seen, deadline_ns);
+    }
+}
+
+DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
+                                      bool& addressed) {
+    std::int64_t number = _last_number + 1;
+    const bool chosen = request.sequence_number != DDS_AUTO_SEQUENCE_NUMBER;
+    if (chosen) {
+        number = to_integer(request.sequence_number);
+        if (number <= _last_number || number == std::numeric_limits<std::int64_t>::max()) {
+            return DDS_RETCODE_BAD_PARAMETER;
+        }
+    } else if (number == std::numeric_limits<std::int64_t>::max()) {
+        return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+    sweep_locked();
+    if (!has_room_locked()) {
+        return DDS_RETCODE_TIMEOUT;
+    }
+    rtps::WriteParams params;  // a fresh one each time: it carries identities from one sample to the next
+    params.related_sample_identity(to_rtps(request.related_identity));
+    params.source_timestamp(
+        to_rtps(request.source_timestamp == DDS_TIME_INVALID ? platform::current_time() : request.source_timestamp));
+    const DDS_GUID_t& asker = request.related_identity.writer_guid;
+    if (!chosen && must_wait_locked(asker)) {
+        const std::int64_t deadline_ns = platform::deadline_after(_patience);
+        _held.push_back({change, params, asker, deadline_ns});
+        change = nullptr;
+        addressed = true;
+        ++_counts.written;
+        _domain->dispatcher().attend(shared_from_this(), deadline_ns);
+        return DDS_RETCODE_OK;
+    }
+    if (number != _last_sent + 1) {
+        _renumbered.store(true);
+    }
+    addressed = is_addressed_locked(asker);
+    if (!send_locked(*change, params, number)) {
+        return DDS_RETCODE_ERROR;
+    }
+    change = nullptr;
+    ++_counts.written;
+    _counts.unaddressed += addressed ? 0 : 1;
+    identity = {_info.guid, to_sequence_number(number)};
+    return DDS_RETCODE_OK;
+}
+
+bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number) {
+    if (_renumbered.load(std::memory_order_relaxed)) {
+        append_number(change.serializedPayload, number);
+    }
+    if (_keeps && _keeps_last_only && static_cast<std::int64_t>(_history->getHistorySize()) >= _history_limit) {
+        _history->remove_min_change();
+    }
+    const std::uint32_t length = change.serializedPayload.length;
+    _octets_of.push_back(length);
+    _octets += length;
+    // While it is added, readers of this process get it and may acknowledge it.
+    _last_number = number;
+    ++_last_sent;
+    if (!_history->add_change(&change, params)) {
+        --_last_sent;
+        --_last_number;
+        _octets_of.pop_back();
+        _octets -= length;
+        return false;
+    }
+    if (!_reliable) {
+        _acknowledged = _last_sent;
+        _octets_of.clear();
+        _octets = 0;
+        if (!_keeps) {
+            _history->remove_min_change();
+        }
+        return true;
+    }
+    sweep_locked();
+    const std::int64_t on_the_way = on_the_way_locked();
+    if (on_the_way > 0) {
+        // Acknowledgements come when they are asked for: in time, so that the window does not close for want of a question.
+        const std::int64_t quarter = std::max<std::int64_t>(_window / 4, 1);
+        if (on_the_way % quarter == 0) {
+            ask_for_acknowledgments();
+        }
+        if (!_sweep_due.exchange(true)) {
+            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + SWEEP_NS);
+        }
+    }
+    return true;
+}
+
+bool Writer::must_wait_locked(const DDS_GUID_t& requester) noexcept {
+    if (requester == DDS_GUID_UNKNOWN) {
+        return false;
+    }
+    const bool others_wait =
+        std::any_of(_held.begin(), _held.end(), [&](const HeldSample& held) { return held.requester == requester; });
+    return others_wait || (_routes.count(requester) == 0 && _domain->is_requester(requester));
+}
+
+bool Writer::is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept {
+    return _unrouted > 0 || (!_routes.empty() && _routes.count(related_guid) != 0);
+}
+
+bool Writer::has_room_locked() const noexcept {
+    const std::int64_t waiting = on_the_way_locked() + static_cast<std::int64_t>(_held.size());
+    if (waiting >= _window || (waiting > 0 && _octets >= MOST_OCTETS)) {
+        return false;
+    }
+    return !_keeps || _keeps_last_only || static_cast<std::int64_t>(_history->getHistorySize()) < _history_limit;
+}
+
+std::int64_t Writer::on_the_way_locked() const noexcept { return _last_sent - _acknowledged; }
+
+bool Writer::is_acknowledged_locked(std::int64_t number) noexcept {
+    _probe.sequenceNumber = rtps::SequenceNumber_t(static_cast<std::int32_t>(number >> 32), static_cast<std::uint32_t>(number));
+    return _writer->is_acked_by_all(&_probe);
+}
+
+// A late reader may still lack what all others acknowledged long ago: that Fast DDS says only when asked for everything.
+bool Writer::is_all_acknowledged_locked() noexcept { return _writer->wait_for_all_acked(eprosima::fastrtps::Duration_t(0, 0)); }
+
+void Writer::sweep_locked() noexcept {
+    while (_acknowledged < _last_sent && is_acknowledged_locked(_acknowledged + 1)) {
+        ++_acknowledged;
+        _octets -= _octets_of.front();
+        _octets_of.pop_front();
+    }
+    if (!_keeps) {
+        while (_history->changesBegin() != _history->changesEnd() &&
+               static_cast<std::int64_t>((*_history->changesBegin())->sequenceNumber.to64long()) <= _acknowledged) {
+            _history->remove_min_change();
+        }
+    }
+}
+
+void Writer::ask_for_acknowledgments() noexcept {
+    if (_reliable) {
+        static_cast<rtps::StatefulWriter*>(_writer)->send_periodic_heartbeat(false, false);
+    }
+}
+
+void Writer::pace_sending_locked() noexcept {
+    const std::size_t readers = _matches.size();
+    // Readers that each get a few samples of many see gaps. Sent one by one, a sample brings its own heartbeat, which closes the gap before it: else
+    // the sample would wait for the next one. It stays so with a single reader: where the wire loses samples, it is that heartbeat that gets them
+    // sent again.
+    _writer->set_separate_sending(!_routes.empty());
+    if (!_reliable || (readers & (readers - 1)) != 0) {
+        return;  // once for each doubling
+    }
+    rtps::WriterTimes times = _times;
+    const std::int64_t period_ns = static_cast<std::int64_t>(readers) * HEARTBEAT_NS_PER_READER;
+    if (period_ns > times.heartbeatPeriod.to_ns()) {
+        times.heartbeatPeriod = eprosima::fastrtps::Duration_t(static_cast<std::int32_t>(period_ns / 1000000000),
+                                                               static_cast<std::uint32_t>(period_ns % 1000000000));
+    }
+    static_cast<rtps::StatefulWriter*>(_writer)->updateTimes(times);
+}
+
+mw::WriteCounts Writer::counts() noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return _counts;
+    }
+    const Lock lock(_writer->getMutex());
+    return _counts;
+}
+
+DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return DDS_RETCODE_ALREADY_DELETED;
+    }
+    const std::int64_t deadline_ns = platform::deadline_after(max_wait);
+    for (std::int64_t goal = -1;;) {
+        const std::uint32_t seen = _changes.load();
+        {
+            const Lock lock(_writer->getMutex());
+            if (_calls.is_shut()) {
+                return DDS_RETCODE_ALREADY_DELETED;
+            }
+            sweep_locked();
+            goal = goal < 0 || !_held.empty() ? _last_sent : goal;
+            if (_held.empty() && _acknowledged >= goal && (!_keeps || is_all_acknowledged_locked())) {
+                return DDS_RETCODE_OK;
+            }
+        }
+        if (platform::monotonic_ns() >= deadline_ns) {
+            return DDS_RETCODE_TIMEOUT;
+        }
+        ask_for_acknowledgments();
+        sleep(seen, deadline_ns);
+    }
+}
+
+void Writer::sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept {
+    _sleepers.fetch_add(1);
+    platform::wait_on(_changes, seen, std::min(deadline_ns, platform::monotonic_ns() + LOOK_AGAIN_NS));
+    _sleepers.fetch_sub(1);
+}
+
+void Writer::wake_up() noexcept {
+    _changes.fetch_add(1);
+    if (_sleepers.load() != 0) {
+        platform::wake_all(_changes);
+    }
+}
+
+// ---- what is held, and what readers of this process had no room for ------------------------------------------------
+
+std::int64_t Writer::attend() noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return platform::NO_DEADLINE;
+    }
+    const Lock lock(_writer->getMutex());
+    const std::int64_t now_ns = platform::monotonic_ns();
+    _sweep_due.store(false);
+    sweep_locked();
+    std::int64_t again_ns = platform::NO_DEADLINE;
+    try {
+        again_ns = send_held_locked(now_ns);
+    } catch (const std::exception&) {
+        again_ns = now_ns + RETRY_NS;
+    }
+    if (on_the_way_locked() > 0) {
+        _sweep_due.store(true);
+        again_ns = std::min(again_ns, now_ns + SWEEP_NS);
+    }
+    wake_up();
+    return again_ns;
+}
+
+// @return when to look again.
+std::int64_t Writer::send_held_locked(std::int64_t now_ns) {
+    std::int64_t again_ns = platform::NO_DEADLINE;
+    std::deque<HeldSample> staying;
+    while (!_held.empty()) {
+        HeldSample held = _held.front();
+        const bool matched = _routes.count(held.requester) != 0;
+        const bool alive = matched || _domain->is_requester(held.requester);
+        if (alive && !matched && now_ns < held.deadline_ns) {
+            staying.push_back(held);
+            again_ns = std::min(again_ns, held.deadline_ns);
+            _held.pop_front();
+            continue;
+        }
+        if (alive && on_the_way_locked() >= _window) {
+            again_ns = now_ns + RETRY_NS;
+            break;  // what comes behind it waits with it
+        }
+        _held.pop_front();
+        _counts.unaddressed += matched || is_addressed_locked(held.requester) ? 0 : 1;
+        if (!alive || !send_locked(*held.change, held.params, _last_number + 1)) {
+            _writer->release_change(held.change);
+        }
+    }
+    _held.insert(_held.begin(), staying.begin(), staying.end());
+    return again_ns;
+}
+
+void Writer::redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return;
+    }
+    const Lock lock(_writer->getMutex());
+    // Fast DDS marks what a local reader refuses as not acknowledged, and leaves it at that. Here: as it delivers inside a process, in order.
+    rtps::SequenceNumber_t next = from;
+    for (auto place = _history->changesBegin(); place != _history->changesEnd(); ++place) {
+        rtps::CacheChange_t* const change = *place;
+        if (change->sequenceNumber < from) {
+            continue;
+        }
+        if (change->write_params.related_sample_identity() != rtps::SampleIdentity::unknown()) {
+            change->write_params.sample_identity(change->write_params.related_sample_identity());
+        }
+        if (!reader.processDataMsg(change)) {
+            next = change->sequenceNumber;
+            break;
+        }
+        next = change->sequenceNumber + 1;
+    }
+    bool accepted = false;
+    _writer->process_acknack(_writer->getGuid(), reader.getGuid(), ++_redeliveries, rtps::SequenceNumberSet_t(next), true,
+                             accepted);
+    sweep_locked();
+    wake_up();
+}
+
+// ---- callbacks of Fast DDS ----------------------------------------------------------------------------------------
+
+void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS reason,
+                                 const rtps::GUID_t& reader_guid, const rtps::ReaderProxyData* /*reader_info*/) {
+    const std::shared_ptr<const Discovered> peer = _domain->find(reader_guid);
+    const Lock lock(_writer->getMutex());
+    const auto place = _matches.find(to_guid(reader_guid));
+    if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && place != _matches.end()) {
+        const Match gone = std::move(place->second);
+        _matches.erase(place);
+        pace_sending_locked();
+        _filtered -= gone.filtered ? 1 : 0;
+        if (gone.fits) {
+            if (!gone.peer->routed) {
+                --_unrouted;
+            } else if (--_routes[gone.peer->route] == 0) {
+                _routes.erase(gone.peer->route);
+            }
+            note({_domain->is_lease_thread() ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED, info_of(gone.peer)});
+        }
+        wake_up();
+    } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && place == _matches.end() && peer != nullptr) {
+        const bool fits = are_of_one_type(_info, peer->info);
+        const bool filtered = fits && peer->routed && (_filter_limit == DDS_LENGTH_UNLIMITED || _filtered < _filter_limit);
+        try {
+            _matches.emplace(to_guid(reader_guid), Match{peer, fits, filtered});
+            if (fits && peer->routed) {
+                ++_routes[peer->route];
+            }
+        } catch (const std::exception&) {
+            _matches.erase(to_guid(reader_guid));
+            return;
+        }
+        pace_sending_locked();
+        _filtered += filtered ? 1 : 0;
+        if (fits) {
+            _unrouted += peer->routed ? 0 : 1;
+            note({mw::PeerEventKind::MATCHED, info_of(peer)});
+            if (!_held.empty()) {
+                _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
+            }
+        }
+    }
+}
+
+void Writer::onWriterChangeReceivedByAll(rtps::RTPSWriter* /*writer*/, rtps::CacheChange_t* change) {
+    if (!_keeps) {
+        _history->remove_change_g(change);
+    }
+    wake_up();
+}
+
+bool Writer::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const {
+    const auto place = _matches.find(to_guid(reader_guid));
+    if (place == _matches.end()) {
+        return true;  // matched just now: it looks for itself
+    }
+    const Match& match = place->second;
+    return match.fits &&
+           (!match.filtered || to_guid(change.write_params.related_sample_identity().writer_guid()) == match.peer->route);
+}
+
+}  // namespace fastdds
+}  // namespace norvane

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+// A writer on Fast DDS: its numbers, its window, whom each sample goes to, and answers held for requesters that cannot hear them yet.
+//
+// 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks: peers, routes, numbers and held samples are under it.
+//    Order: it, then the participant's directory or a sink. Encoding happens outside.
+// 2. Numbers of Fast DDS have no gaps. Once the application has chosen one, the number that it knows travels behind the sample.
+// 3. What is on the way is what some reader has not acknowledged. It is bounded by the window; nobody sleeps with the mutex held.
+// 4. A sample that answers a requester of ours waits until the reader of that requester has matched. Those behind it for the same requester wait too.
+#ifndef NORVANE_ENGINES_FASTDDS_WRITER_HPP
+#define NORVANE_ENGINES_FASTDDS_WRITER_HPP
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+#include <fastdds/rtps/history/WriterHistory.h>
+#include <fastdds/rtps/writer/RTPSWriter.h>
+#include <fastdds/rtps/writer/WriterListener.h>
+#include <fastdds/rtps/interfaces/IReaderDataFilter.hpp>
+
+#include "engines/fastdds/Domain.hpp"
+#include "engines/fastdds/Endpoint.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+class Writer final : public Endpoint, private rtps::WriterListener, private eprosima::fastdds::rtps::IReaderDataFilter {
+public:
+    Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& settings);
+    ~Writer() override;
+
+    /// Makes the RTPS writer, unseen. @return OK, or what stands against it, in words for the log.
+    DDS_ReturnCode_t prepare(const mw::WriterSettings& settings, std::string& failure);
+
+    /// As mw::WriterPort.
+    DDS_ReturnCode_t enable(mw::PeerSink& sink) noexcept;
+    DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept;
+    mw::WriteCounts counts() noexcept;
+    DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
+    void close() noexcept;
+
+    /// Hands a reader of this process the samples from a number on that it had no room for, as many as it takes now. Fast DDS does not
+    /// repeat inside a process.
+    void redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept;
+    /// @return the open writer of this process that has the RTPS GUID; null when there is none.
+    static std::shared_ptr<Writer> of_this_process(const rtps::GUID_t& guid) noexcept;
+
+    /// @return the virtual GUID of the writer of this process that has the RTPS GUID; the GUID itself when there is none, or it has no other.
+    static DDS_GUID_t name_of(const DDS_GUID_t& rtps_guid) noexcept;
+
+    bool is_writer() const noexcept override { return true; }
+    void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
+    std::int64_t attend() noexcept override;
+
+private:
+    typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
+
+    struct Match {
+        std::shared_ptr<const Discovered> peer;
+        bool fits;      // of one type: else it gets nothing
+        bool filtered;  // its route is looked at here, else at its end
+    };
+    struct HeldSample {
+        rtps::CacheChange_t* change;
+        rtps::WriteParams params;
+        DDS_GUID_t requester;
+        std::int64_t deadline_ns;
+    };
+
+    rtps::CacheChange_t* encode(const void* data) noexcept;
+    DDS_ReturnCode_t write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
+                                     bool& addressed);
+    DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
+                                  bool& addressed);
+    bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number);
+    std::int64_t send_held_locked(std::int64_t now_ns);
+    bool must_wait_locked(const DDS_GUID_t& requester) noexcept;
+    bool is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept;
+    bool has_room_locked() const noexcept;
+    std::int64_t on_the_way_locked() const noexcept;
+    void sweep_locked() noexcept;
+    bool is_acknowledged_locked(std::int64_t number) noexcept;
+    bool is_all_acknowledged_locked() noexcept;
+    void ask_for_acknowledgments() noexcept;
+    void pace_sending_locked() noexcept;
+    void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
+    void wake_up() noexcept;
+
+    // ---- callbacks of Fast DDS
+    void on_reader_discovery(rtps::RTPSWriter* writer, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS reason,
+                             const rtps::GUID_t& reader_guid, const rtps::ReaderProxyData* reader_info) override;
+    void onWriterChangeReceivedByAll(rtps::RTPSWriter* writer, rtps::CacheChange_t* change) override;
+    bool is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const override;
+
+    const std::shared_ptr<Domain> _domain;
+    mw::SamplePool& _pool;
+    const bool _reliable;
+    const bool _keeps;  // transient-local
+    const bool _keeps_last_only;
+    const std::int64_t _history_limit;
+    const std::int64_t _window;
+    const DDS_Duration_t _patience;  // for answers held
+    const DDS_Long _filter_limit;
+    std::unique_ptr<rtps::WriterHistory> _history;
+    rtps::WriterTimes _times;
+    rtps::RTPSWriter* _writer = nullptr;
+
+    std::unordered_map<DDS_GUID_t, Match, GuidHash> _matches;  // by the RTPS GUID of the reader
+    std::unordered_map<DDS_GUID_t, int, GuidHash> _routes;     // readers that want the answers to a writer
+    int _unrouted = 0;
+    mw::WriteCounts _counts;
+    std::int64_t _last_number = 0;         // as the application knows it
+    std::int64_t _last_sent = 0;           // as Fast DDS knows it
+    std::int64_t _acknowledged = 0;        // up to here everybody has it
+    std::deque<std::uint32_t> _octets_of;  // of the samples on the way
+    std::int64_t _octets = 0;              // their sum
+    std::deque<HeldSample> _held;
+    rtps::CacheChange_t _probe;  // asks whether a number is acknowledged
+    int _filtered = 0;
+    std::uint32_t _redeliveries = 1;       // Fast DDS itself acknowledges with 1
+    std::atomic<bool> _renumbered{false};  // the application's numbers are others than those of Fast DDS
+    std::atomic<bool> _sweep_due{false};
+    platform::FutexWord _changes{0};  // acknowledged, peer gone, closed
+    std::atomic<std::uint32_t> _sleepers{0};
+};
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif

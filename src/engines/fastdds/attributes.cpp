@@ -1,0 +1,276 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/attributes.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <fastdds/rtps/attributes/ServerAttributes.h>
+#include <fastdds/rtps/transport/UDPv4TransportDescriptor.h>
+#include <fastdds/rtps/transport/shared_mem/SharedMemTransportDescriptor.h>
+#include <fastrtps/attributes/ParticipantAttributes.h>
+#include <fastrtps/utils/IPLocator.h>
+#include <fastrtps/xmlparser/XMLProfileManager.h>
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+namespace transport = eprosima::fastdds::rtps;
+using eprosima::fastrtps::Duration_t;
+
+constexpr const char* OWN_PREFIX = "norvane.";
+
+// As many as there are, with the room around them cut off.
+std::vector<std::string> split(const std::string& text) {
+    std::vector<std::string> parts;
+    for (std::size_t start = 0; start <= text.size();) {
+        const std::size_t end = std::min(text.find(',', start), text.size());
+        const std::size_t first = text.find_first_not_of(' ', start);
+        if (first < end) {
+            parts.push_back(text.substr(first, text.find_last_not_of(' ', end - 1) + 1 - first));
+        }
+        start = end + 1;
+    }
+    return parts;
+}
+
+bool to_number(const std::string& text, long least, long most, long& number) {
+    char* end = nullptr;
+    errno = 0;
+    number = std::strtol(text.c_str(), &end, 10);
+    return !text.empty() && *end == '\0' && errno == 0 && number >= least && number <= most;
+}
+
+// "address" or "address:port". A port of 0 stands for none.
+bool to_locator(const std::string& text, rtps::Locator_t& locator) {
+    const std::size_t colon = text.find(':');
+    long port = 0;
+    if (colon != std::string::npos && !to_number(text.substr(colon + 1), 1, 65535, port)) {
+        return false;
+    }
+    locator.kind = LOCATOR_KIND_UDPv4;
+    locator.port = static_cast<std::uint32_t>(port);
+    return rtps::IPLocator::setIPv4(locator, text.substr(0, colon));
+}
+
+Duration_t to_duration(const DDS_Duration_t& duration) { return Duration_t(duration.sec, duration.nanosec); }
+
+const DDS_Duration_t& shorter(const DDS_Duration_t& left, const DDS_Duration_t& right) noexcept {
+    return left.sec < right.sec || (left.sec == right.sec && left.nanosec < right.nanosec) ? left : right;
+}
+
+// The application's own properties, without those that are for us.
+template <typename Properties>
+void pass_on(const DDS_PropertyQosPolicy& policy, Properties& properties) {
+    for (DDS_Long index = 0; index < policy.value.length(); ++index) {
+        const DDS_Property_t& property = policy.value[index];
+        if (property.name != nullptr && property.value != nullptr &&
+            std::strncmp(property.name, OWN_PREFIX, std::strlen(OWN_PREFIX)) != 0) {
+            properties.emplace_back(std::string(property.name), std::string(property.value));
+        }
+    }
+}
+
+// Without a word from the application: UDP alone. The shared memory of Fast DDS loses what is sent to a process that takes the place of one that was
+// killed, and nobody notices.
+struct Transports {
+    bool chosen = true;
+    bool udp = true;
+    bool shared_memory = false;
+    std::vector<std::string> interfaces;
+};
+
+void add_transports(const Transports& transports, rtps::RTPSParticipantAttributes& attributes) {
+    if (!transports.chosen) {
+        return;
+    }
+    attributes.useBuiltinTransports = false;
+    if (transports.shared_memory) {
+        attributes.userTransports.push_back(std::make_shared<transport::SharedMemTransportDescriptor>());
+    }
+    if (transports.udp) {
+        auto udp = std::make_shared<transport::UDPv4TransportDescriptor>();
+        udp->interfaceWhiteList = transports.interfaces;
+        attributes.userTransports.push_back(udp);
+    }
+}
+
+// One property of ours. @return false when its value makes no sense, or there is none of that name.
+bool take(const std::string& name, const std::string& value, ParticipantChoice& choice, Transports& transports) {
+    rtps::BuiltinAttributes& builtin = choice.attributes.builtin;
+    long number = 0;
+    if (name == "norvane.fastdds.transports") {
+        transports.chosen = true;
+        transports.udp = transports.shared_memory = false;
+        for (const std::string& part : split(value)) {
+            if (part != "udp" && part != "shm") {
+                return false;
+            }
+            (part == "udp" ? transports.udp : transports.shared_memory) = true;
+        }
+        return transports.udp || transports.shared_memory;
+    }
+    if (name == "norvane.fastdds.interfaces") {
+        transports.chosen = true;
+        transports.interfaces = split(value);
+        return !transports.interfaces.empty();
+    }
+    if (name == "norvane.fastdds.initial_peers") {
+        const std::vector<std::string> peers = split(value);
+        return !peers.empty() && std::all_of(peers.begin(), peers.end(), [&](const std::string& peer) {
+            rtps::Locator_t locator;
+            const bool legal = to_locator(peer, locator);
+            builtin.initialPeersList.push_back(locator);
+            return legal;
+        });
+    }
+    if (name == "norvane.fastdds.discovery_server") {
+        const std::vector<std::string> servers = split(value);
+        builtin.discovery_config.discoveryProtocol = rtps::DiscoveryProtocol::CLIENT;
+        for (std::size_t index = 0; index < servers.size(); ++index) {
+            rtps::Locator_t locator;
+            if (!to_locator(servers[index], locator) || locator.port == 0) {
+                return false;
+            }
+            transport::RemoteServerAttributes server;
+            server.metatrafficUnicastLocatorList.push_back(locator);
+            if (!transport::get_server_client_default_guidPrefix(static_cast<int>(index), server.guidPrefix)) {
+                return false;
+            }
+            builtin.discovery_config.m_DiscoveryServers.push_back(server);
+        }
+        return !servers.empty();
+    }
+    if (name == "norvane.fastdds.lease_ms" && to_number(value, 100, 3600 * 1000, number)) {
+        builtin.discovery_config.leaseDuration = Duration_t(static_cast<long double>(number) / 1000);
+        builtin.discovery_config.leaseDuration_announcementperiod = Duration_t(static_cast<long double>(number) / 3000);
+        return true;
+    }
+    if (name == "norvane.fastdds.reach" && (value == "process" || value == "host" || value == "network")) {
+        const std::uint32_t ignored = value == "process" ? rtps::FILTER_DIFFERENT_PROCESS | rtps::FILTER_DIFFERENT_HOST
+                                      : value == "host"  ? static_cast<std::uint32_t>(rtps::FILTER_DIFFERENT_HOST)
+                                                         : 0U;
+        builtin.discovery_config.ignoreParticipantFlags = static_cast<rtps::ParticipantFilteringFlags_t>(ignored);
+        return true;
+    }
+    if (name == "norvane.fastdds.window" && to_number(value, 1, 1000 * 1000, number)) {
+        choice.window = number;
+        return true;
+    }
+    if (name == "norvane.fastdds.writer_filters" && (value == "on" || value == "off")) {
+        choice.writer_filters = value == "on";
+        return true;
+    }
+    return false;
+}
+
+const DDS_Property_t* find(const DDS_PropertyQosPolicy& policy, const char* name) noexcept {
+    for (DDS_Long index = 0; index < policy.value.length(); ++index) {
+        const DDS_Property_t& property = policy.value[index];
+        if (property.name != nullptr && property.value != nullptr && std::strcmp(property.name, name) == 0) {
+            return &property;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std::string& failure) {
+    using eprosima::fastrtps::xmlparser::XMLP_ret;
+    using eprosima::fastrtps::xmlparser::XMLProfileManager;
+    rtps::RTPSParticipantAttributes& attributes = choice.attributes;
+    attributes.builtin.discovery_config.leaseDuration = Duration_t(2, 0);
+    attributes.builtin.discovery_config.leaseDuration_announcementperiod = Duration_t(0, 666000000);
+
+    // The experts' file first: single properties change what it says.
+    const DDS_Property_t* const file = find(qos.property, "norvane.fastdds.profiles_file");
+    if (file != nullptr && XMLProfileManager::loadXMLFile(std::string(file->value)) != XMLP_ret::XML_OK) {
+        failure = std::string("property norvane.fastdds.profiles_file: Fast DDS does not accept \"") + file->value + "\"";
+        return false;
+    }
+    const DDS_Property_t* const profile = find(qos.property, "norvane.fastdds.profile");
+    if (profile != nullptr) {
+        eprosima::fastrtps::ParticipantAttributes read;
+        if (XMLProfileManager::fillParticipantAttributes(profile->value, read) != XMLP_ret::XML_OK) {
+            failure =
+                std::string("property norvane.fastdds.profile: Fast DDS has no participant profile \"") + profile->value + "\"";
+            return false;
+        }
+        attributes = read.rtps;
+    }
+    Transports transports;
+    transports.chosen = profile == nullptr;
+    for (DDS_Long index = 0; index < qos.property.value.length(); ++index) {
+        const DDS_Property_t& property = qos.property.value[index];
+        if (property.name == nullptr || property.value == nullptr || &property == file || &property == profile ||
+            std::strncmp(property.name, "norvane.fastdds.", std::strlen("norvane.fastdds.")) != 0) {
+            continue;
+        }
+        if (!take(property.name, property.value, choice, transports)) {
+            failure = std::string("property ") + property.name + ": \"" + property.value + "\" is not understood";
+            return false;
+        }
+    }
+    add_transports(transports, attributes);
+    pass_on(qos.property, attributes.properties.properties());
+    if (qos.participant_name.name != nullptr) {
+        attributes.setName(qos.participant_name.name);
+    }
+    for (DDS_Long index = 0; index < qos.user_data.value.length(); ++index) {
+        attributes.userData.push_back(qos.user_data.value[index]);
+    }
+    return true;
+}
+
+rtps::WriterAttributes writer_attributes(const DDS_DataWriterQos& qos) {
+    const DDS_RtpsReliableWriterProtocol_t& protocol = qos.protocol.rtps_reliable_writer;
+    rtps::WriterAttributes attributes;
+    attributes.endpoint.topicKind = rtps::NO_KEY;
+    attributes.endpoint.reliabilityKind = qos.reliability.kind == DDS_RELIABLE_RELIABILITY_QOS ? rtps::RELIABLE : rtps::BEST_EFFORT;
+    attributes.endpoint.durabilityKind =
+        qos.durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS ? rtps::TRANSIENT_LOCAL : rtps::VOLATILE;
+    // Heartbeats go out only while something is unacknowledged: there is one period, the fast one.
+    attributes.times.heartbeatPeriod = to_duration(shorter(protocol.fast_heartbeat_period, protocol.heartbeat_period));
+    attributes.times.initialHeartbeatDelay = Duration_t(0, 0);
+    attributes.times.nackResponseDelay = to_duration(protocol.min_nack_response_delay);
+    // Without it Fast DDS's timer thread would wake for every sample. A sample that was sent just now is not sent again that soon.
+    attributes.times.nackSupressionDuration = Duration_t(0, 5000000);
+    attributes.mode = rtps::SYNCHRONOUS_WRITER;
+    pass_on(qos.property, attributes.endpoint.properties.properties());
+    return attributes;
+}
+
+rtps::ReaderAttributes reader_attributes(const DDS_DataReaderQos& qos) {
+    rtps::ReaderAttributes attributes;
+    attributes.endpoint.topicKind = rtps::NO_KEY;
+    attributes.endpoint.reliabilityKind = qos.reliability.kind == DDS_RELIABLE_RELIABILITY_QOS ? rtps::RELIABLE : rtps::BEST_EFFORT;
+    attributes.endpoint.durabilityKind =
+        qos.durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS ? rtps::TRANSIENT_LOCAL : rtps::VOLATILE;
+    attributes.times.heartbeatResponseDelay = to_duration(qos.protocol.rtps_reliable_reader.min_heartbeat_response_delay);
+    // With the default of 70 ms a tenth of all first calls would take that long.
+    attributes.times.initialAcknackDelay = Duration_t(0, 0);
+    pass_on(qos.property, attributes.endpoint.properties.properties());
+    return attributes;
+}
+
+rtps::HistoryAttributes history_attributes() {
+    // Samples are of all sizes. (A payload size of 0 would mean no memory at all.)
+    return rtps::HistoryAttributes(rtps::DYNAMIC_REUSABLE_MEMORY_MODE, 64, 0, 0);
+}
+
+eprosima::fastrtps::TopicAttributes topic_attributes(const std::string& topic_name, const std::string& type_name) {
+    eprosima::fastrtps::TopicAttributes attributes(topic_name.c_str(), type_name.c_str(), rtps::NO_KEY);
+    attributes.auto_fill_type_object = false;
+    attributes.auto_fill_type_information = false;
+    return attributes;
+}
+
+}  // namespace fastdds
+}  // namespace norvane

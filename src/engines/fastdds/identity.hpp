@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// GUIDs, numbers, identities and times, from ours to those of Fast DDS and back; and GUIDs as keys of tables.
+#ifndef NORVANE_ENGINES_FASTDDS_IDENTITY_HPP
+#define NORVANE_ENGINES_FASTDDS_IDENTITY_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include <fastdds/rtps/common/Guid.h>
+#include <fastdds/rtps/common/SampleIdentity.h>
+#include <fastdds/rtps/common/SequenceNumber.h>
+#include <fastdds/rtps/common/Time_t.h>
+
+#include "norvane/dds/types.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace rtps = eprosima::fastrtps::rtps;
+
+inline DDS_GUID_t to_guid(const rtps::GUID_t& guid) noexcept {
+    DDS_GUID_t result;
+    std::memcpy(result.value, guid.guidPrefix.value, sizeof guid.guidPrefix.value);
+    std::memcpy(result.value + sizeof guid.guidPrefix.value, guid.entityId.value, sizeof guid.entityId.value);
+    return result;
+}
+
+inline rtps::GUID_t to_rtps(const DDS_GUID_t& guid) noexcept {
+    rtps::GUID_t result;
+    std::memcpy(result.guidPrefix.value, guid.value, sizeof result.guidPrefix.value);
+    std::memcpy(result.entityId.value, guid.value + sizeof result.guidPrefix.value, sizeof result.entityId.value);
+    return result;
+}
+
+inline std::int64_t to_integer(const DDS_SequenceNumber_t& number) noexcept {
+    return static_cast<std::int64_t>((static_cast<std::uint64_t>(static_cast<std::uint32_t>(number.high)) << 32U) | number.low);
+}
+
+inline DDS_SequenceNumber_t to_sequence_number(std::int64_t number) noexcept {
+    return {static_cast<DDS_Long>(number >> 32U), static_cast<DDS_UnsignedLong>(number & 0xffffffffU)};
+}
+
+inline DDS_SequenceNumber_t to_sequence_number(const rtps::SequenceNumber_t& number) noexcept { return {number.high, number.low}; }
+
+inline DDS_SampleIdentity_t to_identity(const rtps::SampleIdentity& identity) noexcept {
+    return {to_guid(identity.writer_guid()), to_sequence_number(identity.sequence_number())};
+}
+
+inline rtps::SampleIdentity to_rtps(const DDS_SampleIdentity_t& identity) noexcept {
+    rtps::SampleIdentity result;
+    result.writer_guid(to_rtps(identity.writer_guid));
+    result.sequence_number(rtps::SequenceNumber_t(identity.sequence_number.high, identity.sequence_number.low));
+    return result;
+}
+
+inline DDS_Time_t to_time(const rtps::Time_t& time) noexcept { return {time.seconds(), time.nanosec()}; }
+
+inline rtps::Time_t to_rtps(const DDS_Time_t& time) noexcept {
+    rtps::Time_t result;
+    result.seconds(static_cast<std::int32_t>(time.sec));
+    result.nanosec(time.nanosec);
+    return result;
+}
+
+struct GuidHash {
+    std::size_t operator()(const DDS_GUID_t& guid) const noexcept {
+        std::uint64_t halves[2];
+        std::memcpy(halves, guid.value, sizeof halves);
+        // GUIDs of one participant differ in their last octets only: spread those over the whole word.
+        const std::uint64_t mixed = halves[0] ^ (halves[1] * 0x9e3779b97f4a7c15U);
+        return static_cast<std::size_t>(mixed ^ (mixed >> 32U));
+    }
+};
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "network/PeerProcess.hpp"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+namespace norvane {
+namespace test {
+
+std::map<std::string, Role>& roles() {
+    static std::map<std::string, Role> all;
+    return all;
+}
+
+PeerProcess::PeerProcess(const std::string& role, const std::vector<std::string>& arguments) {
+    int to_peer[2];
+    int from_peer[2];
+    if (::pipe(to_peer) != 0 || ::pipe(from_peer) != 0) {
+        throw std::runtime_error("no pipes");
+    }
+    std::vector<const char*> words = {"peer", "--role", role.c_str()};
+    for (const std::string& argument : arguments) {
+        words.push_back(argument.c_str());
+    }
+    words.push_back(nullptr);
+    _process = ::fork();
+    if (_process == 0) {
+        // Between fork and exec: only what a signal handler may do.
+        ::dup2(to_peer[0], STDIN_FILENO);
+        ::dup2(from_peer[1], STDOUT_FILENO);
+        for (const int end : {to_peer[0], to_peer[1], from_peer[0], from_peer[1]}) {
+            ::close(end);
+        }
+        ::execv("/proc/self/exe", const_cast<char* const*>(words.data()));
+        ::_exit(127);
+    }
+    ::close(to_peer[0]);
+    ::close(from_peer[1]);
+    _input = to_peer[1];
+    _output = from_peer[0];
+    EXPECT_EQ("ready", read_line()) << role;
+}
+
+PeerProcess::~PeerProcess() {
+    ::close(_input);
+    wait_for_end();
+    ::close(_output);
+}
+
+std::string PeerProcess::ask(const std::string& line) {
+    const std::string text = line + "\n";
+    EXPECT_EQ(static_cast<ssize_t>(text.size()), ::write(_input, text.data(), text.size()));
+    return read_line();
+}
+
+void PeerProcess::kill() {
+    ::kill(_process, SIGKILL);
+    wait_for_end();
+}
+
+void PeerProcess::stop() const { ::kill(_process, SIGSTOP); }
+void PeerProcess::go_on() const { ::kill(_process, SIGCONT); }
+
+std::string PeerProcess::read_line() {
+    for (;;) {
+        const std::size_t end = _rest.find('\n');
+        if (end != std::string::npos) {
+            const std::string line = _rest.substr(0, end);
+            _rest.erase(0, end + 1);
+            return line;
+        }
+        pollfd readable = {_output, POLLIN, 0};
+        char octets[4096];
+        const ssize_t count = ::poll(&readable, 1, 30000) == 1 ? ::read(_output, octets, sizeof octets) : 0;
+        if (count <= 0) {
+            return "(nothing)";
+        }
+        _rest.append(octets, static_cast<std::size_t>(count));
+    }
+}
+
+void PeerProcess::wait_for_end() {
+    if (_process > 0) {
+        ::waitpid(_process, nullptr, 0);
+        _process = -1;
+    }
+}
+
+}  // namespace test
+}  // namespace norvane
+
+int main(int count, char** words) {
+    if (count >= 3 && std::string(words[1]) == "--role") {
+        const auto role = norvane::test::roles().find(words[2]);
+        return role == norvane::test::roles().end() ? 2 : role->second(std::vector<std::string>(words + 3, words + count));
+    }
+    // A peer that is gone is no reason to go.
+    ::signal(SIGPIPE, SIG_IGN);
+    ::testing::InitGoogleTest(&count, words);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// Another process in a test: this very program in another role, told what to do line by line. It ends with its owner, one way or another.
+// Thread rule: one thread at a time.
+#ifndef NORVANE_TESTS_NETWORK_PEERPROCESS_HPP
+#define NORVANE_TESTS_NETWORK_PEERPROCESS_HPP
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace norvane {
+namespace test {
+
+/// What a process does instead of tests. It reads lines from the standard input, answers each with one, and ends with the input.
+typedef int (*Role)(const std::vector<std::string>& arguments);
+std::map<std::string, Role>& roles();
+
+class PeerProcess {
+public:
+    /// Starts it, and waits until it has said that it is ready.
+    PeerProcess(const std::string& role, const std::vector<std::string>& arguments);
+    /// Ends it in good order, unless it was killed.
+    ~PeerProcess();
+    PeerProcess(const PeerProcess&) = delete;
+    PeerProcess& operator=(const PeerProcess&) = delete;
+
+    /// @return its answer; "(nothing)" when none comes in time.
+    std::string ask(const std::string& line);
+    /// Ends it without a word to anybody.
+    void kill();
+    /// Stops it for a while, so that it does not answer at all.
+    void stop() const;
+    void go_on() const;
+
+private:
+    std::string read_line();
+    void wait_for_end();
+
+    pid_t _process = -1;
+    int _input = -1;
+    int _output = -1;
+    std::string _rest;
+};
+
+}  // namespace test
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+// Transports and discovery, chosen by a participant's properties or in Fast DDS's own file.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/TextFixture.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+typedef std::vector<std::pair<std::string, std::string>> Properties;
+
+class Choices : public TextFixture {
+protected:
+    DDSDomainParticipant* make(const Properties& properties) {
+        DDS_DomainParticipantQos qos;
+        DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.engine", "fastdds", DDS_BOOLEAN_FALSE);
+        for (const auto& property : properties) {
+            DDSPropertyQosPolicyHelper::add_property(qos.property, property.first.c_str(), property.second.c_str(),
+                                                     DDS_BOOLEAN_FALSE);
+        }
+        DDSDomainParticipant* made = factory().create_participant(_domain, qos, nullptr, 0);
+        if (made != nullptr) {
+            _participants.push_back(made);
+        }
+        return made;
+    }
+    /// Whether a sample gets from the one to the other.
+    bool connected(DDSDomainParticipant& from, DDSDomainParticipant& to, std::chrono::milliseconds patience) {
+        const std::string name = "T" + std::to_string(_topics++);
+        DDSDataWriter* sender = from.create_datawriter(topic(name, &from), writer_qos(), nullptr, 0);
+        DDSDataReader* receiver = to.create_datareader(topic(name, &to), reader_qos(), nullptr, 0);
+        DDS_InstanceHandleSeq readers;
+        DDS_InstanceHandleSeq writers;
+        const bool met = eventually(
+            [&] {
+                return sender->get_matched_subscriptions(readers) == DDS_RETCODE_OK && readers.length() == 1 &&
+                       receiver->get_matched_publications(writers) == DDS_RETCODE_OK && writers.length() == 1;
+            },
+            patience);
+        return met && (deliver(*sender, "x"), take(*receiver)) == "x";
+    }
+
+    int _topics = 0;
+};
+INSTANTIATE_TEST_SUITE_P(Engine, Choices, ::testing::Values("fastdds"), engine_of_test);
+
+TEST_P(Choices, participants_meet_over_the_transports_that_both_have) {
+    const Properties shared_memory = {{"norvane.fastdds.transports", "shm"}};
+    const Properties udp = {{"norvane.fastdds.transports", "udp"}, {"norvane.fastdds.interfaces", "127.0.0.1"}};
+    const Properties both = {{"norvane.fastdds.transports", " shm , udp"}, {"norvane.fastdds.interfaces", "127.0.0.1"}};
+    DDSDomainParticipant* const one = make(shared_memory);
+    DDSDomainParticipant* const another = make(shared_memory);
+    DDSDomainParticipant* const wired = make(udp);
+    DDSDomainParticipant* const open = make(both);
+    ASSERT_TRUE(one != nullptr && another != nullptr && wired != nullptr && open != nullptr);
+    const std::chrono::milliseconds patience(5000);
+    EXPECT_TRUE(connected(*one, *another, patience));
+    EXPECT_TRUE(connected(*wired, *open, patience));
+    EXPECT_FALSE(connected(*one, *wired, std::chrono::milliseconds(300)));
+}
+
+TEST_P(Choices, experts_say_it_in_the_file_of_fast_dds) {
+    const std::string file = ::testing::TempDir() + "norvane_profiles_" + std::to_string(::getpid()) + ".xml";
+    std::ofstream(file) << R"(<?xml version="1.0" encoding="UTF-8"?>
+<profiles xmlns="http://www.eprosima.com/XMLSchemas/fastRTPS_Profiles">
+  <transport_descriptors>
+    <transport_descriptor><transport_id>local</transport_id><type>UDPv4</type>
+      <interfaceWhiteList><address>127.0.0.1</address></interfaceWhiteList></transport_descriptor>
+  </transport_descriptors>
+  <participant profile_name="at home"><rtps><name>expert</name>
+    <userTransports><transport_id>local</transport_id></userTransports><useBuiltinTransports>false</useBuiltinTransports>
+  </rtps></participant>
+</profiles>)";
+    DDSDomainParticipant* const expert = make({{"norvane.fastdds.profiles_file", file}, {"norvane.fastdds.profile", "at home"}});
+    ASSERT_NE(nullptr, expert);
+    EXPECT_TRUE(connected(*expert, _participant, std::chrono::milliseconds(5000)));
+    std::remove(file.c_str());
+}
+
+TEST_P(Choices, a_property_that_is_not_understood_is_refused_by_name) {
+    const LogCapture log;
+    const Properties CASES = {
+        {"norvane.fastdds.transports", "pigeons"},
+        {"norvane.fastdds.transports", ""},
+        {"norvane.fastdds.interfaces", " , "},
+        {"norvane.fastdds.initial_peers", "somewhere"},
+        {"norvane.fastdds.initial_peers", "127.0.0.1:"},
+        {"norvane.fastdds.initial_peers", "127.0.0.1:70000"},
+        {"norvane.fastdds.discovery_server", "127.0.0.1"},
+        {"norvane.fastdds.discovery_server", ""},
+        {"norvane.fastdds.lease_ms", "soon"},
+        {"norvane.fastdds.lease_ms", "0"},
+        {"norvane.fastdds.window", "-1"},
+        {"norvane.fastdds.window", "10x"},
+        {"norvane.fastdds.writer_filters", "maybe"},
+        {"norvane.fastdds.reach", "moon"},
+        {"norvane.fastdds.speed", "fast"},
+        {"norvane.fastdds.profile", "nowhere"},
+        {"norvane.fastdds.profiles_file", "/nowhere/at.all"},
+    };
+    for (const auto& each : CASES) {
+        const int before = log.count("property " + each.first);
+        EXPECT_EQ(nullptr, make({each})) << each.first << " = " << each.second;
+        EXPECT_EQ(before + 1, log.count("property " + each.first));
+    }
+}
+
+TEST_P(Choices, a_window_bounds_what_is_on_the_way) {
+    DDSDomainParticipant* const narrow = make({{"norvane.fastdds.window", "5"}, {"norvane.fastdds.interfaces", "127.0.0.1"}});
+    ASSERT_NE(nullptr, narrow);
+    DDSDataWriter* const sender = narrow->create_datawriter(topic("T", narrow), writer_qos(NO_TIME), nullptr, 0);
+    meet(*sender, reader(reader_qos(2)));
+    EXPECT_EQ(7, fill(*sender));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+// Answers to those who cannot hear them yet: held for requesters of ours, sent at once to everybody else.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/TextFixture.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
+
+class FullPairs : public TextFixture {
+protected:
+    FullPairs() : _elsewhere(*join()) {}
+
+    /// The half of a requester that asks. @param role  what it announces itself as; null: nothing.
+    DDSDataWriter& asker(const char* role) {
+        DDS_DataWriterQos qos = writer_qos();
+        qos.publication_name.role_name = role != nullptr ? DDS_String_dup(role) : nullptr;
+        DDSDataWriter* made = _elsewhere.create_datawriter(topic("Ask", &_elsewhere), qos, nullptr, 0);
+        EXPECT_NE(nullptr, made);
+        return *made;
+    }
+    /// The half that hears the answers to one writer.
+    DDSDataReader& hearer(DDSDataWriter& asking) {
+        std::string filter = "@related_sample_identity.writer_guid.value = &hex(";
+        for (const DDS_Octet octet : asking.get_instance_handle().value) {
+            filter += {"0123456789abcdef"[octet >> 4], "0123456789abcdef"[octet & 15]};
+        }
+        const std::string name = "F" + std::to_string(_filters++);
+        DDSContentFilteredTopic* filtered = _elsewhere.create_contentfilteredtopic(name.c_str(), topic("Answer", &_elsewhere),
+                                                                                   (filter + ")").c_str(), DDS_StringSeq());
+        DDSDataReader* made = _elsewhere.create_datareader(filtered, reader_qos(), nullptr, 0);
+        EXPECT_NE(nullptr, made);
+        return *made;
+    }
+    static DDS_SampleIdentity_t asked_by(DDSDataWriter& asking, DDS_UnsignedLong number) {
+        DDS_SampleIdentity_t identity;
+        std::memcpy(identity.writer_guid.value, asking.get_instance_handle().value, sizeof identity.writer_guid.value);
+        identity.sequence_number = {0, number};
+        return identity;
+    }
+    static DDS_SampleIdentity_t answer(DDSDataWriter& answering, const char* text, const DDS_SampleIdentity_t& related) {
+        DDS_WriteParams_t params;
+        params.related_sample_identity = related;
+        EXPECT_EQ(OK, write(answering, text, params));
+        return params.identity;
+    }
+    static std::string counts(DDSDataWriter& sender) {
+        DDS_DataWriterCounts counts;
+        EXPECT_EQ(OK, sender.get_counts(counts));
+        return std::to_string(counts.written) + " " + std::to_string(counts.unaddressed);
+    }
+    /// A writer of answers that knows of the one who asks.
+    DDSDataWriter& answerer(DDSDataWriter& asking, const DDS_DataWriterQos& qos = writer_qos()) {
+        meet(asking, reader(reader_qos(), "Ask"));
+        return writer(qos, "Answer");
+    }
+
+    DDSDomainParticipant& _elsewhere;
+    int _filters = 0;
+};
+INSTANTIATE_TEST_SUITE_P(Engine, FullPairs, ::testing::Values("fastdds"), engine_of_test);
+
+TEST_P(FullPairs, answers_wait_for_the_reader_of_their_requester_and_keep_their_order) {
+    DDSDataWriter& asking = asker("Requester");
+    DDSDataWriter& other = asker("Requester");
+    DDSDataWriter& answering = answerer(asking);
+    DDSDataReader& others_ear = hearer(other);
+    meet(answering, others_ear);
+    DDSDataReader& monitor = reader(reader_qos(), "Answer");
+    meet(answering, monitor);
+    const DDS_GUID_t own = asked_by(answering, 0).writer_guid;
+    for (DDS_UnsignedLong number = 1; number <= 3; ++number) {
+        EXPECT_EQ(DDS_UNKNOWN_SAMPLE_IDENTITY, answer(answering, std::to_string(number).c_str(), asked_by(asking, number)))
+            << "its number is not known yet";
+        // Nobody else is kept waiting by it.
+        EXPECT_EQ((DDS_SampleIdentity_t{own, {0, number}}), answer(answering, "other", asked_by(other, number)));
+    }
+    EXPECT_EQ(DDS_RETCODE_TIMEOUT, answering.wait_for_acknowledgments(SHORT_TIME)) << "some have not even been sent";
+    EXPECT_EQ("6 0", counts(answering));
+    EXPECT_EQ("other other other", take(monitor));
+    DDSDataReader& ear = hearer(asking);
+    DDSReadCondition& all = condition(ear);
+    EXPECT_TRUE(eventually([&] { return Loan(ear, all, false).count == 3; }));
+    {
+        const Loan loan(ear, all);
+        EXPECT_EQ("1 2 3", loan.texts());
+        EXPECT_EQ((DDS_SampleIdentity_t{own, {0, 4}}), identity_of(loan.infos[0])) << "numbered when it is sent";
+        EXPECT_EQ(asked_by(asking, 1), related_identity_of(loan.infos[0]));
+    }
+    EXPECT_EQ(OK, answering.wait_for_acknowledgments(LONG_TIME));
+    EXPECT_NE(DDS_UNKNOWN_SAMPLE_IDENTITY, answer(answering, "4", asked_by(asking, 4)));
+    EXPECT_EQ(OK, answering.wait_for_acknowledgments(LONG_TIME));
+    EXPECT_EQ("4", take(ear));
+    EXPECT_EQ("7 0", counts(answering));
+}
+
+TEST_P(FullPairs, an_answer_that_nobody_will_hear_is_given_up_and_counted) {
+    DDSDataWriter& asking = asker("Requester");
+    DDSDataWriter& silent = asker("Requester");
+    DDSDataWriter& answering = answerer(asking);
+    answer(answering, "too late", asked_by(asking, 1));
+    EXPECT_EQ("1 0", counts(answering));
+    EXPECT_EQ(OK, _elsewhere.delete_datawriter(&asking));
+    EXPECT_TRUE(eventually([&] { return counts(answering) == "1 1"; })) << counts(answering);
+    EXPECT_EQ(OK, answering.wait_for_acknowledgments(LONG_TIME));
+    // One that stays and never listens is waited for as long as a write may take.
+    DDSDataWriter& hasty = answerer(silent, writer_qos(SHORT_TIME));
+    const auto start = std::chrono::steady_clock::now();
+    answer(hasty, "in vain", asked_by(silent, 1));
+    EXPECT_EQ("1 0", counts(hasty));
+    EXPECT_TRUE(eventually([&] { return counts(hasty) == "1 1"; })) << counts(hasty);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
+    // What is held goes with its writer.
+    answer(answering, "unheard", asked_by(silent, 2));
+    EXPECT_EQ(OK, _participant.delete_datawriter(&answering));
+}
+
+TEST_P(FullPairs, those_who_announce_no_such_thing_are_answered_at_once) {
+    DDSDataWriter& plain = asker(nullptr);
+    DDSDataWriter& of_another_role = asker("Replier");
+    DDSDataWriter& answering = answerer(plain);
+    for (DDSDataWriter* each : {&plain, &of_another_role}) {
+        EXPECT_NE(DDS_UNKNOWN_SAMPLE_IDENTITY, answer(answering, "x", asked_by(*each, 1)));
+    }
+    EXPECT_NE(DDS_UNKNOWN_SAMPLE_IDENTITY, answer(answering, "x", related_to(1)));
+    EXPECT_EQ("3 3", counts(answering));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: Apache-2.0
+// A replier that is killed while it owes replies: its callers are told, nothing of their calls is left, and another one takes its place.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "network/PeerProcess.hpp"
+#include "network/Questions.hpp"
+#include "support/Eventually.hpp"
+#include "support/Thrown.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+using std::chrono::milliseconds;
+
+// Reads requests, and answers those that are not "silence". Any line: how many it has read.
+int moody_oracle(const std::vector<std::string>& arguments) {
+    // It is missed after a second.
+    Participant participant(on_loopback(std::stoi(arguments[0])).property("norvane.fastdds.lease_ms", "1000"));
+    Replier<Question, Answer> replier(ReplierParams(participant).service_name("Moods"));
+    std::atomic<int> read{0};
+    std::thread answering([&] {
+        try {
+            for (;;) {
+                const auto request = replier.receive_request(DDS_DURATION_INFINITE);
+                if (request->data().of != "silence") {
+                    replier.send_reply({request->data().number, request->data().of, arguments[1]}, request->identity());
+                }
+                ++read;
+            }
+        } catch (const AlreadyDeletedException&) {
+        }
+    });
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        std::cout << read << std::endl;
+    }
+    replier.close();
+    answering.join();
+    return 0;
+}
+
+const bool KNOWN = roles().insert({"moody_oracle", moody_oracle}).second;
+
+class KilledReplier : public ::testing::Test {
+protected:
+    std::unique_ptr<PeerProcess> replier(const std::string& name) {
+        return std::make_unique<PeerProcess>("moody_oracle", std::vector<std::string>{std::to_string(_domain), name});
+    }
+
+    const int _domain = domain_of_test();
+    Participant _participant{on_loopback(_domain)};
+};
+
+TEST_F(KilledReplier, its_callers_are_told_and_another_one_serves) {
+    ASSERT_TRUE(KNOWN);
+    struct {
+        const char* what;
+        milliseconds patience;
+        const char* reason;
+    } const CASES[] = {
+        {"the call ends before anybody can know", milliseconds(300), "is ready, and has not answered: it is slow, it is silent"},
+        {"the replier is missed first", milliseconds(3000), "no replier is there any more: the last one has left"},
+    };
+    constexpr int CALLERS = 4;
+    Asker asker(RequesterParams(_participant).service_name("Moods"));
+    int completed = 0;
+    int timed_out = 0;
+    for (const auto& each : CASES) {
+        SCOPED_TRACE(each.what);
+        const auto victim = replier("first");
+        EXPECT_EQ("first", asker.call({0, "somebody"}, ANSWER_TIME).text);
+        std::vector<std::future<Thrown>> calls;
+        for (int number = 1; number <= CALLERS; ++number) {
+            calls.push_back(std::async(std::launch::async, [&, number] {
+                return thrown_by([&] { asker.call({number, "silence"}, each.patience); });
+            }));
+        }
+        EXPECT_TRUE(eventually([&] { return victim->ask("how many") == std::to_string(1 + CALLERS); })) << "it owes replies";
+        victim->kill();
+        for (auto& call : calls) {
+            const Thrown thrown = call.get();
+            EXPECT_EQ("TimeoutException", thrown.type) << thrown.message;
+            EXPECT_NE(std::string::npos, thrown.message.find(each.reason)) << thrown.message;
+        }
+        EXPECT_TRUE(eventually([&] { return asker.matched_repliers() == 0; })) << "within its lease";
+        const auto successor = replier("second");
+        EXPECT_EQ("second", asker.call({9, "somebody"}, ANSWER_TIME).text);
+        completed += 2;
+        timed_out += CALLERS;
+        const RequesterStatistics left = asker.stats();
+        EXPECT_EQ(completed, left.completed);
+        EXPECT_EQ(timed_out, left.timed_out);
+        EXPECT_EQ(0, left.pending + left.queued + left.late + left.lost);
+    }
+}
+
+// A dead replier's room is nobody's concern: those that are left are written to as before.
+TEST_F(KilledReplier, does_not_hold_up_the_calls_of_others) {
+    Asker asker(RequesterParams(_participant).service_name("Moods"));
+    const auto survivor = replier("survivor");
+    const auto victim = replier("victim");
+    ASSERT_TRUE(asker.wait_for_service(ANSWER_TIME, 2));
+    victim->stop();  // it acknowledges nothing any more
+    EXPECT_EQ("ok", ask_all(asker, "somebody", 100));
+    victim->kill();
+    EXPECT_EQ("ok", ask_all(asker, "somebody", 100));
+    EXPECT_TRUE(eventually([&] { return asker.matched_repliers() == 1; }));
+    EXPECT_EQ("ok", ask_all(asker, "somebody", 100));
+    EXPECT_TRUE(asker.send_request({1, "somebody"}) != DDS_UNKNOWN_SAMPLE_IDENTITY);
+    EXPECT_TRUE(asker.wait_for_replies(ANSWER_TIME, 1));
+    EXPECT_EQ("survivor", asker.take_replies()[0].data().text);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

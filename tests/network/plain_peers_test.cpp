@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: Apache-2.0
+// Programs on Fast DDS's own DDS layer, without any of ours: they ask and answer with the identities that its WriteParams carry.
+#include <gtest/gtest.h>
+
+#include <fastdds/rtps/transport/UDPv4TransportDescriptor.h>
+#include <fastdds/dds/domain/DomainParticipant.hpp>
+#include <fastdds/dds/domain/DomainParticipantFactory.hpp>
+#include <fastdds/dds/publisher/DataWriter.hpp>
+#include <fastdds/dds/publisher/Publisher.hpp>
+#include <fastdds/dds/subscriber/DataReader.hpp>
+#include <fastdds/dds/subscriber/SampleInfo.hpp>
+#include <fastdds/dds/subscriber/Subscriber.hpp>
+#include <fastdds/dds/topic/Topic.hpp>
+#include <fastdds/dds/topic/TopicDataType.hpp>
+#include <fastdds/dds/topic/TypeSupport.hpp>
+
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "network/PeerProcess.hpp"
+#include "support/ServiceFixture.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+namespace dds = eprosima::fastdds::dds;
+namespace rtps = eprosima::fastrtps::rtps;
+
+// A string in CDR, little-endian, as any DDS program has it.
+class PlainText : public dds::TopicDataType {
+public:
+    PlainText() {
+        setName("DDS::String");
+        m_typeSize = 70000;
+        m_isGetKeyDefined = false;
+        auto_fill_type_object(false);
+        auto_fill_type_information(false);
+    }
+    bool serialize(void* data, rtps::SerializedPayload_t* payload) override {
+        const std::string& text = *static_cast<std::string*>(data);
+        const std::uint32_t length = static_cast<std::uint32_t>(text.size()) + 1;
+        const std::uint8_t header[] = {0, 1, 0, 0};
+        std::memcpy(payload->data, header, 4);
+        std::memcpy(payload->data + 4, &length, 4);
+        std::memcpy(payload->data + 8, text.c_str(), length);
+        payload->length = 8 + length;
+        payload->encapsulation = CDR_LE;
+        return true;
+    }
+    bool deserialize(rtps::SerializedPayload_t* payload, void* data) override {
+        std::uint32_t length = 0;
+        std::memcpy(&length, payload->data + 4, 4);
+        static_cast<std::string*>(data)->assign(reinterpret_cast<char*>(payload->data + 8), length - 1);
+        return true;
+    }
+    std::function<std::uint32_t()> getSerializedSizeProvider(void* data) override {
+        return [data] { return static_cast<std::uint32_t>(static_cast<std::string*>(data)->size() + 9); };
+    }
+    void* createData() override { return new std::string; }
+    void deleteData(void* data) override { delete static_cast<std::string*>(data); }
+    bool getKey(void*, rtps::InstanceHandle_t*, bool) override { return false; }
+};
+
+class PlainParticipant {
+public:
+    explicit PlainParticipant(int domain) : _type(new PlainText) {
+        dds::DomainParticipantQos qos;
+        auto udp = std::make_shared<eprosima::fastdds::rtps::UDPv4TransportDescriptor>();
+        udp->interfaceWhiteList.push_back("127.0.0.1");
+        qos.transport().use_builtin_transports = false;
+        qos.transport().user_transports.push_back(udp);
+        _participant = dds::DomainParticipantFactory::get_instance()->create_participant(static_cast<dds::DomainId_t>(domain), qos);
+        _type.register_type(_participant);
+    }
+    ~PlainParticipant() {
+        _participant->delete_contained_entities();
+        dds::DomainParticipantFactory::get_instance()->delete_participant(_participant);
+    }
+    dds::DataWriter* writer(const char* topic, const std::vector<rtps::octet>& user_data = {}) {
+        dds::DataWriterQos qos;
+        qos.user_data().setValue(user_data);
+        qos.reliability().kind = dds::RELIABLE_RELIABILITY_QOS;
+        qos.history().kind = dds::KEEP_ALL_HISTORY_QOS;
+        qos.reliable_writer_qos().times.heartbeatPeriod = {0, 20000000};
+        return _participant->create_publisher(dds::PUBLISHER_QOS_DEFAULT)->create_datawriter(make_topic(topic), qos);
+    }
+    dds::DataReader* reader(const char* topic) {
+        dds::DataReaderQos qos;
+        qos.reliability().kind = dds::RELIABLE_RELIABILITY_QOS;
+        qos.history().kind = dds::KEEP_ALL_HISTORY_QOS;
+        return _participant->create_subscriber(dds::SUBSCRIBER_QOS_DEFAULT)->create_datareader(make_topic(topic), qos);
+    }
+
+private:
+    dds::Topic* make_topic(const char* name) { return _participant->create_topic(name, "DDS::String", dds::TOPIC_QOS_DEFAULT); }
+
+    dds::TypeSupport _type;
+    dds::DomainParticipant* _participant;
+};
+
+// Takes the next sample, waiting for it. @return whether one came.
+bool next(dds::DataReader& reader, std::string& text, dds::SampleInfo& info,
+          std::chrono::milliseconds patience = std::chrono::seconds(10)) {
+    return eventually(
+        [&] {
+            return reader.take_next_sample(&text, &info) == eprosima::fastrtps::types::ReturnCode_t::RETCODE_OK && info.valid_data;
+        },
+        patience);
+}
+
+// A plain replier: answers each request with itself and a mark, and says which one it is about. Any line: how many it has answered.
+int plain_echo(const std::vector<std::string>& arguments) {
+    PlainParticipant participant(std::stoi(arguments[0]));
+    dds::DataReader* requests = participant.reader("SRequest");
+    dds::DataWriter* replies = participant.writer("SReply");
+    std::atomic<bool> ended{false};
+    std::atomic<int> answered{0};
+    std::thread answering([&] {
+        while (!ended) {
+            std::string text;
+            dds::SampleInfo info;
+            if (requests->take_next_sample(&text, &info) == eprosima::fastrtps::types::ReturnCode_t::RETCODE_OK &&
+                info.valid_data) {
+                text += "!";
+                rtps::WriteParams params;
+                params.related_sample_identity(info.sample_identity);
+                answered += replies->write(&text, params) ? 1 : 0;
+            } else {
+                requests->wait_for_unread_message({0, 20000000});
+            }
+        }
+    });
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        std::cout << answered << std::endl;
+    }
+    ended = true;
+    answering.join();
+    return 0;
+}
+
+const bool KNOWN = roles().insert({"plain_echo", plain_echo}).second;
+
+class PlainPeers : public ServiceFixture {};
+INSTANTIATE_TEST_SUITE_P(Engine, PlainPeers, ::testing::Values("fastdds"), engine_of_test);
+
+TEST_P(PlainPeers, a_plain_replier_answers_each_of_our_requesters) {
+    ASSERT_TRUE(KNOWN);
+    PeerProcess server("plain_echo", {std::to_string(_domain)});
+    DDS_DataWriterQos named = one_on_the_way();
+    named.protocol.virtual_guid = {{0x4e, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
+    TextRequester plain(requester_params());
+    TextRequester with_name_of_its_own(requester_params().datawriter_qos(named));
+    for (TextRequester* each : {&plain, &with_name_of_its_own}) {
+        await_repliers(*each, 1);
+    }
+    for (int number = 0; number < 50; ++number) {
+        for (TextRequester* each : {&plain, &with_name_of_its_own}) {
+            const std::string text = std::to_string(number);
+            EXPECT_EQ(text + "!", each->call(text, std::chrono::seconds(5)));
+        }
+    }
+    EXPECT_TRUE(eventually([&] { return server.ask("answered") == "100"; }));  // counted after the answer is written
+}
+
+TEST_P(PlainPeers, a_plain_requester_gets_its_answers_from_our_replier) {
+    PeerProcess server("echo", {std::to_string(_domain), "S", "!"});
+    PlainParticipant participant(_domain);
+    dds::DataWriter* requests = participant.writer("SRequest");
+    dds::DataReader* replies = participant.reader("SReply");
+    dds::PublicationMatchedStatus asked;
+    dds::SubscriptionMatchedStatus answered;
+    EXPECT_TRUE(eventually([&] {
+        requests->get_publication_matched_status(asked);
+        replies->get_subscription_matched_status(answered);
+        return asked.current_count == 1 && answered.current_count == 1;
+    }));
+    // Nobody can say when the server has found its reader: answers are sent at once, and the first ones may go to nobody.
+    std::string reply;
+    dds::SampleInfo info;
+    EXPECT_TRUE(eventually([&] {
+        std::string text = "anybody there";
+        return requests->write(&text) && next(*replies, reply, info, std::chrono::milliseconds(100));
+    }));
+    while (next(*replies, reply, info, std::chrono::milliseconds(100))) {
+    }
+    for (int number = 0; number < 50; ++number) {
+        std::string text = std::to_string(number);
+        rtps::WriteParams params;
+        EXPECT_TRUE(requests->write(&text, params));
+        ASSERT_TRUE(next(*replies, reply, info)) << number;
+        EXPECT_EQ(text + "!", reply);
+        EXPECT_EQ(params.sample_identity(), info.related_sample_identity);
+    }
+}
+
+// What peers announce is not to be trusted: octets that only look like ours are the application's.
+TEST_P(PlainPeers, announcements_that_are_damaged_or_forged_are_plain_octets) {
+    const std::string mark = "\x01norvane\x1a";  // version and magic
+    const auto block = [&](const std::string& fields, unsigned length) {
+        std::string text = "own" + fields;
+        for (int octet = 0; octet < 4; ++octet) {
+            text += static_cast<char>(length >> (8 * octet));
+        }
+        return text + mark;
+    };
+    const std::string guid = std::string("\x01\x10\0\0\0", 5) + std::string(16, 'g');
+    const std::string hash = std::string("\x02\x08\0\0\0", 5) + std::string(8, '\0');
+    struct {
+        const char* what;
+        std::string octets;
+        bool ours;
+    } const CASES[] = {
+        {"nothing", "", false},
+        {"the mark alone", mark, false},
+        {"no fields", block("", 0), true},
+        {"a GUID", block(guid, 21), true},
+        {"a GUID and something from a later version", block(guid + std::string("\x63\x01\0\0\0x", 6), 27), true},
+        {"longer than all there is", block(guid, 1000), false},
+        {"as long as can be", block(guid, 0xffffffff), false},
+        {"shorter than its field", block(guid, 20), false},
+        {"cut off in a head", block(guid, 4), false},
+        {"a field that is longer than the block", block(std::string("\x04\xff\xff\xff\xff", 5), 5), false},
+        {"a short GUID", block(std::string("\x01\x02\0\0\0gg", 7), 7), false},
+        {"a GUID of nobody", block(std::string("\x01\x10\0\0\0", 5) + std::string(16, '\0'), 21), false},
+        {"a short hash", block(std::string("\x02\x01\0\0\0h", 6), 6), false},
+        {"a property without an end", block(std::string("\x06\x01\0\0\0p", 6), 6), false},
+        {"a hash of nothing in particular", block(hash, 13), true},
+        {"another version", std::string("own") + std::string(4, '\0') + "\x02norvane\x1a", false},
+    };
+    PlainParticipant participant(_domain);
+    int row = 0;
+    for (const auto& each : CASES) {
+        SCOPED_TRACE(each.what);
+        const std::string name = "T" + std::to_string(row++);
+        ASSERT_EQ(DDS_RETCODE_OK, DDSStringTypeSupport::get_instance().register_type(&_participant));
+        DDSTopic* topic = _participant.create_topic(name.c_str(), "DDS::String", DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
+        DDSDataReader* reader = _participant.create_datareader(topic, DDS_DataReaderQos(), nullptr, 0);
+        participant.writer(name.c_str(), std::vector<rtps::octet>(each.octets.begin(), each.octets.end()));
+        DDS_InstanceHandleSeq peers;
+        ASSERT_TRUE(eventually([&] { return reader->get_matched_publications(peers) == DDS_RETCODE_OK && peers.length() == 1; }));
+        DDS_PublicationBuiltinTopicData told;
+        ASSERT_EQ(DDS_RETCODE_OK, reader->get_matched_publication_data(told, peers[0]));
+        const std::string seen(told.user_data.value.get_contiguous_buffer(),
+                               told.user_data.value.get_contiguous_buffer() + told.user_data.value.length());
+        EXPECT_EQ(each.ours ? "own" : each.octets, seen);
+    }
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane

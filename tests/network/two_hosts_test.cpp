@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: Apache-2.0
+// Two machines with a wire between them, as two network namespaces: found by multicast, by initial peers, over a wire that
+// drops what is too much for it, and over one that is cut.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "network/NetworkNamespace.hpp"
+#include "network/PeerProcess.hpp"
+#include "network/Questions.hpp"
+#include "support/Eventually.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr int CALLERS = 8;
+constexpr int CALLS = 50;
+const char* const OWN_ADDRESS = "10.77.0.1";
+const char* const NEIGHBOURS_ADDRESS = "10.77.0.2";
+// A reply fits, several at once do not.
+const std::string NARROW = "root tbf rate 20mbit burst 3200 limit 6000";
+
+bool run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+
+// @param peer  the address to look at first; "-": whoever answers a multicast.
+ParticipantParams on_wire(const std::string& address, const std::string& peer) {
+    ParticipantParams params = ParticipantParams().domain_id(9).engine("fastdds").property("norvane.fastdds.interfaces", address);
+    params.property("norvane.fastdds.transports", "udp");
+    return peer == "-" ? params : params.property("norvane.fastdds.initial_peers", peer);
+}
+
+// The other machine. "pid"; "serve <own address>"; "leave"; anything else is a command to run.
+int neighbour(const std::vector<std::string>&) {
+    const bool is_alone = leave_the_network();
+    std::cout << "ready" << std::endl;
+    std::unique_ptr<Participant> participant;
+    std::unique_ptr<Oracle> service;
+    for (std::string line; std::getline(std::cin, line);) {
+        if (line == "pid") {
+            std::cout << (is_alone ? ::getpid() : -1) << std::endl;
+        } else if (line.compare(0, 6, "serve ") == 0) {
+            participant = std::make_unique<Participant>(on_wire(line.substr(6), "-"));
+            service = std::make_unique<Oracle>(ReplierParams(*participant).service_name("Wire"), [](const Question& question) {
+                return Answer{question.number, question.of, std::string(3000, 'x')};
+            });
+            std::cout << "ok" << std::endl;
+        } else if (line == "leave") {
+            service.reset();
+            participant.reset();
+            std::cout << "ok" << std::endl;
+        } else {
+            std::cout << (run(line) ? "ok" : "failed") << std::endl;
+        }
+    }
+    return 0;
+}
+
+// @return "ok", "no wire", or what went wrong.
+std::string call_over_wire(const std::string& how) {
+    PeerProcess other("neighbour", {});
+    const std::string pid = other.ask("pid");
+    const std::string address = std::string(NEIGHBOURS_ADDRESS) + "/24";
+    if (pid == "-1" || !run("ip link add name norvane0 type veth peer name norvane1 netns " + pid) ||
+        !run(std::string("ip address add ") + OWN_ADDRESS + "/24 dev norvane0 && ip link set norvane0 up") ||
+        other.ask("ip address add " + address + " dev norvane1 && ip link set norvane1 up") != "ok") {
+        return "no wire";
+    }
+    // The kernel takes its time to see that both ends are plugged in, and a participant looks at its interfaces once.
+    if (!eventually([] { return run("ip -o link show dev norvane0 | grep -q 'state UP'"); }) ||
+        !eventually([&] { return other.ask("ip -o link show dev norvane1 | grep -q 'state UP'") == "ok"; })) {
+        return "the wire does not come up";
+    }
+    std::string outcome = "ok";
+    std::string own_address = OWN_ADDRESS;
+    std::string other_address = NEIGHBOURS_ADDRESS;
+    if (how == "routed") {
+        // Addresses that are not the wire's: what is sent to one of them crosses it, and a multicast does not.
+        own_address = "10.78.0.1";
+        other_address = "10.78.0.2";
+        if (!run("ip address add " + own_address + "/32 dev lo && ip route add " + other_address + " via " + NEIGHBOURS_ADDRESS) ||
+            other.ask("ip address add " + other_address + "/32 dev lo && ip route add " + own_address + " via " + OWN_ADDRESS) !=
+                "ok") {
+            return "no wire";
+        }
+    }
+    if (how == "narrow" &&
+        !(run("tc qdisc add dev norvane0 " + NARROW) && other.ask("tc qdisc add dev norvane1 " + NARROW) == "ok")) {
+        return "no wire";
+    }
+    // It is enough that one of the two knows the other.
+    const std::string peer = how == "routed" ? other_address : "-";
+    {
+        other.ask("serve " + other_address);
+        Participant participant(on_wire(own_address, peer));
+        Asker asker(RequesterParams(participant).service_name("Wire"));
+        std::vector<std::future<std::string>> callers;
+        for (int number = 0; number < CALLERS; ++number) {
+            callers.push_back(
+                std::async(std::launch::async, [&asker, number] { return ask_all(asker, std::to_string(number), CALLS); }));
+        }
+        for (auto& caller : callers) {
+            const std::string one = caller.get();
+            outcome = one == "ok" ? outcome : one;
+        }
+        const RequesterStatistics statistics = asker.stats();
+        if (outcome == "ok" && statistics.received != CALLERS * CALLS) {
+            outcome = std::to_string(statistics.received) + " replies";
+        }
+    }
+    if (how == "narrow" && outcome == "ok" && other.ask("tc -s qdisc show dev norvane1 | grep -q 'dropped [1-9]'") != "ok") {
+        outcome = "the wire has dropped nothing";
+    }
+    if (how == "cut" && outcome == "ok") {
+        Participant participant(on_wire(own_address, "-"));
+        Asker asker(RequesterParams(participant).service_name("Wire"));
+        outcome = ask_all(asker, how, 1);
+        if (!run("ip link set norvane0 down")) {
+            return "no wire";
+        }
+        try {
+            asker.call({1, how}, std::chrono::seconds(5));
+            return "an answer through a wire that is cut";
+        } catch (const TimeoutException& failure) {
+            outcome = std::string(failure.what()).find("the last one has left") != std::string::npos ? outcome : failure.what();
+        }
+        run("ip link set norvane0 up");
+        outcome = outcome == "ok" ? ask_all(asker, how, 10) : outcome;
+    }
+    other.ask("leave");
+    return outcome;
+}
+
+// A line: what is with the wire.
+int house(const std::vector<std::string>&) {
+    const bool is_alone = leave_the_network();
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        std::cout << (is_alone ? call_over_wire(line) : "no wire") << std::endl;
+    }
+    return 0;
+}
+
+const bool KNOWN = roles().insert({"house", house}).second && roles().insert({"neighbour", neighbour}).second;
+
+class TwoHosts : public ::testing::TestWithParam<std::string> {};
+INSTANTIATE_TEST_SUITE_P(With, TwoHosts, ::testing::Values("multicast", "routed", "narrow", "cut"), [](const auto& test) {
+    std::string name = test.param;
+    std::replace(name.begin(), name.end(), ' ', '_');
+    return name;
+});
+
+TEST_P(TwoHosts, lose_no_call) {
+    ASSERT_TRUE(KNOWN);
+    const std::string outcome = PeerProcess("house", {}).ask(GetParam());
+    if (outcome == "no wire") {
+        GTEST_SKIP() << "this machine gives its users no network namespaces with a wire between them (unshare, ip, tc)";
+    }
+    EXPECT_EQ("ok", outcome);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane
