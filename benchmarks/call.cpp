@@ -20,6 +20,7 @@ static_assert(sizeof(DescribedPayload) == sizeof(Payload), "the same octets");
 namespace {
 
 /// Two services side by side: the floor by hand over the plain struct, ours by `call` over the described one.
+template <template <class> class Kind>
 class Calls : public Probe {
 public:
     Values measure() override {
@@ -34,9 +35,11 @@ public:
         return {ours, floor};
     }
 
+protected:
+    Kind<DescribedPayload> _described{"Described"};
+    Kind<Payload> _plain{"Plain"};
+
 private:
-    EchoService<DescribedPayload> _described{"Described"};
-    EchoService<Payload> _plain{"Plain"};
     std::uint64_t _number = 0;
 };
 
@@ -58,26 +61,9 @@ private:
     norvane::Replier<Content, Content>& _replier;
 };
 
-class CallsOnOneThread : public Probe {
-public:
-    Values measure() override {
-        const double ours = ns_per_call(ROUND, [this] {
-            DescribedPayload request{};
-            request.number = ++_number;
-            if (_described.requester().call(request).number != request.number) {
-                throw std::runtime_error("wrong reply");
-            }
-        });
-        const double floor = ns_per_call(ROUND, [this] { call(_plain.requester(), make_payload(++_number)); });
-        return {ours, floor};
-    }
-
-private:
-    Service<DescribedPayload> _described{"Described"};
-    Service<Payload> _plain{"Plain"};
+class CallsOnOneThread : public Calls<Service> {
     Answerer<DescribedPayload> _answers_described{_described.replier()};
     Answerer<Payload> _answers_plain{_plain.replier()};
-    std::uint64_t _number = 0;
 };
 
 template <class Kind>
@@ -86,8 +72,8 @@ std::unique_ptr<Probe> make() {
 }
 
 const Question question("10_call",
-                        {{Processors::ONE, Spin::DEFAULT, make<Calls>},
-                         {Processors::TWO, Spin::OFF, make<Calls>},
+                        {{Processors::ONE, Spin::DEFAULT, make<Calls<EchoService>>},
+                         {Processors::TWO, Spin::OFF, make<Calls<EchoService>>},
                          {Processors::TWO, Spin::DEFAULT, make<CallsOnOneThread>}},
                         {{"call over a described struct, over send, wait, take by hand; one core", Unit::TIME, {0, 0}, {0, 1}, 1.1},
                          {"the same on two cores, spin off", Unit::TIME, {1, 0}, {1, 1}, 1.1},

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "network/PeerProcess.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,7 +22,8 @@ std::map<std::string, Role>& roles() {
 PeerProcess::PeerProcess(const std::string& role, const std::vector<std::string>& arguments) {
     int to_peer[2];
     int from_peer[2];
-    if (::pipe(to_peer) != 0 || ::pipe(from_peer) != 0) {
+    // Not inherited: a later peer that holds an earlier one's input open would keep it from ending.
+    if (::pipe2(to_peer, O_CLOEXEC) != 0 || ::pipe2(from_peer, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipes");
     }
     std::vector<const char*> words = {"peer", "--role", role.c_str()};
@@ -34,9 +36,6 @@ PeerProcess::PeerProcess(const std::string& role, const std::vector<std::string>
         // Between fork and exec: only what a signal handler may do.
         ::dup2(to_peer[0], STDIN_FILENO);
         ::dup2(from_peer[1], STDOUT_FILENO);
-        for (const int end : {to_peer[0], to_peer[1], from_peer[0], from_peer[1]}) {
-            ::close(end);
-        }
         ::execv("/proc/self/exe", const_cast<char* const*>(words.data()));
         ::_exit(127);
     }
@@ -49,7 +48,10 @@ PeerProcess::PeerProcess(const std::string& role, const std::vector<std::string>
 
 PeerProcess::~PeerProcess() {
     ::close(_input);
-    wait_for_end();
+    if (_process > 0) {
+        const int status = wait_for_end();
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the peer ended with status " << status;
+    }
     ::close(_output);
 }
 
@@ -85,11 +87,11 @@ std::string PeerProcess::read_line() {
     }
 }
 
-void PeerProcess::wait_for_end() {
-    if (_process > 0) {
-        ::waitpid(_process, nullptr, 0);
-        _process = -1;
-    }
+int PeerProcess::wait_for_end() {
+    int status = 0;
+    ::waitpid(_process, &status, 0);
+    _process = -1;
+    return status;
 }
 
 }  // namespace test

@@ -21,7 +21,7 @@ class PeerProcess {
 public:
     /// Starts it, and waits until it has said that it is ready.
     PeerProcess(const std::string& role, const std::vector<std::string>& arguments);
-    /// Ends it in good order, unless it was killed.
+    /// Ends it in good order, unless it was killed. A peer that ends otherwise than well fails the test.
     ~PeerProcess();
     PeerProcess(const PeerProcess&) = delete;
     PeerProcess& operator=(const PeerProcess&) = delete;
@@ -36,7 +36,7 @@ public:
 
 private:
     std::string read_line();
-    void wait_for_end();
+    int wait_for_end();
 
     pid_t _process = -1;
     int _input = -1;
