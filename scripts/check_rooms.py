@@ -45,7 +45,7 @@ ROOMS = [
     Room("src/middleware/", OBJECT_API + ("middleware/*", "platform/*"), system=("unistd.h",)),
     Room("src/engines/embedded/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", "engines/embedded/*")),
     Room("src/engines/fastdds/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", "engines/fastdds/*"),
-         system=("fastdds/*", "fastrtps/*", "fastcdr/*")),
+         system=("fastdds/*", "fastrtps/*", "fastcdr/*", "arpa/inet.h", "ifaddrs.h")),
     Room("src/engines/EngineModule", ("middleware/Engine.hpp", "engines/EngineModule.hpp"), system=("dlfcn.h", "unistd.h")),
     Room("src/engines/select.cpp", ("middleware/Engine.hpp", "engines/EngineModule.hpp", "engines/embedded/EmbeddedEngine.hpp")),
     Room("examples/", ("norvane/*",), ("norvane/details/*",), system=("*",)),

@@ -91,6 +91,8 @@ TEST_P(Choices, a_property_that_is_not_understood_is_refused_by_name) {
         {"norvane.fastdds.transports", "pigeons"},
         {"norvane.fastdds.transports", ""},
         {"norvane.fastdds.interfaces", " , "},
+        {"norvane.fastdds.interfaces", "nonsense"},
+        {"norvane.fastdds.interfaces", "127.0.0.1, 203.0.113.1"},
         {"norvane.fastdds.initial_peers", "somewhere"},
         {"norvane.fastdds.initial_peers", "127.0.0.1:"},
         {"norvane.fastdds.initial_peers", "127.0.0.1:70000"},

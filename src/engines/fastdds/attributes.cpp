@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/attributes.hpp"
 
+#include <arpa/inet.h>
+#include <ifaddrs.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -101,6 +103,22 @@ void add_transports(const Transports& transports, rtps::RTPSParticipantAttribute
     }
 }
 
+// A participant on an address that the machine does not have would hear nobody, and say nothing about it.
+bool is_address_of_this_machine(const std::string& address) {
+    in_addr wanted = {};
+    ifaddrs* interfaces = nullptr;
+    if (::inet_pton(AF_INET, address.c_str(), &wanted) != 1 || ::getifaddrs(&interfaces) != 0) {
+        return false;
+    }
+    bool found = false;
+    for (const ifaddrs* each = interfaces; each != nullptr && !found; each = each->ifa_next) {
+        found = each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET &&
+                reinterpret_cast<const sockaddr_in*>(each->ifa_addr)->sin_addr.s_addr == wanted.s_addr;
+    }
+    ::freeifaddrs(interfaces);
+    return found;
+}
+
 // One property of ours. @return false when its value makes no sense, or there is none of that name.
 bool take(const std::string& name, const std::string& value, ParticipantChoice& choice, Transports& transports) {
     rtps::BuiltinAttributes& builtin = choice.attributes.builtin;
@@ -119,7 +137,8 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
     if (name == "norvane.fastdds.interfaces") {
         transports.chosen = true;
         transports.interfaces = split(value);
-        return !transports.interfaces.empty();
+        return !transports.interfaces.empty() &&
+               std::all_of(transports.interfaces.begin(), transports.interfaces.end(), is_address_of_this_machine);
     }
     if (name == "norvane.fastdds.initial_peers") {
         const std::vector<std::string> peers = split(value);
