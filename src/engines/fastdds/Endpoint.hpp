@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <unordered_set>
 
 #include "engines/fastdds/Announcement.hpp"
@@ -83,7 +84,8 @@ protected:
         _announcements.wait_until_empty();
     }
 
-    mw::EndpointInfo _info;  // constant once the endpoint is enabled
+    std::mutex _close_mutex;  // who closes second finds it closed, and not still being closed
+    mw::EndpointInfo _info;   // constant once the endpoint is enabled
     Gate _calls;
 
 private:

@@ -107,6 +107,7 @@ DDS_ReturnCode_t Reader::enable(mw::SampleSink& sink) noexcept {
 }
 
 void Reader::close() noexcept {
+    const std::lock_guard<std::mutex> turn(_close_mutex);
     if (!begin_to_close()) {
         return;
     }

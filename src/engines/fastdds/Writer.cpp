@@ -123,6 +123,7 @@ DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
 }
 
 void Writer::close() noexcept {
+    const std::lock_guard<std::mutex> turn(_close_mutex);
     if (!begin_to_close()) {
         return;
     }
