@@ -24,6 +24,7 @@
 
 #include "network/PeerProcess.hpp"
 #include "support/ServiceFixture.hpp"
+#include "support/Thrown.hpp"
 
 namespace norvane {
 namespace test {
@@ -159,6 +160,8 @@ TEST_P(PlainPeers, a_plain_replier_answers_each_of_our_requesters) {
     TextRequester with_name_of_its_own(requester_params().datawriter_qos(named));
     for (TextRequester* each : {&plain, &with_name_of_its_own}) {
         await_repliers(*each, 1);
+        // Nobody can say when the replier has found our reader: it answers at once, and its first answers may go to nobody.
+        EXPECT_TRUE(eventually([&] { return thrown_by([&] { each->call("first", std::chrono::seconds(1)); }).type.empty(); }));
     }
     for (int number = 0; number < 50; ++number) {
         for (TextRequester* each : {&plain, &with_name_of_its_own}) {
@@ -166,7 +169,7 @@ TEST_P(PlainPeers, a_plain_replier_answers_each_of_our_requesters) {
             EXPECT_EQ(text + "!", each->call(text, std::chrono::seconds(5)));
         }
     }
-    EXPECT_TRUE(eventually([&] { return server.ask("answered") == "100"; }));  // counted after the answer is written
+    EXPECT_TRUE(eventually([&] { return std::stoi(server.ask("answered")) >= 102; }));  // counted after the answer is written
 }
 
 TEST_P(PlainPeers, a_plain_requester_gets_its_answers_from_our_replier) {
