@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a front-end's caller hands in, turned into what the core wants: strings into samples, std::chrono into DDS_Duration_t.
+// What a front-end's caller hands in, turned into what the core wants: strings into samples.
 #ifndef NORVANE_DETAILS_SAMPLE_ARGUMENT_HPP
 #define NORVANE_DETAILS_SAMPLE_ARGUMENT_HPP
 
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -61,20 +60,6 @@ public:
 private:
     const char* _text;
 };
-
-/// @return the duration, rounded up to nanoseconds; infinite from 2,147,483,647 s (68 years) on, so that `duration::max()` never turns into
-///         a time-out; the shortest duration for what is below the range, and for no number at all.
-template <class Rep, class Period>
-DDS_Duration_t to_dds_duration(const std::chrono::duration<Rep, Period>& duration) {
-    const double seconds = std::chrono::duration<double>(duration).count();
-    if (seconds >= DDS_DURATION_INFINITE.sec) {
-        return DDS_DURATION_INFINITE;
-    }
-    if (!(seconds > INT32_MIN)) {
-        return {INT32_MIN, 0};
-    }
-    return normalized_duration(0, std::chrono::ceil<std::chrono::nanoseconds>(duration).count());
-}
 
 }  // namespace details
 }  // namespace norvane
