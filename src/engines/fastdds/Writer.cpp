@@ -382,12 +382,28 @@ void Writer::ask_for_acknowledgments() noexcept {
     }
 }
 
+void Writer::choose_sending_locked() noexcept {
+    // Readers that each get a few samples of many see gaps. Sent one by one, a sample brings its own heartbeat, which closes the gap before it: else
+    // the sample would wait for the next one. A single reader sees none, and is spared the acknowledgement of each sample.
+    //
+    // Together, Fast DDS repeats in one large datagram what was lost. A wire that cannot carry that loses it over and over.
+    _writer->set_separate_sending((_matches.size() > 1 && !_routes.empty()) || _stuck);
+}
+
+// Looks whether what is on the way arrives.
+void Writer::look_at_progress_locked() noexcept {
+    const bool all_arrived = on_the_way_locked() == 0;
+    const bool stands_still = !all_arrived && _acknowledged == _acknowledged_before;
+    if ((!_stuck && stands_still) || (_stuck && all_arrived)) {
+        _stuck = !_stuck;
+        choose_sending_locked();
+    }
+    _acknowledged_before = _acknowledged;
+}
+
 void Writer::pace_sending_locked() noexcept {
     const std::size_t readers = _matches.size();
-    // Readers that each get a few samples of many see gaps. Sent one by one, a sample brings its own heartbeat, which closes the gap before it: else
-    // the sample would wait for the next one. It stays so with a single reader: where the wire loses samples, it is that heartbeat that gets them
-    // sent again.
-    _writer->set_separate_sending(!_routes.empty());
+    choose_sending_locked();
     if (!_reliable || (readers & (readers - 1)) != 0) {
         return;  // once for each doubling
     }
@@ -466,7 +482,10 @@ std::int64_t Writer::attend() noexcept {
     } catch (const std::exception&) {
         again_ns = now_ns + RETRY_NS;
     }
+    look_at_progress_locked();
     if (on_the_way_locked() > 0) {
+        // Each sample puts off Fast DDS's own heartbeat.
+        ask_for_acknowledgments();
         _sweep_due.store(true);
         again_ns = std::min(again_ns, now_ns + SWEEP_NS);
     }

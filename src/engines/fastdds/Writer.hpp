@@ -87,6 +87,8 @@ private:
     bool is_all_acknowledged_locked() noexcept;
     void ask_for_acknowledgments() noexcept;
     void pace_sending_locked() noexcept;
+    void choose_sending_locked() noexcept;
+    void look_at_progress_locked() noexcept;
     void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
     void wake_up() noexcept;
 
@@ -113,11 +115,13 @@ private:
     std::unordered_map<DDS_GUID_t, int, GuidHash> _routes;     // readers that want the answers to a writer
     int _unrouted = 0;
     mw::WriteCounts _counts;
-    std::int64_t _last_number = 0;         // as the application knows it
-    std::int64_t _last_sent = 0;           // as Fast DDS knows it
-    std::int64_t _acknowledged = 0;        // up to here everybody has it
-    std::deque<std::uint32_t> _octets_of;  // of the samples on the way
-    std::int64_t _octets = 0;              // their sum
+    std::int64_t _last_number = 0;          // as the application knows it
+    std::int64_t _last_sent = 0;            // as Fast DDS knows it
+    std::int64_t _acknowledged = 0;         // up to here everybody has it
+    std::int64_t _acknowledged_before = 0;  // when the worker looked last
+    bool _stuck = false;                    // nothing got through since then
+    std::deque<std::uint32_t> _octets_of;   // of the samples on the way
+    std::int64_t _octets = 0;               // their sum
     std::deque<HeldSample> _held;
     rtps::CacheChange_t _probe;  // asks whether a number is acknowledged
     int _filtered = 0;
