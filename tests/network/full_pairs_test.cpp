@@ -25,8 +25,8 @@ protected:
         EXPECT_NE(nullptr, made);
         return *made;
     }
-    /// The half that hears the answers to one writer.
-    DDSDataReader& hearer(DDSDataWriter& asking) {
+    /// The half that hears the answers to one writer. @param max_samples  with a bound it has a reader of Fast DDS for itself; without, a share.
+    DDSDataReader& hearer(DDSDataWriter& asking, DDS_Long max_samples) {
         std::string filter = "@related_sample_identity.writer_guid.value = &hex(";
         for (const DDS_Octet octet : asking.get_instance_handle().value) {
             filter += {"0123456789abcdef"[octet >> 4], "0123456789abcdef"[octet & 15]};
@@ -34,10 +34,11 @@ protected:
         const std::string name = "F" + std::to_string(_filters++);
         DDSContentFilteredTopic* filtered = _elsewhere.create_contentfilteredtopic(name.c_str(), topic("Answer", &_elsewhere),
                                                                                    (filter + ")").c_str(), DDS_StringSeq());
-        DDSDataReader* made = _elsewhere.create_datareader(filtered, reader_qos(), nullptr, 0);
+        DDSDataReader* made = _elsewhere.create_datareader(filtered, reader_qos(max_samples), nullptr, 0);
         EXPECT_NE(nullptr, made);
         return *made;
     }
+    void wait_for_their_reader(DDS_Long max_samples);
     static DDS_SampleIdentity_t asked_by(DDSDataWriter& asking, DDS_UnsignedLong number) {
         DDS_SampleIdentity_t identity;
         std::memcpy(identity.writer_guid.value, asking.get_instance_handle().value, sizeof identity.writer_guid.value);
@@ -66,12 +67,11 @@ protected:
 };
 INSTANTIATE_TEST_SUITE_P(Engine, FullPairs, ::testing::Values("fastdds"), engine_of_test);
 
-TEST_P(FullPairs, answers_wait_for_the_reader_of_their_requester_and_keep_their_order) {
+void FullPairs::wait_for_their_reader(DDS_Long max_samples) {
     DDSDataWriter& asking = asker("Requester");
     DDSDataWriter& other = asker("Requester");
     DDSDataWriter& answering = answerer(asking);
-    DDSDataReader& others_ear = hearer(other);
-    meet(answering, others_ear);
+    meet(answering, hearer(other, max_samples));
     DDSDataReader& monitor = reader(reader_qos(), "Answer");
     meet(answering, monitor);
     const DDS_GUID_t own = asked_by(answering, 0).writer_guid;
@@ -84,7 +84,7 @@ TEST_P(FullPairs, answers_wait_for_the_reader_of_their_requester_and_keep_their_
     EXPECT_EQ(DDS_RETCODE_TIMEOUT, answering.wait_for_acknowledgments(SHORT_TIME)) << "some have not even been sent";
     EXPECT_EQ("6 0", counts(answering));
     EXPECT_EQ("other other other", take(monitor));
-    DDSDataReader& ear = hearer(asking);
+    DDSDataReader& ear = hearer(asking, max_samples);
     DDSReadCondition& all = condition(ear);
     EXPECT_TRUE(eventually([&] { return Loan(ear, all, false).count == 3; }));
     {
@@ -98,6 +98,51 @@ TEST_P(FullPairs, answers_wait_for_the_reader_of_their_requester_and_keep_their_
     EXPECT_EQ(OK, answering.wait_for_acknowledgments(LONG_TIME));
     EXPECT_EQ("4", take(ear));
     EXPECT_EQ("7 0", counts(answering));
+}
+
+TEST_P(FullPairs, answers_wait_for_the_reader_of_their_requester_and_keep_their_order) {
+    for (const DDS_Long max_samples : {static_cast<DDS_Long>(DDS_LENGTH_UNLIMITED), 100}) {
+        SCOPED_TRACE(max_samples);
+        wait_for_their_reader(max_samples);
+    }
+}
+
+// Those that share a reader come and go by themselves.
+TEST_P(FullPairs, readers_that_are_shared_serve_each_requester_for_as_long_as_it_stays) {
+    DDSDataWriter& first = asker("Requester");
+    DDSDataWriter& second = asker("Requester");
+    DDSDataReader& first_ear = hearer(first, DDS_LENGTH_UNLIMITED);
+    DDSDataWriter& answering = answerer(first);
+    meet(answering, first_ear);
+    DDSDataReader& second_ear = hearer(second, DDS_LENGTH_UNLIMITED);
+    DDS_SubscriptionMatchedStatus status;
+    EXPECT_EQ(OK, second_ear.get_subscription_matched_status(status));
+    EXPECT_EQ(1, status.current_count) << "it is told of those that are there already";
+    meet(answering, second_ear);
+    DDS_SubscriptionBuiltinTopicData told;
+    EXPECT_EQ(OK, answering.get_matched_subscription_data(told, second_ear.get_instance_handle()));
+    EXPECT_EQ(asked_by(second, 0).writer_guid, told.partner_key);
+    EXPECT_EQ("Answer DDS::String", told.topic_name + std::string(" ") + told.type_name);
+    answer(answering, "1", asked_by(first, 1));
+    answer(answering, "2", asked_by(second, 1));
+    EXPECT_EQ(OK, answering.wait_for_acknowledgments(LONG_TIME));
+    EXPECT_TRUE(eventually([&] { return take(first_ear) == "1"; }));
+    EXPECT_TRUE(eventually([&] { return take(second_ear) == "2"; }));
+    // What is for one that has left goes to nobody, and what comes behind it arrives at once.
+    const DDS_SampleIdentity_t forgotten = asked_by(first, 2);
+    EXPECT_EQ(OK, _elsewhere.delete_datareader(&first_ear));
+    EXPECT_EQ(OK, _elsewhere.delete_datawriter(&first));
+    EXPECT_TRUE(eventually([&] { return answer(answering, "nobody's", forgotten), counts(answering).back() != '0'; }));
+    answer(answering, "3", asked_by(second, 2));
+    EXPECT_TRUE(eventually([&] { return take(second_ear) == "3"; }));
+    DDSDataWriter& late = asker("Requester");
+    DDSDataReader& late_ear = hearer(late, DDS_LENGTH_UNLIMITED);
+    EXPECT_EQ(OK, _elsewhere.delete_datareader(&second_ear));
+    answer(answering, "4", asked_by(late, 1));
+    EXPECT_TRUE(eventually([&] { return take(late_ear) == "4"; }));
+    EXPECT_EQ(OK, _elsewhere.delete_datareader(&late_ear));
+    DDS_InstanceHandleSeq handles;
+    EXPECT_TRUE(eventually([&] { return answering.get_matched_subscriptions(handles) == OK && handles.length() == 0; }));
 }
 
 TEST_P(FullPairs, an_answer_that_nobody_will_hear_is_given_up_and_counted) {

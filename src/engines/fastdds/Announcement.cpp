@@ -16,7 +16,20 @@ constexpr std::uint8_t VERSION = 1;
 constexpr std::size_t TRAILER = 4 + 1 + sizeof MAGIC;
 
 // A field is a tag, a length of four octets (little-endian), and its octets. Unknown tags are skipped: later versions may add some.
-enum Tag : std::uint8_t { VIRTUAL_GUID = 1, TYPE_HASH = 2, PARTNER = 3, NAME = 4, ROLE = 5, PROPERTY = 6, ROUTE = 7 };
+enum Tag : std::uint8_t {
+    VIRTUAL_GUID = 1,
+    TYPE_HASH = 2,
+    PARTNER = 3,
+    NAME = 4,
+    ROLE = 5,
+    PROPERTY = 6,
+    ROUTE = 7,
+    SHARED = 8,
+    ANSWERS_GUID = 9,
+    ANSWERS_TOPIC = 10,
+    ANSWERS_NAME = 11,
+    ANSWERS_ROLE = 12
+};
 
 class FieldWriter {
 public:
@@ -75,8 +88,22 @@ bool read_field(std::uint8_t tag, const std::uint8_t* value, std::size_t length,
         case PARTNER:
             return read_guid(value, length, endpoint.info.partner_guid);
         case ROUTE:
-            endpoint.routed = true;
+            endpoint.routing = Routing::OWN;
             return read_guid(value, length, endpoint.route);
+        case SHARED:
+            endpoint.routing = Routing::SHARED;
+            return true;
+        case ANSWERS_GUID:
+            return read_guid(value, length, endpoint.answers.guid);
+        case ANSWERS_TOPIC:
+            endpoint.answers.topic_name.assign(text, length);
+            return true;
+        case ANSWERS_NAME:
+            endpoint.answers.name.assign(text, length);
+            return true;
+        case ANSWERS_ROLE:
+            endpoint.answers.role_name.assign(text, length);
+            return true;
         case NAME:
             endpoint.info.name.assign(text, length);
             return true;
@@ -118,9 +145,9 @@ bool read_fields(const std::uint8_t* place, std::size_t length, Discovered& endp
 
 }  // namespace
 
-std::vector<std::uint8_t> announce(const mw::EndpointInfo& info, bool routed, const DDS_GUID_t& route) {
-    std::vector<std::uint8_t> octets(info.user_data);
-    FieldWriter writer(octets);
+namespace {
+
+void write_fields(FieldWriter& writer, const mw::EndpointInfo& info) {
     writer.guid(VIRTUAL_GUID, info.guid);
     std::uint8_t hash[8];
     for (int octet = 0; octet < 8; ++octet) {
@@ -130,17 +157,45 @@ std::vector<std::uint8_t> announce(const mw::EndpointInfo& info, bool routed, co
     if (info.partner_guid != DDS_GUID_UNKNOWN) {
         writer.guid(PARTNER, info.partner_guid);
     }
-    if (routed) {
-        writer.guid(ROUTE, route);
-    }
     writer.text(NAME, info.name);
     writer.text(ROLE, info.role_name);
     for (const auto& property : info.properties) {
         writer.text(PROPERTY, property.first + '\0' + property.second);
     }
-    writer.number(octets.size() - info.user_data.size(), 4);
-    octets.push_back(VERSION);
+}
+
+void write_trailer(FieldWriter& writer, std::size_t length) {
+    writer.number(length, 4);
+    writer.number(VERSION, 1);
     writer.raw(MAGIC, sizeof MAGIC);
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> announce_reader(const mw::EndpointInfo& info, Routing routing, const DDS_GUID_t& route) {
+    std::vector<std::uint8_t> octets(info.user_data);
+    FieldWriter writer(octets);
+    write_fields(writer, info);
+    if (routing == Routing::OWN) {
+        writer.guid(ROUTE, route);
+    } else if (routing == Routing::SHARED) {
+        writer.field(SHARED, nullptr, 0);
+    }
+    write_trailer(writer, octets.size() - info.user_data.size());
+    return octets;
+}
+
+std::vector<std::uint8_t> announce_writer(const mw::EndpointInfo& info, const mw::EndpointInfo* answers) {
+    std::vector<std::uint8_t> octets(info.user_data);
+    FieldWriter writer(octets);
+    write_fields(writer, info);
+    if (answers != nullptr) {
+        writer.guid(ANSWERS_GUID, answers->guid);
+        writer.text(ANSWERS_TOPIC, answers->topic_name);
+        writer.text(ANSWERS_NAME, answers->name);
+        writer.text(ANSWERS_ROLE, answers->role_name);
+    }
+    write_trailer(writer, octets.size() - info.user_data.size());
     return octets;
 }
 
@@ -149,13 +204,17 @@ void read_announcement(const std::vector<std::uint8_t>& user_data, Discovered& e
     const std::uint8_t* const end = user_data.data() + size;
     if (size >= TRAILER && std::memcmp(end - sizeof MAGIC, MAGIC, sizeof MAGIC) == 0 && *(end - sizeof MAGIC - 1) == VERSION) {
         const std::size_t length = static_cast<std::size_t>(number_at(end - TRAILER, 4));
-        Discovered told = endpoint;
-        if (length <= size - TRAILER && read_fields(end - TRAILER - length, length, told)) {
-            endpoint = std::move(told);
+        const mw::EndpointInfo plain = endpoint.info;
+        if (length <= size - TRAILER && read_fields(end - TRAILER - length, length, endpoint)) {
             endpoint.ours = true;
             endpoint.info.user_data.assign(user_data.data(), end - TRAILER - length);
+            endpoint.answers.participant_guid = endpoint.info.participant_guid;
+            endpoint.answers.partner_guid = endpoint.info.guid;
             return;
         }
+        endpoint.info = plain;
+        endpoint.answers = mw::EndpointInfo();
+        endpoint.routing = Routing::NONE;
     }
     endpoint.info.user_data = user_data;
 }

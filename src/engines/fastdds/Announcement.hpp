@@ -5,6 +5,7 @@
 #ifndef NORVANE_ENGINES_FASTDDS_ANNOUNCEMENT_HPP
 #define NORVANE_ENGINES_FASTDDS_ANNOUNCEMENT_HPP
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -15,14 +16,25 @@
 namespace norvane {
 namespace fastdds {
 
+/// Which answers a reader takes.
+enum class Routing {
+    NONE,   ///< Whatever comes.
+    OWN,    ///< Those to one writer, its route.
+    SHARED  ///< Those to all writers of its participant that say so.
+};
+
 /// An endpoint of somebody's, as far as it is known here.
 struct Discovered {
     rtps::GUID_t rtps_guid;
     bool is_writer = false;
-    bool ours = false;    ///< It announces itself as norvane does. Any other is plain, and nothing is expected of it.
-    bool routed = false;  ///< A reader that wants the answers to one writer, `route`, alone.
+    bool ours = false;  ///< It announces itself as norvane does. Any other is plain, and nothing is expected of it.
+    Routing routing = Routing::NONE;
     DDS_GUID_t route = DDS_GUID_UNKNOWN;
     mw::EndpointInfo info;
+    /// Of a writer: the reader that gets the answers, where that is a part of a shared one, and nobody tells of it otherwise; its topic is
+    /// empty else. Type and QoS are those of the shared reader.
+    mw::EndpointInfo answers;
+    mutable std::atomic<bool> is_lost{false};  ///< It did not leave in good order.
 };
 
 /// @return what sinks are told of the endpoint: a part of it, and alive as long.
@@ -37,7 +49,10 @@ inline bool are_of_one_type(const mw::EndpointInfo& left, const mw::EndpointInfo
 
 /// @return the user data to announce: the application's octets, and what is told to our own kind.
 /// @throws std::bad_alloc
-std::vector<std::uint8_t> announce(const mw::EndpointInfo& info, bool routed, const DDS_GUID_t& route);
+std::vector<std::uint8_t> announce_reader(const mw::EndpointInfo& info, Routing routing,
+                                          const DDS_GUID_t& route = DDS_GUID_UNKNOWN);
+/// @param answers  the reader that gets the answers, if it is a part of a shared one; else null.
+std::vector<std::uint8_t> announce_writer(const mw::EndpointInfo& info, const mw::EndpointInfo* answers);
 
 /// Takes announced user data apart. Octets that are not ours, or are damaged, are the application's, and the endpoint is plain.
 /// @param endpoint  with its RTPS GUID in place; gets the rest.

@@ -106,6 +106,18 @@ void Domain::give_back_guid(const DDS_GUID_t& guid) noexcept {
     _own_guids.erase(guid);
 }
 
+DDS_GUID_t Domain::make_guid() noexcept {
+    // Of the kinds that vendors define themselves: Fast DDS gives none of those.
+    constexpr DDS_Octet VENDORS_READER = 0x44;
+    DDS_GUID_t made = guid();
+    const std::uint32_t entity = _last_entity.fetch_add(1) + 1;
+    made.value[12] = static_cast<DDS_Octet>(entity >> 16U);
+    made.value[13] = static_cast<DDS_Octet>(entity >> 8U);
+    made.value[14] = static_cast<DDS_Octet>(entity);
+    made.value[15] = VENDORS_READER;
+    return made;
+}
+
 void Domain::add(const std::shared_ptr<Endpoint>& endpoint) {
     std::lock_guard<std::mutex> lock(_mutex);
     _own.push_back(endpoint);
@@ -129,9 +141,34 @@ std::shared_ptr<const Discovered> Domain::find(const rtps::GUID_t& guid) noexcep
     return place == _directory.end() ? nullptr : place->second;
 }
 
-bool Domain::is_requester(const DDS_GUID_t& writer_guid) noexcept {
+std::shared_ptr<const Discovered> Domain::find_requester(const DDS_GUID_t& writer_guid) noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
-    return _requesters.count(writer_guid) != 0;
+    const auto place = _requesters.find(writer_guid);
+    return place == _requesters.end() ? nullptr : place->second;
+}
+
+std::shared_ptr<Endpoint> Domain::find_own_writer(const DDS_GUID_t& guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place =
+        std::find_if(_own.begin(), _own.end(), [&](const auto& own) { return own->is_writer() && own->info().guid == guid; });
+    return place == _own.end() ? nullptr : *place;
+}
+
+std::shared_ptr<Endpoint> Domain::find_share(const DDS_GUID_t& asking) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = std::find_if(_own.begin(), _own.end(), [&](const auto& own) { return own->shares_answers_to(asking); });
+    return place == _own.end() ? nullptr : *place;
+}
+
+std::vector<std::shared_ptr<const Discovered>> Domain::find_sharers(const std::string& topic) {
+    std::vector<std::shared_ptr<const Discovered>> sharers;
+    std::lock_guard<std::mutex> lock(_mutex);
+    for (const auto& entry : _requesters) {
+        if (entry.second->answers.topic_name == topic) {
+            sharers.push_back(entry.second);
+        }
+    }
+    return sharers;
 }
 
 void Domain::onReaderDiscovery(rtps::RTPSParticipant* /*participant*/, rtps::ReaderDiscoveryInfo&& info) {
@@ -158,7 +195,12 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
         describe(data, *endpoint);
         std::lock_guard<std::mutex> lock(_mutex);
         if (is_writer && endpoint->ours && endpoint->info.role_name == ASKING_ROLE) {
-            _requesters.insert(endpoint->info.guid);
+            std::shared_ptr<const Discovered>& place = _requesters[endpoint->info.guid];
+            const std::shared_ptr<const Discovered> before = std::exchange(place, endpoint);
+            const std::string& topic_before = before ? before->answers.topic_name : std::string();
+            if (topic_before != endpoint->answers.topic_name) {
+                tell_of_requester_locked(topic_before.empty() ? endpoint->answers.topic_name : topic_before);
+            }
         }
         _directory[to_guid(data.guid())] = endpoint;
         for (const std::shared_ptr<Endpoint>& own : _own) {
@@ -175,12 +217,20 @@ void Domain::forget(const rtps::GUID_t& guid) noexcept {
     if (place == _directory.end()) {
         return;
     }
-    const bool was_requester = place->second->is_writer && _requesters.erase(place->second->info.guid) != 0;
+    const std::shared_ptr<const Discovered> gone = std::move(place->second);
     _directory.erase(place);
+    gone->is_lost.store(kind_of_leaving() == mw::PeerEventKind::LOST);
     for (const std::shared_ptr<Endpoint>& own : _own) {
         own->forget_misfit(guid);
-        if (was_requester && own->is_writer()) {
-            // It may be holding answers to that one.
+    }
+    if (gone->is_writer && _requesters.erase(gone->info.guid) != 0) {
+        tell_of_requester_locked(gone->answers.topic_name);
+    }
+}
+
+void Domain::tell_of_requester_locked(const std::string& topic) noexcept {
+    for (const std::shared_ptr<Endpoint>& own : _own) {
+        if (own->note_requester(topic)) {
             _dispatcher->attend(own, platform::monotonic_ns());
         }
     }

@@ -24,6 +24,7 @@
 #include "engines/fastdds/Announcement.hpp"
 #include "engines/fastdds/Dispatcher.hpp"
 #include "engines/fastdds/Endpoint.hpp"
+#include "engines/fastdds/ReplyReaders.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -55,6 +56,8 @@ public:
     /// Reserves a virtual GUID. @return false when an endpoint has it, as far as is known.
     bool claim_guid(const DDS_GUID_t& guid);
     void give_back_guid(const DDS_GUID_t& guid) noexcept;
+    /// @return a GUID for a reader that Fast DDS knows nothing of.
+    DDS_GUID_t make_guid() noexcept;
 
     /// Lists an endpoint, and tells it of those that do not fit it.
     /// @throws std::bad_alloc
@@ -63,10 +66,20 @@ public:
 
     /// @return what is known of an endpoint; null when nothing is.
     std::shared_ptr<const Discovered> find(const rtps::GUID_t& guid) noexcept;
-    /// @return whether the GUID is that of a writer of ours that asks, and expects the answers in a reader of its own.
-    bool is_requester(const DDS_GUID_t& writer_guid) noexcept;
-    /// @return whether the calling thread is the one that finds leases expired.
-    bool is_lease_thread() const noexcept { return std::this_thread::get_id() == _event_thread.load(); }
+    /// @return what is known of a writer of ours that asks, and expects answers; null when the GUID is that of no such writer.
+    std::shared_ptr<const Discovered> find_requester(const DDS_GUID_t& writer_guid) noexcept;
+    /// @return the writers of ours whose answers on a topic go to a part of a shared reader.
+    /// @throws std::bad_alloc
+    std::vector<std::shared_ptr<const Discovered>> find_sharers(const std::string& topic);
+    /// @return the writer of this participant, enabled and not closed, that has the virtual GUID; null when there is none.
+    std::shared_ptr<Endpoint> find_own_writer(const DDS_GUID_t& guid) noexcept;
+    /// @return how a peer has left of which Fast DDS tells on the calling thread that it is gone: one thread finds leases expired.
+    mw::PeerEventKind kind_of_leaving() const noexcept {
+        return std::this_thread::get_id() == _event_thread.load() ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED;
+    }
+    /// @return the part of a shared reader that gets the answers to a writer of this participant; null when there is none.
+    std::shared_ptr<Endpoint> find_share(const DDS_GUID_t& asking) noexcept;
+    ReplyReaders& reply_readers() noexcept { return _reply_readers; }
 
 private:
     void onReaderDiscovery(rtps::RTPSParticipant* participant, rtps::ReaderDiscoveryInfo&& info) override;
@@ -74,6 +87,7 @@ private:
     template <typename Data>
     void discover(const Data& data, bool is_writer) noexcept;
     void forget(const rtps::GUID_t& guid) noexcept;
+    void tell_of_requester_locked(const std::string& topic) noexcept;
     void judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>& other) noexcept;
 
     const std::int64_t _window;
@@ -85,9 +99,11 @@ private:
 
     std::mutex _mutex;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _directory;
-    std::unordered_set<DDS_GUID_t, GuidHash> _requesters;  // virtual GUIDs
-    std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;   // virtual GUIDs
+    std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _requesters;  // by their virtual GUIDs
+    std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;                                      // virtual GUIDs
     std::vector<std::shared_ptr<Endpoint>> _own;
+    std::atomic<std::uint32_t> _last_entity{0};  // of the GUIDs made here
+    ReplyReaders _reply_readers;
 };
 
 }  // namespace fastdds

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <unordered_set>
 
 #include "engines/fastdds/Announcement.hpp"
@@ -54,6 +55,12 @@ public:
     /// The GUID that was asked for is another's.
     void disown_guid() noexcept { _info.guid = DDS_GUID_UNKNOWN; }
     virtual bool is_writer() const noexcept = 0;
+    /// @return whether it is a part of a shared reader, and gets the answers to that writer of this participant.
+    virtual bool shares_answers_to(const DDS_GUID_t& /*asking*/) const noexcept { return false; }
+    /// Something is new of a requester whose answers come, or may come, from here: `attend` follows. The participant's directory is locked.
+    /// @param topic  of the answers; empty when it is not known.
+    /// @return whether it is of any interest here.
+    virtual bool note_requester(const std::string& /*topic*/) noexcept { return false; }
 
     /// Tells the sink of a peer, with whatever lock that orders the events of this kind. Announces when that is wanted.
     void note(const mw::PeerEvent& event) noexcept;

@@ -10,6 +10,7 @@
 
 #include "engines/fastdds/Domain.hpp"
 #include "engines/fastdds/Reader.hpp"
+#include "engines/fastdds/ReplyRoute.hpp"
 #include "engines/fastdds/Writer.hpp"
 #include "engines/fastdds/attributes.hpp"
 #include "platform/Clock.hpp"
@@ -69,9 +70,10 @@ private:
     const std::shared_ptr<Writer> _writer;
 };
 
+template <typename Kind>
 class FastDdsReaderPort : public mw::ReaderPort {
 public:
-    explicit FastDdsReaderPort(std::shared_ptr<Reader> reader) noexcept : _reader(std::move(reader)) {}
+    explicit FastDdsReaderPort(std::shared_ptr<Kind> reader) noexcept : _reader(std::move(reader)) {}
     ~FastDdsReaderPort() override { _reader->close(); }
 
     const mw::EndpointInfo& info() const noexcept override { return _reader->info(); }
@@ -80,7 +82,7 @@ public:
     void close() noexcept override { _reader->close(); }
 
 private:
-    const std::shared_ptr<Reader> _reader;
+    const std::shared_ptr<Kind> _reader;
 };
 
 class FastDdsDomainPort : public mw::DomainPort {
@@ -98,8 +100,14 @@ public:
 
     std::unique_ptr<mw::ReaderPort> make_reader(const mw::ReaderSettings& settings, DDS_ReturnCode_t& code,
                                                 std::string& failure) override {
-        return without_exceptions(code, failure,
-                                  [&] { return make<mw::ReaderPort, FastDdsReaderPort, Reader>(settings, code, failure); });
+        return without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::ReaderPort> {
+            // Only a writer of the participant itself can say where its answers go, and it can name one place.
+            if (ReplyReaders::can_serve(settings) && _domain->find_own_writer(settings.route) &&
+                !_domain->find_share(settings.route)) {
+                return make<mw::ReaderPort, FastDdsReaderPort<ReplyRoute>, ReplyRoute>(settings, code, failure);
+            }
+            return make<mw::ReaderPort, FastDdsReaderPort<Reader>, Reader>(settings, code, failure);
+        });
     }
 
     DDS_Time_t current_time() noexcept override { return platform::current_time(); }

@@ -11,7 +11,6 @@
 
 #include "engines/fastdds/Writer.hpp"
 #include "engines/fastdds/attributes.hpp"
-#include "engines/fastdds/number_trailer.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -29,7 +28,12 @@ bool Reader::History::can_change_be_added_nts(const rtps::GUID_t& writer_guid, s
         return true;
     }
     if (writer_guid.is_on_same_process_as(_reader._reader->getGuid())) {
-        // Nobody would send it again. Its predecessors are on their way on another thread, or were refused.
+        // Nobody would send it again. Its predecessors are on their way on another thread, or were refused, or are for others.
+        try {
+            _reader._refused[to_guid(writer_guid)] = rtps::SequenceNumber_t(0, 1);
+        } catch (const std::exception&) {
+            return true;  // better out of order than never
+        }
         _reader._domain->dispatcher().attend(_reader.shared_from_this(), platform::monotonic_ns());
     }
     return false;
@@ -57,19 +61,20 @@ bool Reader::History::completed_change(rtps::CacheChange_t* change, std::size_t 
 Reader::Reader(const std::shared_ptr<Domain>& domain, const mw::ReaderSettings& settings)
     : Endpoint(settings.info),
       _domain(domain),
-      _pool(*settings.pool),
+      _intake(*this, *settings.pool),
       _reliable(settings.qos->reliability.kind == DDS_RELIABLE_RELIABILITY_QOS),
       _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
       _bounded(settings.qos->resource_limits.max_samples != DDS_LENGTH_UNLIMITED),
       _looks_inside(!settings.routed && !settings.filter_expression.empty()),
       _routed(settings.routed),
       _route(settings.route),
-      _history(*this) {}
+      _history(*this),
+      _matches(*domain, _info) {}
 
 Reader::~Reader() { close(); }
 
 DDS_ReturnCode_t Reader::prepare(const mw::ReaderSettings& settings, std::string& failure) {
-    rtps::ReaderAttributes attributes = reader_attributes(*settings.qos);
+    rtps::ReaderAttributes attributes = reader_attributes(settings.info.topic_name, *settings.qos);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     _reader = rtps::RTPSDomain::createRTPSReader(&_domain->participant(), attributes, &_history, this);
     if (_reader == nullptr) {
@@ -88,14 +93,14 @@ DDS_ReturnCode_t Reader::prepare(const mw::ReaderSettings& settings, std::string
 }
 
 DDS_ReturnCode_t Reader::enable(mw::SampleSink& sink) noexcept {
-    _sink = &sink;
+    _intake.attach(sink);
     attach(sink);
     try {
         _domain->add(shared_from_this());
         dds::ReaderQos qos;
         qos.m_reliability.kind = _reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
         qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
-        qos.m_userData.setValue(fastdds::announce(_info, _routed, _route));
+        qos.m_userData.setValue(announce_reader(_info, _routed ? Routing::OWN : Routing::NONE, _route));
         qos.data_sharing.off();
         const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
         const bool registered =
@@ -147,62 +152,15 @@ std::int64_t Reader::attend() noexcept {
     return platform::NO_DEADLINE;
 }
 
-void Reader::record_refusal_locked(const rtps::GUID_t& writer, const rtps::SequenceNumber_t& number) {
-    const auto place = _refused.emplace(to_guid(writer), number);
-    if (!place.second && number < place.first->second) {
-        place.first->second = number;
-    }
-}
-
 // ---- samples ------------------------------------------------------------------------------------------------------
-
-const Reader::Match* Reader::match_locked(const rtps::GUID_t& writer_guid) {
-    const auto place = _matches.find(to_guid(writer_guid));
-    if (place != _matches.end()) {
-        return &place->second;
-    }
-    // Its first sample was faster than the news of the match.
-    std::shared_ptr<const Discovered> peer = _domain->find(writer_guid);
-    if (!peer) {
-        return nullptr;
-    }
-    const bool fits = are_of_one_type(_info, peer->info);
-    return &_matches.emplace(to_guid(writer_guid), Match{std::move(peer), fits}).first->second;
-}
-
-mw::SampleMetadata Reader::metadata_of(const rtps::CacheChange_t& change, std::size_t& length) {
-    mw::SampleMetadata metadata;
-    const Match* const match = match_locked(change.writerGUID);
-    metadata.identity.writer_guid = match == nullptr ? to_guid(change.writerGUID) : match->peer->info.guid;
-    metadata.identity.sequence_number = to_sequence_number(change.sequenceNumber);
-    length = change.serializedPayload.length;
-    std::int64_t number = 0;
-    if (match != nullptr && match->peer->ours && take_number(change.serializedPayload.data, length, number)) {
-        metadata.identity.sequence_number = to_sequence_number(number);
-    }
-    // Once it has arrived, what a sample answers is in the place of its own identity.
-    metadata.related_identity = to_identity(change.write_params.sample_identity());
-    const DDS_GUID_t& related = metadata.related_identity.writer_guid;
-    if (related != DDS_GUID_UNKNOWN && related != _route) {
-        // A plain peer answers the writer that Fast DDS knows.
-        metadata.related_identity.writer_guid = Writer::name_of(related);
-    }
-    metadata.source_timestamp = to_time(change.sourceTimestamp);
-    metadata.reception_timestamp = platform::current_time();
-    return metadata;
-}
 
 // Decides what needs no room.
 bool Reader::passes_locked(const rtps::CacheChange_t& change) {
-    const Match* const match = match_locked(change.writerGUID);
+    const MatchedWriters::Match* const match = _matches.find(change.writerGUID);
     if (change.kind != rtps::ALIVE || (match != nullptr && !match->fits)) {
         return false;
     }
-    if (!_routed) {
-        return true;
-    }
-    const DDS_GUID_t related = to_guid(change.write_params.sample_identity().writer_guid());
-    return related == _route || Writer::name_of(related) == _route;
+    return !_routed || answered_writer(change) == _route;
 }
 
 bool Reader::is_asked_locked(const rtps::CacheChange_t& change) const noexcept {
@@ -211,11 +169,11 @@ bool Reader::is_asked_locked(const rtps::CacheChange_t& change) const noexcept {
 
 mw::Admission Reader::ask_locked(const rtps::CacheChange_t& change) {
     if (_question.open && _question.answer == mw::Admission::SLOT) {
-        _sink->abandon();  // Fast DDS had no memory for it
+        _intake.sink().abandon();  // Fast DDS had no memory for it
     }
     const auto refused = _refused.emplace(to_guid(change.writerGUID), change.sequenceNumber);
     std::size_t length = 0;
-    const mw::SampleMetadata metadata = metadata_of(change, length);
+    const mw::SampleMetadata metadata = _matches.metadata_of(change, length);
     _question.writer = change.writerGUID;
     _question.number = change.sequenceNumber;
     _question.open = true;
@@ -223,17 +181,17 @@ mw::Admission Reader::ask_locked(const rtps::CacheChange_t& change) {
     const void* data = nullptr;
     if (_looks_inside) {
         // What does not pass must not wait for room.
-        _question.sample.reset(_pool.make_decoded(change.serializedPayload.data, length));
+        _question.sample = _intake.decode(change.serializedPayload.data, length);
         data = _question.sample ? _question.sample->data : nullptr;
     }
-    _question.answer = _looks_inside && data == nullptr ? mw::Admission::NO_MEMORY : _sink->admit(metadata, data);
+    _question.answer = _looks_inside && data == nullptr ? mw::Admission::NO_MEMORY : _intake.sink().admit(metadata, data);
     if (_question.answer == mw::Admission::FULL && !_reliable) {
         _question.answer = mw::Admission::UNWANTED;
-        count_loss_locked();
+        _intake.count_loss();
     } else if (_question.answer == mw::Admission::NO_MEMORY) {
         // Nobody would ask again: better one sample counted as lost than a writer that is stuck.
         _question.answer = mw::Admission::UNWANTED;
-        count_loss_locked();
+        _intake.count_loss();
     }
     if (_question.answer != mw::Admission::FULL && refused.second) {
         _refused.erase(to_guid(change.writerGUID));
@@ -262,49 +220,32 @@ void Reader::onNewCacheChangeAdded(rtps::RTPSReader* /*reader*/, const rtps::Cac
     try {
         deliver_locked(*change);
     } catch (const std::exception&) {
-        count_loss_locked();
+        _intake.count_loss();
     }
     _history.remove_change(const_cast<rtps::CacheChange_t*>(change));
 }
 
 void Reader::deliver_locked(const rtps::CacheChange_t& change) {
     std::size_t length = 0;
-    const mw::SampleMetadata metadata = metadata_of(change, length);
+    const mw::SampleMetadata metadata = _matches.metadata_of(change, length);
     mw::Admission admission = mw::Admission::SLOT;
-    HeldSample sample;
+    SampleReference sample;
     if (is_asked_locked(change) && _question.answer == mw::Admission::SLOT) {
         _question.open = false;
         sample = std::move(_question.sample);
     } else {
-        admission = passes_locked(change) ? _sink->admit(metadata, nullptr) : mw::Admission::FILTERED;
+        admission = passes_locked(change) ? _intake.sink().admit(metadata, nullptr) : mw::Admission::FILTERED;
     }
     if (admission == mw::Admission::FULL || admission == mw::Admission::NO_MEMORY) {
-        count_loss_locked();
+        _intake.count_loss();
     }
     if (admission != mw::Admission::SLOT) {
         return;
     }
     if (!sample) {
-        sample.reset(_pool.make_decoded(change.serializedPayload.data, length));
+        sample = _intake.decode(change.serializedPayload.data, length);
     }
-    if (!sample) {
-        _sink->abandon();
-        count_loss_locked();
-        return;
-    }
-    sample->metadata = metadata;
-    platform::WakeBatch wake;
-    if (_sink->commit(*sample, wake)) {
-        announce_soon();
-    }
-    // Before the wake-up: the reader that finds itself the only one to hold the sample gives it back without an atomic decrement.
-    sample.reset();
-}
-
-void Reader::count_loss_locked() noexcept {
-    if (_sink->sample_lost()) {
-        announce_soon();
-    }
+    _intake.store(std::move(sample), metadata);
 }
 
 // ---- peers --------------------------------------------------------------------------------------------------------
@@ -314,20 +255,15 @@ void Reader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::WriterDisco
     const Lock lock(_reader->getMutex());
     try {
         if (reason == rtps::WriterDiscoveryInfo::DISCOVERED_WRITER) {
-            const Match* const match = match_locked(writer_guid);
-            if (match != nullptr && match->fits) {
-                note({mw::PeerEventKind::MATCHED, info_of(match->peer)});
+            const std::shared_ptr<const Discovered> peer = _matches.tell(writer_guid);
+            if (peer) {
+                note({mw::PeerEventKind::MATCHED, info_of(peer)});
             }
         } else if (reason == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
-            const auto place = _matches.find(to_guid(writer_guid));
-            if (place == _matches.end()) {
-                return;
-            }
-            const Match gone = std::move(place->second);
-            _matches.erase(place);
             _refused.erase(to_guid(writer_guid));
-            if (gone.fits) {
-                note({_domain->is_lease_thread() ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED, info_of(gone.peer)});
+            const std::shared_ptr<const Discovered> gone = _matches.remove(writer_guid);
+            if (gone) {
+                note({_domain->kind_of_leaving(), info_of(gone)});
             }
         }
     } catch (const std::exception&) {

@@ -21,15 +21,11 @@
 
 #include "engines/fastdds/Domain.hpp"
 #include "engines/fastdds/Endpoint.hpp"
+#include "engines/fastdds/MatchedWriters.hpp"
+#include "engines/fastdds/SampleIntake.hpp"
 
 namespace norvane {
 namespace fastdds {
-
-struct ReleaseSample {
-    void operator()(mw::Sample* sample) const noexcept { mw::release(*sample); }
-};
-/// One reference to a sample.
-typedef std::unique_ptr<mw::Sample, ReleaseSample> HeldSample;
 
 class Reader final : public Endpoint, private rtps::ReaderListener, private eprosima::fastdds::rtps::IReaderDataFilter {
 public:
@@ -69,27 +65,19 @@ private:
         Reader& _reader;
     };
 
-    struct Match {
-        std::shared_ptr<const Discovered> peer;
-        bool fits;
-    };
     // The sample that the sink was asked about last.
     struct Question {
         rtps::GUID_t writer;
         rtps::SequenceNumber_t number;
         mw::Admission answer;
         bool open = false;
-        HeldSample sample;  // decoded, where the answer depends on what is in it
+        SampleReference sample;  // decoded, where the answer depends on what is in it
     };
 
-    mw::SampleMetadata metadata_of(const rtps::CacheChange_t& change, std::size_t& length);
-    const Match* match_locked(const rtps::GUID_t& writer_guid);
     bool passes_locked(const rtps::CacheChange_t& change);
     mw::Admission ask_locked(const rtps::CacheChange_t& change);
     bool is_asked_locked(const rtps::CacheChange_t& change) const noexcept;
-    void record_refusal_locked(const rtps::GUID_t& writer, const rtps::SequenceNumber_t& number);
     void deliver_locked(const rtps::CacheChange_t& change);
-    void count_loss_locked() noexcept;
 
     // ---- callbacks of Fast DDS
     void onNewCacheChangeAdded(rtps::RTPSReader* reader, const rtps::CacheChange_t* change) override;
@@ -98,8 +86,7 @@ private:
     bool is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const override;
 
     const std::shared_ptr<Domain> _domain;
-    mw::SamplePool& _pool;
-    mw::SampleSink* _sink = nullptr;
+    SampleIntake _intake;
     const bool _reliable;
     const bool _keeps;
     const bool _bounded;
@@ -109,7 +96,7 @@ private:
     History _history;
     rtps::RTPSReader* _reader = nullptr;
 
-    std::unordered_map<DDS_GUID_t, Match, GuidHash> _matches;                   // by the RTPS GUID of the writer
+    MatchedWriters _matches;
     std::unordered_map<DDS_GUID_t, rtps::SequenceNumber_t, GuidHash> _refused;  // the first refused of each writer
     Question _question;
 };

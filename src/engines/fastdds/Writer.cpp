@@ -11,7 +11,6 @@
 #include <fastdds/rtps/reader/RTPSReader.h>
 #include <fastdds/rtps/writer/StatefulWriter.h>
 #include <fastrtps/attributes/TopicAttributes.h>
-#include <fastrtps/qos/WriterQos.h>
 
 #include "engines/fastdds/attributes.hpp"
 #include "engines/fastdds/number_trailer.hpp"
@@ -75,7 +74,7 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
 Writer::~Writer() { close(); }
 
 DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string& failure) {
-    rtps::WriterAttributes attributes = writer_attributes(*settings.qos);
+    rtps::WriterAttributes attributes = writer_attributes(settings.info.topic_name, *settings.qos);
     _times = attributes.times;
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, _history.get(), this);
@@ -108,17 +107,38 @@ DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
             }
         }
         _domain->add(shared_from_this());
-        dds::WriterQos qos;
-        qos.m_reliability.kind = _reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
-        qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
-        qos.m_userData.setValue(fastdds::announce(_info, false, DDS_GUID_UNKNOWN));
-        qos.data_sharing.off();
+        // A writer of that name may have been here before.
+        const std::shared_ptr<Endpoint> share = _domain->find_share(_info.guid);
         const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
-        const bool registered =
-            _domain->participant().registerWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), qos);
-        return registered ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+        if (share) {
+            _answers = std::make_unique<const mw::EndpointInfo>(share->info());
+        }
+        _is_seen =
+            _domain->participant().registerWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
+        return _is_seen ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
     } catch (const std::exception&) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+}
+
+dds::WriterQos Writer::announced_qos() const {
+    dds::WriterQos qos;
+    qos.m_reliability.kind = _reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
+    qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
+    qos.m_userData.setValue(announce_writer(_info, _answers.get()));
+    qos.data_sharing.off();
+    return qos;
+}
+
+void Writer::announce_answers(const mw::EndpointInfo* answers) {
+    const Call call(_calls);
+    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    if (!call.may_run()) {
+        return;
+    }
+    _answers = answers == nullptr ? nullptr : std::make_unique<const mw::EndpointInfo>(*answers);
+    if (_is_seen) {
+        _domain->participant().updateWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
     }
 }
 
@@ -143,7 +163,7 @@ void Writer::close() noexcept {
         registry.names.erase(to_guid(_writer->getGuid()));
         registry.name_count.store(registry.names.size());
     }
-    for (HeldSample& held : _held) {
+    for (HeldAnswer& held : _held) {
         _writer->release_change(held.change);
     }
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
@@ -267,6 +287,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
     if (!chosen && must_wait_locked(asker)) {
         const std::int64_t deadline_ns = platform::deadline_after(_patience);
         _held.push_back({change, params, asker, deadline_ns});
+        _holds.store(true);
         change = nullptr;
         addressed = true;
         ++_counts.written;
@@ -277,7 +298,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
         _renumbered.store(true);
     }
     addressed = is_addressed_locked(asker);
-    if (!send_locked(*change, params, number)) {
+    if (!send_locked(*change, params, number, addressed)) {
         return DDS_RETCODE_ERROR;
     }
     change = nullptr;
@@ -287,7 +308,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
     return DDS_RETCODE_OK;
 }
 
-bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number) {
+bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed) {
     if (_renumbered.load(std::memory_order_relaxed)) {
         append_number(change.serializedPayload, number);
     }
@@ -317,6 +338,11 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
         return true;
     }
     sweep_locked();
+    if (_leaves_gap && addressed && !_writer->get_separate_sending()) {
+        // Else the reader would wait for the next heartbeat before it believes that nothing comes in between.
+        ask_for_acknowledgments();
+    }
+    _leaves_gap = !addressed;
     const std::int64_t on_the_way = on_the_way_locked();
     if (on_the_way > 0) {
         // Acknowledgements come when they are asked for: in time, so that the window does not close for want of a question.
@@ -335,13 +361,27 @@ bool Writer::must_wait_locked(const DDS_GUID_t& requester) noexcept {
     if (requester == DDS_GUID_UNKNOWN) {
         return false;
     }
-    const bool others_wait =
-        std::any_of(_held.begin(), _held.end(), [&](const HeldSample& held) { return held.requester == requester; });
-    return others_wait || (_routes.count(requester) == 0 && _domain->is_requester(requester));
+    if (_routes.count(requester) != 0 && _held.empty()) {
+        return false;
+    }
+    if (std::any_of(_held.begin(), _held.end(), [&](const HeldAnswer& held) { return held.requester == requester; })) {
+        return true;
+    }
+    const std::shared_ptr<const Discovered> announced = _domain->find_requester(requester);
+    return announced && !is_in_reach_locked(requester, announced.get());
+}
+
+// @param announced  what is known of the requester; null when nothing is.
+bool Writer::is_in_reach_locked(const DDS_GUID_t& requester, const Discovered* announced) const noexcept {
+    return _routes.count(requester) != 0 || (announced != nullptr && announced->answers.topic_name == _info.topic_name &&
+                                             _shared.count(announced->info.participant_guid) != 0);
 }
 
 bool Writer::is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept {
-    return _unrouted > 0 || (!_routes.empty() && _routes.count(related_guid) != 0);
+    if (_unrouted > 0 || related_guid == DDS_GUID_UNKNOWN || (_routes.empty() && _shared.empty())) {
+        return _unrouted > 0;
+    }
+    return is_in_reach_locked(related_guid, _domain->find_requester(related_guid).get());
 }
 
 bool Writer::has_room_locked() const noexcept {
@@ -387,7 +427,7 @@ void Writer::choose_sending_locked() noexcept {
     // the sample would wait for the next one. A single reader sees none, and is spared the acknowledgement of each sample.
     //
     // Together, Fast DDS repeats in one large datagram what was lost. A wire that cannot carry that loses it over and over.
-    _writer->set_separate_sending((_matches.size() > 1 && !_routes.empty()) || _stuck);
+    _writer->set_separate_sending((_matches.size() > 1 && (!_routes.empty() || !_shared.empty())) || _stuck);
 }
 
 // Looks whether what is on the way arrives.
@@ -478,8 +518,12 @@ std::int64_t Writer::attend() noexcept {
     sweep_locked();
     std::int64_t again_ns = platform::NO_DEADLINE;
     try {
+        if (_sharers_changed.exchange(false)) {
+            update_sharers_locked();
+        }
         again_ns = send_held_locked(now_ns);
     } catch (const std::exception&) {
+        _sharers_changed.store(true);
         again_ns = now_ns + RETRY_NS;
     }
     look_at_progress_locked();
@@ -496,11 +540,12 @@ std::int64_t Writer::attend() noexcept {
 // @return when to look again.
 std::int64_t Writer::send_held_locked(std::int64_t now_ns) {
     std::int64_t again_ns = platform::NO_DEADLINE;
-    std::deque<HeldSample> staying;
+    std::deque<HeldAnswer> staying;
     while (!_held.empty()) {
-        HeldSample held = _held.front();
-        const bool matched = _routes.count(held.requester) != 0;
-        const bool alive = matched || _domain->is_requester(held.requester);
+        HeldAnswer held = _held.front();
+        const std::shared_ptr<const Discovered> announced = _domain->find_requester(held.requester);
+        const bool matched = is_in_reach_locked(held.requester, announced.get());
+        const bool alive = matched || announced;
         if (alive && !matched && now_ns < held.deadline_ns) {
             staying.push_back(held);
             again_ns = std::min(again_ns, held.deadline_ns);
@@ -512,12 +557,14 @@ std::int64_t Writer::send_held_locked(std::int64_t now_ns) {
             break;  // what comes behind it waits with it
         }
         _held.pop_front();
-        _counts.unaddressed += matched || is_addressed_locked(held.requester) ? 0 : 1;
-        if (!alive || !send_locked(*held.change, held.params, _last_number + 1)) {
+        const bool addressed = matched || _unrouted > 0;
+        _counts.unaddressed += addressed ? 0 : 1;
+        if (!alive || !send_locked(*held.change, held.params, _last_number + 1, addressed)) {
             _writer->release_change(held.change);
         }
     }
     _held.insert(_held.begin(), staying.begin(), staying.end());
+    _holds.store(!_held.empty());
     return again_ns;
 }
 
@@ -563,21 +610,20 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
         pace_sending_locked();
         _filtered -= gone.filtered ? 1 : 0;
         if (gone.fits) {
-            if (!gone.peer->routed) {
-                --_unrouted;
-            } else if (--_routes[gone.peer->route] == 0) {
-                _routes.erase(gone.peer->route);
+            count_match_locked(gone.peer, -1);
+            if (gone.peer->routing != Routing::SHARED) {
+                note({_domain->kind_of_leaving(), info_of(gone.peer)});
             }
-            note({_domain->is_lease_thread() ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED, info_of(gone.peer)});
         }
         wake_up();
     } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && place == _matches.end() && peer != nullptr) {
         const bool fits = are_of_one_type(_info, peer->info);
-        const bool filtered = fits && peer->routed && (_filter_limit == DDS_LENGTH_UNLIMITED || _filtered < _filter_limit);
+        const bool filtered =
+            fits && peer->routing != Routing::NONE && (_filter_limit == DDS_LENGTH_UNLIMITED || _filtered < _filter_limit);
         try {
             _matches.emplace(to_guid(reader_guid), Match{peer, fits, filtered});
-            if (fits && peer->routed) {
-                ++_routes[peer->route];
+            if (fits) {
+                count_match_locked(peer, 1);
             }
         } catch (const std::exception&) {
             _matches.erase(to_guid(reader_guid));
@@ -586,13 +632,83 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
         pace_sending_locked();
         _filtered += filtered ? 1 : 0;
         if (fits) {
-            _unrouted += peer->routed ? 0 : 1;
-            note({mw::PeerEventKind::MATCHED, info_of(peer)});
+            if (peer->routing != Routing::SHARED) {
+                note({mw::PeerEventKind::MATCHED, info_of(peer)});
+            }
             if (!_held.empty()) {
                 _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
             }
         }
     }
+}
+
+// @throws std::bad_alloc  when a reader comes; never when it goes
+void Writer::count_match_locked(const std::shared_ptr<const Discovered>& reader, int change) {
+    if (reader->routing == Routing::NONE) {
+        _unrouted += change;
+    } else if (reader->routing == Routing::OWN) {
+        int& count = _routes[reader->route];
+        count += change;
+        if (count == 0) {
+            _routes.erase(reader->route);
+        }
+    } else {
+        SharedReader& shared = _shared[reader->info.participant_guid];
+        shared.count += change;
+        shared.peer = reader;
+        if (shared.count == 0) {
+            _shared.erase(reader->info.participant_guid);
+        }
+        try {
+            update_sharers_locked();
+        } catch (const std::exception&) {
+            _sharers_changed.store(true);
+            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + RETRY_NS);
+        }
+    }
+}
+
+// Tells the middleware of the readers that are parts of shared ones, as they are now.
+// @throws std::bad_alloc
+void Writer::update_sharers_locked() {
+    std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> in_reach;
+    for (std::shared_ptr<const Discovered>& requester : _domain->find_sharers(_info.topic_name)) {
+        if (_shared.count(requester->info.participant_guid) != 0) {
+            in_reach.emplace(requester->info.guid, std::move(requester));
+        }
+    }
+    for (auto place = _sharers.begin(); place != _sharers.end();) {
+        const auto found = in_reach.find(place->first);
+        if (found != in_reach.end() && found->second->answers.guid == place->second.reader->guid) {
+            place->second.requester = found->second;
+            ++place;
+            continue;
+        }
+        const bool is_lost = place->second.requester->is_lost.load() || _domain->kind_of_leaving() == mw::PeerEventKind::LOST;
+        note({is_lost ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED, place->second.reader});
+        place = _sharers.erase(place);
+    }
+    for (const auto& entry : in_reach) {
+        if (_sharers.count(entry.first) == 0) {
+            const mw::EndpointInfo& shared = _shared[entry.second->info.participant_guid].peer->info;
+            mw::EndpointInfo reader = entry.second->answers;
+            reader.type_name = shared.type_name;
+            reader.type_hash = shared.type_hash;
+            reader.reliability = shared.reliability;
+            reader.durability = shared.durability;
+            const Sharer sharer = {entry.second, std::make_shared<const mw::EndpointInfo>(std::move(reader))};
+            _sharers.emplace(entry.first, sharer);
+            note({mw::PeerEventKind::MATCHED, sharer.reader});
+        }
+    }
+}
+
+bool Writer::note_requester(const std::string& topic) noexcept {
+    const bool shares_with_it = topic == _info.topic_name;
+    if (shares_with_it) {
+        _sharers_changed.store(true);
+    }
+    return shares_with_it || _holds.load();
 }
 
 void Writer::onWriterChangeReceivedByAll(rtps::RTPSWriter* /*writer*/, rtps::CacheChange_t* change) {
@@ -608,8 +724,16 @@ bool Writer::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& 
         return true;  // matched just now: it looks for itself
     }
     const Match& match = place->second;
-    return match.fits &&
-           (!match.filtered || to_guid(change.write_params.related_sample_identity().writer_guid()) == match.peer->route);
+    if (!match.fits || !match.filtered) {
+        return match.fits;
+    }
+    const DDS_GUID_t related = to_guid(change.write_params.related_sample_identity().writer_guid());
+    if (match.peer->routing == Routing::OWN) {
+        return related == match.peer->route;
+    }
+    const std::shared_ptr<const Discovered> announced = _domain->find_requester(related);
+    return announced && announced->answers.topic_name == _info.topic_name &&
+           announced->info.participant_guid == match.peer->info.participant_guid;
 }
 
 }  // namespace fastdds

@@ -20,6 +20,7 @@
 #include <fastdds/rtps/history/WriterHistory.h>
 #include <fastdds/rtps/writer/RTPSWriter.h>
 #include <fastdds/rtps/writer/WriterListener.h>
+#include <fastrtps/qos/WriterQos.h>
 #include <fastdds/rtps/interfaces/IReaderDataFilter.hpp>
 
 #include "engines/fastdds/Domain.hpp"
@@ -43,6 +44,10 @@ public:
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
     void close() noexcept;
 
+    /// Has peers know that a part of its participant's shared reader gets the answers to this writer. @param answers  null: no longer.
+    /// @throws std::bad_alloc
+    void announce_answers(const mw::EndpointInfo* answers);
+
     /// Hands a reader of this process the samples from a number on that it had no room for, as many as it takes now. Fast DDS does not
     /// repeat inside a process.
     void redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept;
@@ -53,6 +58,7 @@ public:
     static DDS_GUID_t name_of(const DDS_GUID_t& rtps_guid) noexcept;
 
     bool is_writer() const noexcept override { return true; }
+    bool note_requester(const std::string& topic) noexcept override;
     void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
     std::int64_t attend() noexcept override;
 
@@ -64,7 +70,17 @@ private:
         bool fits;      // of one type: else it gets nothing
         bool filtered;  // its route is looked at here, else at its end
     };
-    struct HeldSample {
+    // A reader that requesters of a participant share, or several.
+    struct SharedReader {
+        int count = 0;
+        std::shared_ptr<const Discovered> peer;
+    };
+    // A requester, and the part of a shared reader that gets its answers: to the middleware a reader of its own.
+    struct Sharer {
+        std::shared_ptr<const Discovered> requester;
+        std::shared_ptr<const mw::EndpointInfo> reader;
+    };
+    struct HeldAnswer {
         rtps::CacheChange_t* change;
         rtps::WriteParams params;
         DDS_GUID_t requester;
@@ -76,10 +92,12 @@ private:
                                      bool& addressed);
     DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                   bool& addressed);
-    bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number);
+    bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed);
     std::int64_t send_held_locked(std::int64_t now_ns);
     bool must_wait_locked(const DDS_GUID_t& requester) noexcept;
+    bool is_in_reach_locked(const DDS_GUID_t& requester, const Discovered* announced) const noexcept;
     bool is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept;
+    eprosima::fastdds::dds::WriterQos announced_qos() const;
     bool has_room_locked() const noexcept;
     std::int64_t on_the_way_locked() const noexcept;
     void sweep_locked() noexcept;
@@ -91,6 +109,8 @@ private:
     void look_at_progress_locked() noexcept;
     void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
     void wake_up() noexcept;
+    void count_match_locked(const std::shared_ptr<const Discovered>& reader, int change);
+    void update_sharers_locked();
 
     // ---- callbacks of Fast DDS
     void on_reader_discovery(rtps::RTPSWriter* writer, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS reason,
@@ -110,20 +130,28 @@ private:
     std::unique_ptr<rtps::WriterHistory> _history;
     rtps::WriterTimes _times;
     rtps::RTPSWriter* _writer = nullptr;
+    bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
+    std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
 
-    std::unordered_map<DDS_GUID_t, Match, GuidHash> _matches;  // by the RTPS GUID of the reader
-    std::unordered_map<DDS_GUID_t, int, GuidHash> _routes;     // readers that want the answers to a writer
+    std::unordered_map<DDS_GUID_t, Match, GuidHash> _matches;        // by the RTPS GUID of the reader
+    std::unordered_map<DDS_GUID_t, int, GuidHash> _routes;           // readers that want the answers to a writer
+    std::unordered_map<DDS_GUID_t, SharedReader, GuidHash> _shared;  // by participant
+    std::unordered_map<DDS_GUID_t, Sharer, GuidHash>
+        _sharers;  // by the virtual GUID of the requester: what the middleware was told
+    std::atomic<bool> _sharers_changed{false};
     int _unrouted = 0;
     mw::WriteCounts _counts;
     std::int64_t _last_number = 0;          // as the application knows it
     std::int64_t _last_sent = 0;            // as Fast DDS knows it
     std::int64_t _acknowledged = 0;         // up to here everybody has it
     std::int64_t _acknowledged_before = 0;  // when the worker looked last
+    bool _leaves_gap = false;               // the last sample was for nobody
     bool _stuck = false;                    // nothing got through since then
     std::deque<std::uint32_t> _octets_of;   // of the samples on the way
     std::int64_t _octets = 0;               // their sum
-    std::deque<HeldSample> _held;
-    rtps::CacheChange_t _probe;  // asks whether a number is acknowledged
+    std::deque<HeldAnswer> _held;
+    std::atomic<bool> _holds{false};  // any
+    rtps::CacheChange_t _probe;       // asks whether a number is acknowledged
     int _filtered = 0;
     std::uint32_t _redeliveries = 1;       // Fast DDS itself acknowledges with 1
     std::atomic<bool> _renumbered{false};  // the application's numbers are others than those of Fast DDS

@@ -79,6 +79,11 @@ void pass_on(const DDS_PropertyQosPolicy& policy, Properties& properties) {
     }
 }
 
+// Fast DDS's access control asks for the topic here, before it knows it otherwise. Before what the application passes on: the first of a name counts.
+void name_topic(const std::string& topic_name, rtps::EndpointAttributes& attributes) {
+    attributes.properties.properties().emplace_back("topic_name", topic_name);
+}
+
 // Without a word from the application: UDP alone. The shared memory of Fast DDS loses what is sent to a process that takes the place of one that was
 // killed, and nobody notices.
 struct Transports {
@@ -199,6 +204,14 @@ const DDS_Property_t* find(const DDS_PropertyQosPolicy& policy, const char* name
     return nullptr;
 }
 
+// Whether security is asked for and would not be there: Fast DDS does without, and says nothing, when this one property is missing or misspelt.
+bool lacks_security(const rtps::PropertyPolicy& policy) {
+    const std::vector<rtps::Property>& properties = policy.properties();
+    return rtps::PropertyPolicyHelper::find_property(policy, "dds.sec.auth.plugin") == nullptr &&
+           std::any_of(properties.begin(), properties.end(),
+                       [](const rtps::Property& property) { return property.name().compare(0, 8, "dds.sec.") == 0; });
+}
+
 }  // namespace
 
 bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std::string& failure) {
@@ -239,6 +252,10 @@ bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std:
     }
     add_transports(transports, attributes);
     pass_on(qos.property, attributes.properties.properties());
+    if (lacks_security(attributes.properties)) {
+        failure = "property dds.sec.auth.plugin is missing: other properties ask for security, and without it there would be none";
+        return false;
+    }
     if (qos.participant_name.name != nullptr) {
         attributes.setName(qos.participant_name.name);
     }
@@ -248,7 +265,7 @@ bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std:
     return true;
 }
 
-rtps::WriterAttributes writer_attributes(const DDS_DataWriterQos& qos) {
+rtps::WriterAttributes writer_attributes(const std::string& topic_name, const DDS_DataWriterQos& qos) {
     const DDS_RtpsReliableWriterProtocol_t& protocol = qos.protocol.rtps_reliable_writer;
     rtps::WriterAttributes attributes;
     attributes.endpoint.topicKind = rtps::NO_KEY;
@@ -262,11 +279,12 @@ rtps::WriterAttributes writer_attributes(const DDS_DataWriterQos& qos) {
     // Without it Fast DDS's timer thread would wake for every sample. A sample that was sent just now is not sent again that soon.
     attributes.times.nackSupressionDuration = Duration_t(0, 5000000);
     attributes.mode = rtps::SYNCHRONOUS_WRITER;
+    name_topic(topic_name, attributes.endpoint);
     pass_on(qos.property, attributes.endpoint.properties.properties());
     return attributes;
 }
 
-rtps::ReaderAttributes reader_attributes(const DDS_DataReaderQos& qos) {
+rtps::ReaderAttributes reader_attributes(const std::string& topic_name, const DDS_DataReaderQos& qos) {
     rtps::ReaderAttributes attributes;
     attributes.endpoint.topicKind = rtps::NO_KEY;
     attributes.endpoint.reliabilityKind = qos.reliability.kind == DDS_RELIABLE_RELIABILITY_QOS ? rtps::RELIABLE : rtps::BEST_EFFORT;
@@ -275,6 +293,7 @@ rtps::ReaderAttributes reader_attributes(const DDS_DataReaderQos& qos) {
     attributes.times.heartbeatResponseDelay = to_duration(qos.protocol.rtps_reliable_reader.min_heartbeat_response_delay);
     // With the default of 70 ms a tenth of all first calls would take that long.
     attributes.times.initialAcknackDelay = Duration_t(0, 0);
+    name_topic(topic_name, attributes.endpoint);
     pass_on(qos.property, attributes.endpoint.properties.properties());
     return attributes;
 }

@@ -30,8 +30,8 @@ struct ParticipantChoice {
 /// @throws std::bad_alloc
 bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std::string& failure);
 
-rtps::WriterAttributes writer_attributes(const DDS_DataWriterQos& qos);
-rtps::ReaderAttributes reader_attributes(const DDS_DataReaderQos& qos);
+rtps::WriterAttributes writer_attributes(const std::string& topic_name, const DDS_DataWriterQos& qos);
+rtps::ReaderAttributes reader_attributes(const std::string& topic_name, const DDS_DataReaderQos& qos);
 rtps::HistoryAttributes history_attributes();
 eprosima::fastrtps::TopicAttributes topic_attributes(const std::string& topic_name, const std::string& type_name);
 
