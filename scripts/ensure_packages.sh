@@ -38,6 +38,8 @@ for group in "$@"; do
             need libgtest-dev /usr/include/gtest/gtest.h
             need python3 python3
             need doxygen doxygen
+            need openssl openssl
+            need fastdds-tools fast-discovery-server
             ;;
         fastdds)
             need libfastrtps-dev /usr/include/fastdds/rtps/RTPSDomain.h

@@ -54,6 +54,33 @@ def consumer():
     check(printed == expected[1], "the example of README.md prints %r, and says %r" % (printed, expected[1]))
 
 
+def engine_module():
+    """A program finds the installed engine module beside the library; without it, it is refused by name."""
+    build = SCRATCH / "engine_consumer"
+    run("cmake", "-S", SOURCE / "tests/package/consumer", "-B", build, "-DCMAKE_PREFIX_PATH=%s" % PREFIX)
+    run("cmake", "--build", build, "--target", "between_participants")
+
+    def call(**environment):
+        """What the program says on either output, and its exit code."""
+        command = [build / "between_participants", str(os.getpid() % 230)]
+        done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=60, env=dict(os.environ, **environment))
+        return done.returncode, done.stdout
+    library = next(PREFIX.rglob("libnorvane.so"))
+    for engine in "embedded", "fastdds":
+        code, said = call(NORVANE_ENGINE=engine)
+        check((code, said) == (0, "hello!\n"), "on the installed %s: exit code %d, and it says:\n%s" % (engine, code, said))
+
+    # The same program on a library that has no module beside it.
+    elsewhere = SCRATCH / "without_module"
+    elsewhere.mkdir(exist_ok=True)
+    shutil.copy(library.resolve(), elsewhere / "libnorvane.so.0")
+    code, said = call(NORVANE_ENGINE="fastdds", LD_LIBRARY_PATH=str(elsewhere))
+    check(code == 1 and "libnorvane_fastdds.so cannot be opened" in said and "could not create: participant" in said,
+          "without the module: exit code %d, and it says:\n%s" % (code, said))
+    code, said = call(NORVANE_ENGINE="embedded", LD_LIBRARY_PATH=str(elsewhere))
+    check((code, said) == (0, "hello!\n"), "embedded without the module: exit code %d, and it says:\n%s" % (code, said))
+
+
 def examples():
     """Each example is a project of its own, that finds what it needs; the first is built and run as such. (The build of the tree runs them all.)"""
     for project in sorted((SOURCE / "examples").glob("*/CMakeLists.txt")):
@@ -214,4 +241,4 @@ def wrong_types():
             check(notes, "%s\nno note names %s\n%s" % (program, member, done.stderr))
 
 
-{"install": install, "consumer": consumer, "examples": examples, "documents": documents, "pkg_config": pkg_config, "rooms": rooms, "wrong_types": wrong_types}[sys.argv[1]]()
+{"install": install, "consumer": consumer, "examples": examples, "documents": documents, "engine_module": engine_module, "pkg_config": pkg_config, "rooms": rooms, "wrong_types": wrong_types}[sys.argv[1]]()

@@ -1,0 +1,313 @@
+// SPDX-License-Identifier: Apache-2.0
+// Secured domains, with credentials as examples/security makes them: who may call whom, what is refused, and what somebody on the wire can read.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "network/NetworkNamespace.hpp"
+#include "network/PeerProcess.hpp"
+#include "network/Questions.hpp"
+#include "support/Eventually.hpp"
+#include "support/LogCapture.hpp"
+
+// Fast DDS 2.9 forgets the certificate of each peer that it turns away, and the identity of a participant that it refuses. Nobody else uses libcrypto.
+extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() { return "leak:libcrypto\nleak:security::PKIDH\n"; }
+
+namespace norvane {
+namespace test {
+namespace {
+
+namespace files = std::filesystem;
+
+// The folder of those who have none.
+const std::string OPEN = "-";
+
+//! [security]
+// What a participant is told to be `name`, whose credentials lie in `folder` (an absolute path).
+void secure(ParticipantParams& params, const std::string& folder, const std::string& name) {
+    const std::string in_folder = "file://" + folder + "/";
+    params.property("dds.sec.auth.plugin", "builtin.PKI-DH")
+        .property("dds.sec.auth.builtin.PKI-DH.identity_ca", in_folder + "authority.pem")
+        .property("dds.sec.auth.builtin.PKI-DH.identity_certificate", in_folder + name + ".pem")
+        .property("dds.sec.auth.builtin.PKI-DH.private_key", in_folder + name + ".key")
+        .property("dds.sec.access.plugin", "builtin.Access-Permissions")
+        .property("dds.sec.access.builtin.Access-Permissions.permissions_ca", in_folder + "authority.pem")
+        .property("dds.sec.access.builtin.Access-Permissions.governance", in_folder + "governance.p7s")
+        .property("dds.sec.access.builtin.Access-Permissions.permissions", in_folder + name + ".p7s")
+        .property("dds.sec.crypto.plugin", "builtin.AES-GCM-GMAC");
+}
+//! [security]
+
+ParticipantParams on_domain(int domain, const std::string& folder, const std::string& name) {
+    ParticipantParams params = on_loopback(domain);
+    if (folder != OPEN) {
+        secure(params, folder, name);
+    }
+    return params;
+}
+
+// Arguments: domain, folder, what to answer. Any line: how many questions it has answered.
+int guarded_oracle(const std::vector<std::string>& arguments) {
+    Participant participant(on_domain(std::stoi(arguments[0]), arguments[1], "server"));
+    Oracle service(ReplierParams(participant).service_name("Sealed"), [&](const Question& question) {
+        return Answer{question.number, question.of, arguments[2]};
+    });
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        std::cout << service.stats().handled << std::endl;
+    }
+    return 0;
+}
+
+// Arguments: domain, folder. A line: what to ask, once.
+int guarded_asker(const std::vector<std::string>& arguments) {
+    Participant participant(on_domain(std::stoi(arguments[0]), arguments[1], "client"));
+    Asker requester(RequesterParams(participant).service_name("Sealed"));
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        std::cout << ask_all(requester, line, 1) << std::endl;
+    }
+    return 0;
+}
+
+// Everything that this network's devices carry, read by a thread of its own.
+class Wiretap {
+public:
+    static constexpr const char* MISSED_SOME = "not all of it";
+
+    Wiretap() : _socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL))) {
+        const int room = 16 << 20;
+        ::setsockopt(_socket, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);  // given to true administrators alone
+        _reading = std::thread([this] { read(); });
+    }
+    ~Wiretap() {
+        stop();
+        ::close(_socket);
+    }
+
+    /// @return which of the words it has seen, with blanks; or MISSED_SOME, when packets came faster than they were read.
+    std::string seen_of(const std::vector<std::string>& words) {
+        stop();
+        tpacket_stats statistics = {};
+        socklen_t size = sizeof statistics;
+        if (::getsockopt(_socket, SOL_PACKET, PACKET_STATISTICS, &statistics, &size) != 0 || statistics.tp_drops != 0) {
+            return MISSED_SOME;
+        }
+        std::string seen;
+        for (const std::string& word : words) {
+            seen += _octets.find(word) == std::string::npos ? "" : (seen.empty() ? "" : " ") + word;
+        }
+        return seen;
+    }
+
+private:
+    void read() {
+        char frame[65536 + 100];
+        pollfd readable = {_socket, POLLIN, 0};
+        // What has arrived before the end is read to the last frame.
+        for (bool last_round = false; !last_round;) {
+            last_round = _is_over;
+            while (::poll(&readable, 1, last_round ? 0 : 20) == 1) {
+                const ssize_t size = ::recv(_socket, frame, sizeof frame, 0);
+                if (size <= 0) {
+                    return;
+                }
+                _octets.append(frame, static_cast<std::size_t>(size));
+            }
+        }
+    }
+    void stop() {
+        _is_over = true;
+        if (_reading.joinable()) {
+            _reading.join();
+        }
+    }
+
+    const int _socket;
+    std::string _octets;  // the thread's until it has ended
+    std::atomic<bool> _is_over{false};
+    std::thread _reading;
+};
+
+// A line: the folder of a requester and a replier that call each other here. Answers with what the wire tells of it.
+int tapped_room(const std::vector<std::string>& arguments) {
+    constexpr const char* DOMAIN = "8";
+    const bool is_alone = leave_the_network();
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        if (!is_alone) {
+            std::cout << "no namespace" << std::endl;
+            continue;
+        }
+        std::string outcome = Wiretap::MISSED_SOME;
+        for (int attempt = 0; attempt < 5 && outcome == Wiretap::MISSED_SOME; ++attempt) {
+            Wiretap wire;
+            {
+                PeerProcess service("guarded_oracle", {DOMAIN, line, arguments[2]});
+                PeerProcess asker("guarded_asker", {DOMAIN, line});
+                outcome = asker.ask(arguments[1]);
+            }
+            outcome = outcome == "ok" ? wire.seen_of(arguments) : outcome;
+        }
+        std::cout << outcome << std::endl;
+    }
+    return 0;
+}
+
+std::string content(const files::path& file) {
+    std::ifstream input(file);
+    return std::string(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>());
+}
+
+const bool KNOWN = roles().insert({"guarded_oracle", guarded_oracle}).second &&
+                   roles().insert({"guarded_asker", guarded_asker}).second && roles().insert({"tapped_room", tapped_room}).second;
+
+class Security : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(KNOWN);
+        if (std::system("command -v openssl >/dev/null") != 0) {
+            GTEST_SKIP() << "credentials are made by openssl, which this machine does not have";
+        }
+        std::string pattern = ::testing::TempDir() + "norvane_credentials_XXXXXX";
+        ASSERT_NE(nullptr, ::mkdtemp(pattern.data()));
+        _place = pattern;
+    }
+    void TearDown() override { files::remove_all(_place); }
+
+    /// A folder with an authority of its own, and the credentials that it gave to "server" and "client" of the service.
+    std::string authority(const std::string& name) const {
+        const std::string folder = _place + "/" + name;
+        for (const char* const who : {"server replier", "client requester"}) {
+            const std::string command = std::string(NORVANE_TESTS_CREDENTIALS) + " " + folder + " " + who + " Sealed";
+            EXPECT_EQ(0, std::system(command.c_str())) << command;
+        }
+        return folder;
+    }
+
+    std::string _place;
+};
+
+// Three on one domain, with one service name: two authorities who give their people the same names, and those who have nothing to show.
+TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else) {
+    constexpr int CALLS = 10;
+    const int domain = domain_of_test();
+    const std::vector<std::string> parties = {authority("one"), authority("another"), OPEN};
+    std::vector<std::unique_ptr<PeerProcess>> services;
+    std::vector<std::unique_ptr<Participant>> participants;
+    std::vector<std::unique_ptr<Asker>> askers;
+    for (const std::string& party : parties) {
+        services.push_back(
+            std::make_unique<PeerProcess>("guarded_oracle", std::vector<std::string>{std::to_string(domain), party, party}));
+        participants.push_back(std::make_unique<Participant>(on_domain(domain, party, "client")));
+        askers.push_back(std::make_unique<Asker>(RequesterParams(*participants.back()).service_name("Sealed")));
+    }
+    for (std::size_t place = 0; place < parties.size(); ++place) {
+        SCOPED_TRACE(parties[place]);
+        for (std::int32_t number = 1; number <= CALLS; ++number) {
+            // The last one takes many packets.
+            const std::string text(number < CALLS ? 10 : 1000000, 'x');
+            const Answer answer = askers[place]->call({number, text}, ANSWER_TIME);
+            EXPECT_EQ(number, answer.number);
+            EXPECT_EQ(text.size(), answer.of.size());
+            EXPECT_EQ(parties[place], answer.text) << "an answer of another party";
+        }
+    }
+    // All have been found by their own, so that nobody is waiting for a first announcement any more.
+    EXPECT_FALSE(eventually(
+        [&] { return std::any_of(askers.begin(), askers.end(), [](const auto& asker) { return asker->matched_repliers() != 1; }); },
+        std::chrono::milliseconds(1000)));
+    for (const auto& service : services) {
+        EXPECT_TRUE(eventually([&] { return service->ask("how many") == std::to_string(CALLS); }));
+    }
+}
+
+TEST_F(Security, the_wire_tells_nothing_of_what_is_said) {
+    // A type's name is what discovery tells. (Topics are not secret: they are in the permissions, which programs show each other openly.)
+    const std::string discovered = "questions::Question";
+    PeerProcess room("tapped_room", {discovered, "a-question", "an-answer", "RTPS"});
+    const std::string open = room.ask(OPEN);
+    if (open == "no namespace") {
+        GTEST_SKIP() << "this machine gives its users no network namespace (unshare)";
+    }
+    EXPECT_EQ(discovered + " a-question an-answer RTPS", open);
+    EXPECT_EQ("RTPS", room.ask(authority("one")));
+}
+
+TEST_F(Security, what_is_forged_missing_or_not_permitted_is_refused_at_creation) {
+    const std::string folder = authority("one");
+    const std::string another = authority("another");
+    const LogCapture log;
+    // @return what was refused, to whom.
+    const auto refused = [&](const std::string& name) -> std::string {
+        const int domain = domain_of_test();
+        const int participants = log.count("Fast DDS makes no participant");
+        const int replies = log.count("topic \"SealedReply\": Fast DDS makes no writer");
+        try {
+            Participant participant(on_domain(domain, folder, name));
+            const Replier<Question, Answer> replier(ReplierParams(participant).service_name("Sealed"));
+        } catch (const RuntimeException&) {
+            return log.count("Fast DDS makes no participant") == participants + 1                ? "participant"
+                   : log.count("topic \"SealedReply\": Fast DDS makes no writer") == replies + 1 ? "replier"
+                                                                                                 : "something else";
+        }
+        return "nothing";
+    };
+    EXPECT_EQ("nothing", refused("server"));
+    EXPECT_EQ("replier", refused("client")) << "who may only ask answers";
+    EXPECT_EQ("participant", refused("nobody"));
+    // Not half of it: Fast DDS would do without any, and not say so.
+    EXPECT_THROW(Participant(on_loopback(domain_of_test()).property("dds.sec.crypto.plugin", "builtin.AES-GCM-GMAC")),
+                 RuntimeException);
+    EXPECT_EQ(1, log.count("property dds.sec.auth.plugin is missing"));
+    struct Forgery {
+        const char* file;
+        const char* from;  // what to replace by `to`; null: the file of the other authority instead
+        const char* to;
+    };
+    const Forgery CASES[] = {
+        {"authority.pem", nullptr, nullptr},       {"server.pem", nullptr, nullptr},
+        {"server.key", nullptr, nullptr},          {"server.p7s", nullptr, nullptr},
+        {"governance.p7s", nullptr, nullptr},      {"server.p7s", "<default>DENY<", "<default>ALLOW<"},
+        {"governance.p7s", ">ENCRYPT<", ">NONE<"},
+    };
+    for (const Forgery& forgery : CASES) {
+        SCOPED_TRACE(std::string(forgery.file) + (forgery.from == nullptr ? "" : forgery.to));
+        const files::path file = folder + "/" + forgery.file;
+        std::string text = content(file);
+        const std::string kept = text;
+        if (forgery.from == nullptr) {
+            text = content(another + "/" + forgery.file);
+        } else {
+            const std::size_t place = text.find(forgery.from);
+            ASSERT_NE(std::string::npos, place);
+            text.replace(place, std::strlen(forgery.from), forgery.to);
+        }
+        std::ofstream(file) << text;
+        EXPECT_EQ("participant", refused("server"));
+        std::ofstream(file) << kept;
+    }
+    EXPECT_EQ("nothing", refused("server"));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane
