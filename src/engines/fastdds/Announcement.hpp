@@ -42,6 +42,9 @@ inline std::shared_ptr<const mw::EndpointInfo> info_of(const std::shared_ptr<con
     return std::shared_ptr<const mw::EndpointInfo>(endpoint, &endpoint->info);
 }
 
+/// @return whether that is the writer of a requester, which waits for answers.
+inline bool is_requester(const mw::EndpointInfo& writer) { return writer.role_name == "Requester"; }
+
 /// A plain peer has no hash: its type is taken at its name.
 inline bool are_of_one_type(const mw::EndpointInfo& left, const mw::EndpointInfo& right) noexcept {
     return left.type_name == right.type_name && (left.type_hash == right.type_hash || left.type_hash == 0 || right.type_hash == 0);

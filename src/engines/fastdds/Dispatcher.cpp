@@ -54,7 +54,7 @@ void Dispatcher::stop() noexcept {
         }
     }
     std::deque<std::shared_ptr<Endpoint>> announcements;
-    std::unordered_map<Endpoint*, Duty> duties;
+    std::vector<Duty> duties;
     std::lock_guard<std::mutex> lock(_mutex);
     announcements.swap(_announcements);
     duties.swap(_duties);
@@ -85,18 +85,24 @@ void Dispatcher::announce(const std::shared_ptr<Endpoint>& endpoint) noexcept {
 }
 
 void Dispatcher::attend(const std::shared_ptr<Endpoint>& endpoint, std::int64_t due_ns) noexcept {
+    bool too_late = false;
     {
         std::lock_guard<std::mutex> lock(_mutex);
+        if (endpoint->due_ns() <= due_ns) {
+            return;
+        }
         try {
-            const auto place = _duties.emplace(endpoint.get(), Duty{due_ns, endpoint});
-            if (!place.second) {
-                place.first->second.due_ns = std::min(place.first->second.due_ns, due_ns);
-            }
+            _duties.push_back({due_ns, endpoint});
         } catch (const std::exception&) {
             return;  // no memory: the next write or wait sees to it
         }
+        std::push_heap(_duties.begin(), _duties.end());
+        endpoint->set_due(due_ns);
+        too_late = due_ns < _worker_wakes_ns;
     }
-    _duties_changed.notify_one();
+    if (too_late) {
+        _duties_changed.notify_one();
+    }
 }
 
 void Dispatcher::run_announcer() noexcept {
@@ -131,6 +137,7 @@ void Dispatcher::add_announcer_locked() noexcept {
 
 void Dispatcher::run_worker() noexcept {
     std::vector<std::shared_ptr<Endpoint>> due;
+    std::vector<std::shared_ptr<Endpoint>> passed_over;  // the last reference to an endpoint is not let go of under the mutex
     std::unique_lock<std::mutex> lock(_mutex);
     while (!_ending) {
         const std::int64_t now_ns = platform::monotonic_ns();
@@ -142,21 +149,26 @@ void Dispatcher::run_worker() noexcept {
             }
             next_ns = _waiting_since_ns + PATIENCE_NS;
         }
-        for (auto entry = _duties.begin(); entry != _duties.end();) {
-            if (entry->second.due_ns <= now_ns) {
-                due.push_back(std::move(entry->second.endpoint));
-                entry = _duties.erase(entry);
+        while (!_duties.empty() && _duties.front().due_ns <= now_ns) {
+            std::pop_heap(_duties.begin(), _duties.end());
+            Duty duty = std::move(_duties.back());
+            _duties.pop_back();
+            if (duty.endpoint->due_ns() == duty.due_ns) {
+                duty.endpoint->set_due(platform::NO_DEADLINE);
+                due.push_back(std::move(duty.endpoint));
             } else {
-                next_ns = std::min(next_ns, entry->second.due_ns);
-                ++entry;
+                passed_over.push_back(std::move(duty.endpoint));
             }
         }
-        if (due.empty()) {
+        if (due.empty() && passed_over.empty()) {
+            next_ns = _duties.empty() ? next_ns : std::min(next_ns, _duties.front().due_ns);
+            _worker_wakes_ns = next_ns;
             if (next_ns == platform::NO_DEADLINE) {
                 _duties_changed.wait(lock);
             } else {
                 _duties_changed.wait_for(lock, std::chrono::nanoseconds(next_ns - now_ns));
             }
+            _worker_wakes_ns = 0;
             continue;
         }
         lock.unlock();
@@ -167,6 +179,7 @@ void Dispatcher::run_worker() noexcept {
             }
         }
         due.clear();
+        passed_over.clear();
         lock.lock();
     }
 }

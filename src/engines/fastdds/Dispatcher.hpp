@@ -13,7 +13,6 @@
 #include <memory>
 #include <mutex>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
 namespace norvane {
@@ -41,6 +40,7 @@ private:
     struct Duty {
         std::int64_t due_ns;
         std::shared_ptr<Endpoint> endpoint;
+        bool operator<(const Duty& other) const noexcept { return due_ns > other.due_ns; }  // the earliest on top of the heap
     };
 
     void run_announcer() noexcept;
@@ -55,7 +55,8 @@ private:
     std::size_t _idle_announcers = 0;
     std::vector<std::thread> _announcers;
     std::condition_variable _duties_changed;
-    std::unordered_map<Endpoint*, Duty> _duties;
+    std::vector<Duty> _duties;          // a heap. What an endpoint has put forward since is still in it, and is passed over
+    std::int64_t _worker_wakes_ns = 0;  // 0: it is awake
     std::thread _worker;
 };
 

@@ -14,9 +14,6 @@ namespace fastdds {
 
 namespace {
 
-// What a writer is called whose samples are requests: it waits for answers in a reader that names it.
-constexpr const char* ASKING_ROLE = "Requester";
-
 template <typename Data>
 void describe(const Data& data, Discovered& endpoint) {
     mw::EndpointInfo& info = endpoint.info;
@@ -121,6 +118,7 @@ DDS_GUID_t Domain::make_guid() noexcept {
 void Domain::add(const std::shared_ptr<Endpoint>& endpoint) {
     std::lock_guard<std::mutex> lock(_mutex);
     _own.push_back(endpoint);
+    _requester_count += endpoint->is_writer() && is_requester(endpoint->info()) ? 1 : 0;
     for (const auto& entry : _directory) {
         judge_locked(*endpoint, entry.second);
     }
@@ -132,6 +130,7 @@ void Domain::remove(const Endpoint& endpoint) noexcept {
     if (place != _own.end()) {
         place->swap(_own.back());
         _own.pop_back();
+        _requester_count -= endpoint.is_writer() && is_requester(endpoint.info()) ? 1 : 0;
     }
 }
 
@@ -194,7 +193,7 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
         endpoint->is_writer = is_writer;
         describe(data, *endpoint);
         std::lock_guard<std::mutex> lock(_mutex);
-        if (is_writer && endpoint->ours && endpoint->info.role_name == ASKING_ROLE) {
+        if (is_writer && endpoint->ours && is_requester(endpoint->info)) {
             std::shared_ptr<const Discovered>& place = _requesters[endpoint->info.guid];
             const std::shared_ptr<const Discovered> before = std::exchange(place, endpoint);
             const std::string& topic_before = before ? before->answers.topic_name : std::string();

@@ -49,6 +49,8 @@ public:
 
     rtps::RTPSParticipant& participant() const noexcept { return *_participant; }
     Dispatcher& dispatcher() noexcept { return *_dispatcher; }
+    /// @return how many writers of this participant are those of requesters.
+    std::int64_t requester_count() const noexcept { return _requester_count.load(std::memory_order_relaxed); }
     std::int64_t window() const noexcept { return _window; }
     bool writer_filters() const noexcept { return _writer_filters; }
     DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }
@@ -102,7 +104,8 @@ private:
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _requesters;  // by their virtual GUIDs
     std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;                                      // virtual GUIDs
     std::vector<std::shared_ptr<Endpoint>> _own;
-    std::atomic<std::uint32_t> _last_entity{0};  // of the GUIDs made here
+    std::atomic<std::int64_t> _requester_count{0};  // of this participant's own
+    std::atomic<std::uint32_t> _last_entity{0};     // of the GUIDs made here
     ReplyReaders _reply_readers;
 };
 

@@ -17,6 +17,7 @@
 
 #include "engines/fastdds/Announcement.hpp"
 #include "middleware/Engine.hpp"
+#include "platform/Clock.hpp"
 #include "platform/FutexWord.hpp"
 
 namespace norvane {
@@ -73,6 +74,10 @@ public:
     virtual void announce_soon() noexcept = 0;
     /// Runs the listeners, unless the endpoint is closing. On the dispatcher.
     void announce() noexcept;
+    /// When it is to be attended to next. Guarded by the dispatcher.
+    std::int64_t due_ns() const noexcept { return _due_ns; }
+    void set_due(std::int64_t due_ns) noexcept { _due_ns = due_ns; }
+
     /// @return whether the endpoint was not waiting for an announcement yet.
     bool take_place_in_queue() noexcept { return !_queued.exchange(true); }
 
@@ -99,6 +104,7 @@ private:
     mw::PeerSink* _peer_sink = nullptr;
     Gate _announcements;
     std::atomic<bool> _queued{false};
+    std::int64_t _due_ns = platform::NO_DEADLINE;
     std::atomic<bool> _closing{false};
     std::unordered_set<DDS_GUID_t, GuidHash> _misfits;  // guarded by the participant's directory
 };

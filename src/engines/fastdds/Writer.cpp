@@ -28,9 +28,16 @@ constexpr std::int64_t MOST_OCTETS = 64 * 1024 * 1024;
 // Fast DDS does not always say that everything is acknowledged: waiting threads look for themselves.
 constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
 constexpr std::int64_t SWEEP_NS = 50 * 1000 * 1000;
+constexpr std::int64_t HEARTBEATS_PER_SWEEP = 5;
 constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
 // A heartbeat goes to every reader, and every reader answers: for each of them so much longer between two.
 constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
+// Requesters of a participant write in turn, and each writer has its own timers: with many, a timer spans several turns of its writer.
+constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 400 * 1000;
+
+eprosima::fastrtps::Duration_t to_duration(std::int64_t ns) {
+    return eprosima::fastrtps::Duration_t(static_cast<std::int32_t>(ns / 1000000000), static_cast<std::uint32_t>(ns % 1000000000));
+}
 
 std::int64_t limit_of(const DDS_DataWriterQos& qos) noexcept {
     std::int64_t limit = std::numeric_limits<std::int64_t>::max();
@@ -69,13 +76,15 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
       _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
       _patience(settings.qos->reliability.max_blocking_time),
       _filter_limit(settings.qos->writer_resource_limits.max_remote_reader_filters),
-      _history(std::make_unique<rtps::WriterHistory>(history_attributes())) {}
+      _history(std::make_unique<rtps::WriterHistory>(history_attributes())),
+      _sweep_ns(SWEEP_NS) {}
 
 Writer::~Writer() { close(); }
 
 DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string& failure) {
     rtps::WriterAttributes attributes = writer_attributes(settings.info.topic_name, *settings.qos);
     _times = attributes.times;
+    _period_ns = _times.heartbeatPeriod.to_ns();
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, _history.get(), this);
     if (_writer == nullptr) {
@@ -351,7 +360,7 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
             ask_for_acknowledgments();
         }
         if (!_sweep_due.exchange(true)) {
-            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + SWEEP_NS);
+            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + _sweep_ns);
         }
     }
     return true;
@@ -442,17 +451,18 @@ void Writer::look_at_progress_locked() noexcept {
 }
 
 void Writer::pace_sending_locked() noexcept {
-    const std::size_t readers = _matches.size();
-    choose_sending_locked();
-    if (!_reliable || (readers & (readers - 1)) != 0) {
-        return;  // once for each doubling
+    const std::int64_t least_ns = _times.heartbeatPeriod.to_ns();
+    const std::int64_t requesters = is_requester(_info) ? _domain->requester_count() : 0;
+    const std::int64_t period_ns = std::max(
+        {least_ns, static_cast<std::int64_t>(_matches.size()) * HEARTBEAT_NS_PER_READER, requesters * HEARTBEAT_NS_PER_REQUESTER});
+    if (!_reliable || (period_ns < 2 * _period_ns && 2 * period_ns > _period_ns)) {
+        return;  // near enough
     }
+    _period_ns = period_ns;
+    _sweep_ns = std::max(SWEEP_NS, HEARTBEATS_PER_SWEEP * period_ns);
     rtps::WriterTimes times = _times;
-    const std::int64_t period_ns = static_cast<std::int64_t>(readers) * HEARTBEAT_NS_PER_READER;
-    if (period_ns > times.heartbeatPeriod.to_ns()) {
-        times.heartbeatPeriod = eprosima::fastrtps::Duration_t(static_cast<std::int32_t>(period_ns / 1000000000),
-                                                               static_cast<std::uint32_t>(period_ns % 1000000000));
-    }
+    times.heartbeatPeriod = to_duration(period_ns);
+    times.nackSupressionDuration = to_duration(std::max(_times.nackSupressionDuration.to_ns(), period_ns / 2));
     static_cast<rtps::StatefulWriter*>(_writer)->updateTimes(times);
 }
 
@@ -527,11 +537,10 @@ std::int64_t Writer::attend() noexcept {
         again_ns = now_ns + RETRY_NS;
     }
     look_at_progress_locked();
+    pace_sending_locked();  // requesters come and go
     if (on_the_way_locked() > 0) {
-        // Each sample puts off Fast DDS's own heartbeat.
-        ask_for_acknowledgments();
         _sweep_due.store(true);
-        again_ns = std::min(again_ns, now_ns + SWEEP_NS);
+        again_ns = std::min(again_ns, now_ns + _sweep_ns);
     }
     wake_up();
     return again_ns;
@@ -607,7 +616,6 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
     if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && place != _matches.end()) {
         const Match gone = std::move(place->second);
         _matches.erase(place);
-        pace_sending_locked();
         _filtered -= gone.filtered ? 1 : 0;
         if (gone.fits) {
             count_match_locked(gone.peer, -1);
@@ -615,6 +623,8 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
                 note({_domain->kind_of_leaving(), info_of(gone.peer)});
             }
         }
+        choose_sending_locked();
+        pace_sending_locked();
         wake_up();
     } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && place == _matches.end() && peer != nullptr) {
         const bool fits = are_of_one_type(_info, peer->info);
@@ -629,6 +639,7 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
             _matches.erase(to_guid(reader_guid));
             return;
         }
+        choose_sending_locked();
         pace_sending_locked();
         _filtered += filtered ? 1 : 0;
         if (fits) {

@@ -128,7 +128,9 @@ private:
     const DDS_Duration_t _patience;  // for answers held
     const DDS_Long _filter_limit;
     std::unique_ptr<rtps::WriterHistory> _history;
-    rtps::WriterTimes _times;
+    rtps::WriterTimes _times;     // as the QoS has them
+    std::int64_t _period_ns = 0;  // of heartbeats; 0: as the QoS has it
+    std::int64_t _sweep_ns;       // from one look of the worker to the next, while anything is on the way
     rtps::RTPSWriter* _writer = nullptr;
     bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
     std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
