@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages that are missing, as root or through sudo. Does nothing, and needs no network, when all are there.
 #
-# usage: scripts/ensure_packages.sh <group>...      groups: build examples fastdds test bench
+# usage: scripts/ensure_packages.sh <group>...      groups: build examples fastdds test bench profile
 set -eu
 
 if [ $# -eq 0 ]; then
@@ -43,6 +43,9 @@ for group in "$@"; do
             ;;
         fastdds)
             need libfastrtps-dev /usr/include/fastdds/rtps/RTPSDomain.h
+            ;;
+        profile)
+            need linux-perf perf
             ;;
         bench)
             need libbenchmark-dev /usr/include/benchmark/benchmark.h

@@ -722,12 +722,8 @@ bool Writer::note_requester(const std::string& topic) noexcept {
     return shares_with_it || _holds.load();
 }
 
-void Writer::onWriterChangeReceivedByAll(rtps::RTPSWriter* /*writer*/, rtps::CacheChange_t* change) {
-    if (!_keeps) {
-        _history->remove_change_g(change);
-    }
-    wake_up();
-}
+// Called from the newest to the oldest: each would be looked for from the other end, so that removing them is left to the sweep.
+void Writer::onWriterChangeReceivedByAll(rtps::RTPSWriter* /*writer*/, rtps::CacheChange_t* /*change*/) { wake_up(); }
 
 bool Writer::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const {
     const auto place = _matches.find(to_guid(reader_guid));
