@@ -328,36 +328,6 @@ TEST_P(Entities, qos_that_makes_no_sense_is_refused_and_the_field_is_named) {
     EXPECT_EQ(BAD_PARAMETER, _participant.get_default_datawriter_qos_for_topic(writer_default, nullptr));
 }
 
-TEST_P(Entities, threads_that_start_on_one_topic_at_once_share_it_and_all_succeed) {
-    constexpr int THREADS = 8;
-    constexpr int ROUNDS = 20;
-    for (int round = 0; round < ROUNDS; ++round) {
-        const std::string name = "T" + std::to_string(round);
-        std::atomic<int> ready{0};
-        std::vector<DDSTopic*> topics(THREADS);
-        std::vector<std::thread> threads;
-        for (DDSTopic*& made : topics) {
-            threads.emplace_back([&] {
-                ++ready;
-                eventually([&] { return ready == THREADS; });
-                made = topic(name);
-                DDSDataWriter& own_writer = writer(writer_qos(), name);
-                DDSDataReader& own_reader = reader(reader_qos(), name);
-                meet(own_writer, own_reader);
-                EXPECT_EQ(OK, _participant.delete_datawriter(&own_writer));
-                EXPECT_EQ(OK, _participant.delete_datareader(&own_reader));
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        for (DDSTopic* made : topics) {
-            EXPECT_EQ(topics[0], made);
-        }
-        EXPECT_EQ(OK, _participant.delete_topic(topics[0])) << "an endpoint is still counted";
-    }
-}
-
 TEST_P(Entities, everything_goes_at_once_conditions_loans_and_all) {
     DDSDomainParticipant& leaving = *join();
     DDSDataReader* const receiver = leaving.create_datareader(topic("T", &leaving), reader_qos(), nullptr, 0);

@@ -7,7 +7,6 @@
 #include <memory>
 #include <thread>
 
-#include "support/AllocationProbe.hpp"
 #include "support/DoubledDomain.hpp"
 #include "support/Eventually.hpp"
 #include "support/LogCapture.hpp"
@@ -231,45 +230,6 @@ TEST_F(Correlation, each_request_gets_its_own_replies_and_no_others) {
     EXPECT_EQ("3 writers 3 readers 6 conditions 2 filters", live());
 }
 
-TEST_F(Correlation, threads_wait_for_their_own_requests_at_once_and_leave_nothing_behind) {
-    OpenRequester requester(params("S"));
-    OpenReplier replier(params("S"));
-    constexpr int THREADS = 4;
-    constexpr int CALLS = 50;
-    std::atomic<int> right{0};
-    std::vector<std::thread> callers;
-    for (int caller = 0; caller < THREADS; ++caller) {
-        callers.emplace_back([&, caller] {
-            for (int call = 0; call < CALLS; ++call) {
-                const std::string text = std::to_string(caller) + "." + std::to_string(call);
-                const DDS_SampleIdentity_t request = requester.send(text);
-                if (requester.wait_for_replies(LONG, 2, request)) {
-                    right += texts(requester.replies(request, true)) == text + "! " + text + "? " ? 1 : 0;
-                }
-            }
-        });
-    }
-    // Answers come in an order of their own: the second half of each reply after the first half of the next.
-    std::vector<Received> half_answered;
-    for (int answered = 0; answered < THREADS * CALLS;) {
-        for (const Received& each : replier.requests(1)) {
-            replier.reply(each.identity, each.text + "!");
-            half_answered.push_back(each);
-            ++answered;
-        }
-        for (; !half_answered.empty(); half_answered.pop_back()) {
-            replier.reply(half_answered.back().identity, half_answered.back().text + "?");
-        }
-    }
-    for (std::thread& each : callers) {
-        each.join();
-    }
-    EXPECT_EQ(THREADS * CALLS, right);
-    expect_idle(requester);
-    EXPECT_LE(requester.waitset_pool().buffers_allocated(), 2 * THREADS);
-    EXPECT_EQ("2 writers 2 readers 4 conditions 1 filters", live());
-}
-
 TEST_F(Correlation, a_wait_is_ended_by_its_own_reply_only) {
     OpenRequester requester(params("S"));
     OpenReplier replier(params("S"));
@@ -335,71 +295,6 @@ TEST_F(Correlation, identities_that_name_no_request_are_refused_before_anything_
     EXPECT_TRUE(params.related_sample_identity == request);
     EXPECT_TRUE(params.identity == (DDS_SampleIdentity_t{{{5}}, {5, 5}}));
     expect_idle(requester);
-}
-
-// A type that holds no heap memory, as a call that is to allocate nothing needs it.
-const DDS_TypeOperations NUMBER = {"Number",
-                                   1,
-                                   sizeof(long),
-                                   alignof(long),
-                                   nullptr,
-                                   [](const DDS_TypeOperations&, void* place) { *static_cast<long*>(place) = 0; },
-                                   [](const DDS_TypeOperations&, void* destination, const void* source) {
-                                       *static_cast<long*>(destination) = *static_cast<const long*>(source);
-                                       return true;
-                                   },
-                                   nullptr,
-                                   [](const DDS_TypeOperations&, void*) {},
-                                   nullptr,
-                                   nullptr,
-                                   nullptr,
-                                   nullptr,
-                                   nullptr};
-
-const char* register_number(DDSTypeSupport*, DDSDomainParticipant* participant) {
-    const std::shared_ptr<const DDS_TypeOperations> type(&NUMBER, [](const DDS_TypeOperations*) {});
-    return participant->register_type(NUMBER.name, type) == DDS_RETCODE_OK ? NUMBER.name : nullptr;
-}
-
-// Without doubles: they allocate themselves.
-TEST_F(Correlation, a_call_allocates_nothing_once_it_is_warm) {
-    class NumberRequester : public Open<details::RequesterUntypedImpl> {
-    public:
-        explicit NumberRequester(const RequesterParams& params)
-            : Open(params, &register_number, &register_number, sizeof(long), false) {}
-        using RequesterUntypedImpl::get_reply_loaned;
-        using RequesterUntypedImpl::wait_for_replies;
-    };
-    const RequesterParams named = RequesterParams(&_real).service_name("Number");
-    NumberRequester requester(named);
-    Open<details::ReplierUntypedImpl> replier;
-    replier.initialize(named, &register_number, &register_number, sizeof(long), NULL, false);
-
-    long sum = 0;
-    for (long number = 0; number < 200; ++number) {
-        if (number == 100) {
-            AllocationProbe::fail(0);
-        }
-        void** data = NULL;
-        int count = 0;
-        DDS_SampleInfoSeq infos;
-        DDS_WriteParams_t request;
-        requester.send_sample(&number, request);
-        ASSERT_TRUE(replier.receive_sample_loaned(&data, &count, infos, DDS_LENGTH_UNLIMITED, LONG, 1));
-        const long doubled = 2 * *static_cast<long*>(data[0]);
-        DDS_WriteParams_t reply;
-        replier.send_sample(&doubled, details::get_sample_identity_from_sample_info(infos[0]), reply);
-        replier.return_loan(data, infos);
-        ASSERT_TRUE(requester.wait_for_replies(LONG, 1, request.identity));
-        ASSERT_FALSE(requester.wait_for_replies(DDS_DURATION_ZERO, 2, request.identity));
-        requester.get_reply_loaned(&data, &count, infos, 1, request.identity, true);
-        sum += count == 1 ? *static_cast<long*>(data[0]) : 0;
-        requester.return_loan(data, infos);
-    }
-    const long allocations = AllocationProbe::count();
-    AllocationProbe::stop();
-    EXPECT_EQ(0, allocations);
-    EXPECT_EQ(199 * 200, sum);
 }
 
 TEST_F(Correlation, swapped_requesters_hold_each_others_requests_and_keep_their_pools) {

@@ -25,44 +25,6 @@ typedef std::vector<std::string> Strings;
 class WholeRoad : public ServiceFixture {};
 INSTANTIATE_TEST_SUITE_P(Engine, WholeRoad, ::testing::ValuesIn(engine_names()), engine_of_test);
 
-TEST_P(WholeRoad, replies_of_many_repliers_find_their_requests_among_those_of_many_requesters) {
-    constexpr std::size_t REQUESTERS = 6;
-    constexpr std::size_t REPLIERS = 3;
-    constexpr std::size_t REQUESTS = 5;
-    DDSDomainParticipant* const participants[] = {&_participant, join()};
-    std::vector<std::unique_ptr<TextRequester>> requesters;
-    std::vector<std::unique_ptr<TextReplier>> repliers;
-    for (std::size_t index = 0; index < REQUESTERS; ++index) {
-        requesters.push_back(std::make_unique<TextRequester>(requester_params(participants[index % 2])));
-    }
-    for (std::size_t index = 0; index < REPLIERS; ++index) {
-        repliers.push_back(std::make_unique<TextReplier>(replier_params(participants[index % 2])));
-    }
-    std::vector<std::vector<DDS_SampleIdentity_t>> ids(REQUESTERS);
-    for (std::size_t index = 0; index < REQUESTERS; ++index) {
-        await_repliers(*requesters[index], REPLIERS);
-        for (std::size_t request = 0; request < REQUESTS; ++request) {
-            ids[index].push_back(requesters[index]->send_request(std::to_string(index) + "." + std::to_string(request)));
-        }
-    }
-    for (std::size_t index = 0; index < REPLIERS; ++index) {
-        ASSERT_TRUE(repliers[index]->wait_for_requests(PATIENCE, REQUESTERS * REQUESTS));
-        EXPECT_EQ(REQUESTERS * REQUESTS, answer_all(*repliers[index], "@" + std::to_string(index)));
-    }
-    for (std::size_t request = REQUESTS; request-- > 0;) {
-        for (std::size_t index = 0; index < REQUESTERS; ++index) {
-            ASSERT_TRUE(requesters[index]->wait_for_replies(PATIENCE, REPLIERS, ids[index][request]));
-            Strings replies = strings_of(requesters[index]->take_replies(ids[index][request]));
-            std::sort(replies.begin(), replies.end());
-            const std::string text = std::to_string(index) + "." + std::to_string(request);
-            EXPECT_EQ((Strings{text + "@0", text + "@1", text + "@2"}), replies);
-        }
-    }
-    for (const auto& requester : requesters) {
-        EXPECT_TRUE(requester->take_replies().empty());
-    }
-}
-
 TEST_P(WholeRoad, threads_that_wait_on_one_requester_are_each_woken_by_their_own_reply) {
     constexpr std::size_t THREADS = 6;
     TextRequester requester(requester_params());
@@ -90,25 +52,6 @@ TEST_P(WholeRoad, threads_that_wait_on_one_requester_are_each_woken_by_their_own
         ended[index] = false;
         EXPECT_EQ(0, std::count(ended.begin(), ended.end(), true)) << "woken by another's reply";
     }
-}
-
-// A reply that comes after its caller gave up must not be taken for the answer to the next call.
-TEST_P(WholeRoad, a_late_reply_stays_with_its_request) {
-    TextRequester requester(requester_params());
-    TextReplier replier(replier_params());
-    await_repliers(requester, 1);
-    const DDS_SampleIdentity_t given_up = requester.send_request("one");
-    EXPECT_FALSE(requester.wait_for_replies(milliseconds(20), given_up));
-    const DDS_SampleIdentity_t next = requester.send_request("two");
-    replier.send_reply("late", given_up);
-    ASSERT_TRUE(requester.wait_for_replies(PATIENCE)) << "it is there";
-    EXPECT_FALSE(requester.wait_for_replies(milliseconds(20), next));
-    EXPECT_TRUE(requester.take_replies(next).empty());
-    replier.send_reply("in time", next);
-    ASSERT_TRUE(requester.wait_for_replies(PATIENCE, next));
-    EXPECT_EQ((Strings{"in time"}), strings_of(requester.take_replies(next)));
-    EXPECT_EQ((Strings{"late"}), strings_of(requester.take_replies(given_up)));
-    EXPECT_TRUE(requester.take_replies().empty());
 }
 
 TEST_P(WholeRoad, entities_loans_and_participants_may_go_in_any_order) {
