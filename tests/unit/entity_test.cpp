@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The entity core by itself: topics, the choice of QoS, and the life of the endpoints. (The failure of each single call: see
+// The entity core by itself: the choice of QoS, and the life of the endpoints. (The failure of each single call: see
 // requestreply/failure_sweep_test.cpp.)
 #include "norvane/details/EntityUntypedImpl.hpp"
 
@@ -10,7 +10,6 @@
 #include <memory>
 #include <stdexcept>
 
-#include "norvane/details/topic_names.hpp"
 #include "support/DoubledDomain.hpp"
 #include "support/LogCapture.hpp"
 #include "support/OpenEntities.hpp"
@@ -21,7 +20,6 @@ namespace test {
 namespace {
 
 constexpr const char* STRING_TYPE = "DDS::String";
-constexpr const char* OCTETS_TYPE = "DDS::Octets";
 
 // Keeps what the library asked for when it made its endpoints.
 class NotingParticipant : public ForwardingParticipant {
@@ -33,11 +31,6 @@ public:
         reader_mask = mask;
         return ForwardingParticipant::create_datareader(topic, qos, listener, mask);
     }
-    DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos, DDSTopicListener* listener,
-                           DDS_StatusMask mask) override {
-        plain_topics_only = plain_topics_only && &qos == &DDS_TOPIC_QOS_DEFAULT && listener == NULL && mask == 0;
-        return ForwardingParticipant::create_topic(topic_name, type_name, qos, listener, mask);
-    }
     DDS_ReturnCode_t get_default_datareader_qos_for_topic(DDS_DataReaderQos& qos, const char* topic_name) override {
         reader_qos_topic = topic_name;
         return ForwardingParticipant::get_default_datareader_qos_for_topic(qos, topic_name);
@@ -45,7 +38,6 @@ public:
     DDSDataReaderListener* reader_listener = nullptr;
     DDS_StatusMask reader_mask = 0;
     std::string reader_qos_topic;
-    bool plain_topics_only = true;
 };
 
 // Topics of the test's own choice.
@@ -76,7 +68,6 @@ class EntityTest : public DoubledDomain<NotingParticipant> {
 protected:
     EntityTest() {
         register_string(NULL, _participant.get());
-        EXPECT_EQ(DDS_RETCODE_OK, DDSOctetsTypeSupport::get_instance().register_type(_participant.get()));
         _requests = _participant->create_topic("Q", STRING_TYPE, DDS_TOPIC_QOS_DEFAULT, NULL, 0);
         _replies = _participant->create_topic("R", STRING_TYPE, DDS_TOPIC_QOS_DEFAULT, NULL, 0);
         _filtered = _participant->create_contentfilteredtopic("F", _requests, "value = 'x'", DDS_StringSeq());
@@ -91,50 +82,6 @@ protected:
     DDSTopic* _replies;
     DDSContentFilteredTopic* _filtered;
 };
-
-TEST_F(EntityTest, topics_are_found_or_made_by_name_and_a_filter_will_do_only_where_it_may) {
-    EXPECT_EQ("FooRequest", details::create_request_topic_name_from_service_name("Foo"));
-    EXPECT_EQ("FooReply", details::create_reply_topic_name_from_service_name("Foo"));
-    const std::string in_the_way =
-        "norvane::details::get_or_create_topic:" +
-        expanded(VOST_LOG_PRECONDITION_FAILURE_s, "a content-filtered topic with the name already exists (F)");
-    struct Case {
-        const char* name;
-        const char* type;
-        bool allow_cft;
-        DDSTopicDescription* found;  // null: a new one
-        const char* thrown;
-        std::string message;
-    };
-    const Case cases[] = {
-        {"Q", STRING_TYPE, false, _requests, "", ""},
-        {"Q", STRING_TYPE, true, _requests, "", ""},
-        {"Q", OCTETS_TYPE, false, _requests, "", ""},
-        {"F", STRING_TYPE, true, _filtered, "", ""},
-        {"F", STRING_TYPE, false, NULL, "PreconditionNotMetException", in_the_way},
-        {"N1", OCTETS_TYPE, false, NULL, "", ""},
-        {"N2", OCTETS_TYPE, true, NULL, "", ""},
-        {"N3", "no such type", false, NULL, "RuntimeException",
-         "norvane::details::get_or_create_topic:" + expanded(VOST_LOG_CREATION_FAILURE_s, "topic N3")},
-    };
-    for (const Case& each : cases) {
-        SCOPED_TRACE(each.name);
-        LogCapture log;
-        DDSTopicDescription* got = NULL;
-        const Thrown thrown =
-            thrown_by([&] { got = details::get_or_create_topic(_participant.get(), each.name, each.type, each.allow_cft); });
-        EXPECT_EQ(each.thrown, thrown.type);
-        EXPECT_EQ(each.message, thrown.message);
-        if (each.found != NULL) {
-            EXPECT_EQ(each.found, got);
-        } else if (thrown.type.empty()) {
-            ASSERT_NE(nullptr, DDSTopic::narrow(got));
-            EXPECT_STREQ(each.type, got->get_type_name());
-            EXPECT_EQ(got, _real.lookup_topicdescription(each.name));
-        }
-    }
-    EXPECT_TRUE(_participant->plain_topics_only);
-}
 
 std::string shown(const DDS_Duration_t& duration) { return std::to_string(duration.sec) + "." + std::to_string(duration.nanosec); }
 
@@ -249,29 +196,6 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
     EXPECT_EQ(DDS_RETCODE_OK, factory->remove_qos_profile("EntityTest", "P"));
 }
 
-TEST_F(EntityTest, endpoints_are_made_and_deleted_by_whom_the_parameters_name) {
-    for (const bool grouped : {false, true}) {
-        SCOPED_TRACE(grouped ? "publisher and subscriber" : "participant");
-        DDSPublisher* publisher = _participant->create_publisher(DDS_PUBLISHER_QOS_DEFAULT, NULL, 0);
-        DDSSubscriber* subscriber = _participant->create_subscriber(DDS_SUBSCRIBER_QOS_DEFAULT, NULL, 0);
-        RequesterParams params = this->params("S");
-        if (grouped) {
-            params.publisher(publisher).subscriber(subscriber);
-        }
-        _script.fail_call(0);
-        { OpenReplier replier(params); }
-        const auto has = [&](const std::string& name) {
-            const auto calls = _script.calls();
-            return std::count(calls.begin(), calls.end(), name) == 1;
-        };
-        EXPECT_EQ(grouped, has("DDSPublisher::create_datawriter") && has("DDSPublisher::delete_datawriter"));
-        EXPECT_EQ(grouped, has("DDSSubscriber::create_datareader") && has("DDSSubscriber::delete_datareader"));
-        EXPECT_EQ(!grouped, has("DDSDomainParticipant::create_datawriter") && has("DDSDomainParticipant::delete_datawriter"));
-        EXPECT_EQ(!grouped, has("DDSDomainParticipant::create_datareader") && has("DDSDomainParticipant::delete_datareader"));
-        EXPECT_EQ("1 filters", live());  // the test's own
-    }
-}
-
 TEST_F(EntityTest, a_reader_listener_gets_data_available_and_nothing_else_and_the_qos_is_that_of_the_topic_that_is_filtered) {
     DDS_DataReaderQos reader_qos;
     reader_qos.reader_resource_limits.max_samples_per_read = 9;
@@ -294,21 +218,6 @@ TEST_F(EntityTest, a_reader_listener_gets_data_available_and_nothing_else_and_th
         EXPECT_EQ(entity._not_read_sample_cond, attached[0]);
     }
     EXPECT_EQ("1 filters", live());  // one that the entity did not make
-}
-
-TEST_F(EntityTest, a_filter_goes_with_the_reader_of_an_entity_that_owns_it_and_finalizing_twice_does_nothing) {
-    OpenEntity owner(true);
-    initialize(owner, _filtered);
-    owner.finalize();
-    EXPECT_EQ("", live());
-    EXPECT_EQ(NULL, _real.lookup_topicdescription("F"));
-    EXPECT_EQ(NULL, owner.get_datareader());
-    EXPECT_EQ(NULL, owner.get_datawriter());
-    LogCapture log;
-    _script.fail_call(0);
-    owner.finalize();
-    EXPECT_EQ(0U, _script.calls().size());
-    EXPECT_EQ(0U, log.lines().size());
 }
 
 const char* register_nothing(DDSTypeSupport*, DDSDomainParticipant*) { return NULL; }
@@ -401,22 +310,15 @@ TEST_F(EntityTest, swap_exchanges_the_endpoints_and_wait_sets_and_leaves_what_de
     ASSERT_EQ(1, attached.length());
     EXPECT_EQ(condition, attached[0]);
 
-    // What was swapped in works: the requests are read in samples of the right size, the reply goes out.
-    OpenRequester requester(params("S"));
-    const DDS_SampleIdentity_t request = requester.send("x");
-    ASSERT_EQ(1U, other->requests().size());
-    other->reply(request, "y");
-    EXPECT_EQ(1U, requester.replies(request, true).size());
-
     // An object that was finalized stays so, whatever it is given.
     OpenReplier ended;
     ended.finalize();
     ended.swap(*other);
     ended.finalize();
-    EXPECT_EQ("2 writers 2 readers 4 conditions 2 filters", live());
+    EXPECT_EQ("1 writers 1 readers 2 conditions 1 filters", live());
     ended.swap(*other);
     other.reset();
-    EXPECT_EQ("1 writers 1 readers 2 conditions 2 filters", live());
+    EXPECT_EQ("1 filters", live());
 }
 
 TEST(SampleInfo, is_only_marked_invalid_by_its_preparation) {
