@@ -54,19 +54,6 @@ TEST(Exception, only_two_special_ones_are_runtime_errors) {
     EXPECT_TRUE((std::is_base_of<std::runtime_error, TimeoutException>::value));
     EXPECT_TRUE((std::is_base_of<std::runtime_error, OutOfResourcesException>::value));
     EXPECT_TRUE((std::is_base_of<std::logic_error, NotEnabledException>::value));
-    const Thrown nested = thrown_by([] {
-        try {
-            throw TimeoutException("inner");
-        } catch (const Rethrowable& inner) {
-            try {
-                inner.rethrow("middle");
-            } catch (const Rethrowable& middle) {
-                middle.rethrow("outer");
-            }
-        }
-    });
-    EXPECT_EQ("TimeoutException", nested.type);
-    EXPECT_EQ("outer caused by middle caused by inner", nested.message);
 }
 
 TEST(ReturnCode, becomes_the_exception_of_the_table_and_says_who_failed_at_what) {
@@ -202,20 +189,6 @@ TEST(Precondition, that_fails_is_logged_negated_marked_signalled_and_thrown_as_w
     EXPECT_EQ("wait_for_samples", lines[0].method);
     EXPECT_EQ(expanded(VOST_LOG_PRECONDITION_FAILURE_s, "\"!(some_pointer != __null)\""), lines[0].text);
     EXPECT_EQ(expanded(VOST_LOG_PRECONDITION_FAILURE_s, "\"!(name != \"\")\""), lines[1].text);
-}
-
-TEST(ContextLine, without_both_topics_names_class_and_function_and_is_rethrown_or_returned) {
-    LogCapture log;
-    const TimeoutException cause("late");
-    const Thrown thrown = thrown_by([&] { details::log_and_rethrow_conditional(NULL, NULL, cause, "ns::A", "b", true); });
-    EXPECT_EQ("TimeoutException", thrown.type);
-    EXPECT_EQ("ns::A::b failure caused by late", thrown.message);
-    EXPECT_STREQ("late", cause.what());
-    const auto lines = log.lines();
-    ASSERT_EQ(1U, lines.size());
-    EXPECT_EQ(0x2U, lines[0].level);
-    EXPECT_EQ("ns::A::b", lines[0].method);
-    EXPECT_EQ(expanded(VOST_LOG_ANY_FAILURE_s, "failed (see previous errors)"), lines[0].text);
 }
 
 }  // namespace

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// The logging facility: templates, text, masks, the default sink and the replacement of sinks.
+// The logging facility: text, masks, the default sink and the replacement of sinks.
 #include "middleware/LogSink.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
-#include <memory>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -25,22 +24,6 @@ namespace {
 
 void print(const VOSTLogMessage& message, const char* argument) {
     VOSTLogMessage_printWithParams(-1, 0x2, 0xf0000, "some/folder/File.cpp", 12, "Class::function", &message, argument);
-}
-
-TEST(Log, templates_have_ids_of_their_own_and_one_place_for_the_argument) {
-    const std::vector<const VOSTLogMessage*> templates = {&VOST_LOG_CREATION_FAILURE_s, &VOST_LOG_CREATE_s,
-                                                          &VOST_LOG_GET_FAILURE_s,      &VOST_LOG_DESTRUCTION_FAILURE_s,
-                                                          &VOST_LOG_REMOVE_FAILURE_s,   &VOST_LOG_PRECONDITION_FAILURE_s,
-                                                          &VOST_LOG_ANY_FAILURE_s,      &VOST_LOG_ANY_s,
-                                                          &DDS_LOG_BAD_PARAMETER_s};
-    std::set<std::uint32_t> ids;
-    for (const VOSTLogMessage* message : templates) {
-        ids.insert(message->messageId);
-        const std::string format = message->format;
-        EXPECT_EQ(format.find('%'), format.rfind('%')) << format;
-        EXPECT_NE(std::string::npos, format.find("%s")) << format;
-    }
-    EXPECT_EQ(templates.size(), ids.size());
 }
 
 TEST(Log, puts_the_argument_in_place_of_the_first_mark_alone) {
@@ -225,51 +208,6 @@ TEST(Log, replacing_a_sink_waits_for_the_threads_inside_the_old_one) {
     EXPECT_TRUE(left_first);
     EXPECT_EQ(&slow, replaced);
     EXPECT_EQ(&fresh, set_log_sink(before));
-}
-
-TEST(Log, sinks_may_be_destroyed_once_replaced_while_other_threads_log) {
-    struct MortalSink : LogSink {
-        explicit MortalSink(std::atomic<int>& lost_lines) : lost(lost_lines) {}
-        ~MortalSink() override { alive = false; }
-        void write(const LogRecord&) noexcept override { lost += alive ? 0 : 1; }
-        std::atomic<int>& lost;
-        std::atomic<bool> alive{true};
-    };
-    std::atomic<int> lost{0};
-    std::atomic<bool> done{false};
-    LogSink* const before = set_log_sink(nullptr);
-    auto installed = std::make_unique<MortalSink>(lost);
-    set_log_sink(installed.get());
-    std::vector<std::thread> threads;
-    for (int index = 0; index < 3; ++index) {
-        threads.emplace_back([&done] {
-            while (!done) {
-                print(VOST_LOG_ANY_s, "line");
-            }
-        });
-    }
-    for (int round = 0; round < 500; ++round) {
-        auto next = std::make_unique<MortalSink>(lost);
-        EXPECT_EQ(installed.get(), set_log_sink(next.get()));
-        installed = std::move(next);
-    }
-    done = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    set_log_sink(before);
-    EXPECT_EQ(0, lost);
-}
-
-TEST(Log, assert_breakpoint_calls_the_callback_that_is_installed) {
-    static int calls;
-    calls = 0;
-    EXPECT_EQ(nullptr, set_assert_callback([] { ++calls; }));
-    VOSTLog_onAssertBreakpoint();
-    EXPECT_EQ(1, calls);
-    EXPECT_NE(nullptr, set_assert_callback(nullptr));
-    VOSTLog_onAssertBreakpoint();
-    EXPECT_EQ(1, calls);
 }
 
 }  // namespace
