@@ -2,10 +2,8 @@
 // Participants, types, topics and endpoints: what is made of what, who may delete it, and what is refused.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <functional>
-#include <thread>
 
 #include "support/TextFixture.hpp"
 
@@ -326,31 +324,6 @@ TEST_P(Entities, qos_that_makes_no_sense_is_refused_and_the_field_is_named) {
     EXPECT_EQ(BAD_PARAMETER, _participant.get_default_datareader_qos_for_topic(got, nullptr));
     DDS_DataWriterQos writer_default;
     EXPECT_EQ(BAD_PARAMETER, _participant.get_default_datawriter_qos_for_topic(writer_default, nullptr));
-}
-
-TEST_P(Entities, everything_goes_at_once_conditions_loans_and_all) {
-    DDSDomainParticipant& leaving = *join();
-    DDSDataReader* const receiver = leaving.create_datareader(topic("T", &leaving), reader_qos(), nullptr, 0);
-    DDSDataWriter* const sender = leaving.create_datawriter(topic("T", &leaving), writer_qos(), nullptr, 0);
-    DDSReadCondition& all = condition(*receiver);
-    DDSWaitSet set;
-    DDSGuardCondition guard;
-    EXPECT_EQ(OK, set.attach_condition(&all));
-    EXPECT_EQ(OK, set.attach_condition(&guard));
-    EXPECT_EQ(OK, set.attach_condition(sender->get_statuscondition()));
-    EXPECT_EQ(OK, set.attach_condition(receiver->get_statuscondition()));
-    meet(*sender, *receiver);
-    deliver(*sender, "kept");
-    Loan loan(*receiver, all, false);
-    EXPECT_EQ(OK, leaving.delete_contained_entities());
-    EXPECT_EQ(OK, leaving.delete_contained_entities()) << "there is nothing to do";
-    EXPECT_EQ(nullptr, leaving.lookup_topicdescription("T"));
-    DDSConditionSeq left;
-    EXPECT_EQ(OK, set.get_conditions(left));
-    ASSERT_EQ(1, left.length());
-    EXPECT_EQ(&guard, left[0]);
-    EXPECT_EQ("kept", loan.texts());
-    EXPECT_EQ(OK, loan.give_back());
 }
 
 }  // namespace

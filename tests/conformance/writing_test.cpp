@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <functional>
 #include <future>
 #include <stdexcept>
-#include <vector>
 
-#include "norvane/dds/builtin_types.hpp"
 #include "support/TextFixture.hpp"
 #include "support/ThreadState.hpp"
 
@@ -188,80 +185,6 @@ TEST_P(Writing, a_sample_that_cannot_be_copied_is_not_written_and_uses_up_no_num
     EXPECT_EQ("fine fine", loan.texts());
     EXPECT_EQ((DDS_SequenceNumber_t{0, 2}), identity_of(loan.infos[1]).sequence_number);
     EXPECT_EQ(1, log.count("not today"));
-}
-
-TEST_P(Writing, every_built_in_type_arrives_as_it_was_written) {
-    const unsigned char octets[] = {1, 0, 255};
-    DDS_KeyedString keyed_string;
-    DDS_String_replace(&keyed_string.key, "k");
-    DDS_String_replace(&keyed_string.value, "value");
-    DDS_Octets plain_octets;
-    plain_octets.length = 3;
-    plain_octets.value = DDS_OctetBuffer_dup(octets, 3);
-    DDS_KeyedOctets keyed_octets;
-    DDS_String_replace(&keyed_octets.key, "k");
-    keyed_octets.length = 3;
-    keyed_octets.value = DDS_OctetBuffer_dup(octets, 3);
-    const char* text = "text";
-    DDSDynamicDataTypeSupport pair("Pair", {{"number", DDS_DYNAMIC_INT64}, {"text", DDS_DYNAMIC_STRING}});
-    struct Pair {
-        std::int64_t number;
-        const char* text;
-    } const both = {-5, "both"};
-    const auto same = [](const char* left, const char* right) { return std::strcmp(left, right) == 0; };
-    struct {
-        const DDSTypeSupport& type;
-        const void* sample;
-        std::function<bool(const void*)> is_right;
-    } const CASES[] = {
-        {DDSStringTypeSupport::get_instance(), &text,
-         [&](const void* got) { return same(*static_cast<char* const*>(got), "text"); }},
-        {DDSKeyedStringTypeSupport::get_instance(), &keyed_string,
-         [&](const void* got) {
-             const auto& record = *static_cast<const DDS_KeyedString*>(got);
-             return same(record.key, "k") && same(record.value, "value");
-         }},
-        {DDSOctetsTypeSupport::get_instance(), &plain_octets,
-         [&](const void* got) {
-             const auto& record = *static_cast<const DDS_Octets*>(got);
-             return record.length == 3 && std::memcmp(record.value, octets, 3) == 0;
-         }},
-        {DDSKeyedOctetsTypeSupport::get_instance(), &keyed_octets,
-         [&](const void* got) {
-             const auto& record = *static_cast<const DDS_KeyedOctets*>(got);
-             return same(record.key, "k") && record.length == 3 && std::memcmp(record.value, octets, 3) == 0;
-         }},
-        {pair, &both,
-         [&](const void* got) {
-             const auto& record = *static_cast<const Pair*>(got);
-             return record.number == -5 && same(record.text, "both");
-         }},
-    };
-    for (const auto& each : CASES) {
-        SCOPED_TRACE(each.type.get_type_name());
-        ASSERT_EQ(OK, each.type.register_type(&_participant));
-        DDSTopic* made = _participant.create_topic((std::string("of ") + each.type.get_type_name()).c_str(),
-                                                   each.type.get_type_name(), DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
-        DDSDataWriter& sender = *_participant.create_datawriter(made, writer_qos(), nullptr, 0);
-        DDSDataReader& receiver = *_participant.create_datareader(made, reader_qos(), nullptr, 0);
-        DDSReadCondition& all = condition(receiver);
-        meet(sender, receiver);
-        DDS_WriteParams_t params;
-        EXPECT_EQ(OK, DDS_DataWriter_write_w_params_untyped_generalI(sender.get_c_datawriter(), nullptr, each.sample, params));
-        EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
-        DDS_Boolean is_loan = DDS_BOOLEAN_FALSE;
-        void** data = nullptr;
-        int count = 0;
-        DDS_SampleInfoSeq infos;
-        const int size = static_cast<int>(each.type.get_type_operations()->size);
-        ASSERT_EQ(OK, DDS_DataReader_read_or_take_w_condition_untypedI(receiver.get_c_datareader(), &is_loan, &data, &count, infos,
-                                                                       0, 0, DDS_BOOLEAN_TRUE, nullptr, size, 1,
-                                                                       all.get_c_readcondition(), DDS_BOOLEAN_TRUE));
-        EXPECT_NE(each.sample, data[0]);
-        EXPECT_TRUE(each.is_right(data[0]));
-        EXPECT_EQ(OK, DDS_DataReader_return_loan_untypedI(receiver.get_c_datareader(), data, infos));
-        EXPECT_EQ(std::string(each.type.get_type_name()) == "DDS::String", DDSStringDataReader::narrow(&receiver) != nullptr);
-    }
 }
 
 // A full reader that is reliable stops its writer: nothing is lost, and nothing is written that was not acknowledged with OK.

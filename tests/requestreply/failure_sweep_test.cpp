@@ -52,8 +52,6 @@ constexpr const char* AT_REST_WITH_A_CONDITION = "2 writers 2 readers 5 conditio
 
 constexpr const char* NO_READER_YET = "norvane::details::EntityUntypedImpl::initialize failure caused by ";
 constexpr const char* BOTH_ENDS = "norvane::details::EntityUntypedImpl(SRequest, SReply)::initialize failure caused by initialize:";
-constexpr const char* BOTH_ENDS_REPLIER =
-    "norvane::details::EntityUntypedImpl(SReply, SRequest)::initialize failure caused by initialize:";
 constexpr const char* WAIT = "EntityUntypedImpl::wait_for_samples";
 constexpr const char* READ = "EntityUntypedImpl::get_sample_loaned:";
 constexpr const char* RETURN = "EntityUntypedImpl::return_loan";
@@ -171,31 +169,6 @@ TEST_F(FailureSweep, making_a_requester) {
            },
            "",
            "1 writers 1 readers 2 conditions 1 filters"});
-}
-
-TEST_F(FailureSweep, making_a_replier) {
-    sweep({{
-               {"DDSDomainParticipant::register_type", PRECONDITION, NO_READER_YET, "writer_type_name != NULL"},
-               {"DDSDomainParticipant::lookup_topicdescription", IGNORED, "", ""},
-               {"DDSDomainParticipant::create_topic", ALWAYS, NO_READER_YET, "topic SReply"},
-               {"DDSDomainParticipant::get_default_datawriter_qos_for_topic", BY_CODE, NO_READER_YET, "DataWriter qos"},
-               {"DDSDomainParticipant::create_datawriter", ALWAYS, NO_READER_YET, "DataWriter"},
-               {"DDSDomainParticipant::register_type", PRECONDITION, NO_READER_YET, "reader_type_name != NULL"},
-               {"DDSDomainParticipant::lookup_topicdescription", IGNORED, "", ""},
-               {"DDSDomainParticipant::create_topic", ALWAYS, NO_READER_YET, "topic SRequest"},
-               {"DDSDomainParticipant::get_default_datareader_qos_for_topic", BY_CODE, NO_READER_YET, "DataReader qos"},
-               {"DDSDomainParticipant::create_datareader", ALWAYS, NO_READER_YET, "DataReader"},
-               {"DDSDataReader::create_readcondition", ALWAYS, BOTH_ENDS_REPLIER, "any-sample read condition"},
-               {"DDSDataReader::create_readcondition", ALWAYS, BOTH_ENDS_REPLIER, "not-read-sample read condition"},
-               {"DDSReadCondition::get_c_condition", IGNORED, "", ""},
-           },
-           [] {},
-           [&] {
-               _replier.reset(new OpenReplier(params("S")));
-               return true;
-           },
-           "",
-           "1 writers 1 readers 2 conditions"});
 }
 
 TEST_F(FailureSweep, sending_a_request_and_a_reply) {

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -71,33 +69,6 @@ std::vector<int> numbers(const LoanedSamples<Bill>& bills) {
         found.push_back(bill.data().number);
     }
     return found;
-}
-
-TEST_F(Frontend, a_struct_goes_to_the_replier_and_its_reply_comes_back) {
-    OrderReplier replier(replier_params("S"));
-    OrderRequester requester(requester_params("S"));
-    for (int number = 1; number <= 3; ++number) {
-        const DDS_SampleIdentity_t id = requester.send_request({number, "apples"});
-        const LoanedSamples<Order> orders = replier.receive_requests(LONG);
-        ASSERT_EQ(1U, orders.size());
-        EXPECT_EQ(number, orders[0].data().number);
-        EXPECT_STREQ("apples", orders[0].data().goods);
-        EXPECT_EQ(id, orders[0].identity());
-        EXPECT_EQ(DDS_UNKNOWN_SAMPLE_IDENTITY, orders[0].related_identity());
-        replier.send_reply({number, 2.5}, orders[0].identity());
-
-        ASSERT_TRUE(requester.wait_for_replies(LONG, id));
-        const LoanedSamples<Bill> bills = requester.take_replies(id);
-        ASSERT_EQ(1U, bills.size());
-        EXPECT_EQ(number, bills[0].data().number);
-        EXPECT_EQ(2.5, bills[0].data().total);
-        EXPECT_EQ(id, bills[0].related_identity());
-        EXPECT_TRUE(bills[0].info().valid_data);
-        EXPECT_TRUE(requester.take_replies(id).empty()) << "a reply was given twice";
-    }
-    EXPECT_STREQ("norvane::test::Order", requester.get_request_datawriter()->get_topic()->get_type_name());
-    EXPECT_STREQ("SReply", replier.get_reply_datawriter()->get_topic()->get_name());
-    EXPECT_STREQ("SRequest", replier.get_request_datareader()->get_topicdescription()->get_name());
 }
 
 TEST_F(Frontend, a_text_arrives_whole_or_is_refused) {
@@ -229,23 +200,6 @@ TEST_F(Frontend, a_call_with_structs_takes_nothing_from_the_heap_once_it_has_bee
     AllocationProbe::stop();
     EXPECT_TRUE(answered);
     EXPECT_EQ(0, AllocationProbe::count());
-}
-
-TEST_F(Frontend, a_replier_may_answer_inside_its_listener) {
-    struct Answering : DDSDataReaderListener {
-        std::atomic<OrderReplier*> replier{nullptr};
-        void on_data_available(DDSDataReader*) override {
-            for (const auto& order : replier.load()->take_requests()) {
-                replier.load()->send_reply({order.data().number, 0}, order.identity());
-            }
-        }
-    } listener;
-    OrderReplier replier(replier_params("S"), &listener);
-    listener.replier = &replier;
-    OrderRequester requester(requester_params("S"));
-    const DDS_SampleIdentity_t id = requester.send_request({7, ""});
-    ASSERT_TRUE(requester.wait_for_replies(LONG, id));
-    EXPECT_EQ((std::vector<int>{7}), numbers(requester.take_replies(id)));
 }
 
 // The listener runs inside the write that delivers to it.
@@ -566,23 +520,6 @@ TEST_F(Frontend, a_type_that_does_not_fit_is_refused_and_named) {
         }
         EXPECT_EQ("", live()) << each.what;
     }
-}
-
-TEST_F(Frontend, two_versions_of_a_struct_in_two_participants_do_not_meet) {
-    const LogCapture quiet;
-    DDSDomainParticipantFactory& factory = *DDSDomainParticipantFactory::get_instance();
-    DDSDomainParticipant* other =
-        factory.create_participant(_real.get_domain_id(), DDS_PARTICIPANT_QOS_DEFAULT, nullptr, DDS_STATUS_MASK_NONE);
-    {
-        const norvane::Requester<OldPrice, int> requester(requester_params("P"));
-        const norvane::Replier<NewPrice, int> replier(ReplierParams(other).service_name("P"));
-        DDS_IncompatibleTypeStatus status;
-        EXPECT_EQ(DDS_RETCODE_OK, requester.get_request_datawriter()->get_incompatible_type_status(status));
-        EXPECT_EQ(1, status.total_count);
-        EXPECT_STREQ("shop::Price", status.last_type_name);
-    }
-    EXPECT_EQ(DDS_RETCODE_OK, other->delete_contained_entities());
-    EXPECT_EQ(DDS_RETCODE_OK, factory.delete_participant(other));
 }
 
 TEST_F(Frontend, a_type_support_that_fits_takes_the_place_of_the_types_own) {

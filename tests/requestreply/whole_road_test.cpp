@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Requests and replies over the whole road, on every engine: many of each at once, late, and while entities come and go.
+// Requests and replies over the whole road, on every engine: waited for by many threads, and while entities come and go.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "support/LogCapture.hpp"
 #include "support/ServiceFixture.hpp"
 #include "support/ThreadState.hpp"
 #include "support/Thrown.hpp"
@@ -205,47 +203,6 @@ TEST_P(WholeRoad, entities_go_while_others_deliver_to_them) {
     passing.join();
     stop = true;
     answering.join();
-}
-
-TEST_P(WholeRoad, an_interruption_reaches_those_who_wait_as_the_exception_of_its_code) {
-    const LogCapture quiet;
-    TextRequester requester(requester_params());
-    TextReplier replier(replier_params());
-    const DDS_SampleIdentity_t id = requester.send_request("x");
-    const DDS_SampleIdentity_t other = requester.send_request("y");
-    DDSDataReader* const replies = requester.get_reply_datareader();
-    DDSDataReader* const requests = replier.get_request_datareader();
-    struct {
-        const char* what;
-        std::function<void()> wait;
-        std::function<void(DDS_ReturnCode_t)> interrupt;
-        DDS_ReturnCode_t code;
-        const char* type;
-    } const CASES[] = {
-        {"a reply", [&] { requester.wait_for_replies(PATIENCE, id); },
-         [&](DDS_ReturnCode_t code) { replies->interrupt_index_key("RequestReplyIndex", id.sequence_number, code); },
-         DDS_RETCODE_ALREADY_DELETED, "AlreadyDeletedException"},
-        {"any reply", [&] { requester.wait_for_replies(PATIENCE); }, [&](DDS_ReturnCode_t code) { replies->interrupt(code); },
-         DDS_RETCODE_ERROR, "RuntimeException"},
-        {"a request", [&] { replier.receive_requests(3, 3, PATIENCE); }, [&](DDS_ReturnCode_t code) { requests->interrupt(code); },
-         DDS_RETCODE_ILLEGAL_OPERATION, "IllegalOperationException"},
-    };
-    for (const auto& each : CASES) {
-        std::atomic<long> number{0};
-        Thrown thrown;
-        std::thread waiting([&] {
-            number = this_thread_number();
-            thrown = thrown_by(each.wait);
-        });
-        EXPECT_TRUE(eventually([&] { return is_asleep(number); })) << each.what;
-        each.interrupt(each.code);
-        waiting.join();
-        EXPECT_EQ(each.type, thrown.type) << each.what;
-        EXPECT_EQ(each.type, thrown_by(each.wait).type) << each.what;
-        EXPECT_FALSE(requester.wait_for_replies(DDS_Duration_t{-1, 0}, other)) << "no time is no time";
-        each.interrupt(DDS_RETCODE_OK);
-    }
-    EXPECT_FALSE(requester.wait_for_replies(milliseconds(1), id));
 }
 
 }  // namespace

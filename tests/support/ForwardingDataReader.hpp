@@ -20,9 +20,8 @@ namespace test {
 
 class ForwardingDataReader : public DDSDataReader, public DDS_DataReader {
 public:
-    /// @param subscriber  the double that made it; null when the participant did. All are borrowed.
-    ForwardingDataReader(DDSDataReader& real, DDSSubscriber* subscriber, CallScript& script, LiveObjects& live)
-        : _real(real), _subscriber(subscriber), _script(script), _live(live) {}
+    /// All are borrowed.
+    ForwardingDataReader(DDSDataReader& real, CallScript& script, LiveObjects& live) : _real(real), _script(script), _live(live) {}
     /// Returns the loans whose return was failed: nobody else can any more.
     ~ForwardingDataReader() override {
         for (const Loan& loan : _refused) {
@@ -46,7 +45,7 @@ public:
     DDS_StatusMask get_status_changes() override { return _real.get_status_changes(); }
     DDS_InstanceHandle_t get_instance_handle() override { return _real.get_instance_handle(); }
     DDSTopicDescription* get_topicdescription() override { return _real.get_topicdescription(); }
-    DDSSubscriber* get_subscriber() override { return _subscriber != nullptr ? _subscriber : _real.get_subscriber(); }
+    DDSSubscriber* get_subscriber() override { return _real.get_subscriber(); }
     DDS_DataReader* get_c_datareader() override { return this; }
     DDSDataReaderListener* get_listener() override { return _real.get_listener(); }
 
@@ -199,7 +198,6 @@ private:
     }
 
     DDSDataReader& _real;
-    DDSSubscriber* _subscriber;
     CallScript& _script;
     LiveObjects& _live;
     std::atomic<bool> _pretends_to_copy{false};
@@ -207,6 +205,50 @@ private:
     std::mutex _mutex;
     std::map<ForwardingReadCondition*, std::unique_ptr<ForwardingReadCondition>> _conditions;
     std::vector<Loan> _refused;
+};
+
+/// The readers that a participant double has handed out.
+class ForwardingReaders {
+public:
+    ForwardingReaders(CallScript& script, LiveObjects& live) : _script(script), _live(live) {}
+
+    DDSDataReader* wrap(DDSDataReader* real) {
+        if (real == nullptr) {
+            return nullptr;
+        }
+        std::unique_ptr<ForwardingDataReader> wrapped(new ForwardingDataReader(*real, _script, _live));
+        ForwardingDataReader* handed_out = wrapped.get();
+        std::lock_guard<std::mutex> guard(_mutex);
+        _wrapped[handed_out] = std::move(wrapped);
+        ++_live.readers;
+        return handed_out;
+    }
+
+    static DDSDataReader* unwrap(DDSDataReader* reader) {
+        ForwardingDataReader* wrapped = dynamic_cast<ForwardingDataReader*>(reader);
+        return wrapped != nullptr ? &wrapped->real() : reader;
+    }
+
+    void forget(DDSDataReader* reader) {
+        std::lock_guard<std::mutex> guard(_mutex);
+        const auto found = _wrapped.find(reader);
+        if (found == _wrapped.end()) {
+            return;
+        }
+        // A deleted reader goes with its last loan, and is still used to return it.
+        if (found->second->loans() != 0) {
+            _closed.push_back(std::move(found->second));
+        }
+        _wrapped.erase(found);
+        --_live.readers;
+    }
+
+private:
+    CallScript& _script;
+    LiveObjects& _live;
+    std::mutex _mutex;
+    std::map<DDSDataReader*, std::unique_ptr<ForwardingDataReader>> _wrapped;
+    std::vector<std::unique_ptr<ForwardingDataReader>> _closed;
 };
 
 }  // namespace test

@@ -3,7 +3,12 @@
 #ifndef NORVANE_TESTS_SUPPORT_FORWARDINGDATAWRITER_HPP
 #define NORVANE_TESTS_SUPPORT_FORWARDINGDATAWRITER_HPP
 
+#include <map>
+#include <memory>
+#include <mutex>
+
 #include "CallScript.hpp"
+#include "LiveObjects.hpp"
 #include "norvane/dds/DataWriter.hpp"
 
 namespace norvane {
@@ -11,9 +16,8 @@ namespace test {
 
 class ForwardingDataWriter : public DDSDataWriter, public DDS_DataWriter {
 public:
-    /// @param publisher  the double that made it; null when the participant did. All are borrowed.
-    ForwardingDataWriter(DDSDataWriter& real, DDSPublisher* publisher, CallScript& script)
-        : _real(real), _publisher(publisher), _script(script) {}
+    /// Both are borrowed.
+    ForwardingDataWriter(DDSDataWriter& real, CallScript& script) : _real(real), _script(script) {}
 
     /// Makes `get_qos` give another virtual GUID; DDS_GUID_AUTO: the real one.
     void pretend_guid(const DDS_GUID_t& guid) { _pretended_guid = guid; }
@@ -24,7 +28,7 @@ public:
     DDS_StatusMask get_status_changes() override { return _real.get_status_changes(); }
     DDS_InstanceHandle_t get_instance_handle() override { return _real.get_instance_handle(); }
     DDSTopic* get_topic() override { return _real.get_topic(); }
-    DDSPublisher* get_publisher() override { return _publisher != nullptr ? _publisher : _real.get_publisher(); }
+    DDSPublisher* get_publisher() override { return _real.get_publisher(); }
     DDS_DataWriter* get_c_datawriter() override { return this; }
     DDSDataWriterListener* get_listener() override { return _real.get_listener(); }
 
@@ -76,9 +80,44 @@ public:
 
 private:
     DDSDataWriter& _real;
-    DDSPublisher* _publisher;
     CallScript& _script;
     DDS_GUID_t _pretended_guid = DDS_GUID_AUTO;
+};
+
+/// The writers that a participant double has handed out.
+class ForwardingWriters {
+public:
+    ForwardingWriters(CallScript& script, LiveObjects& live) : _script(script), _live(live) {}
+
+    DDSDataWriter* wrap(DDSDataWriter* real) {
+        if (real == nullptr) {
+            return nullptr;
+        }
+        std::unique_ptr<ForwardingDataWriter> wrapped(new ForwardingDataWriter(*real, _script));
+        ForwardingDataWriter* handed_out = wrapped.get();
+        std::lock_guard<std::mutex> guard(_mutex);
+        _wrapped[handed_out] = std::move(wrapped);
+        ++_live.writers;
+        return handed_out;
+    }
+
+    static DDSDataWriter* unwrap(DDSDataWriter* writer) {
+        ForwardingDataWriter* wrapped = dynamic_cast<ForwardingDataWriter*>(writer);
+        return wrapped != nullptr ? &wrapped->real() : writer;
+    }
+
+    void forget(DDSDataWriter* writer) {
+        std::lock_guard<std::mutex> guard(_mutex);
+        if (_wrapped.erase(writer) != 0) {
+            --_live.writers;
+        }
+    }
+
+private:
+    CallScript& _script;
+    LiveObjects& _live;
+    std::mutex _mutex;
+    std::map<DDSDataWriter*, std::unique_ptr<ForwardingDataWriter>> _wrapped;
 };
 
 }  // namespace test

@@ -1,22 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 // A participant that stands for another one: forwards every operation, wraps what it makes, unwraps what it is given, and counts.
-// Topics are not wrapped; asked for their participant, they name the real one.
+// Topics, publishers and subscribers are not wrapped; asked for their participant, they name the real one.
 #ifndef NORVANE_TESTS_SUPPORT_FORWARDINGPARTICIPANT_HPP
 #define NORVANE_TESTS_SUPPORT_FORWARDINGPARTICIPANT_HPP
 
-#include <map>
 #include <memory>
 
 #include "CallScript.hpp"
-#include "ForwardingPublisher.hpp"
-#include "ForwardingSubscriber.hpp"
+#include "ForwardingDataReader.hpp"
+#include "ForwardingDataWriter.hpp"
 #include "LiveObjects.hpp"
 #include "norvane/dds/DomainParticipant.hpp"
 
 namespace norvane {
 namespace test {
 
-/// @par Threads  Endpoints, conditions and loans: any. Publishers and subscribers are made and deleted by one thread.
+/// @par Threads  Any.
 class ForwardingParticipant : public DDSDomainParticipant {
 public:
     /// Both are borrowed; what the real one still holds at the end is the test's to delete.
@@ -76,54 +75,18 @@ public:
     }
 
     DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener, DDS_StatusMask mask) override {
-        return _script.pointer("DDSDomainParticipant::create_publisher", [&]() -> DDSPublisher* {
-            DDSPublisher* real = _real.create_publisher(qos, listener, mask);
-            if (real == nullptr) {
-                return nullptr;
-            }
-            std::unique_ptr<ForwardingPublisher> wrapped(new ForwardingPublisher(*real, *this, _script, _live));
-            ForwardingPublisher* handed_out = wrapped.get();
-            _publishers[handed_out] = std::move(wrapped);
-            return handed_out;
-        });
+        return _real.create_publisher(qos, listener, mask);
     }
-    DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) override {
-        return _script.code("DDSDomainParticipant::delete_publisher", [&] {
-            ForwardingPublisher* wrapped = dynamic_cast<ForwardingPublisher*>(publisher);
-            const DDS_ReturnCode_t code = _real.delete_publisher(wrapped != nullptr ? &wrapped->real() : publisher);
-            if (code == DDS_RETCODE_OK) {
-                _publishers.erase(publisher);
-            }
-            return code;
-        });
-    }
+    DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) override { return _real.delete_publisher(publisher); }
     DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener, DDS_StatusMask mask) override {
-        return _script.pointer("DDSDomainParticipant::create_subscriber", [&]() -> DDSSubscriber* {
-            DDSSubscriber* real = _real.create_subscriber(qos, listener, mask);
-            if (real == nullptr) {
-                return nullptr;
-            }
-            std::unique_ptr<ForwardingSubscriber> wrapped(new ForwardingSubscriber(*real, *this, _script, _live));
-            ForwardingSubscriber* handed_out = wrapped.get();
-            _subscribers[handed_out] = std::move(wrapped);
-            return handed_out;
-        });
+        return _real.create_subscriber(qos, listener, mask);
     }
-    DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) override {
-        return _script.code("DDSDomainParticipant::delete_subscriber", [&] {
-            ForwardingSubscriber* wrapped = dynamic_cast<ForwardingSubscriber*>(subscriber);
-            const DDS_ReturnCode_t code = _real.delete_subscriber(wrapped != nullptr ? &wrapped->real() : subscriber);
-            if (code == DDS_RETCODE_OK) {
-                _subscribers.erase(subscriber);
-            }
-            return code;
-        });
-    }
+    DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) override { return _real.delete_subscriber(subscriber); }
 
     DDSDataWriter* create_datawriter(DDSTopic* topic, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener,
                                      DDS_StatusMask mask) override {
         return _script.pointer("DDSDomainParticipant::create_datawriter",
-                               [&] { return _writers.wrap(_real.create_datawriter(topic, qos, listener, mask), nullptr); });
+                               [&] { return _writers.wrap(_real.create_datawriter(topic, qos, listener, mask)); });
     }
     DDS_ReturnCode_t delete_datawriter(DDSDataWriter* writer) override {
         return _script.code("DDSDomainParticipant::delete_datawriter", [&] {
@@ -137,7 +100,7 @@ public:
     DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos, DDSDataReaderListener* listener,
                                      DDS_StatusMask mask) override {
         return _script.pointer("DDSDomainParticipant::create_datareader",
-                               [&] { return _readers.wrap(_real.create_datareader(topic, qos, listener, mask), nullptr); });
+                               [&] { return _readers.wrap(_real.create_datareader(topic, qos, listener, mask)); });
     }
     DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) override {
         return _script.code("DDSDomainParticipant::delete_datareader", [&] {
@@ -184,8 +147,6 @@ private:
     LiveObjects _live;
     ForwardingWriters _writers;
     ForwardingReaders _readers;
-    std::map<DDSPublisher*, std::unique_ptr<ForwardingPublisher>> _publishers;
-    std::map<DDSSubscriber*, std::unique_ptr<ForwardingSubscriber>> _subscribers;
 };
 
 }  // namespace test
