@@ -464,29 +464,6 @@ TEST_P(Writing, a_late_reader_gets_what_a_transient_local_writer_keeps_and_its_f
     EXPECT_EQ("1 2 3 4 5 6", take(last));
 }
 
-TEST_P(Writing, what_goes_to_nobody_is_counted) {
-    DDSDataWriter& sender = writer();
-    const auto counts = [&] {
-        DDS_DataWriterCounts got;
-        EXPECT_EQ(OK, sender.get_counts(got));
-        return std::to_string(got.written) + " " + std::to_string(got.unaddressed);
-    };
-    deliver(sender, "to nobody");
-    EXPECT_EQ("1 1", counts());
-    DDSDataReader& receiver = reader();
-    meet(sender, receiver);
-    deliver(sender, "to one");
-    EXPECT_EQ("2 1", counts());
-    EXPECT_EQ("to one", take(receiver));
-    EXPECT_EQ(OK, _participant.delete_datareader(&receiver));
-    EXPECT_TRUE(eventually([&] {
-        DDS_PublicationMatchedStatus status;
-        return sender.get_publication_matched_status(status) == OK && status.current_count == 0;
-    }));
-    deliver(sender, "to nobody any more");
-    EXPECT_EQ("3 2", counts());
-}
-
 }  // namespace
 }  // namespace test
 }  // namespace norvane

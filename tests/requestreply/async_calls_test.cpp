@@ -414,7 +414,10 @@ TEST_P(AsyncCalls, by_the_thousand_and_blocking_ones_and_an_onlooker_do_not_dist
     onlooker.join();
     answering.join();
     EXPECT_TRUE(eventually([&] { return served.dispatcher->pending() == 0; }));
-    EXPECT_EQ(0, requester.stats().pending + requester.stats().queued + requester.stats().timed_out);
+    const RequesterStatistics statistics = requester.stats();
+    EXPECT_EQ(IN_FLIGHT + CALLERS * CHAIN, statistics.sent);
+    EXPECT_EQ(IN_FLIGHT + CALLERS * CHAIN, statistics.completed);
+    EXPECT_EQ(0, statistics.pending + statistics.queued + statistics.timed_out + statistics.unmatched);
 }
 
 TEST_P(AsyncCalls, allocate_nothing_in_steady_state_but_what_their_form_needs) {

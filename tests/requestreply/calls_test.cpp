@@ -69,36 +69,6 @@ protected:
     }
 };
 
-TEST_P(Calls, get_their_own_reply_from_many_threads_at_once) {
-    const Echo echo(replier_params());
-    TextRequester requester(requester_params());
-    std::atomic<bool> done{false};
-    // Looks at everything and so marks everything read: it must take no caller's wake-up.
-    std::thread onlooker([&] {
-        while (!done) {
-            requester.wait_for_replies(milliseconds(1), 1000000);
-        }
-    });
-    std::vector<std::thread> callers;
-    for (int caller = 0; caller < 64; ++caller) {
-        callers.emplace_back([&requester, caller] {
-            for (int number = 0; number < 20; ++number) {
-                const std::string text = std::to_string(caller) + "/" + std::to_string(number);
-                EXPECT_EQ(text + "!", requester.call(text, PATIENCE));
-            }
-        });
-    }
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
-    done = true;
-    onlooker.join();
-    const RequesterStatistics statistics = requester.stats();
-    EXPECT_EQ(64 * 20, statistics.sent);
-    EXPECT_EQ(64 * 20, statistics.completed);
-    EXPECT_EQ(0, statistics.pending + statistics.queued + statistics.timed_out + statistics.unmatched);
-}
-
 TEST_P(Calls, wait_for_a_replier_inside_their_time_or_fail_at_once) {
     TextRequester requester(requester_params());
     EXPECT_FALSE(requester.is_service_ready());
@@ -391,6 +361,15 @@ TEST_P(Calls, requests_to_nobody_are_counted_and_logged_once) {
         requester.send_request("x");
     }
     EXPECT_EQ(3, requester.stats().unmatched);
+    {
+        const TextReplier replier(replier_params());
+        ASSERT_TRUE(requester.wait_for_service(PATIENCE));
+        requester.send_request("to one");
+        EXPECT_EQ(3, requester.stats().unmatched);
+    }
+    EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }));
+    requester.send_request("to nobody any more");
+    EXPECT_EQ(4, requester.stats().unmatched);
     EXPECT_EQ(1, log.count("the request may be lost"));
 }
 

@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <set>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "norvane/dds/WaitSet.hpp"
@@ -114,76 +116,49 @@ TEST(ObjectPool, that_cannot_make_an_object_throws_bad_alloc_and_nothing_else_es
 
 TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
     Pool pool({{3, -1, -1}, 0, 0, 0, 0});
-    struct Case {
-        const char* what;
-        int in_use_inside;
-        int in_use_after;
-        void (*use)(Pool& pool, int& in_use);
-    };
-    Counted* kept = NULL;
-    static Counted** const released = &kept;
-    const Case cases[] = {
-        {"plain", 1, 0,
-         [](Pool& of, int& in_use) {
-             Handle handle(of.get_auto_ptr());
-             in_use = of.buffers_in_use();
+    const std::pair<const char*, std::function<void(Handle&)>> ways[] = {
+        {"destroyed", [](Handle&) {}},
+        {"owned pointer reset", [](Handle& handle) { handle.reset(handle.get()); }},
+        {"reset to another", [&](Handle& handle) { handle.reset(pool.get_ptr()); }},
+        {"copied",
+         [&](Handle& handle) {
+             Handle target(handle);
+             EXPECT_TRUE(handle.get() == NULL && target.get() != NULL);
+             EXPECT_EQ(1, pool.buffers_in_use());
          }},
-        {"owned pointer reset", 1, 0,
-         [](Pool& of, int& in_use) {
-             Handle handle(of.get_ptr(), of);
-             handle.reset(handle.get());
-             in_use = of.buffers_in_use();
-         }},
-        {"reset to another", 1, 0,
-         [](Pool& of, int& in_use) {
-             Handle handle(of.get_auto_ptr());
-             handle.reset(of.get_ptr());
-             in_use = of.buffers_in_use();
-         }},
-        {"copied", 1, 0,
-         [](Pool& of, int& in_use) {
-             Handle source(of.get_auto_ptr());
-             Handle target(source);
-             in_use = source.get() == NULL && target.get() != NULL ? of.buffers_in_use() : -1;
-         }},
-        {"assigned over another", 1, 0,
-         [](Pool& of, int& in_use) {
-             Handle source(of.get_auto_ptr());
-             Handle target(of.get_auto_ptr());
-             target = source;
+        {"assigned over another",
+         [&](Handle& handle) {
+             Handle target(pool.get_auto_ptr());
+             target = handle;
              Handle& same = target;
              target = same;
-             in_use = source.get() == NULL && target.get() != NULL ? of.buffers_in_use() : -1;
+             EXPECT_TRUE(handle.get() == NULL && target.get() != NULL);
+             EXPECT_EQ(1, pool.buffers_in_use());
          }},
-        {"through the record", 1, 0,
-         [](Pool& of, int& in_use) {
-             Handle source(of.get_auto_ptr());
-             const Counted* owned = source.get();
-             details::PoolAutoPtrRef<Counted> record = source;
-             Handle target(record);
-             in_use = source.get() == NULL && target.get() == owned ? of.buffers_in_use() : -1;
-         }},
-        {"record assigned to an unbound one", 1, 0,
-         [](Pool& of, int& in_use) {
+        {"through the record, to an unbound one",
+         [&](Handle& handle) {
+             const Counted* const owned = handle.get();
+             details::PoolAutoPtrRef<Counted> record = handle;
              Handle target;
-             target = of.get_auto_ptr();
-             in_use = of.buffers_in_use();
+             target = record;
+             EXPECT_TRUE(handle.get() == NULL && target.get() == owned);
          }},
-        {"released", 1, 1,
-         [](Pool& of, int& in_use) {
-             Handle handle(of.get_auto_ptr());
-             *released = handle.release();
-             in_use = handle.get() == NULL ? of.buffers_in_use() : -1;
+        {"released",
+         [&](Handle& handle) {
+             Counted* const owned = handle.release();
+             EXPECT_EQ(NULL, handle.get());
+             EXPECT_EQ(1, pool.buffers_in_use());
+             handle.reset(owned);
          }},
     };
-    for (const Case& each : cases) {
-        int inside = -1;
-        each.use(pool, inside);
-        EXPECT_EQ(each.in_use_inside, inside) << each.what;
-        EXPECT_EQ(each.in_use_after, pool.buffers_in_use()) << each.what;
+    for (const auto& way : ways) {
+        {
+            Handle handle(pool.get_ptr(), pool);
+            way.second(handle);
+            EXPECT_GE(1, pool.buffers_in_use()) << way.first;
+        }
+        EXPECT_EQ(0, pool.buffers_in_use()) << way.first;
     }
-    pool.return_ptr(kept);
-    EXPECT_EQ(0, pool.buffers_in_use());
     EXPECT_EQ(3, pool.buffers_allocated());
 }
 
