@@ -145,12 +145,14 @@ public:
     bool peer_changed(const mw::PeerEvent& event) noexcept override {
         EXPECT_FALSE(closed) << "event after close";
         std::lock_guard<std::mutex> lock(_mutex);
-        _events += event.kind == mw::PeerEventKind::MATCHED ? "+" : event.kind == mw::PeerEventKind::DELETED ? "-" : "?";
-        return true;
+        const bool matched = event.kind == mw::PeerEventKind::MATCHED;
+        _events += matched ? "+" : event.kind == mw::PeerEventKind::DELETED ? "-" : "?";
+        wanted += matched ? 1 : 0;
+        return matched;
     }
     void announce() noexcept override {
         EXPECT_FALSE(closed) << "announcement after close";
-        ++announced;
+        EXPECT_LE(++announced, wanted) << "announced what nobody wanted to be told";
     }
     // @return what has happened since the last call: + a match, - a goodbye.
     std::string events() {
@@ -161,6 +163,7 @@ public:
     }
 
     std::atomic<int> announced{0};
+    std::atomic<int> wanted{0};  // announcements: of matches, not of goodbyes, and of samples; several may come as one
     std::atomic<bool> closed{false};
 
 protected:
@@ -282,6 +285,7 @@ private:
         --_reserved;
         mw::retain(sample);
         _held.push_back(&sample);
+        ++wanted;
         return true;
     }
 

@@ -236,6 +236,7 @@ TEST_F(LoopTest, a_receive_checks_its_limits_in_order) {
     int count = 0;
     DDS_SampleInfoSeq infos;
     EXPECT_EQ("BadParameterException", thrown_by([&] { _entity->receive_sample_loaned(&data, &count, infos, 0, SOME, 1); }).type);
+    EXPECT_FALSE(_entity->receive_sample_loaned(&data, &count, infos, 1, SHORT, 1));
 }
 
 TEST_F(LoopTest, a_loan_is_had_by_valid_arguments_only) {
