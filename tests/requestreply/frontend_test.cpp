@@ -119,34 +119,6 @@ TEST_F(Frontend, a_text_arrives_whole_or_is_refused) {
     EXPECT_EQ(1U, replier.take_requests().size()) << "what was refused must not have been sent";
 }
 
-TEST_F(Frontend, several_replies_to_several_requests_are_told_apart) {
-    OrderReplier replier(replier_params("S"));
-    OrderRequester requester(requester_params("S"));
-    const DDS_SampleIdentity_t first = requester.send_request({1, ""});
-    const DDS_SampleIdentity_t second = requester.send_request({2, ""});
-    for (const int reply : {21, 11, 12, 22, 13}) {
-        replier.send_reply({reply, 0}, reply > 20 ? second : first);
-    }
-
-    EXPECT_TRUE(requester.wait_for_replies(LONG, 3, first));
-    EXPECT_FALSE(requester.wait_for_replies(DDS_DURATION_ZERO, 4, first));
-    EXPECT_EQ((std::vector<int>{11, 12, 13}), numbers(requester.read_replies(first)));
-    EXPECT_EQ((std::vector<int>{11, 12}), numbers(requester.take_replies(2, first)));
-    EXPECT_EQ((std::vector<int>{13}), numbers(requester.read_replies(first))) << "a take must leave what it was not asked for";
-    EXPECT_EQ((std::vector<int>{21, 22}), numbers(requester.read_replies(second)));
-    EXPECT_EQ((std::vector<int>{21}), numbers(requester.read_replies(1)));
-    EXPECT_TRUE(requester.take_replies(0).empty());
-
-    const LoanedSamples<Bill> rest = requester.receive_replies(1, DDS_LENGTH_UNLIMITED, LONG);
-    EXPECT_EQ((std::vector<int>{21, 22, 13}), numbers(rest));
-    EXPECT_EQ(second, rest[0].related_identity());
-    EXPECT_EQ(first, rest[2].related_identity());
-    EXPECT_TRUE(requester.take_replies().empty());
-    const LogCapture quiet;
-    EXPECT_EQ("BadParameterException", thrown_by([&] { requester.take_replies(-2); }).type);
-    EXPECT_EQ("BadParameterException", thrown_by([&] { requester.take_replies(DDS_UNKNOWN_SAMPLE_IDENTITY); }).type);
-}
-
 TEST_F(Frontend, threads_that_share_a_requester_each_get_their_own_replies) {
     constexpr int THREADS = 4;
     constexpr int CALLS = 200;

@@ -149,8 +149,6 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
         {"receive_requests without time", BAD, [&] { replier.receive_requests(DDS_DURATION_ZERO); }},
         {"core: null request", BAD, [&] { core_requester.send_sample(nullptr, params); }},
         {"core: null reply", BAD, [&] { core_replier.send_sample(nullptr, id, params); }},
-        {"core: null array", PRECONDITION, [&] { core_requester.get_reply_loaned(nullptr, &count, infos, 1, id, true); }},
-        {"core: null count", PRECONDITION, [&] { core_requester.get_reply_loaned(&data, nullptr, infos, 1, id, true); }},
         {"core: used infos", PRECONDITION, [&] { core_replier.get_sample_loaned(&data, &count, used, 1, true, nullptr); }},
         {"core: another's condition", BAD,
          [&] { core_replier.get_sample_loaned(&data, &count, infos, 1, true, core_requester._any_sample_cond); }},
@@ -159,7 +157,6 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
              core_replier.wait_for_samples(some, 1, core_replier._waitset, core_requester._any_sample_cond,
                                            core_requester._not_read_sample_cond);
          }},
-        {"core: null loan", PRECONDITION, [&] { core_replier.return_loan(nullptr, infos); }},
     };
     for (const Case& each : CASES) {
         const Thrown thrown = thrown_by(each.call);

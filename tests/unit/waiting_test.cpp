@@ -64,39 +64,6 @@ protected:
     std::unique_ptr<OpenEntity> _entity;
 };
 
-TEST_F(LoopTest, a_wait_counts_what_is_there_in_any_state_and_takes_nothing) {
-    struct Case {
-        int present;
-        int read_before;
-        int wanted;
-        DDS_Duration_t max_wait;
-        bool enough;
-        int not_read_after;
-    };
-    const Case cases[] = {
-        {0, 0, 0, LONG, true, 0},    {3, 0, 0, LONG, true, 3},   {3, 0, -5, LONG, true, 3},   {3, 0, 2, LONG, true, 1},
-        {3, 3, 3, LONG, true, 0},    {3, 2, 3, LONG, true, 0},   {3, 0, 4, SHORT, false, 0},  {0, 0, 1, SHORT, false, 0},
-        {2, 0, -1, SHORT, false, 0}, {1, 0, 1, {0, 0}, true, 0}, {0, 0, 1, {0, 0}, false, 0}, {2, 0, 3, {-1, 0}, false, 0},
-    };
-    for (const Case& each : cases) {
-        SCOPED_TRACE(std::to_string(each.present) + " there, " + std::to_string(each.wanted) + " wanted");
-        initialize(params("S"));
-        write(each.present);
-        EXPECT_EQ(each.read_before, _entity->touch_samples(each.read_before, _entity->_any_sample_cond));
-        LogCapture log;
-        EXPECT_EQ(each.enough, _entity->wait_for_any_sample(each.max_wait, each.wanted));
-        const auto lines = log.library_lines();
-        ASSERT_EQ(each.enough ? 0U : 1U, lines.size());
-        if (!each.enough) {
-            EXPECT_EQ(0x8U, lines[0].level);
-            EXPECT_EQ("EntityUntypedImpl::wait_for_samples", lines[0].method);
-            EXPECT_EQ(expanded(VOST_LOG_ANY_s, "timed out waiting for data"), lines[0].text);
-        }
-        EXPECT_EQ(each.not_read_after, in_state(DDS_NOT_READ_SAMPLE_STATE));
-        EXPECT_EQ(each.present, in_state(DDS_ANY_SAMPLE_STATE));
-    }
-}
-
 TEST_F(LoopTest, the_last_sample_that_ends_a_wait_stays_not_read_and_the_clock_is_read_only_around_waits_with_another_to_come) {
     write(1);
     // One there; two come into the first wait, one into the second.
@@ -192,7 +159,7 @@ TEST_F(LoopTest, a_wait_that_fails_or_reports_another_condition_throws) {
     ASSERT_EQ(DDS_RETCODE_OK, _entity->_waitset.detach_condition(&guard));
 }
 
-TEST_F(LoopTest, a_receive_checks_its_limits_in_order) {
+TEST_F(LoopTest, a_receive_checks_its_limits_in_order_and_takes_what_was_waited_for) {
     const DDS_Duration_t SOME = {1, 0};
     const char* const POSITIVE = "max_count must be greater than zero";
     const char* const ORDER = "max_count must be greater or equal than min_count";
@@ -236,7 +203,25 @@ TEST_F(LoopTest, a_receive_checks_its_limits_in_order) {
     int count = 0;
     DDS_SampleInfoSeq infos;
     EXPECT_EQ("BadParameterException", thrown_by([&] { _entity->receive_sample_loaned(&data, &count, infos, 0, SOME, 1); }).type);
-    EXPECT_FALSE(_entity->receive_sample_loaned(&data, &count, infos, 1, SHORT, 1));
+    _entity->_max_samples_per_read = DDS_LENGTH_UNLIMITED;
+    write(2);
+    for (const int wanted : {3, 2, 0, -5}) {
+        log.clear();
+        count = 77;
+        const bool received = _entity->receive_sample_loaned(&data, &count, infos, DDS_LENGTH_UNLIMITED, SHORT, wanted);
+        EXPECT_EQ(wanted < 3, received) << wanted;
+        EXPECT_EQ(wanted < 3 ? 2 : 0, count) << wanted << ": a time-out takes nothing";
+        const auto lines = log.library_lines();
+        ASSERT_EQ(received ? 0U : 1U, lines.size());
+        if (received) {
+            _entity->return_loan(data, infos);
+            write(2);
+        } else {
+            EXPECT_EQ(0x8U, lines[0].level);
+            EXPECT_EQ("EntityUntypedImpl::wait_for_samples", lines[0].method);
+            EXPECT_EQ(expanded(VOST_LOG_ANY_s, "timed out waiting for data"), lines[0].text);
+        }
+    }
 }
 
 TEST_F(LoopTest, a_loan_is_had_by_valid_arguments_only) {
