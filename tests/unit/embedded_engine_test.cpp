@@ -446,6 +446,24 @@ TEST_F(EmbeddedEngineTest, a_write_reaches_all_or_none) {
     }
 }
 
+TEST_F(EmbeddedEngineTest, a_route_goes_with_its_last_reader_and_the_others_stay) {
+    auto sender = writer();
+    auto everything = reader();
+    std::vector<std::unique_ptr<FakeReader>> routed;
+    routed.push_back(reader(Wish().routed(1)));
+    routed.push_back(reader(Wish().routed(1)));
+    for (int value = 3; value > 0; --value) {
+        for (const int related : {0, 1, 2}) {
+            EXPECT_EQ(DDS_RETCODE_OK, sender->write(value * 10 + related, DDS_DURATION_ZERO, related));
+            EXPECT_EQ(value * 10 + related, everything->take());
+        }
+        for (const auto& each : routed) {
+            EXPECT_EQ(std::vector<int>{value * 10 + 1}, each->take_all());
+        }
+        routed.resize(routed.empty() ? 0 : routed.size() - 1);
+    }
+}
+
 // Nobody will tell of it: the writer must look a second time once it knows what it would sleep on.
 TEST_F(EmbeddedEngineTest, room_that_comes_between_the_refusal_and_the_sleep_is_found) {
     for (const bool alone : {true, false}) {
