@@ -228,32 +228,6 @@ TEST_F(FailureSweep, collecting_replies) {
     }
 }
 
-TEST_F(FailureSweep, receiving_requests) {
-    sweep({{
-               {"DDS_DataReader::read_or_take", BY_CODE, READ, "read from DataReader"},
-               {"DDS_DataReader::return_loan", IGNORED, RETURN, "return DataReader loan", AT_REST_WITH_A_LOAN},
-               {"DDSDomainParticipant::get_current_time", IGNORED, "", ""},
-               {"DDSDomainParticipant::get_current_time", IGNORED, "", ""},
-               {"DDS_DataReader::read_or_take", BY_CODE, READ, "read from DataReader"},
-               {"DDS_DataReader::return_loan", IGNORED, RETURN, "return DataReader loan", AT_REST_WITH_A_LOAN},
-               {"DDS_DataReader::read_or_take", BY_CODE, READ, "read from DataReader"},
-               {"DDS_DataReader::return_loan", IGNORED, RETURN, "return DataReader loan", AT_REST_WITH_A_LOAN},
-           },
-           [&] {
-               pair_up();
-               _arm = [&] {
-                   _script.at_next("DDSDomainParticipant::get_current_time",
-                                   [&] { slip_in(*_requester->get_datawriter(), DDS_UNKNOWN_SAMPLE_IDENTITY); });
-                   _script.at_next("DDS_DataReader::return_loan", nullptr);
-                   _script.at_next("DDS_DataReader::return_loan",
-                                   [&] { slip_in(*_requester->get_datawriter(), DDS_UNKNOWN_SAMPLE_IDENTITY); });
-               };
-           },
-           [&] { return _replier->requests(3, _max_wait).size() == 3; },
-           AT_REST,
-           AT_REST});
-}
-
 TEST_F(FailureSweep, destroying_a_requester) {
     sweep(
         {{

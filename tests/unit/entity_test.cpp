@@ -218,7 +218,6 @@ TEST_F(EntityTest, a_reader_listener_gets_data_available_and_nothing_else_and_th
     EXPECT_EQ("1 filters", live());  // one that the entity did not make
 }
 
-const char* register_nothing(DDSTypeSupport*, DDSDomainParticipant*) { return NULL; }
 const char* register_with_a_throw(DDSTypeSupport*, DDSDomainParticipant*) { throw std::length_error("not ours"); }
 
 TEST_F(EntityTest, whose_initialisation_fails_is_finalized_and_says_where) {
@@ -239,10 +238,6 @@ TEST_F(EntityTest, whose_initialisation_fails_is_finalized_and_says_where) {
          "EntityParams::validate:" + expanded(DDS_LOG_BAD_PARAMETER_s, "either service name or topic names are required"), NULL},
         {params("S"), NULL, &register_string, topics, "PreconditionNotMetException", "register_writer_type_fnc != NULL", NULL},
         {params("S"), &register_string, NULL, topics, "PreconditionNotMetException", "register_reader_type_fnc != NULL", NULL},
-        {params("S"), &register_nothing, &register_string, topics, "PreconditionNotMetException", "writer_type_name != NULL",
-         _participant.get()},
-        {params("S"), &register_string, &register_nothing, topics, "PreconditionNotMetException", "reader_type_name != NULL",
-         _participant.get()},
         {params("S"), &register_string, &register_string, broken, "PreconditionNotMetException", "cft->get_related_topic() != NULL",
          _participant.get()},
     };
