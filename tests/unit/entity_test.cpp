@@ -214,6 +214,8 @@ TEST_F(EntityTest, a_reader_listener_gets_data_available_and_nothing_else_and_th
         entity._waitset.get_conditions(attached);
         ASSERT_EQ(1, attached.length());
         EXPECT_EQ(entity._not_read_sample_cond, attached[0]);
+        entity.finalize();
+        EXPECT_TRUE(entity.get_datareader() == NULL && entity.get_datawriter() == NULL) << "who is finalized has no endpoints";
     }
     EXPECT_EQ("1 filters", live());  // one that the entity did not make
 }
