@@ -169,6 +169,23 @@ TEST_P(Processes, the_first_call_of_each_of_many_requesters_is_answered) {
     EXPECT_TRUE(eventually([&] { return first.ask("answered") == "60"; }));
 }
 
+// Fast DDS takes its samples away while its own heartbeat counts them.
+TEST_P(Processes, writers_leave_while_much_is_on_the_way) {
+    PeerProcess peer("small_reader", {domain(), "1"});
+    DDS_DataWriterQos qos = writer_qos();
+    qos.protocol.rtps_reliable_writer.fast_heartbeat_period = {0, 1000000};
+    for (int round = 0; round < 25; ++round) {
+        DDSDataWriter& sender = writer(qos);
+        DDS_PublicationMatchedStatus status;
+        EXPECT_TRUE(eventually(
+            [&] { return sender.get_publication_matched_status(status) == DDS_RETCODE_OK && status.current_count == 1; }));
+        for (int number = 0; number < 3000; ++number) {
+            ASSERT_EQ(DDS_RETCODE_OK, write(sender, "x"));
+        }
+        EXPECT_EQ(DDS_RETCODE_OK, _participant.delete_datawriter(&sender));
+    }
+}
+
 TEST_P(Processes, a_full_reader_stops_its_writer_and_nothing_is_lost) {
     constexpr int ROOM = 3;
     PeerProcess peer("small_reader", {domain(), std::to_string(ROOM)});

@@ -34,6 +34,7 @@ constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
 constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
 // Requesters of a participant write in turn, and each writer has its own timers: with many, a timer spans several turns of its writer.
 constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 400 * 1000;
+constexpr std::int64_t NACK_MARGIN_NS = 5 * 1000 * 1000;
 
 eprosima::fastrtps::Duration_t to_duration(std::int64_t ns) {
     return eprosima::fastrtps::Duration_t(static_cast<std::int32_t>(ns / 1000000000), static_cast<std::uint32_t>(ns % 1000000000));
@@ -174,6 +175,12 @@ void Writer::close() noexcept {
     }
     for (HeldAnswer& held : _held) {
         _writer->release_change(held.change);
+    }
+    {
+        // Fast DDS itself would take them away without the mutex, and a heartbeat that is on its way counts them.
+        const Lock lock(_writer->getMutex());
+        while (_history->remove_min_change()) {
+        }
     }
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     rtps::RTPSDomain::removeRTPSWriter(_writer);
@@ -462,7 +469,8 @@ void Writer::pace_sending_locked() noexcept {
     _sweep_ns = std::max(SWEEP_NS, HEARTBEATS_PER_SWEEP * period_ns);
     rtps::WriterTimes times = _times;
     times.heartbeatPeriod = to_duration(period_ns);
-    times.nackSupressionDuration = to_duration(std::max(_times.nackSupressionDuration.to_ns(), period_ns / 2));
+    // What is asked for sooner after it was sent is not sent again. Just before the heartbeat, whose answer may ask.
+    times.nackSupressionDuration = to_duration(std::max(_times.nackSupressionDuration.to_ns(), period_ns - NACK_MARGIN_NS));
     static_cast<rtps::StatefulWriter*>(_writer)->updateTimes(times);
 }
 
