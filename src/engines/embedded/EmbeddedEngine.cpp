@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/embedded/EmbeddedEngine.hpp"
 
-#include <exception>
 #include <memory>
 #include <new>
 #include <string>
@@ -11,31 +10,13 @@
 #include "engines/embedded/EmbeddedReaderPort.hpp"
 #include "engines/embedded/EmbeddedWriterPort.hpp"
 #include "engines/embedded/guid.hpp"
+#include "engines/refusals.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
 namespace embedded {
 
 namespace {
-
-// Turns what the standard library throws into a code and a reason: nothing crosses the seam as an exception.
-template <typename Make>
-auto without_exceptions(DDS_ReturnCode_t& code, std::string& failure, Make make) noexcept -> decltype(make()) {
-    try {
-        return make();
-    } catch (const std::bad_alloc&) {
-        code = DDS_RETCODE_OUT_OF_RESOURCES;
-        failure = "out of memory";  // short enough to need none
-    } catch (const std::exception& exception) {
-        code = DDS_RETCODE_ERROR;
-        try {
-            failure = exception.what();
-        } catch (...) {
-            failure.clear();
-        }
-    }
-    return nullptr;
-}
 
 class EmbeddedDomainPort : public mw::DomainPort {
 public:
@@ -45,14 +26,14 @@ public:
 
     std::unique_ptr<mw::WriterPort> make_writer(const mw::WriterSettings& settings, DDS_ReturnCode_t& code,
                                                 std::string& failure) override {
-        return without_exceptions(code, failure,
-                                  [&] { return make<mw::WriterPort, EmbeddedWriterPort, Writer>(settings, code, failure); });
+        return mw::without_exceptions(code, failure,
+                                      [&] { return make<mw::WriterPort, EmbeddedWriterPort, Writer>(settings, code, failure); });
     }
 
     std::unique_ptr<mw::ReaderPort> make_reader(const mw::ReaderSettings& settings, DDS_ReturnCode_t& code,
                                                 std::string& failure) override {
-        return without_exceptions(code, failure,
-                                  [&] { return make<mw::ReaderPort, EmbeddedReaderPort, Reader>(settings, code, failure); });
+        return mw::without_exceptions(code, failure,
+                                      [&] { return make<mw::ReaderPort, EmbeddedReaderPort, Reader>(settings, code, failure); });
     }
 
     DDS_Time_t current_time() noexcept override { return platform::current_time(); }
@@ -68,24 +49,16 @@ private:
 
     template <typename Port, typename EmbeddedPort, typename Kind, typename Settings>
     std::unique_ptr<Port> make(const Settings& settings, DDS_ReturnCode_t& code, std::string& failure) {
+        if (!mw::is_makeable(settings, code, failure)) {
+            return nullptr;
+        }
         auto info = std::make_shared<mw::EndpointInfo>(settings.info);
         info->participant_guid = _guid;
         info->reliability = settings.qos->reliability;
         info->durability = settings.qos->durability;
         fill_in_partner(settings, *info);
-        if (info->durability.kind > DDS_TRANSIENT_LOCAL_DURABILITY_QOS) {
-            code = DDS_RETCODE_UNSUPPORTED;
-            failure = "durability above transient-local: the embedded engine keeps no sample longer than its writer";
-            return nullptr;
-        }
-        if (info->guid == DDS_GUID_UNKNOWN) {
-            code = DDS_RETCODE_BAD_PARAMETER;
-            failure = "the unknown GUID names nobody: ask for the automatic one, or for one of your own";
-            return nullptr;
-        }
         if (!_bus->claim_guid(info->guid)) {
-            code = DDS_RETCODE_PRECONDITION_NOT_MET;
-            failure = "GUID " + guid_text(info->guid) + " belongs to another endpoint of the domain";
+            mw::refuse_guid(info->guid, code, failure);
             return nullptr;
         }
         code = DDS_RETCODE_OK;
@@ -108,7 +81,7 @@ public:
 
     std::unique_ptr<mw::DomainPort> join(const mw::DomainSettings& settings, DDS_ReturnCode_t& code,
                                          std::string& failure) override {
-        return without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::DomainPort> {
+        return mw::without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::DomainPort> {
             code = DDS_RETCODE_OK;
             return std::make_unique<EmbeddedDomainPort>(settings.domain_id);
         });

@@ -2,6 +2,7 @@
 #include "engines/embedded/guid.hpp"
 
 #include <atomic>
+#include <cstdint>
 #include <random>
 
 namespace norvane {
@@ -30,16 +31,6 @@ DDS_GUID_t next_guid() {
     put_big_endian(PREFIX, guid.value);
     put_big_endian(count.fetch_add(1, std::memory_order_relaxed) + 1, guid.value + 8);
     return guid;
-}
-
-std::string guid_text(const DDS_GUID_t& guid) {
-    static const char DIGITS[] = "0123456789abcdef";
-    std::string text;
-    for (const DDS_Octet octet : guid.value) {
-        text += DIGITS[octet >> 4U];
-        text += DIGITS[octet & 0xfU];
-    }
-    return text;
 }
 
 }  // namespace embedded

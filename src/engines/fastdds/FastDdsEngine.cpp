@@ -2,7 +2,6 @@
 #include "engines/fastdds/FastDdsEngine.hpp"
 
 #include <cstddef>
-#include <exception>
 #include <memory>
 #include <new>
 #include <string>
@@ -13,41 +12,13 @@
 #include "engines/fastdds/ReplyRoute.hpp"
 #include "engines/fastdds/Writer.hpp"
 #include "engines/fastdds/attributes.hpp"
+#include "engines/refusals.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
 namespace fastdds {
 
 namespace {
-
-// Turns what the standard library throws into a code and a reason: nothing crosses the seam as an exception.
-template <typename Make>
-auto without_exceptions(DDS_ReturnCode_t& code, std::string& failure, Make make) noexcept -> decltype(make()) {
-    try {
-        return make();
-    } catch (const std::bad_alloc&) {
-        code = DDS_RETCODE_OUT_OF_RESOURCES;
-        failure = "out of memory";  // short enough to need none
-    } catch (const std::exception& exception) {
-        code = DDS_RETCODE_ERROR;
-        try {
-            failure = exception.what();
-        } catch (...) {
-            failure.clear();
-        }
-    }
-    return nullptr;
-}
-
-std::string guid_text(const DDS_GUID_t& guid) {
-    static const char DIGITS[] = "0123456789abcdef";
-    std::string text;
-    for (const DDS_Octet octet : guid.value) {
-        text += DIGITS[octet >> 4U];
-        text += DIGITS[octet & 0xfU];
-    }
-    return text;
-}
 
 // The middleware's ends of a writer and a reader.
 class FastDdsWriterPort : public mw::WriterPort {
@@ -94,13 +65,13 @@ public:
 
     std::unique_ptr<mw::WriterPort> make_writer(const mw::WriterSettings& settings, DDS_ReturnCode_t& code,
                                                 std::string& failure) override {
-        return without_exceptions(code, failure,
-                                  [&] { return make<mw::WriterPort, FastDdsWriterPort, Writer>(settings, code, failure); });
+        return mw::without_exceptions(code, failure,
+                                      [&] { return make<mw::WriterPort, FastDdsWriterPort, Writer>(settings, code, failure); });
     }
 
     std::unique_ptr<mw::ReaderPort> make_reader(const mw::ReaderSettings& settings, DDS_ReturnCode_t& code,
                                                 std::string& failure) override {
-        return without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::ReaderPort> {
+        return mw::without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::ReaderPort> {
             // Only a writer of the participant itself can say where its answers go, and it can name one place.
             if (ReplyReaders::can_serve(settings) && _domain->find_own_writer(settings.route) &&
                 !_domain->find_share(settings.route)) {
@@ -115,21 +86,13 @@ public:
 private:
     template <typename Port, typename FastDdsPort, typename Kind, typename Settings>
     std::unique_ptr<Port> make(const Settings& settings, DDS_ReturnCode_t& code, std::string& failure) {
-        if (settings.qos->durability.kind > DDS_TRANSIENT_LOCAL_DURABILITY_QOS) {
-            code = DDS_RETCODE_UNSUPPORTED;
-            failure = "durability above transient-local: no sample is kept longer than its writer";
+        if (!mw::is_makeable(settings, code, failure)) {
             return nullptr;
         }
         const DDS_GUID_t wanted = settings.info.guid;
-        if (wanted == DDS_GUID_UNKNOWN) {
-            code = DDS_RETCODE_BAD_PARAMETER;
-            failure = "the unknown GUID names nobody: ask for the automatic one, or for one of your own";
-            return nullptr;
-        }
         auto endpoint = std::make_shared<Kind>(_domain, settings);
         if (wanted != DDS_GUID_AUTO && !_domain->claim_guid(wanted)) {
-            code = DDS_RETCODE_PRECONDITION_NOT_MET;
-            failure = "GUID " + guid_text(wanted) + " belongs to another endpoint of the domain";
+            mw::refuse_guid(wanted, code, failure);
             endpoint->disown_guid();
             return nullptr;
         }
@@ -150,7 +113,7 @@ public:
 
     std::unique_ptr<mw::DomainPort> join(const mw::DomainSettings& settings, DDS_ReturnCode_t& code,
                                          std::string& failure) override {
-        return without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::DomainPort> {
+        return mw::without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::DomainPort> {
             ParticipantChoice choice;
             code = DDS_RETCODE_BAD_PARAMETER;
             if (!choose(*settings.qos, choice, failure)) {

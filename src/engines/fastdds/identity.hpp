@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// GUIDs, numbers, identities and times, from ours to those of Fast DDS and back; and GUIDs as keys of tables.
+// GUIDs, numbers, identities and times, from ours to those of Fast DDS and back.
 #ifndef NORVANE_ENGINES_FASTDDS_IDENTITY_HPP
 #define NORVANE_ENGINES_FASTDDS_IDENTITY_HPP
 
@@ -12,6 +12,7 @@
 #include <fastdds/rtps/common/SequenceNumber.h>
 #include <fastdds/rtps/common/Time_t.h>
 
+#include "engines/GuidHash.hpp"
 #include "norvane/dds/types.hpp"
 
 namespace norvane {
@@ -63,15 +64,7 @@ inline rtps::Time_t to_rtps(const DDS_Time_t& time) noexcept {
     return result;
 }
 
-struct GuidHash {
-    std::size_t operator()(const DDS_GUID_t& guid) const noexcept {
-        std::uint64_t halves[2];
-        std::memcpy(halves, guid.value, sizeof halves);
-        // GUIDs of one participant differ in their last octets only: spread those over the whole word.
-        const std::uint64_t mixed = halves[0] ^ (halves[1] * 0x9e3779b97f4a7c15U);
-        return static_cast<std::size_t>(mixed ^ (mixed >> 32U));
-    }
-};
+using mw::GuidHash;
 
 }  // namespace fastdds
 }  // namespace norvane
