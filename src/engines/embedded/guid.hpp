@@ -3,7 +3,6 @@
 #ifndef NORVANE_ENGINES_EMBEDDED_GUID_HPP
 #define NORVANE_ENGINES_EMBEDDED_GUID_HPP
 
-
 #include "engines/GuidHash.hpp"
 #include "norvane/dds/types.hpp"
 

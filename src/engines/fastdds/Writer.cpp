@@ -32,8 +32,10 @@ constexpr std::int64_t HEARTBEATS_PER_SWEEP = 5;
 constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
 // A heartbeat goes to every reader, and every reader answers: for each of them so much longer between two.
 constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
-// Requesters of a participant write in turn, and each writer has its own timers: with many, a timer spans several turns of its writer.
-constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 400 * 1000;
+// Requesters of a participant write in turn, and each writer has its own timers: with many, a timer spans several turns of its writer. Else the
+// timers and heartbeats of all would cost more than their calls.
+constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 1000 * 1000;
+constexpr std::int64_t LONGEST_FOR_REQUESTERS_NS = 1000 * 1000 * 1000;
 constexpr std::int64_t NACK_MARGIN_NS = 5 * 1000 * 1000;
 
 eprosima::fastrtps::Duration_t to_duration(std::int64_t ns) {
@@ -460,8 +462,8 @@ void Writer::look_at_progress_locked() noexcept {
 void Writer::pace_sending_locked() noexcept {
     const std::int64_t least_ns = _times.heartbeatPeriod.to_ns();
     const std::int64_t requesters = is_requester(_info) ? _domain->requester_count() : 0;
-    const std::int64_t period_ns = std::max(
-        {least_ns, static_cast<std::int64_t>(_matches.size()) * HEARTBEAT_NS_PER_READER, requesters * HEARTBEAT_NS_PER_REQUESTER});
+    const std::int64_t period_ns = std::max({least_ns, static_cast<std::int64_t>(_matches.size()) * HEARTBEAT_NS_PER_READER,
+                                             std::min(requesters * HEARTBEAT_NS_PER_REQUESTER, LONGEST_FOR_REQUESTERS_NS)});
     if (!_reliable || (period_ns < 2 * _period_ns && 2 * period_ns > _period_ns)) {
         return;  // near enough
     }
