@@ -2,6 +2,8 @@
 // Answers to those who cannot hear them yet: held for requesters of ours, sent at once to everybody else.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -145,6 +147,28 @@ TEST_P(FullPairs, readers_that_are_shared_serve_each_requester_for_as_long_as_it
     EXPECT_TRUE(eventually([&] { return answering.get_matched_subscriptions(handles) == OK && handles.length() == 0; }));
 }
 
+// Gaps are what others got. Behind one, nothing that a full reader refused may count as received.
+TEST_P(FullPairs, a_reader_with_a_bound_gets_every_answer_of_its_own_among_those_of_others) {
+    constexpr int ANSWERS = 50;
+    DDSDataWriter& asking = asker("Requester");
+    DDSDataWriter& other = asker("Requester");
+    DDSDataWriter& answering = answerer(asking);
+    DDSDataReader& ear = hearer(asking, 5);
+    meet(answering, ear);
+    meet(answering, hearer(other, 1000));
+    std::future<int> heard = std::async(std::launch::async, [&] {
+        std::string all;
+        const auto count = [&] { return static_cast<int>(std::count(all.begin(), all.end(), 'm')); };
+        eventually([&] { return all += take(ear), count() == ANSWERS; });
+        return count();
+    });
+    for (DDS_UnsignedLong number = 1; number <= ANSWERS; ++number) {
+        answer(answering, "mine", asked_by(asking, number));
+        answer(answering, "not mine", asked_by(other, number));
+    }
+    EXPECT_EQ(ANSWERS, heard.get());
+}
+
 TEST_P(FullPairs, an_answer_that_nobody_will_hear_is_given_up_and_counted) {
     DDSDataWriter& asking = asker("Requester");
     DDSDataWriter& silent = asker("Requester");
@@ -175,6 +199,11 @@ TEST_P(FullPairs, those_who_announce_no_such_thing_are_answered_at_once) {
     }
     EXPECT_NE(DDS_UNKNOWN_SAMPLE_IDENTITY, answer(answering, "x", related_to(1)));
     EXPECT_EQ("3 3", counts(answering));
+    // A reader of its own hears the answers to it all the same.
+    DDSDataReader& ear = hearer(plain, DDS_LENGTH_UNLIMITED);
+    meet(answering, ear);
+    answer(answering, "y", asked_by(plain, 2));
+    EXPECT_TRUE(eventually([&] { return take(ear) == "y"; }));
 }
 
 }  // namespace

@@ -117,6 +117,10 @@ void Dispatcher::run_announcer() noexcept {
         std::shared_ptr<Endpoint> endpoint = std::move(_announcements.front());
         _announcements.pop_front();
         _waiting_since_ns = platform::monotonic_ns();
+        // Several may have come before this thread woke up: its maker was told then that somebody is idle.
+        if (!_announcements.empty() && _idle_announcers == 0 && _waiting_since_ns + PATIENCE_NS < _worker_wakes_ns) {
+            _duties_changed.notify_one();
+        }
         lock.unlock();
         endpoint->announce();
         endpoint.reset();

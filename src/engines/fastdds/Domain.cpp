@@ -222,7 +222,10 @@ void Domain::forget(const rtps::GUID_t& guid) noexcept {
     for (const std::shared_ptr<Endpoint>& own : _own) {
         own->forget_misfit(guid);
     }
-    if (gone->is_writer && _requesters.erase(gone->info.guid) != 0) {
+    // One that was started again under the name of one that was killed is found before the other's lease has expired.
+    const auto requester = gone->is_writer ? _requesters.find(gone->info.guid) : _requesters.end();
+    if (requester != _requesters.end() && requester->second == gone) {
+        _requesters.erase(requester);
         tell_of_requester_locked(gone->answers.topic_name);
     }
 }

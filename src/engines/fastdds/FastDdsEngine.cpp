@@ -72,9 +72,10 @@ public:
     std::unique_ptr<mw::ReaderPort> make_reader(const mw::ReaderSettings& settings, DDS_ReturnCode_t& code,
                                                 std::string& failure) override {
         return mw::without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::ReaderPort> {
-            // Only a writer of the participant itself can say where its answers go, and it can name one place.
-            if (ReplyReaders::can_serve(settings) && _domain->find_own_writer(settings.route) &&
-                !_domain->find_share(settings.route)) {
+            // Only the writer of a requester of this very participant is asked where its answers go, and it can name one place.
+            const std::shared_ptr<Endpoint> asking =
+                ReplyReaders::can_serve(settings) ? _domain->find_own_writer(settings.route) : nullptr;
+            if (asking && is_requester(asking->info()) && !_domain->find_share(settings.route)) {
                 return make<mw::ReaderPort, FastDdsReaderPort<ReplyRoute>, ReplyRoute>(settings, code, failure);
             }
             return make<mw::ReaderPort, FastDdsReaderPort<Reader>, Reader>(settings, code, failure);

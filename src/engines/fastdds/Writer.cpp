@@ -402,8 +402,32 @@ bool Writer::is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept 
     return is_in_reach_locked(related_guid, _domain->find_requester(related_guid).get());
 }
 
-bool Writer::has_room_locked() const noexcept {
-    const std::int64_t waiting = on_the_way_locked() + static_cast<std::int64_t>(_held.size());
+// One reader that is silent must not stop the others: at the limit, what everybody has got that is to have it goes also from behind the first that
+// is missing.
+// @return samples that wait for somebody.
+std::int64_t Writer::make_room_locked() noexcept {
+    const auto kept = [this] { return static_cast<std::int64_t>(_history->getHistorySize()); };
+    if (_keeps || (on_the_way_locked() < _window && _octets < MOST_OCTETS)) {
+        return on_the_way_locked();
+    }
+    if (kept() >= _window || _octets >= MOST_OCTETS) {
+        for (auto place = _history->changesBegin(); place != _history->changesEnd();) {
+            const std::int64_t number = static_cast<std::int64_t>((*place)->sequenceNumber.to64long());
+            if (number <= _acknowledged || !is_acknowledged_locked(number)) {
+                ++place;
+                continue;
+            }
+            std::uint32_t& octets = _octets_of[static_cast<std::size_t>(number - _acknowledged - 1)];
+            _octets -= octets;
+            octets = 0;
+            place = _history->remove_change(place, true);
+        }
+    }
+    return std::min(on_the_way_locked(), kept());
+}
+
+bool Writer::has_room_locked() noexcept {
+    const std::int64_t waiting = make_room_locked() + static_cast<std::int64_t>(_held.size());
     if (waiting >= _window || (waiting > 0 && _octets >= MOST_OCTETS)) {
         return false;
     }
@@ -571,7 +595,7 @@ std::int64_t Writer::send_held_locked(std::int64_t now_ns) {
             _held.pop_front();
             continue;
         }
-        if (alive && on_the_way_locked() >= _window) {
+        if (alive && make_room_locked() >= _window) {
             again_ns = now_ns + RETRY_NS;
             break;  // what comes behind it waits with it
         }
@@ -638,8 +662,11 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
         wake_up();
     } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && place == _matches.end() && peer != nullptr) {
         const bool fits = are_of_one_type(_info, peer->info);
-        const bool filtered =
-            fits && peer->routing != Routing::NONE && (_filter_limit == DDS_LENGTH_UNLIMITED || _filtered < _filter_limit);
+        // Inside a process Fast DDS takes what comes before a gap for acknowledged, and a reader with a bound may have refused some of it: it gets
+        // everything, and looks for itself. (Shared readers refuse nothing.)
+        const bool may_see_gaps = peer->routing == Routing::SHARED ||
+                                  (peer->routing == Routing::OWN && !reader_guid.is_on_same_process_as(_writer->getGuid()));
+        const bool filtered = fits && may_see_gaps && (_filter_limit == DDS_LENGTH_UNLIMITED || _filtered < _filter_limit);
         try {
             _matches.emplace(to_guid(reader_guid), Match{peer, fits, filtered});
             if (fits) {

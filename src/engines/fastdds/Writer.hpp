@@ -98,7 +98,8 @@ private:
     bool is_in_reach_locked(const DDS_GUID_t& requester, const Discovered* announced) const noexcept;
     bool is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept;
     eprosima::fastdds::dds::WriterQos announced_qos() const;
-    bool has_room_locked() const noexcept;
+    std::int64_t make_room_locked() noexcept;
+    bool has_room_locked() noexcept;
     std::int64_t on_the_way_locked() const noexcept;
     void sweep_locked() noexcept;
     bool is_acknowledged_locked(std::int64_t number) noexcept;

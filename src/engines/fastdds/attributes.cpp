@@ -91,6 +91,7 @@ struct Transports {
     bool udp = true;
     bool shared_memory = false;
     std::vector<std::string> interfaces;
+    std::uint32_t datagram = 0;  // octets at most; 0: as Fast DDS has it
 };
 
 void add_transports(const Transports& transports, rtps::RTPSParticipantAttributes& attributes) {
@@ -104,6 +105,9 @@ void add_transports(const Transports& transports, rtps::RTPSParticipantAttribute
     if (transports.udp) {
         auto udp = std::make_shared<transport::UDPv4TransportDescriptor>();
         udp->interfaceWhiteList = transports.interfaces;
+        if (transports.datagram != 0) {
+            udp->maxMessageSize = transports.datagram;
+        }
         attributes.userTransports.push_back(udp);
     }
 }
@@ -144,6 +148,11 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
         transports.interfaces = split(value);
         return !transports.interfaces.empty() &&
                std::all_of(transports.interfaces.begin(), transports.interfaces.end(), is_address_of_this_machine);
+    }
+    if (name == "norvane.fastdds.datagram" && to_number(value, 1024, 65500, number)) {
+        transports.chosen = true;
+        transports.datagram = static_cast<std::uint32_t>(number);
+        return true;
     }
     if (name == "norvane.fastdds.initial_peers") {
         const std::vector<std::string> peers = split(value);
