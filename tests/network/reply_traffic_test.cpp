@@ -119,7 +119,8 @@ TEST(ReplyTraffic, does_not_grow_with_the_number_of_requesters) {
     const long of_ten_unfiltered = to_octets(wire.ask("10 off"));
     EXPECT_LE(static_cast<long>(REPLY_SIZE), of_one);
     EXPECT_GE(2 * static_cast<long>(REPLY_SIZE), of_one);
-    EXPECT_LE(of_ten, of_one + of_one / 4);
+    // Nobody gets a copy of what is for somebody else. (What comes on top, heartbeats and their answers, goes by the clock.)
+    EXPECT_LE(of_ten, of_one + static_cast<long>(REPLY_SIZE) / 2);
     // The measure sees it when every requester is sent every reply.
     EXPECT_LE(5 * of_one, of_ten_unfiltered);
     std::cout << "octets per reply of " << REPLY_SIZE << ": " << of_one << " with 1 requester, " << of_ten << " with 10; "
