@@ -196,9 +196,11 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
         if (is_writer && endpoint->ours && is_requester(endpoint->info)) {
             std::shared_ptr<const Discovered>& place = _requesters[endpoint->info.guid];
             const std::shared_ptr<const Discovered> before = std::exchange(place, endpoint);
-            const std::string& topic_before = before ? before->answers.topic_name : std::string();
-            if (topic_before != endpoint->answers.topic_name) {
-                tell_of_requester_locked(topic_before.empty() ? endpoint->answers.topic_name : topic_before);
+            const mw::EndpointInfo nothing;
+            const mw::EndpointInfo& answers_before = before ? before->answers : nothing;
+            const mw::EndpointInfo& answers = endpoint->answers;
+            if (answers_before.topic_name != answers.topic_name || !(answers_before.guid == answers.guid)) {
+                tell_of_requester_locked(answers_before.topic_name.empty() ? answers.topic_name : answers_before.topic_name);
             }
         }
         _directory[to_guid(data.guid())] = endpoint;

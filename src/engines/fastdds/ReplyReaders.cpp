@@ -39,6 +39,9 @@ std::shared_ptr<ReplyReader> ReplyReaders::get(const std::shared_ptr<Domain>& do
     const DDS_Duration_t& delay = settings.qos->protocol.rtps_reliable_reader.min_heartbeat_response_delay;
     const Kind kind(settings.info.topic_name, settings.info.type_name, settings.info.type_hash, delay.sec, delay.nanosec);
     const std::lock_guard<std::mutex> lock(_mutex);
+    for (auto place = _readers.begin(); place != _readers.end();) {
+        place = place->second.expired() ? _readers.erase(place) : std::next(place);
+    }
     std::weak_ptr<ReplyReader>& place = _readers[kind];
     std::shared_ptr<ReplyReader> reader = place.lock();
     if (!reader) {
