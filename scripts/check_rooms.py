@@ -28,6 +28,9 @@ class Room:
 FASTCDR = ("fastcdr/Cdr.h", "fastcdr/FastBuffer.h")
 DESCRIBE = ("boost/describe/*", "boost/mp11/*")
 
+# What engines have in common besides their contract.
+ALL_ENGINES = ("engines/judgement.hpp", "engines/refusals.hpp", "engines/GuidHash.hpp")
+
 ROOMS = [
     Room("include/norvane/dds/", OBJECT_API, THREADS),
     Room("include/norvane/details/member_kinds.hpp", OBJECT_API + ("norvane/details/*",), THREADS, system=DESCRIBE),
@@ -43,10 +46,11 @@ ROOMS = [
     Room("src/frontend/", ("norvane/*", "frontend/*"), FRONT_ENDS, system=("boost/*",)),
     Room("src/platform/", OBJECT_API + ("platform/*",), system=("*",)),
     Room("src/middleware/", OBJECT_API + ("middleware/*", "platform/*"), system=("unistd.h",)),
-    Room("src/engines/embedded/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", "engines/refusals.hpp", "engines/GuidHash.hpp", "engines/embedded/*")),
-    Room("src/engines/fastdds/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", "engines/refusals.hpp", "engines/GuidHash.hpp", "engines/fastdds/*"),
+    Room("src/engines/embedded/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", *ALL_ENGINES, "engines/embedded/*")),
+    Room("src/engines/fastdds/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", *ALL_ENGINES, "engines/fastdds/*"),
          system=("fastdds/*", "fastrtps/*", "fastcdr/*", "arpa/inet.h", "ifaddrs.h")),
     Room("src/engines/refusals.hpp", ("middleware/Engine.hpp",)),
+    Room("src/engines/judgement.hpp", ("middleware/Engine.hpp",)),
     Room("src/engines/GuidHash.hpp", OBJECT_API),
     Room("src/engines/EngineModule", ("middleware/Engine.hpp", "engines/EngineModule.hpp"), system=("dlfcn.h", "unistd.h")),
     Room("src/engines/select.cpp", ("middleware/Engine.hpp", "engines/EngineModule.hpp", "engines/embedded/EmbeddedEngine.hpp")),

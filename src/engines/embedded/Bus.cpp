@@ -7,29 +7,15 @@
 #include <utility>
 
 #include "engines/embedded/PendingAnnouncements.hpp"
+#include "engines/judgement.hpp"
 
 namespace norvane {
 namespace embedded {
 
 namespace {
 
-// What becomes of a writer and a reader of one topic, as both will be told; only `peer` is still to be filled in.
 mw::PeerEvent judge(const mw::EndpointInfo& writer, const mw::EndpointInfo& reader) noexcept {
-    mw::PeerEvent event = {mw::PeerEventKind::MATCHED, nullptr};
-    if (writer.type_name != reader.type_name || writer.type_hash != reader.type_hash) {
-        event.kind = mw::PeerEventKind::INCOMPATIBLE_TYPE;
-    } else if (writer.reliability.kind < reader.reliability.kind) {
-        event.kind = mw::PeerEventKind::INCOMPATIBLE_QOS;
-        event.policy = DDS_RELIABILITY_QOS_POLICY_ID;
-        event.offered = writer.reliability.kind;
-        event.requested = reader.reliability.kind;
-    } else if (writer.durability.kind < reader.durability.kind) {
-        event.kind = mw::PeerEventKind::INCOMPATIBLE_QOS;
-        event.policy = DDS_DURABILITY_QOS_POLICY_ID;
-        event.offered = writer.durability.kind;
-        event.requested = reader.durability.kind;
-    }
-    return event;
+    return mw::judge(writer, reader, writer.type_name == reader.type_name && writer.type_hash == reader.type_hash);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include <fastdds/rtps/RTPSDomain.h>
 
+#include "engines/judgement.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -32,23 +33,8 @@ void describe(const Data& data, Discovered& endpoint) {
     read_announcement(data.m_qos.m_userData.data_vec(), endpoint);
 }
 
-// What becomes of a writer and a reader of one topic, as both will be told; only `peer` is still to be filled in.
 mw::PeerEvent judge(const mw::EndpointInfo& writer, const mw::EndpointInfo& reader) noexcept {
-    mw::PeerEvent event = {mw::PeerEventKind::MATCHED, nullptr};
-    if (!are_of_one_type(writer, reader)) {
-        event.kind = mw::PeerEventKind::INCOMPATIBLE_TYPE;
-    } else if (writer.reliability.kind < reader.reliability.kind) {
-        event.kind = mw::PeerEventKind::INCOMPATIBLE_QOS;
-        event.policy = DDS_RELIABILITY_QOS_POLICY_ID;
-        event.offered = writer.reliability.kind;
-        event.requested = reader.reliability.kind;
-    } else if (writer.durability.kind < reader.durability.kind) {
-        event.kind = mw::PeerEventKind::INCOMPATIBLE_QOS;
-        event.policy = DDS_DURABILITY_QOS_POLICY_ID;
-        event.offered = writer.durability.kind;
-        event.requested = reader.durability.kind;
-    }
-    return event;
+    return mw::judge(writer, reader, are_of_one_type(writer, reader));
 }
 
 }  // namespace
