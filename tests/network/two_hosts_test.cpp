@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Two machines with a wire between them, as two network namespaces: found by multicast, by initial peers, over a wire that
-// drops what is too much for it, and over one that is cut.
+// drops what is too much for it, small replies and large ones, and over one that is cut.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -23,21 +23,25 @@ namespace {
 
 constexpr int CALLERS = 8;
 constexpr int CALLS = 50;
+constexpr int LARGE_CALLS = 2;
+constexpr std::size_t SMALL = 3000;
+constexpr std::size_t LARGE = 60000;
 const char* const OWN_ADDRESS = "10.77.0.1";
 const char* const NEIGHBOURS_ADDRESS = "10.77.0.2";
-// A reply fits, several at once do not.
+// A small reply fits, several at once do not. A large one does only in datagrams that fit.
 const std::string NARROW = "root tbf rate 20mbit burst 3200 limit 6000";
 
 bool run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
 // @param peer  the address to look at first; "-": whoever answers a multicast.
-ParticipantParams on_wire(const std::string& address, const std::string& peer) {
+// @param datagram  octets at most; "": as Fast DDS has it.
+ParticipantParams on_wire(const std::string& address, const std::string& peer, const std::string& datagram) {
     ParticipantParams params = ParticipantParams().domain_id(9).engine("fastdds").property("norvane.fastdds.interfaces", address);
-    params.property("norvane.fastdds.transports", "udp");
+    params.property("norvane.fastdds.transports", "udp").property("norvane.fastdds.datagram", datagram);
     return peer == "-" ? params : params.property("norvane.fastdds.initial_peers", peer);
 }
 
-// The other machine. "pid"; "serve <own address>"; "leave"; anything else is a command to run.
+// The other machine. "pid"; "serve <own address> <datagram>"; "leave"; anything else is a command to run. A question of "large" gets a large answer.
 int neighbour(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
     std::cout << "ready" << std::endl;
@@ -47,9 +51,10 @@ int neighbour(const std::vector<std::string>&) {
         if (line == "pid") {
             std::cout << (is_alone ? ::getpid() : -1) << std::endl;
         } else if (line.compare(0, 6, "serve ") == 0) {
-            participant = std::make_unique<Participant>(on_wire(line.substr(6), "-"));
+            const std::size_t blank = line.find(' ', 6);
+            participant = std::make_unique<Participant>(on_wire(line.substr(6, blank - 6), "-", line.substr(blank + 1)));
             service = std::make_unique<Oracle>(ReplierParams(*participant).service_name("Wire"), [](const Question& question) {
-                return Answer{question.number, question.of, std::string(3000, 'x')};
+                return Answer{question.number, question.of, std::string(question.of == "large" ? LARGE : SMALL, 'x')};
             });
             std::cout << "ok" << std::endl;
         } else if (line == "leave") {
@@ -91,35 +96,38 @@ std::string call_over_wire(const std::string& how) {
             return "no wire";
         }
     }
-    if (how == "narrow" &&
-        !(run("tc qdisc add dev norvane0 " + NARROW) && other.ask("tc qdisc add dev norvane1 " + NARROW) == "ok")) {
+    const bool is_large = how == "large";
+    const bool is_narrow = is_large || how == "narrow";
+    if (is_narrow && !(run("tc qdisc add dev norvane0 " + NARROW) && other.ask("tc qdisc add dev norvane1 " + NARROW) == "ok")) {
         return "no wire";
     }
     // It is enough that one of the two knows the other.
     const std::string peer = how == "routed" ? other_address : "-";
+    const std::string datagram = is_large ? "1472" : "";
     {
-        other.ask("serve " + other_address);
-        Participant participant(on_wire(own_address, peer));
+        other.ask("serve " + other_address + " " + datagram);
+        Participant participant(on_wire(own_address, peer, datagram));
         Asker asker(RequesterParams(participant).service_name("Wire"));
         std::vector<std::future<std::string>> callers;
         for (int number = 0; number < CALLERS; ++number) {
-            callers.push_back(
-                std::async(std::launch::async, [&asker, number] { return ask_all(asker, std::to_string(number), CALLS); }));
+            callers.push_back(std::async(std::launch::async, [&asker, number, is_large] {
+                return is_large ? ask_all(asker, "large", LARGE_CALLS) : ask_all(asker, std::to_string(number), CALLS);
+            }));
         }
         for (auto& caller : callers) {
             const std::string one = caller.get();
             outcome = one == "ok" ? outcome : one;
         }
         const RequesterStatistics statistics = asker.stats();
-        if (outcome == "ok" && statistics.received != CALLERS * CALLS) {
+        if (outcome == "ok" && statistics.received != CALLERS * (is_large ? LARGE_CALLS : CALLS)) {
             outcome = std::to_string(statistics.received) + " replies";
         }
     }
-    if (how == "narrow" && outcome == "ok" && other.ask("tc -s qdisc show dev norvane1 | grep -q 'dropped [1-9]'") != "ok") {
+    if (is_narrow && outcome == "ok" && other.ask("tc -s qdisc show dev norvane1 | grep -q 'dropped [1-9]'") != "ok") {
         outcome = "the wire has dropped nothing";
     }
     if (how == "cut" && outcome == "ok") {
-        Participant participant(on_wire(own_address, "-"));
+        Participant participant(on_wire(own_address, "-", datagram));
         Asker asker(RequesterParams(participant).service_name("Wire"));
         outcome = ask_all(asker, how, 1);
         if (!run("ip link set norvane0 down")) {
@@ -151,7 +159,7 @@ int house(const std::vector<std::string>&) {
 const bool KNOWN = roles().insert({"house", house}).second && roles().insert({"neighbour", neighbour}).second;
 
 class TwoHosts : public ::testing::TestWithParam<std::string> {};
-INSTANTIATE_TEST_SUITE_P(With, TwoHosts, ::testing::Values("multicast", "routed", "narrow", "cut"), [](const auto& test) {
+INSTANTIATE_TEST_SUITE_P(With, TwoHosts, ::testing::Values("multicast", "routed", "narrow", "large", "cut"), [](const auto& test) {
     std::string name = test.param;
     std::replace(name.begin(), name.end(), ' ', '_');
     return name;
