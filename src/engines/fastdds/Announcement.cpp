@@ -143,10 +143,6 @@ bool read_fields(const std::uint8_t* place, std::size_t length, Discovered& endp
     return true;
 }
 
-}  // namespace
-
-namespace {
-
 void write_fields(FieldWriter& writer, const mw::EndpointInfo& info) {
     writer.guid(VIRTUAL_GUID, info.guid);
     std::uint8_t hash[8];

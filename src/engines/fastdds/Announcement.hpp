@@ -54,7 +54,7 @@ inline bool are_of_one_type(const mw::EndpointInfo& left, const mw::EndpointInfo
 /// @throws std::bad_alloc
 std::vector<std::uint8_t> announce_reader(const mw::EndpointInfo& info, Routing routing,
                                           const DDS_GUID_t& route = DDS_GUID_UNKNOWN);
-/// @param answers  the reader that gets the answers, if it is a part of a shared one; else null.
+/// As above. @param answers  the reader that gets the answers, if it is a part of a shared one; else null.
 std::vector<std::uint8_t> announce_writer(const mw::EndpointInfo& info, const mw::EndpointInfo* answers);
 
 /// Takes announced user data apart. Octets that are not ours, or are damaged, are the application's, and the endpoint is plain.

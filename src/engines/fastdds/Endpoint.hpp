@@ -4,7 +4,7 @@
 //
 // 1. Announcements run on the participant's dispatcher, with no lock held: they run user code, which may write, create and close.
 // 2. Once `wait_until_quiet` has returned, no announcement runs, and none begins.
-// 3. Once `wait_until_unused` has returned, no call into Fast DDS on behalf of this endpoint runs, and none begins.
+// 3. Once the gate of calls is shut and empty, no call into Fast DDS on behalf of this endpoint runs, and none begins.
 #ifndef NORVANE_ENGINES_FASTDDS_ENDPOINT_HPP
 #define NORVANE_ENGINES_FASTDDS_ENDPOINT_HPP
 

@@ -472,7 +472,7 @@ void Writer::choose_sending_locked() noexcept {
     _writer->set_separate_sending((_matches.size() > 1 && (!_routes.empty() || !_shared.empty())) || _stuck);
 }
 
-// Looks whether what is on the way arrives.
+// Looks whether what is on the way arrives. From one look to the next it has at least SWEEP_NS.
 void Writer::look_at_progress_locked() noexcept {
     const bool all_arrived = on_the_way_locked() == 0;
     const bool stands_still = !all_arrived && _acknowledged == _acknowledged_before;

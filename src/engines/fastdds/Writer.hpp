@@ -130,7 +130,7 @@ private:
     const DDS_Long _filter_limit;
     std::unique_ptr<rtps::WriterHistory> _history;
     rtps::WriterTimes _times;     // as the QoS has them
-    std::int64_t _period_ns = 0;  // of heartbeats; 0: as the QoS has it
+    std::int64_t _period_ns = 0;  // of heartbeats; 0 until the RTPS writer is made
     std::int64_t _sweep_ns;       // from one look of the worker to the next, while anything is on the way
     rtps::RTPSWriter* _writer = nullptr;
     bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
@@ -149,7 +149,7 @@ private:
     std::int64_t _acknowledged = 0;         // up to here everybody has it
     std::int64_t _acknowledged_before = 0;  // when the worker looked last
     bool _leaves_gap = false;               // the last sample was for nobody
-    bool _stuck = false;                    // nothing got through since then
+    bool _stuck = false;                    // nothing had got through since; until all has
     std::deque<std::uint32_t> _octets_of;   // of the samples on the way
     std::int64_t _octets = 0;               // their sum
     std::deque<HeldAnswer> _held;
