@@ -7,6 +7,7 @@
 #include <new>
 #include <optional>
 
+#include "middleware/DeferringEngines.hpp"
 #include "middleware/Log.hpp"
 #include "middleware/QosValidation.hpp"
 #include "norvane/dds/TypeSupport.hpp"
@@ -349,6 +350,9 @@ DDS_ReturnCode_t DataReaderEntity<Interface>::read_or_take_w_condition_untyped(
     const DDS_ReturnCode_t code =
         _store.read_or_take(received_data, data_count, info_seq, max_samples, *own, take != DDS_BOOLEAN_FALSE);
     *is_loan = code == DDS_RETCODE_OK ? DDS_BOOLEAN_TRUE : DDS_BOOLEAN_FALSE;
+    if (code != DDS_RETCODE_OK) {
+        DeferringEngines::send_deferred();
+    }
     return code;
 }
 
@@ -500,6 +504,8 @@ private:
         const DDS_ReturnCode_t code = store().read_or_take(&data, &count, info_seq, max_samples, sample_states, take);
         if (code == DDS_RETCODE_OK) {
             received_data.loan_discontiguous(reinterpret_cast<char***>(data), count, count);
+        } else {
+            DeferringEngines::send_deferred();
         }
         return code;
     }

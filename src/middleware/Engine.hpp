@@ -26,7 +26,7 @@ namespace norvane {
 namespace mw {
 
 /// Changes with every change of this file. An engine module of another number is refused by name.
-constexpr std::uint32_t ENGINE_ABI = 2;
+constexpr std::uint32_t ENGINE_ABI = 3;
 
 // ---- samples ----------------------------------------------------------------------------------------------------
 
@@ -251,6 +251,11 @@ public:
     virtual const char* name() const noexcept = 0;
     /// Whether samples leave the process, so that types must be encodable.
     virtual bool leaves_process() const noexcept = 0;
+    /// Whether a sample that is written may stay here while its thread goes on writing, so that several leave together. Threads then call
+    /// `send_deferred` before they wait, and when they look for samples and find none.
+    virtual bool defers() const noexcept { return false; }
+    /// Has what the calling thread wrote leave now.
+    virtual void send_deferred() noexcept {}
     virtual std::unique_ptr<DomainPort> join(const DomainSettings& settings, DDS_ReturnCode_t& code, std::string& failure) = 0;
 
 protected:

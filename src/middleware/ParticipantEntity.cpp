@@ -5,6 +5,7 @@
 #include <new>
 #include <vector>
 
+#include "middleware/DeferringEngines.hpp"
 #include "middleware/Log.hpp"
 #include "middleware/PublisherEntity.hpp"
 #include "middleware/QosValidation.hpp"
@@ -111,6 +112,7 @@ bool ParticipantEntity::prepare(const DDS_DomainParticipantQos& qos) {
                   [&] { return "domain " + std::to_string(_domain_id) + ", engine \"" + _engine.name() + "\": " + failure; });
         return false;
     }
+    DeferringEngines::add(_engine);
     _own_publisher = std::make_unique<PublisherEntity>(*this, DDS_PublisherQos());
     _own_subscriber = std::make_unique<SubscriberEntity>(*this, DDS_SubscriberQos());
     return true;

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <new>
 
+#include "middleware/DeferringEngines.hpp"
 #include "middleware/Log.hpp"
 #include "platform/Clock.hpp"
 
@@ -223,6 +224,7 @@ DDS_ReturnCode_t WaitSetCore::wait_alone(DDSConditionSeq& active, const DDS_Dura
                 break;
         }
         if (time_is_up) {
+            DeferringEngines::send_deferred();
             return DDS_RETCODE_TIMEOUT;
         }
         if (!deadline_known) {
@@ -231,6 +233,7 @@ DDS_ReturnCode_t WaitSetCore::wait_alone(DDSConditionSeq& active, const DDS_Dura
         }
         if (!has_spun) {
             has_spun = true;
+            DeferringEngines::send_deferred();
             if (spin(seen)) {
                 continue;
             }

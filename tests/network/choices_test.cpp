@@ -102,6 +102,7 @@ TEST_P(Choices, a_property_that_is_not_understood_is_refused_by_name) {
         {"norvane.fastdds.lease_ms", "0"},
         {"norvane.fastdds.datagram", "1000"},
         {"norvane.fastdds.datagram", "65501"},
+        {"norvane.fastdds.batching", "1"},
         {"norvane.fastdds.window", "-1"},
         {"norvane.fastdds.window", "10x"},
         {"norvane.fastdds.writer_filters", "maybe"},

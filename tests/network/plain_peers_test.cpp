@@ -169,7 +169,18 @@ TEST_P(PlainPeers, a_plain_replier_answers_each_of_our_requesters) {
             EXPECT_EQ(text + "!", each->call(text, std::chrono::seconds(5)));
         }
     }
-    EXPECT_TRUE(eventually([&] { return std::stoi(server.ask("answered")) >= 102; }));  // counted after the answer is written
+    // Those of one thread, right after one another, share datagrams.
+    constexpr int AT_ONCE = 300;
+    for (int number = 0; number < AT_ONCE; ++number) {
+        plain.send_request(std::to_string(number));
+    }
+    for (int number = 0; number < AT_ONCE; ++number) {
+        const auto answer = plain.receive_reply(std::chrono::seconds(5));
+        ASSERT_TRUE(answer.has_value());
+        EXPECT_EQ(std::to_string(number) + "!", answer->data());
+    }
+    EXPECT_TRUE(
+        eventually([&] { return std::stoi(server.ask("answered")) >= 102 + AT_ONCE; }));  // counted after the answer is written
 }
 
 TEST_P(PlainPeers, a_plain_requester_gets_its_answers_from_our_replier) {
@@ -200,6 +211,14 @@ TEST_P(PlainPeers, a_plain_requester_gets_its_answers_from_our_replier) {
         ASSERT_TRUE(next(*replies, reply, info)) << number;
         EXPECT_EQ(text + "!", reply);
         EXPECT_EQ(params.sample_identity(), info.related_sample_identity);
+    }
+    for (int number = 0; number < 300; ++number) {
+        std::string text = std::to_string(number);
+        ASSERT_TRUE(requests->write(&text));
+    }
+    for (int number = 0; number < 300; ++number) {
+        ASSERT_TRUE(next(*replies, reply, info)) << number;
+        EXPECT_EQ(std::to_string(number) + "!", reply);
     }
 }
 

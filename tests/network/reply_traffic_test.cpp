@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a reply costs on the wire, however many requesters there are: octets on the loopback of a network namespace in which there is nothing else.
+// What calls cost on the wire: octets and packets on the loopback of a network namespace in which there is nothing else.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,16 +23,18 @@ constexpr int DOMAIN = 7;
 constexpr int REPLIES = 1000;
 constexpr std::size_t REPLY_SIZE = 2000;
 
-ParticipantParams wired(const std::string& writer_filters) {
-    return on_loopback(DOMAIN)
-        .property("norvane.fastdds.transports", "udp")
-        .property("norvane.fastdds.writer_filters", writer_filters);
+// A property, and the size of replies.
+typedef std::vector<std::string> Wiring;
+
+ParticipantParams wired(const Wiring& wiring) {
+    return on_loopback(DOMAIN).property("norvane.fastdds.transports", "udp").property("norvane.fastdds." + wiring[0], wiring[1]);
 }
 
 int talkative_oracle(const std::vector<std::string>& arguments) {
-    Participant participant(wired(arguments[0]));
-    Oracle service(ReplierParams(participant).service_name("Traffic"), [](const Question& question) {
-        return Answer{question.number, question.of, std::string(REPLY_SIZE, 'x')};
+    Participant participant(wired(arguments));
+    const std::size_t size = static_cast<std::size_t>(std::stoi(arguments[2]));
+    Oracle service(ReplierParams(participant).service_name("Traffic"), [size](const Question& question) {
+        return Answer{question.number, question.of, std::string(size, 'x')};
     });
     std::cout << "ready" << std::endl;
     for (std::string line; std::getline(std::cin, line);) {
@@ -39,37 +42,62 @@ int talkative_oracle(const std::vector<std::string>& arguments) {
     return 0;
 }
 
-// A line: how many calls to make.
+// All at once, then the answers.
+std::string ask_together(Asker& asker, int count) {
+    for (std::int32_t number = 1; number <= count; ++number) {
+        asker.send_request({number, "me"});
+    }
+    for (std::int32_t expected = 1; expected <= count;) {
+        if (!asker.wait_for_replies(ANSWER_TIME)) {
+            return "no answer to question " + std::to_string(expected);
+        }
+        for (const auto& answer : asker.take_replies()) {
+            if (answer.data().number != expected++) {
+                return "question " + std::to_string(expected - 1) + " got answer " + std::to_string(answer.data().number);
+            }
+        }
+    }
+    return "ok";
+}
+
+// A line: how many calls to make, one after another; if negative, at once.
 int counted_asker(const std::vector<std::string>& arguments) {
-    Participant participant(wired(arguments[0]));
+    Participant participant(wired(arguments));
     Asker requester(RequesterParams(participant).service_name("Traffic"));
     std::cout << "ready" << std::endl;
     for (std::string line; std::getline(std::cin, line);) {
-        std::cout << ask_all(requester, std::to_string(::getpid()), std::stoi(line)) << std::endl;
+        const int count = std::stoi(line);
+        std::cout << (count < 0 ? ask_together(requester, -count) : ask_all(requester, std::to_string(::getpid()), count))
+                  << std::endl;
     }
     return 0;
 }
 
-// Octets that the loopback has carried.
-long carried() {
+struct Carried {
+    long octets = -1;
+    long packets = -1;
+};
+
+// By the loopback so far.
+Carried carried() {
     std::ifstream devices("/proc/self/net/dev");
+    Carried all;
     for (std::string word; devices >> word;) {
         if (word == "lo:") {
-            long octets = -1;
-            devices >> octets;
-            return octets;
+            devices >> all.octets >> all.packets;
+            break;
         }
     }
-    return -1;
+    return all;
 }
 
-// @return octets per reply, all that goes with it included; else what went wrong.
-std::string measure(int requesters, const std::string& writer_filters) {
-    PeerProcess service("talkative_oracle", {writer_filters});
+// @return octets and packets per reply, all that goes with it included; else what went wrong.
+std::string measure(int requesters, bool together, const Wiring& wiring) {
+    PeerProcess service("talkative_oracle", wiring);
     std::vector<std::unique_ptr<PeerProcess>> askers;
     std::string outcome = "ok";
     for (int number = 0; number < requesters; ++number) {
-        askers.push_back(std::make_unique<PeerProcess>("counted_asker", std::vector<std::string>{writer_filters}));
+        askers.push_back(std::make_unique<PeerProcess>("counted_asker", wiring));
     }
     const auto each_asks = [&](int calls) {
         for (const auto& asker : askers) {
@@ -79,22 +107,28 @@ std::string measure(int requesters, const std::string& writer_filters) {
     };
     // Until all of them have found each other.
     each_asks(5);
-    const long before = carried();
-    each_asks(REPLIES / requesters);
-    const long after = carried();
+    const Carried before = carried();
+    each_asks((together ? -1 : 1) * REPLIES / requesters);
+    const Carried after = carried();
     while (!askers.empty()) {
         askers.pop_back();  // the last one first: it holds the others' pipes open
     }
-    return outcome == "ok" ? std::to_string((after - before) / REPLIES) : outcome;
+    return outcome == "ok" ? std::to_string((after.octets - before.octets) / REPLIES) + " " +
+                                 std::to_string(static_cast<double>(after.packets - before.packets) / REPLIES)
+                           : outcome;
 }
 
-// A line: how many requesters, and whether the writer filters.
+// A line: how many requesters, "in_turn" or "together", a property, its value, and the size of replies.
 int meter(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
     std::cout << "ready" << std::endl;
     for (std::string line; std::getline(std::cin, line);) {
-        const std::size_t blank = line.find(' ');
-        std::cout << (is_alone ? measure(std::stoi(line.substr(0, blank)), line.substr(blank + 1)) : "no namespace") << std::endl;
+        std::istringstream words(line);
+        int requesters = 0;
+        std::string order;
+        Wiring wiring(3);
+        words >> requesters >> order >> wiring[0] >> wiring[1] >> wiring[2];
+        std::cout << (is_alone ? measure(requesters, order == "together", wiring) : "no namespace") << std::endl;
     }
     return 0;
 }
@@ -102,21 +136,29 @@ int meter(const std::vector<std::string>&) {
 const bool KNOWN = roles().insert({"meter", meter}).second && roles().insert({"talkative_oracle", talkative_oracle}).second &&
                    roles().insert({"counted_asker", counted_asker}).second;
 
-long to_octets(const std::string& text) {
-    EXPECT_EQ(std::string::npos, text.find_first_not_of("0123456789")) << text;
-    return std::atol(text.c_str());
+struct PerReply {
+    long octets = 0;
+    double packets = 0;
+};
+
+PerReply to_figures(const std::string& text) {
+    EXPECT_EQ(std::string::npos, text.find_first_not_of("0123456789. ")) << text;
+    PerReply figures;
+    std::istringstream(text) >> figures.octets >> figures.packets;
+    return figures;
 }
 
 TEST(ReplyTraffic, does_not_grow_with_the_number_of_requesters) {
     ASSERT_TRUE(KNOWN);
     PeerProcess wire("meter", {});
-    const std::string first = wire.ask("1 on");
+    const std::string size = " " + std::to_string(REPLY_SIZE);
+    const std::string first = wire.ask("1 in_turn writer_filters on" + size);
     if (first == "no namespace") {
         GTEST_SKIP() << "this machine gives its users no network namespace (unshare)";
     }
-    const long of_one = to_octets(first);
-    const long of_ten = to_octets(wire.ask("10 on"));
-    const long of_ten_unfiltered = to_octets(wire.ask("10 off"));
+    const long of_one = to_figures(first).octets;
+    const long of_ten = to_figures(wire.ask("10 in_turn writer_filters on" + size)).octets;
+    const long of_ten_unfiltered = to_figures(wire.ask("10 in_turn writer_filters off" + size)).octets;
     EXPECT_LE(static_cast<long>(REPLY_SIZE), of_one);
     EXPECT_GE(2 * static_cast<long>(REPLY_SIZE), of_one);
     // Nobody gets a copy of what is for somebody else. (What comes on top, heartbeats and their answers, goes by the clock.)
@@ -125,6 +167,19 @@ TEST(ReplyTraffic, does_not_grow_with_the_number_of_requesters) {
     EXPECT_LE(5 * of_one, of_ten_unfiltered);
     std::cout << "octets per reply of " << REPLY_SIZE << ": " << of_one << " with 1 requester, " << of_ten << " with 10; "
               << of_ten_unfiltered << " when the writer does not filter\n";
+}
+
+TEST(ReplyTraffic, of_many_calls_in_flight_shares_datagrams) {
+    PeerProcess wire("meter", {});
+    const std::string first = wire.ask("1 together batching on 10");
+    if (first == "no namespace") {
+        GTEST_SKIP() << "this machine gives its users no network namespace (unshare)";
+    }
+    const double together = to_figures(first).packets;
+    const double each_alone = to_figures(wire.ask("1 together batching off 10")).packets;
+    EXPECT_LE(2, each_alone);
+    EXPECT_LE(2 * together, each_alone);
+    std::cout << "packets per call: " << together << "; " << each_alone << " without batching\n";
 }
 
 }  // namespace

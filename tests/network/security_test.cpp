@@ -209,6 +209,7 @@ protected:
 // Three on one domain, with one service name: two authorities who give their people the same names, and those who have nothing to show.
 TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else) {
     constexpr int CALLS = 10;
+    constexpr int AT_ONCE = 100;
     const int domain = domain_of_test();
     const std::vector<std::string> parties = {authority("one"), authority("another"), OPEN};
     std::vector<std::unique_ptr<PeerProcess>> services;
@@ -230,13 +231,22 @@ TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else
             EXPECT_EQ(text.size(), answer.of.size());
             EXPECT_EQ(parties[place], answer.text) << "an answer of another party";
         }
+        // What is right after one another shares datagrams where it is not encrypted.
+        for (std::int32_t number = 0; number < AT_ONCE; ++number) {
+            askers[place]->send_request({number, "x"});
+        }
+        for (std::int32_t number = 0; number < AT_ONCE; ++number) {
+            const auto answer = askers[place]->receive_reply(ANSWER_TIME);
+            ASSERT_TRUE(answer.has_value());
+            EXPECT_EQ(number, answer->data().number);
+        }
     }
     // All have been found by their own, so that nobody is waiting for a first announcement any more.
     EXPECT_FALSE(eventually(
         [&] { return std::any_of(askers.begin(), askers.end(), [](const auto& asker) { return asker->matched_repliers() != 1; }); },
         std::chrono::milliseconds(1000)));
     for (const auto& service : services) {
-        EXPECT_TRUE(eventually([&] { return service->ask("how many") == std::to_string(CALLS); }));
+        EXPECT_TRUE(eventually([&] { return service->ask("how many") == std::to_string(CALLS + AT_ONCE); }));
     }
 }
 

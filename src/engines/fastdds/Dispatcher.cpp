@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "engines/fastdds/Endpoint.hpp"
+#include "engines/fastdds/Outbox.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -123,6 +124,7 @@ void Dispatcher::run_announcer() noexcept {
         }
         lock.unlock();
         endpoint->announce();
+        Outbox::send_deferred();  // what listeners wrote
         endpoint.reset();
         lock.lock();
     }

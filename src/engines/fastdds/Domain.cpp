@@ -46,6 +46,9 @@ void Domain::leave() noexcept {
         _dispatcher->stop();
     }
     _event_thread_probe.reset();
+    if (_outbox) {
+        _outbox->close();  // the sockets that it knows go with the participant
+    }
     if (_participant != nullptr) {
         const std::lock_guard<std::mutex> lock(endpoints_mutex());
         rtps::RTPSDomain::removeRTPSParticipant(_participant);

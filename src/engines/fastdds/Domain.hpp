@@ -14,6 +14,7 @@
 #include <thread>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include <fastdds/rtps/attributes/RTPSParticipantAttributes.h>
@@ -24,6 +25,7 @@
 #include "engines/fastdds/Announcement.hpp"
 #include "engines/fastdds/Dispatcher.hpp"
 #include "engines/fastdds/Endpoint.hpp"
+#include "engines/fastdds/Outbox.hpp"
 #include "engines/fastdds/ReplyReaders.hpp"
 
 namespace norvane {
@@ -32,7 +34,9 @@ namespace fastdds {
 class Domain : private rtps::RTPSParticipantListener {
 public:
     /// @param window  samples that a writer without a bound of its own has on the way at most.
-    Domain(std::int64_t window, bool writer_filters) noexcept : _window(window), _writer_filters(writer_filters) {}
+    /// @param outbox  through which its participant sends; null when there is none.
+    Domain(std::int64_t window, bool writer_filters, std::shared_ptr<Outbox> outbox) noexcept
+        : _window(window), _writer_filters(writer_filters), _outbox(std::move(outbox)) {}
     ~Domain() override;
 
     /// Joins. @return false when Fast DDS refuses.
@@ -53,6 +57,8 @@ public:
     std::int64_t requester_count() const noexcept { return _requester_count.load(std::memory_order_relaxed); }
     std::int64_t window() const noexcept { return _window; }
     bool writer_filters() const noexcept { return _writer_filters; }
+    /// @return null when what is sent never waits.
+    Outbox* outbox() const noexcept { return _outbox.get(); }
     DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }
 
     /// Reserves a virtual GUID. @return false when an endpoint has it, as far as is known.
@@ -94,6 +100,7 @@ private:
 
     const std::int64_t _window;
     const bool _writer_filters;
+    const std::shared_ptr<Outbox> _outbox;
     std::unique_ptr<Dispatcher> _dispatcher;
     rtps::RTPSParticipant* _participant = nullptr;
     std::unique_ptr<rtps::TimedEvent> _event_thread_probe;

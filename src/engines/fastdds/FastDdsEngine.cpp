@@ -111,6 +111,8 @@ class FastDdsEngine : public mw::Engine {
 public:
     const char* name() const noexcept override { return "fastdds"; }
     bool leaves_process() const noexcept override { return true; }
+    bool defers() const noexcept override { return true; }
+    void send_deferred() noexcept override { Outbox::send_deferred(); }
 
     std::unique_ptr<mw::DomainPort> join(const mw::DomainSettings& settings, DDS_ReturnCode_t& code,
                                          std::string& failure) override {
@@ -120,7 +122,7 @@ public:
             if (!choose(*settings.qos, choice, failure)) {
                 return nullptr;
             }
-            auto domain = std::make_shared<Domain>(choice.window, choice.writer_filters);
+            auto domain = std::make_shared<Domain>(choice.window, choice.writer_filters, choice.outbox);
             code = DDS_RETCODE_ERROR;
             if (!domain->join(static_cast<std::uint32_t>(settings.domain_id), choice.attributes)) {
                 failure = "Fast DDS makes no participant";

@@ -184,6 +184,7 @@ void Writer::close() noexcept {
         while (_history->remove_min_change()) {
         }
     }
+    send_deferred();
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     rtps::RTPSDomain::removeRTPSWriter(_writer);
 }
@@ -214,6 +215,7 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     if (!call.may_run()) {
         return DDS_RETCODE_ALREADY_DELETED;
     }
+    const Outbox::Writing writing(_domain->outbox());
     rtps::CacheChange_t* change = nullptr;
     DDS_ReturnCode_t code = DDS_RETCODE_OUT_OF_RESOURCES;
     try {
@@ -464,6 +466,13 @@ void Writer::ask_for_acknowledgments() noexcept {
     }
 }
 
+// What any thread wrote.
+void Writer::send_deferred() noexcept {
+    if (_domain->outbox() != nullptr) {
+        _domain->outbox()->flush();
+    }
+}
+
 void Writer::choose_sending_locked() noexcept {
     // Readers that each get a few samples of many see gaps. Sent one by one, a sample brings its own heartbeat, which closes the gap before it: else
     // the sample would wait for the next one. A single reader sees none, and is spared the acknowledgement of each sample.
@@ -537,6 +546,7 @@ DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait
 }
 
 void Writer::sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept {
+    send_deferred();
     _sleepers.fetch_add(1);
     platform::wait_on(_changes, seen, std::min(deadline_ns, platform::monotonic_ns() + LOOK_AGAIN_NS));
     _sleepers.fetch_sub(1);

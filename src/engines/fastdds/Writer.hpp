@@ -105,6 +105,7 @@ private:
     bool is_acknowledged_locked(std::int64_t number) noexcept;
     bool is_all_acknowledged_locked() noexcept;
     void ask_for_acknowledgments() noexcept;
+    void send_deferred() noexcept;
     void pace_sending_locked() noexcept;
     void choose_sending_locked() noexcept;
     void look_at_progress_locked() noexcept;

@@ -18,6 +18,8 @@
 #include <fastrtps/utils/IPLocator.h>
 #include <fastrtps/xmlparser/XMLProfileManager.h>
 
+#include "engines/fastdds/BatchingTransport.hpp"
+
 namespace norvane {
 namespace fastdds {
 
@@ -27,6 +29,8 @@ namespace transport = eprosima::fastdds::rtps;
 using eprosima::fastrtps::Duration_t;
 
 constexpr const char* OWN_PREFIX = "norvane.";
+// Octets of small messages in one datagram: what an Ethernet frame carries.
+constexpr std::size_t BATCH = 1472;
 
 // As many as there are, with the room around them cut off.
 std::vector<std::string> split(const std::string& text) {
@@ -92,9 +96,11 @@ struct Transports {
     bool shared_memory = false;
     std::vector<std::string> interfaces;
     std::uint32_t datagram = 0;  // octets at most; 0: as Fast DDS has it
+    bool batching = true;
 };
 
-void add_transports(const Transports& transports, rtps::RTPSParticipantAttributes& attributes) {
+void add_transports(const Transports& transports, ParticipantChoice& choice) {
+    rtps::RTPSParticipantAttributes& attributes = choice.attributes;
     if (!transports.chosen) {
         return;
     }
@@ -108,7 +114,12 @@ void add_transports(const Transports& transports, rtps::RTPSParticipantAttribute
         if (transports.datagram != 0) {
             udp->maxMessageSize = transports.datagram;
         }
-        attributes.userTransports.push_back(udp);
+        if (transports.batching) {
+            choice.outbox = std::make_shared<Outbox>(BATCH);
+            attributes.userTransports.push_back(make_batching_transport(udp, choice.outbox));
+        } else {
+            attributes.userTransports.push_back(udp);
+        }
     }
 }
 
@@ -152,6 +163,11 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
     if (name == "norvane.fastdds.datagram" && to_number(value, 1024, 65500, number)) {
         transports.chosen = true;
         transports.datagram = static_cast<std::uint32_t>(number);
+        return true;
+    }
+    if (name == "norvane.fastdds.batching" && (value == "on" || value == "off")) {
+        transports.chosen = true;
+        transports.batching = value == "on";
         return true;
     }
     if (name == "norvane.fastdds.initial_peers") {
@@ -259,7 +275,7 @@ bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std:
             return false;
         }
     }
-    add_transports(transports, attributes);
+    add_transports(transports, choice);
     pass_on(qos.property, attributes.properties.properties());
     if (lacks_security(attributes.properties)) {
         failure = "property dds.sec.auth.plugin is missing: other properties ask for security, and without it there would be none";
