@@ -3,29 +3,18 @@
 
 #include <cstring>
 
+#include "engines/fastdds/Submessage.hpp"
+
 namespace norvane {
 namespace fastdds {
 
 namespace {
 
-constexpr std::size_t HEADER = 20;
-constexpr std::size_t SUBMESSAGE_HEADER = 4;
-constexpr std::uint8_t LITTLE_ENDIAN_FLAG = 0x01;
+constexpr std::size_t HEADER = Submessage::MESSAGE_HEADER;
 constexpr std::uint8_t NO_TIME_FLAG = 0x02;
 
-enum SubmessageKind : std::uint8_t {
-    PAD = 0x01,
-    INFO_TS = 0x09,
-    INFO_SRC = 0x0c,
-    INFO_REPLY_IP4 = 0x0d,
-    INFO_DST = 0x0e,
-    INFO_REPLY = 0x0f,
-    SRTPS_PREFIX = 0x33,
-    FIRST_OF_VENDORS = 0x80
-};
-
 // Says that what follows has no time of its own.
-constexpr std::uint8_t NO_TIME[] = {INFO_TS, LITTLE_ENDIAN_FLAG | NO_TIME_FLAG, 0, 0};
+constexpr std::uint8_t NO_TIME[] = {Submessage::INFO_TS, Submessage::LITTLE_ENDIAN_FLAG | NO_TIME_FLAG, 0, 0};
 
 // What a message says of itself.
 struct Shape {
@@ -39,38 +28,41 @@ struct Shape {
 
 Shape examine(const std::uint8_t* message, std::size_t length) noexcept {
     Shape shape;
-    if (length <= HEADER || std::memcmp(message, "RTPS", 4) != 0) {
+    if (!Submessage::begin_a_message(message, length)) {
         return shape;
     }
     bool in_prelude = true;
     bool is_at_end = false;
     std::size_t place = HEADER;
-    while (place + SUBMESSAGE_HEADER <= length) {
-        if (is_at_end) {
+    for (Submessage each; place != length;) {
+        if (is_at_end || !each.read(message, length, place) || each.lasts_to_the_end || each.length % 4 != 0) {
             return shape;
         }
-        const std::uint8_t* const submessage = message + place;
-        const std::uint8_t kind = submessage[0];
-        const std::size_t rest =
-            (submessage[1] & LITTLE_ENDIAN_FLAG) != 0 ? submessage[2] + 256U * submessage[3] : submessage[3] + 256U * submessage[2];
-        const bool has_end = rest != 0 || kind == PAD || kind == INFO_TS;
-        if (!has_end || rest % 4 != 0 || kind == SRTPS_PREFIX || kind == INFO_SRC || kind == INFO_REPLY || kind == INFO_REPLY_IP4) {
-            return shape;
+        switch (each.kind) {
+            case Submessage::SRTPS_PREFIX:
+            case Submessage::INFO_SRC:
+            case Submessage::INFO_REPLY:
+            case Submessage::INFO_REPLY_IP4:
+                return shape;
+            case Submessage::INFO_DST:
+                shape.names_destination = true;
+                shape.names_destination_first = shape.names_destination_first || in_prelude;
+                break;
+            case Submessage::INFO_TS:
+                shape.has_time = true;
+                shape.has_time_first = shape.has_time_first || in_prelude;
+                break;
+            case Submessage::PAD:
+                break;
+            default:
+                in_prelude = false;
         }
-        if (kind == INFO_DST) {
-            shape.names_destination = true;
-            shape.names_destination_first = shape.names_destination_first || in_prelude;
-        } else if (kind == INFO_TS) {
-            shape.has_time = true;
-            shape.has_time_first = shape.has_time_first || in_prelude;
-        } else if (kind != PAD) {
-            in_prelude = false;
-        }
-        is_at_end = kind >= FIRST_OF_VENDORS;
-        shape.end = is_at_end ? place : place + SUBMESSAGE_HEADER + rest;
-        place += SUBMESSAGE_HEADER + rest;
+        is_at_end = each.kind >= Submessage::FIRST_OF_VENDORS;
+        const std::size_t next = place + Submessage::HEADER + each.length;
+        shape.end = is_at_end ? place : next;
+        place = next;
     }
-    shape.can_be_joined = place == length;
+    shape.can_be_joined = true;
     return shape;
 }
 

@@ -37,6 +37,24 @@ mw::PeerEvent judge(const mw::EndpointInfo& writer, const mw::EndpointInfo& read
     return mw::judge(writer, reader, are_of_one_type(writer, reader));
 }
 
+// Those on which peers tell of their participants and endpoints.
+std::vector<std::uint32_t> discovery_ports(const rtps::RTPSParticipant& participant) {
+    const rtps::BuiltinAttributes& builtin = participant.getRTPSParticipantAttributes().builtin;
+    std::vector<std::uint32_t> ports;
+    for (const rtps::LocatorList_t* list : {&builtin.metatrafficUnicastLocatorList, &builtin.metatrafficMulticastLocatorList}) {
+        for (const rtps::Locator_t& place : *list) {
+            ports.push_back(place.port);
+        }
+    }
+    return ports;
+}
+
+// Of all participants of the process. Guarded by the mutex of all endpoints. Never destroyed, as that.
+std::vector<EventThread*>& event_threads() noexcept {
+    static std::vector<EventThread*>* const ALL = new std::vector<EventThread*>;
+    return *ALL;
+}
+
 }  // namespace
 
 Domain::~Domain() { leave(); }
@@ -45,12 +63,20 @@ void Domain::leave() noexcept {
     if (_dispatcher != nullptr) {
         _dispatcher->stop();
     }
-    _event_thread_probe.reset();
-    if (_outbox) {
-        _outbox->close();  // the sockets that it knows go with the participant
+    if (_boxes.outbox) {
+        _boxes.outbox->close();  // the sockets that it knows go with the participant
+    }
+    if (_boxes.inbox) {
+        _boxes.inbox->detach();
+    }
+    if (_event_thread != nullptr) {
+        const std::lock_guard<std::mutex> lock(endpoints_mutex());
+        std::vector<EventThread*>& all = event_threads();
+        all.erase(std::remove(all.begin(), all.end(), _event_thread.get()), all.end());
+        _event_thread->end();
     }
     if (_participant != nullptr) {
-        const std::lock_guard<std::mutex> lock(endpoints_mutex());
+        const Removal removal(*this);
         rtps::RTPSDomain::removeRTPSParticipant(_participant);
         _participant = nullptr;
         _dispatcher->stop();
@@ -63,14 +89,14 @@ bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes
     if (_participant == nullptr) {
         return false;
     }
-    _event_thread_probe = std::make_unique<rtps::TimedEvent>(
-        _participant->get_resource_event(),
-        [this] {
-            _event_thread.store(std::this_thread::get_id());
-            return false;
-        },
-        1.0);
-    _event_thread_probe->restart_timer();
+    _event_thread = std::make_unique<EventThread>(*_participant);
+    {
+        const std::lock_guard<std::mutex> lock(endpoints_mutex());
+        event_threads().push_back(_event_thread.get());
+    }
+    if (_boxes.inbox) {
+        _boxes.inbox->attach(*_event_thread, discovery_ports(*_participant));
+    }
     return true;
 }
 
@@ -78,6 +104,22 @@ std::mutex& Domain::endpoints_mutex() noexcept {
     // Never destroyed: participants of static life leave after main.
     static std::mutex* const MUTEX = new std::mutex;
     return *MUTEX;
+}
+
+Domain::Removal::Removal(const Domain& domain) noexcept : _lock(endpoints_mutex()), _domain(domain) {
+    for (EventThread* const each : event_threads()) {
+        if (each != _domain._event_thread.get()) {
+            each->pause();
+        }
+    }
+}
+
+Domain::Removal::~Removal() {
+    for (EventThread* const each : event_threads()) {
+        if (each != _domain._event_thread.get()) {
+            each->resume();
+        }
+    }
 }
 
 bool Domain::claim_guid(const DDS_GUID_t& guid) {

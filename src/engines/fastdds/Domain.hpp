@@ -11,7 +11,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -20,13 +19,13 @@
 #include <fastdds/rtps/attributes/RTPSParticipantAttributes.h>
 #include <fastdds/rtps/participant/RTPSParticipant.h>
 #include <fastdds/rtps/participant/RTPSParticipantListener.h>
-#include <fastdds/rtps/resources/TimedEvent.h>
 
 #include "engines/fastdds/Announcement.hpp"
 #include "engines/fastdds/Dispatcher.hpp"
 #include "engines/fastdds/Endpoint.hpp"
-#include "engines/fastdds/Outbox.hpp"
+#include "engines/fastdds/EventThread.hpp"
 #include "engines/fastdds/ReplyReaders.hpp"
+#include "engines/fastdds/UdpTransport.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -34,9 +33,9 @@ namespace fastdds {
 class Domain : private rtps::RTPSParticipantListener {
 public:
     /// @param window  samples that a writer without a bound of its own has on the way at most.
-    /// @param outbox  through which its participant sends; null when there is none.
-    Domain(std::int64_t window, bool writer_filters, std::shared_ptr<Outbox> outbox) noexcept
-        : _window(window), _writer_filters(writer_filters), _outbox(std::move(outbox)) {}
+    /// @param boxes   of its participant's transport.
+    Domain(std::int64_t window, bool writer_filters, Boxes boxes) noexcept
+        : _window(window), _writer_filters(writer_filters), _boxes(std::move(boxes)) {}
     ~Domain() override;
 
     /// Joins. @return false when Fast DDS refuses.
@@ -51,6 +50,20 @@ public:
     /// threads at once, it pairs endpoints that are being destroyed. Above all locks of Fast DDS; no callback takes it.
     static std::mutex& endpoints_mutex() noexcept;
 
+    /// Held instead while one is removed: participants of this process are told of that on the calling thread, so the timer threads of the others
+    /// stand still meanwhile (EventThread).
+    class Removal {
+    public:
+        explicit Removal(const Domain& domain) noexcept;
+        ~Removal();
+        Removal(const Removal&) = delete;
+        Removal& operator=(const Removal&) = delete;
+
+    private:
+        const std::lock_guard<std::mutex> _lock;
+        const Domain& _domain;
+    };
+
     rtps::RTPSParticipant& participant() const noexcept { return *_participant; }
     Dispatcher& dispatcher() noexcept { return *_dispatcher; }
     /// @return how many writers of this participant are those of requesters.
@@ -58,7 +71,7 @@ public:
     std::int64_t window() const noexcept { return _window; }
     bool writer_filters() const noexcept { return _writer_filters; }
     /// @return null when what is sent never waits.
-    Outbox* outbox() const noexcept { return _outbox.get(); }
+    Outbox* outbox() const noexcept { return _boxes.outbox.get(); }
     DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }
 
     /// Reserves a virtual GUID. @return false when an endpoint has it, as far as is known.
@@ -83,7 +96,7 @@ public:
     std::shared_ptr<Endpoint> find_own_writer(const DDS_GUID_t& guid) noexcept;
     /// @return how a peer has left of which Fast DDS tells on the calling thread that it is gone: one thread finds leases expired.
     mw::PeerEventKind kind_of_leaving() const noexcept {
-        return std::this_thread::get_id() == _event_thread.load() ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED;
+        return _event_thread->is_current() ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED;
     }
     /// @return the part of a shared reader that gets the answers to a writer of this participant; null when there is none.
     std::shared_ptr<Endpoint> find_share(const DDS_GUID_t& asking) noexcept;
@@ -100,11 +113,10 @@ private:
 
     const std::int64_t _window;
     const bool _writer_filters;
-    const std::shared_ptr<Outbox> _outbox;
+    const Boxes _boxes;
     std::unique_ptr<Dispatcher> _dispatcher;
     rtps::RTPSParticipant* _participant = nullptr;
-    std::unique_ptr<rtps::TimedEvent> _event_thread_probe;
-    std::atomic<std::thread::id> _event_thread{};
+    std::unique_ptr<EventThread> _event_thread;
 
     std::mutex _mutex;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _directory;

@@ -122,7 +122,7 @@ public:
             if (!choose(*settings.qos, choice, failure)) {
                 return nullptr;
             }
-            auto domain = std::make_shared<Domain>(choice.window, choice.writer_filters, choice.outbox);
+            auto domain = std::make_shared<Domain>(choice.window, choice.writer_filters, choice.boxes);
             code = DDS_RETCODE_ERROR;
             if (!domain->join(static_cast<std::uint32_t>(settings.domain_id), choice.attributes)) {
                 failure = "Fast DDS makes no participant";

@@ -122,7 +122,7 @@ void Reader::close() noexcept {
     _domain->remove(*this);
     _domain->give_back_guid(_info.guid);
     if (_reader != nullptr) {
-        const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+        const Domain::Removal removal(*_domain);
         rtps::RTPSDomain::removeRTPSReader(_reader);
     }
 }

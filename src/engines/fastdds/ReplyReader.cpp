@@ -39,7 +39,7 @@ ReplyReader::ReplyReader(const std::shared_ptr<Domain>& domain, const mw::Endpoi
 
 ReplyReader::~ReplyReader() {
     if (_reader != nullptr) {
-        const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+        const Domain::Removal removal(*_domain);
         rtps::RTPSDomain::removeRTPSReader(_reader);
     }
 }

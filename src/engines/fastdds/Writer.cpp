@@ -185,7 +185,7 @@ void Writer::close() noexcept {
         }
     }
     send_deferred();
-    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    const Domain::Removal removal(*_domain);
     rtps::RTPSDomain::removeRTPSWriter(_writer);
 }
 

@@ -18,7 +18,7 @@
 #include <fastrtps/utils/IPLocator.h>
 #include <fastrtps/xmlparser/XMLProfileManager.h>
 
-#include "engines/fastdds/BatchingTransport.hpp"
+#include "engines/fastdds/UdpTransport.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -114,12 +114,11 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         if (transports.datagram != 0) {
             udp->maxMessageSize = transports.datagram;
         }
+        choice.boxes.inbox = std::make_shared<Inbox>();
         if (transports.batching) {
-            choice.outbox = std::make_shared<Outbox>(BATCH);
-            attributes.userTransports.push_back(make_batching_transport(udp, choice.outbox));
-        } else {
-            attributes.userTransports.push_back(udp);
+            choice.boxes.outbox = std::make_shared<Outbox>(BATCH);
         }
+        attributes.userTransports.push_back(make_udp_transport(udp, choice.boxes));
     }
 }
 

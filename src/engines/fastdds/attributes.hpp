@@ -5,7 +5,6 @@
 #define NORVANE_ENGINES_FASTDDS_ATTRIBUTES_HPP
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include <fastdds/rtps/attributes/HistoryAttributes.h>
@@ -14,7 +13,7 @@
 #include <fastdds/rtps/attributes/WriterAttributes.h>
 #include <fastrtps/attributes/TopicAttributes.h>
 
-#include "engines/fastdds/Outbox.hpp"
+#include "engines/fastdds/UdpTransport.hpp"
 #include "engines/fastdds/identity.hpp"
 #include "norvane/dds/qos.hpp"
 
@@ -26,7 +25,7 @@ struct ParticipantChoice {
     rtps::RTPSParticipantAttributes attributes;
     std::int64_t window = 4096;  ///< Samples on the way at most, of a writer without a bound of its own.
     bool writer_filters = true;
-    std::shared_ptr<Outbox> outbox;  ///< Null: nothing waits.
+    Boxes boxes;  ///< Both null when Fast DDS's own transports are used.
 };
 
 /// @param failure  gets the reason, which names the property, when the result is false.

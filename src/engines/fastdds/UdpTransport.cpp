@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "engines/fastdds/BatchingTransport.hpp"
+#include "engines/fastdds/UdpTransport.hpp"
 
 #include <utility>
 
@@ -14,20 +14,23 @@ namespace {
 
 namespace transport = eprosima::fastdds::rtps;
 
-class BatchingTransport final : public transport::ChainingTransport {
+class UdpTransport final : public transport::ChainingTransport {
 public:
-    BatchingTransport(const transport::ChainingTransportDescriptor& below, std::shared_ptr<Outbox> outbox)
-        : ChainingTransport(below), _outbox(std::move(outbox)) {}
+    UdpTransport(const transport::ChainingTransportDescriptor& udp, Boxes boxes)
+        : ChainingTransport(udp), _boxes(std::move(boxes)) {}
 
     // As the one below has it after its start: only then are the sizes of its buffers known.
     transport::TransportDescriptorInterface* get_configuration() override { return low_level_transport_->get_configuration(); }
 
     bool send(rtps::SenderResource* sender, const rtps::octet* message, std::uint32_t length, transport::LocatorsIterator* places,
               transport::LocatorsIterator* end, const std::chrono::steady_clock::time_point& deadline) override {
+        if (!_boxes.outbox) {
+            return sender->send(message, length, places, end, deadline);
+        }
         bool sent = true;
         for (; *places != *end; ++*places) {
             if (IsLocatorSupported(**places)) {
-                sent = _outbox->send(*sender, message, length, **places, deadline) && sent;
+                sent = _boxes.outbox->send(*sender, message, length, **places, deadline) && sent;
             }
         }
         return sent;
@@ -35,29 +38,29 @@ public:
 
     void receive(transport::TransportReceiverInterface* next, const rtps::octet* message, std::uint32_t length,
                  const rtps::Locator_t& local, const rtps::Locator_t& remote) override {
-        next->OnDataReceived(message, length, local, remote);
+        _boxes.inbox->take_in(message, length, local.port, [&] { next->OnDataReceived(message, length, local, remote); });
     }
 
 private:
-    const std::shared_ptr<Outbox> _outbox;
+    const Boxes _boxes;
 };
 
-class BatchingTransportDescriptor final : public transport::ChainingTransportDescriptor {
+class UdpTransportDescriptor final : public transport::ChainingTransportDescriptor {
 public:
-    BatchingTransportDescriptor(std::shared_ptr<TransportDescriptorInterface> below, std::shared_ptr<Outbox> outbox)
-        : ChainingTransportDescriptor(std::move(below)), _outbox(std::move(outbox)) {}
+    UdpTransportDescriptor(std::shared_ptr<TransportDescriptorInterface> udp, Boxes boxes)
+        : ChainingTransportDescriptor(std::move(udp)), _boxes(std::move(boxes)) {}
 
-    transport::TransportInterface* create_transport() const override { return new BatchingTransport(*this, _outbox); }
+    transport::TransportInterface* create_transport() const override { return new UdpTransport(*this, _boxes); }
 
 private:
-    const std::shared_ptr<Outbox> _outbox;
+    const Boxes _boxes;
 };
 
 }  // namespace
 
-std::shared_ptr<transport::TransportDescriptorInterface> make_batching_transport(
-    std::shared_ptr<transport::TransportDescriptorInterface> below, std::shared_ptr<Outbox> outbox) {
-    return std::make_shared<BatchingTransportDescriptor>(std::move(below), std::move(outbox));
+std::shared_ptr<transport::TransportDescriptorInterface> make_udp_transport(
+    std::shared_ptr<transport::TransportDescriptorInterface> udp, const Boxes& boxes) {
+    return std::make_shared<UdpTransportDescriptor>(std::move(udp), boxes);
 }
 
 }  // namespace fastdds

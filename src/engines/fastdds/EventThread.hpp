@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// Fast DDS's thread for the timers of a participant, and a way to make it stand still.
+//
+// Fast DDS removes an endpoint of a peer under the mutex of its discovery. It waits there for this thread when that is just answering the endpoint; and
+// this thread may, before it comes back, want that mutex itself, to look after leases and announcements: both wait for ever. So it stands still, in a
+// timer of ours, while endpoints are removed: then it is not answering anybody.
+//
+// Thread rule: any thread at once, but for the timer thread itself.
+#ifndef NORVANE_ENGINES_FASTDDS_EVENTTHREAD_HPP
+#define NORVANE_ENGINES_FASTDDS_EVENTTHREAD_HPP
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include <fastdds/rtps/participant/RTPSParticipant.h>
+#include <fastdds/rtps/resources/TimedEvent.h>
+
+#include "engines/fastdds/identity.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+class EventThread {
+public:
+    /// @throws std::bad_alloc
+    explicit EventThread(rtps::RTPSParticipant& participant);
+    EventThread(const EventThread&) = delete;
+    EventThread& operator=(const EventThread&) = delete;
+
+    /// @return whether the calling thread is it. False until it has run for the first time.
+    bool is_current() const noexcept { return std::this_thread::get_id() == _id.load(); }
+
+    /// Takes leave of the participant, which goes: after it nothing pauses. `is_current` remains.
+    void end() noexcept { _event.reset(); }
+
+    /// Waits until it stands still; not for ever, should it be held up. With locks of Fast DDS held this must not be called.
+    void pause() noexcept;
+    /// Lets it go on, when nobody else has it stand still. It goes on by itself when that lasts too long.
+    void resume() noexcept;
+
+private:
+    void stand_still() noexcept;
+
+    std::atomic<std::thread::id> _id{};
+    std::mutex _mutex;  // a leaf
+    int _pauses = 0;
+    bool _stands_still = false;
+    std::condition_variable _standing;
+    std::condition_variable _resumed;
+    std::unique_ptr<rtps::TimedEvent> _event;  // last: its end waits for the thread, which uses the others
+};
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif
