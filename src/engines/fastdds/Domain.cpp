@@ -49,9 +49,9 @@ std::vector<std::uint32_t> discovery_ports(const rtps::RTPSParticipant& particip
     return ports;
 }
 
-// Of all participants of the process. Guarded by the mutex of all endpoints. Never destroyed, as that.
-std::vector<EventThread*>& event_threads() noexcept {
-    static std::vector<EventThread*>* const ALL = new std::vector<EventThread*>;
+// The participants of this process while their timer threads can be paused. Guarded by the mutex of all endpoints. Never destroyed, as that.
+std::vector<const Domain*>& joined() noexcept {
+    static std::vector<const Domain*>* const ALL = new std::vector<const Domain*>;
     return *ALL;
 }
 
@@ -71,8 +71,7 @@ void Domain::leave() noexcept {
     }
     if (_event_thread != nullptr) {
         const std::lock_guard<std::mutex> lock(endpoints_mutex());
-        std::vector<EventThread*>& all = event_threads();
-        all.erase(std::remove(all.begin(), all.end(), _event_thread.get()), all.end());
+        joined().erase(std::remove(joined().begin(), joined().end(), this), joined().end());
         _event_thread->end();
     }
     if (_participant != nullptr) {
@@ -84,6 +83,7 @@ void Domain::leave() noexcept {
 }
 
 bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes& attributes) {
+    _domain_id = domain_id;
     _dispatcher = std::make_unique<Dispatcher>();
     _participant = rtps::RTPSDomain::createParticipant(domain_id, attributes, this);
     if (_participant == nullptr) {
@@ -92,7 +92,7 @@ bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes
     _event_thread = std::make_unique<EventThread>(*_participant);
     {
         const std::lock_guard<std::mutex> lock(endpoints_mutex());
-        event_threads().push_back(_event_thread.get());
+        joined().push_back(this);
     }
     if (_boxes.inbox) {
         _boxes.inbox->attach(*_event_thread, discovery_ports(*_participant));
@@ -107,17 +107,30 @@ std::mutex& Domain::endpoints_mutex() noexcept {
 }
 
 Domain::Removal::Removal(const Domain& domain) noexcept : _lock(endpoints_mutex()), _domain(domain) {
-    for (EventThread* const each : event_threads()) {
-        if (each != _domain._event_thread.get()) {
-            each->pause();
+    // All at once: each takes a while until it stands still.
+    for_each_timer_thread([](EventThread& timers, bool /*own*/) { timers.pause(); });
+    for_each_timer_thread([](EventThread& timers, bool /*own*/) { timers.wait_until_still(); });
+    // The end of an endpoint waits for that of its own participant. Which has now answered all endpoints of this process, and gets no new ones.
+    for_each_timer_thread([](EventThread& timers, bool own) {
+        if (own) {
+            timers.resume();
         }
-    }
+    });
 }
 
 Domain::Removal::~Removal() {
-    for (EventThread* const each : event_threads()) {
-        if (each != _domain._event_thread.get()) {
-            each->resume();
+    for_each_timer_thread([](EventThread& timers, bool own) {
+        if (!own) {
+            timers.resume();
+        }
+    });
+}
+
+template <typename Action>
+void Domain::Removal::for_each_timer_thread(const Action& action) noexcept {
+    for (const Domain* const each : joined()) {
+        if (each->_domain_id == _domain._domain_id) {
+            action(*each->_event_thread, each == &_domain);
         }
     }
 }

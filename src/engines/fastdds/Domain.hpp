@@ -50,8 +50,8 @@ public:
     /// threads at once, it pairs endpoints that are being destroyed. Above all locks of Fast DDS; no callback takes it.
     static std::mutex& endpoints_mutex() noexcept;
 
-    /// Held instead while one is removed: participants of this process are told of that on the calling thread, so the timer threads of the others
-    /// stand still meanwhile (EventThread).
+    /// Held instead while one is removed: the participants of this process are told of that on the calling thread, so their timer threads stand
+    /// still meanwhile (EventThread).
     class Removal {
     public:
         explicit Removal(const Domain& domain) noexcept;
@@ -60,6 +60,9 @@ public:
         Removal& operator=(const Removal&) = delete;
 
     private:
+        template <typename Action>
+        void for_each_timer_thread(const Action& action) noexcept;
+
         const std::lock_guard<std::mutex> _lock;
         const Domain& _domain;
     };
@@ -114,6 +117,7 @@ private:
     const std::int64_t _window;
     const bool _writer_filters;
     const Boxes _boxes;
+    std::uint32_t _domain_id = 0;
     std::unique_ptr<Dispatcher> _dispatcher;
     rtps::RTPSParticipant* _participant = nullptr;
     std::unique_ptr<EventThread> _event_thread;

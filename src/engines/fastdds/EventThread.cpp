@@ -27,12 +27,16 @@ EventThread::EventThread(rtps::RTPSParticipant& participant)
 }
 
 void EventThread::pause() noexcept {
-    std::unique_lock<std::mutex> lock(_mutex);
+    std::lock_guard<std::mutex> lock(_mutex);
     ++_pauses;
     if (!_stands_still) {
         _event->restart_timer();
-        _standing.wait_for(lock, PATIENCE, [this] { return _stands_still; });
     }
+}
+
+void EventThread::wait_until_still() noexcept {
+    std::unique_lock<std::mutex> lock(_mutex);
+    _standing.wait_for(lock, PATIENCE, [this] { return _stands_still; });
 }
 
 void EventThread::resume() noexcept {

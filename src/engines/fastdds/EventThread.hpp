@@ -36,8 +36,10 @@ public:
     /// Takes leave of the participant, which goes: after it nothing pauses. `is_current` remains.
     void end() noexcept { _event.reset(); }
 
-    /// Waits until it stands still; not for ever, should it be held up. With locks of Fast DDS held this must not be called.
+    /// Has it stand still as soon as it can. `resume` must follow.
     void pause() noexcept;
+    /// Waits until it does; not for ever, should it be held up. With locks of Fast DDS held this must not be called.
+    void wait_until_still() noexcept;
     /// Lets it go on, when nobody else has it stand still. It goes on by itself when that lasts too long.
     void resume() noexcept;
 

@@ -30,6 +30,7 @@ public:
             return;
         }
         _timers->pause();
+        _timers->wait_until_still();
         hand_on();
         _timers->resume();
     }
