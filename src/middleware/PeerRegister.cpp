@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "middleware/PeerRegister.hpp"
 
+#include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -75,19 +77,25 @@ bool PeerRegister::note(const PeerEvent& event) noexcept {
             ++_counts.current_change;
             _counts.last_handle = handle_of(event.peer->guid);
             try {
-                _matched[event.peer->guid] = event.peer;
+                _matched.emplace(event.peer->guid, event.peer);
             } catch (const std::bad_alloc&) {
                 return false;
             }
             return true;
         case PeerEventKind::DELETED:
-        case PeerEventKind::LOST:
+        case PeerEventKind::LOST: {
             // Counted also when there was no memory to list it: the two events come in pairs.
-            _matched.erase(event.peer->guid);
+            const auto namesakes = _matched.equal_range(event.peer->guid);
+            const auto gone =
+                std::find_if(namesakes.first, namesakes.second, [&](const auto& peer) { return peer.second == event.peer; });
+            if (gone != namesakes.second) {
+                _matched.erase(gone);
+            }
             --_counts.current;
             --_counts.current_change;
             _counts.last_handle = handle_of(event.peer->guid);
             return true;
+        }
         case PeerEventKind::INCOMPATIBLE_QOS:
             ++_incompatible_qos.total_count;
             ++_incompatible_qos.total_count_change;
@@ -134,16 +142,17 @@ DDS_ReturnCode_t PeerRegister::list(DDS_InstanceHandleSeq& handles) noexcept {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
     DDS_Long index = 0;
-    for (const auto& peer : _matched) {
-        handles[index++] = handle_of(peer.first);
+    for (auto peer = _matched.begin(); peer != _matched.end(); peer = _matched.upper_bound(peer->first)) {
+        handles[index++] = handle_of(peer->first);
     }
+    handles.length(index);
     return DDS_RETCODE_OK;
 }
 
 std::shared_ptr<const EndpointInfo> PeerRegister::find(const DDS_InstanceHandle_t& handle) noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
-    const auto found = _matched.find(guid_of(handle));
-    return found != _matched.end() ? found->second : nullptr;
+    const auto namesakes = _matched.equal_range(guid_of(handle));
+    return namesakes.first != namesakes.second ? std::prev(namesakes.second)->second : nullptr;
 }
 
 EndpointInfo describe(const std::string& topic_name, const std::string& type_name, const DDS_TypeOperations& type,

@@ -33,7 +33,7 @@ public:
     DDS_IncompatibleTypeStatus incompatible_type() noexcept;
 
     DDS_ReturnCode_t list(DDS_InstanceHandleSeq& handles) noexcept;
-    /// @return what is known of a matched peer; null when there is none of that handle.
+    /// @return what is known of a matched peer, of several with one GUID that of the latest; null when there is none of that handle.
     std::shared_ptr<const EndpointInfo> find(const DDS_InstanceHandle_t& handle) noexcept;
 
 private:
@@ -44,7 +44,8 @@ private:
     };
 
     std::mutex _mutex;
-    std::map<DDS_GUID_t, std::shared_ptr<const EndpointInfo>, Order> _matched;
+    // One that was killed may be followed by another under its GUID before it is missed. In the order of their coming.
+    std::multimap<DDS_GUID_t, std::shared_ptr<const EndpointInfo>, Order> _matched;
     MatchCounts _counts;
     DDS_IncompatibleQosStatus _incompatible_qos;
     DDS_IncompatibleTypeStatus _incompatible_type;
