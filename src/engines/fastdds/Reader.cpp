@@ -102,9 +102,15 @@ DDS_ReturnCode_t Reader::enable(mw::SampleSink& sink) noexcept {
         qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
         qos.m_userData.setValue(announce_reader(_info, _routed ? Routing::OWN : Routing::NONE, _route));
         qos.data_sharing.off();
-        const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
-        const bool registered =
-            _domain->participant().registerReader(_reader, topic_attributes(_info.topic_name, _info.type_name), qos);
+        bool registered = false;
+        {
+            const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
+            registered = _domain->participant().registerReader(_reader, topic_attributes(_info.topic_name, _info.type_name), qos);
+        }
+        const std::shared_ptr<Endpoint> writer = registered && _routed ? _domain->find_own_writer(_route) : nullptr;
+        if (writer) {
+            std::static_pointer_cast<Writer>(writer)->appear();
+        }
         return registered ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
     } catch (const std::exception&) {
         return DDS_RETCODE_OUT_OF_RESOURCES;

@@ -37,6 +37,8 @@ constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
 constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 1000 * 1000;
 constexpr std::int64_t LONGEST_FOR_REQUESTERS_NS = 1000 * 1000 * 1000;
 constexpr std::int64_t NACK_MARGIN_NS = 5 * 1000 * 1000;
+// The reader of a requester is made right after its writer, as a rule; on a machine that has much to do, some ten milliseconds later.
+constexpr std::int64_t APPEARANCE_NS = 100 * 1000 * 1000;
 
 eprosima::fastrtps::Duration_t to_duration(std::int64_t ns) {
     return eprosima::fastrtps::Duration_t(static_cast<std::int32_t>(ns / 1000000000), static_cast<std::uint32_t>(ns % 1000000000));
@@ -121,13 +123,18 @@ DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
         _domain->add(shared_from_this());
         // A writer of that name may have been here before.
         const std::shared_ptr<Endpoint> share = _domain->find_share(_info.guid);
+        if (!share && is_requester(_info)) {
+            // Announced once, with its reader. Told of first without it and then again, those who just then ask Fast DDS for the first are not
+            // told that it is gone, and do not take the second before the heartbeat of Fast DDS's discovery: a second later.
+            _appears_later.store(true);
+            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + APPEARANCE_NS);
+            return DDS_RETCODE_OK;
+        }
         const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
         if (share) {
             _answers = std::make_unique<const mw::EndpointInfo>(share->info());
         }
-        _is_seen =
-            _domain->participant().registerWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
-        return _is_seen ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+        return appear_locked() ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
     } catch (const std::exception&) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
@@ -151,7 +158,24 @@ void Writer::announce_answers(const mw::EndpointInfo* answers) {
     _answers = answers == nullptr ? nullptr : std::make_unique<const mw::EndpointInfo>(*answers);
     if (_is_seen) {
         _domain->participant().updateWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
+    } else {
+        appear_locked();
     }
+}
+
+bool Writer::appear() {
+    const Call call(_calls);
+    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    return call.may_run() && appear_locked();
+}
+
+bool Writer::appear_locked() {
+    if (!_is_seen) {
+        _is_seen =
+            _domain->participant().registerWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
+        _appears_later.store(false);
+    }
+    return _is_seen;
 }
 
 void Writer::close() noexcept {
@@ -219,6 +243,9 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     rtps::CacheChange_t* change = nullptr;
     DDS_ReturnCode_t code = DDS_RETCODE_OUT_OF_RESOURCES;
     try {
+        if (_appears_later.load(std::memory_order_relaxed)) {
+            appear();
+        }
         change = encode(request.data);
         if (change != nullptr) {
             code = write_patiently(request, change, identity, addressed);
@@ -566,11 +593,18 @@ std::int64_t Writer::attend() noexcept {
     if (!call.may_run()) {
         return platform::NO_DEADLINE;
     }
+    std::int64_t again_ns = platform::NO_DEADLINE;
+    try {
+        if (_appears_later.load()) {
+            appear();
+        }
+    } catch (const std::exception&) {
+        return platform::monotonic_ns() + RETRY_NS;
+    }
     const Lock lock(_writer->getMutex());
     const std::int64_t now_ns = platform::monotonic_ns();
     _sweep_due.store(false);
     sweep_locked();
-    std::int64_t again_ns = platform::NO_DEADLINE;
     try {
         if (_sharers_changed.exchange(false)) {
             update_sharers_locked();

@@ -47,6 +47,8 @@ public:
     /// Has peers know that a part of its participant's shared reader gets the answers to this writer. @param answers  null: no longer.
     /// @throws std::bad_alloc
     void announce_answers(const mw::EndpointInfo* answers);
+    /// Lets the writer be seen, if it is not yet: it waits for nothing any more. @return whether it is seen. @throws std::bad_alloc
+    bool appear();
 
     /// Hands a reader of this process the samples from a number on that it had no room for, as many as it takes now. Fast DDS does not
     /// repeat inside a process.
@@ -98,6 +100,7 @@ private:
     bool is_in_reach_locked(const DDS_GUID_t& requester, const Discovered* announced) const noexcept;
     bool is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept;
     eprosima::fastdds::dds::WriterQos announced_qos() const;
+    bool appear_locked();
     std::int64_t make_room_locked() noexcept;
     bool has_room_locked() noexcept;
     std::int64_t on_the_way_locked() const noexcept;
@@ -134,6 +137,7 @@ private:
     std::int64_t _period_ns = 0;  // of heartbeats; 0 until the RTPS writer is made
     std::int64_t _sweep_ns;       // from one look of the worker to the next, while anything is on the way
     rtps::RTPSWriter* _writer = nullptr;
+    std::atomic<bool> _appears_later{false};           // that of a requester, whose reader is to come
     bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
     std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
 
