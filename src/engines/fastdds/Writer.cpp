@@ -261,11 +261,11 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
 
 rtps::CacheChange_t* Writer::encode(const void* data) noexcept {
     const std::size_t size = _pool.encoded_size(data);
-    if (size == 0 || size > std::numeric_limits<std::uint32_t>::max() - NUMBER_TRAILER) {
+    if (size == 0 || size > std::numeric_limits<std::uint32_t>::max() - NUMBER_ROOM) {
         return nullptr;
     }
     rtps::CacheChange_t* const change =
-        _writer->new_change([size] { return static_cast<std::uint32_t>(size + NUMBER_TRAILER); }, rtps::ALIVE);
+        _writer->new_change([size] { return static_cast<std::uint32_t>(size + NUMBER_ROOM); }, rtps::ALIVE);
     if (change == nullptr) {
         return nullptr;
     }

@@ -17,10 +17,17 @@ namespace norvane {
 namespace fastdds {
 
 constexpr std::size_t NUMBER_TRAILER = 16;
+// On the wire a payload is a multiple of this; what is filled up would come behind the mark.
+constexpr std::size_t PAYLOAD_UNIT = 4;
+/// Room for the trailer, and for what is filled up before it.
+constexpr std::size_t NUMBER_ROOM = NUMBER_TRAILER + PAYLOAD_UNIT - 1;
 constexpr std::uint8_t NUMBER_MARK[8] = {0xd3, 0x91, 0x5c, 0xe7, 0x08, 0xbf, 0x62, 0x1a};
 
-/// Appends the number. There must be room.
+/// Appends the number. There must be NUMBER_ROOM.
 inline void append_number(rtps::SerializedPayload_t& payload, std::int64_t number) noexcept {
+    while (payload.length % PAYLOAD_UNIT != 0) {
+        payload.data[payload.length++] = 0;
+    }
     std::uint8_t* const place = payload.data + payload.length;
     for (int octet = 0; octet < 8; ++octet) {
         place[octet] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(number) >> (8 * octet));
@@ -29,7 +36,7 @@ inline void append_number(rtps::SerializedPayload_t& payload, std::int64_t numbe
     payload.length += static_cast<std::uint32_t>(NUMBER_TRAILER);
 }
 
-/// Takes the number off. @param length  of the encoding with its trailer; gets that without.
+/// Takes the number off. @param length  of the encoding with its trailer; gets that without, in whole units.
 /// @return whether there was one.
 inline bool take_number(const std::uint8_t* octets, std::size_t& length, std::int64_t& number) noexcept {
     if (length < NUMBER_TRAILER || std::memcmp(octets + length - sizeof NUMBER_MARK, NUMBER_MARK, sizeof NUMBER_MARK) != 0) {
