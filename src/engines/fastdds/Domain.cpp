@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <utility>
 
 #include <fastdds/rtps/RTPSDomain.h>
@@ -14,6 +15,9 @@ namespace norvane {
 namespace fastdds {
 
 namespace {
+
+// Who was stopped or cut off for longer than its lease, and goes on, is found again within a second.
+constexpr std::int64_t RETURN_NS = 5000LL * 1000 * 1000;
 
 template <typename Data>
 void describe(const Data& data, Discovered& endpoint) {
@@ -190,6 +194,16 @@ std::shared_ptr<const Discovered> Domain::find_requester(const DDS_GUID_t& write
     return place == _requesters.end() ? nullptr : place->second;
 }
 
+std::int64_t Domain::return_deadline_ns(const DDS_GUID_t& writer_guid, DDS_GUID_t& participant) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = _lost_requesters.find(writer_guid);
+    if (place == _lost_requesters.end() || place->second.deadline_ns <= platform::monotonic_ns()) {
+        return 0;
+    }
+    participant = place->second.participant;
+    return place->second.deadline_ns;
+}
+
 std::shared_ptr<Endpoint> Domain::find_own_writer(const DDS_GUID_t& guid) noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
     const auto place =
@@ -240,6 +254,7 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
         if (is_writer && endpoint->ours && is_requester(endpoint->info)) {
             std::shared_ptr<const Discovered>& place = _requesters[endpoint->info.guid];
             const std::shared_ptr<const Discovered> before = std::exchange(place, endpoint);
+            _lost_requesters.erase(endpoint->info.guid);
             const mw::EndpointInfo nothing;
             const mw::EndpointInfo& answers_before = before ? before->answers : nothing;
             const mw::EndpointInfo& answers = endpoint->answers;
@@ -272,7 +287,22 @@ void Domain::forget(const rtps::GUID_t& guid) noexcept {
     const auto requester = gone->is_writer ? _requesters.find(gone->info.guid) : _requesters.end();
     if (requester != _requesters.end() && requester->second == gone) {
         _requesters.erase(requester);
+        if (gone->is_lost.load()) {
+            note_loss_locked(*gone);
+        }
         tell_of_requester_locked(gone->answers.topic_name);
+    }
+}
+
+void Domain::note_loss_locked(const Discovered& requester) noexcept {
+    const std::int64_t now_ns = platform::monotonic_ns();
+    for (auto place = _lost_requesters.begin(); place != _lost_requesters.end();) {
+        place = place->second.deadline_ns <= now_ns ? _lost_requesters.erase(place) : std::next(place);
+    }
+    try {
+        _lost_requesters[requester.info.guid] = {requester.info.participant_guid, now_ns + RETURN_NS};
+    } catch (const std::exception&) {
+        // No memory: nobody waits for it.
     }
 }
 

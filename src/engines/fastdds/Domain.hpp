@@ -92,6 +92,9 @@ public:
     std::shared_ptr<const Discovered> find(const rtps::GUID_t& guid) noexcept;
     /// @return what is known of a writer of ours that asks, and expects answers; null when the GUID is that of no such writer.
     std::shared_ptr<const Discovered> find_requester(const DDS_GUID_t& writer_guid) noexcept;
+    /// @return until when to wait for a requester of ours that was lost, and may be back: it was only stopped, or cut off. 0 when there is no such.
+    /// @param participant  gets the one that it was of.
+    std::int64_t return_deadline_ns(const DDS_GUID_t& writer_guid, DDS_GUID_t& participant) noexcept;
     /// @return the writers of ours whose answers on a topic go to a part of a shared reader.
     /// @throws std::bad_alloc
     std::vector<std::shared_ptr<const Discovered>> find_sharers(const std::string& topic);
@@ -106,11 +109,17 @@ public:
     ReplyReaders& reply_readers() noexcept { return _reply_readers; }
 
 private:
+    struct Loss {
+        DDS_GUID_t participant;
+        std::int64_t deadline_ns;  // until which it may be back
+    };
+
     void onReaderDiscovery(rtps::RTPSParticipant* participant, rtps::ReaderDiscoveryInfo&& info) override;
     void onWriterDiscovery(rtps::RTPSParticipant* participant, rtps::WriterDiscoveryInfo&& info) override;
     template <typename Data>
     void discover(const Data& data, bool is_writer) noexcept;
     void forget(const rtps::GUID_t& guid) noexcept;
+    void note_loss_locked(const Discovered& requester) noexcept;
     void tell_of_requester_locked(const std::string& topic) noexcept;
     void judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>& other) noexcept;
 
@@ -125,6 +134,7 @@ private:
     std::mutex _mutex;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _directory;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _requesters;  // by their virtual GUIDs
+    std::unordered_map<DDS_GUID_t, Loss, GuidHash> _lost_requesters;                          // the same, not long ago
     std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;                                      // virtual GUIDs
     std::vector<std::shared_ptr<Endpoint>> _own;
     std::atomic<std::int64_t> _requester_count{0};  // of this participant's own

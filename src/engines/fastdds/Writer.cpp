@@ -331,9 +331,10 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
     params.source_timestamp(
         to_rtps(request.source_timestamp == DDS_TIME_INVALID ? platform::current_time() : request.source_timestamp));
     const DDS_GUID_t& asker = request.related_identity.writer_guid;
-    if (!chosen && must_wait_locked(asker)) {
-        const std::int64_t deadline_ns = platform::deadline_after(_patience);
-        _held.push_back({change, params, asker, deadline_ns});
+    DDS_GUID_t participant = DDS_GUID_UNKNOWN;
+    const std::int64_t deadline_ns = chosen ? 0 : hold_until_locked(asker, participant);
+    if (deadline_ns != 0) {
+        _held.push_back({change, params, asker, participant, deadline_ns});
         _holds.store(true);
         change = nullptr;
         addressed = true;
@@ -404,18 +405,29 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     return true;
 }
 
-bool Writer::must_wait_locked(const DDS_GUID_t& requester) noexcept {
+// @return 0 to send the answer now; else until when it waits.
+// @param participant  gets that of a requester that was lost.
+std::int64_t Writer::hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& participant) noexcept {
     if (requester == DDS_GUID_UNKNOWN) {
-        return false;
+        return 0;
     }
     if (_routes.count(requester) != 0 && _held.empty()) {
-        return false;
+        return 0;
     }
-    if (std::any_of(_held.begin(), _held.end(), [&](const HeldAnswer& held) { return held.requester == requester; })) {
-        return true;
-    }
+    const std::int64_t patience_ends_ns = platform::deadline_after(_patience);
+    const auto before =
+        std::find_if(_held.begin(), _held.end(), [&](const HeldAnswer& held) { return held.requester == requester; });
     const std::shared_ptr<const Discovered> announced = _domain->find_requester(requester);
-    return announced && !is_in_reach_locked(requester, announced.get());
+    if (announced) {
+        return before != _held.end() || !is_in_reach_locked(requester, announced.get()) ? patience_ends_ns : 0;
+    }
+    // Those who are not lost keep half of the room.
+    const std::int64_t return_ns =
+        static_cast<std::int64_t>(_held.size()) < _window / 2 ? _domain->return_deadline_ns(requester, participant) : 0;
+    if (return_ns != 0) {
+        return std::min(patience_ends_ns, return_ns);
+    }
+    return before != _held.end() ? patience_ends_ns : 0;
 }
 
 // @param announced  what is known of the requester; null when nothing is.
@@ -631,8 +643,12 @@ std::int64_t Writer::send_held_locked(std::int64_t now_ns) {
     while (!_held.empty()) {
         HeldAnswer held = _held.front();
         const std::shared_ptr<const Discovered> announced = _domain->find_requester(held.requester);
-        const bool matched = is_in_reach_locked(held.requester, announced.get());
-        const bool alive = matched || announced;
+        const bool is_another =
+            announced && held.participant != DDS_GUID_UNKNOWN && announced->info.participant_guid != held.participant;
+        const bool matched = !is_another && is_in_reach_locked(held.requester, announced.get());
+        DDS_GUID_t participant;
+        const bool may_return = !announced && _domain->return_deadline_ns(held.requester, participant) != 0;
+        const bool alive = matched || (announced && !is_another) || may_return;
         if (alive && !matched && now_ns < held.deadline_ns) {
             staying.push_back(held);
             again_ns = std::min(again_ns, held.deadline_ns);

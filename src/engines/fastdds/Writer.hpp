@@ -6,6 +6,7 @@
 // 2. Numbers of Fast DDS have no gaps. Once the application has chosen one, the number that it knows travels behind the sample.
 // 3. What is on the way is what some reader has not acknowledged. It is bounded by the window; nobody sleeps with the mutex held.
 // 4. A sample that answers a requester of ours waits until the reader of that requester has matched. Those behind it for the same requester wait too.
+//    So it does, for some seconds, when that requester was lost a short while ago: it may only have been stopped.
 #ifndef NORVANE_ENGINES_FASTDDS_WRITER_HPP
 #define NORVANE_ENGINES_FASTDDS_WRITER_HPP
 
@@ -86,6 +87,7 @@ private:
         rtps::CacheChange_t* change;
         rtps::WriteParams params;
         DDS_GUID_t requester;
+        DDS_GUID_t participant;  // of a requester that was lost: another that comes under its name is not meant
         std::int64_t deadline_ns;
     };
 
@@ -96,7 +98,7 @@ private:
                                   bool& addressed);
     bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed);
     std::int64_t send_held_locked(std::int64_t now_ns);
-    bool must_wait_locked(const DDS_GUID_t& requester) noexcept;
+    std::int64_t hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& participant) noexcept;
     bool is_in_reach_locked(const DDS_GUID_t& requester, const Discovered* announced) const noexcept;
     bool is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept;
     eprosima::fastdds::dds::WriterQos announced_qos() const;
