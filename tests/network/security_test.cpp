@@ -318,6 +318,28 @@ TEST_F(Security, what_is_forged_missing_or_not_permitted_is_refused_at_creation)
     EXPECT_EQ("nothing", refused("server"));
 }
 
+TEST_F(Security, what_has_ended_or_is_missing_is_named_by_property_and_file) {
+    const std::string folder = authority("one");
+    const std::string permissions = "dds.sec.access.builtin.Access-Permissions.permissions";
+    const auto is_refused = [&](const std::string& because) {
+        const LogCapture log;
+        EXPECT_THROW(Participant(on_domain(domain_of_test(), folder, "server")), RuntimeException) << because;
+        EXPECT_EQ(1, log.count(because)) << because;
+    };
+    std::string text = content(folder + "/server.xml");
+    const std::size_t end = text.find("20", text.find("<not_after>"));
+    ASSERT_NE(std::string::npos, end);
+    text.replace(end, 4, "2001");
+    text.replace(text.find("20", text.find("<not_before>")), 4, "2000");
+    std::ofstream(folder + "/ended.xml") << text;
+    const std::string sign = "cd " + folder + " && openssl smime -sign -text -in ended.xml -out server.p7s" +
+                             " -signer authority.pem -inkey authority.key 2>/dev/null";
+    ASSERT_EQ(0, std::system(sign.c_str()));
+    is_refused("property " + permissions + ": the permissions in \"" + folder + "/server.p7s\" have ended, or not begun");
+    files::remove(folder + "/server.p7s");
+    is_refused("property " + permissions + ": \"" + folder + "/server.p7s\" is empty, or cannot be read");
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace norvane

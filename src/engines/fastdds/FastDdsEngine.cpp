@@ -12,6 +12,7 @@
 #include "engines/fastdds/ReplyRoute.hpp"
 #include "engines/fastdds/Writer.hpp"
 #include "engines/fastdds/attributes.hpp"
+#include "engines/fastdds/credentials.hpp"
 #include "engines/refusals.hpp"
 #include "platform/Clock.hpp"
 
@@ -125,7 +126,8 @@ public:
             auto domain = std::make_shared<Domain>(choice.window, choice.writer_filters, choice.boxes);
             code = DDS_RETCODE_ERROR;
             if (!domain->join(static_cast<std::uint32_t>(settings.domain_id), choice.attributes)) {
-                failure = "Fast DDS makes no participant";
+                const std::string fault = fault_of_credentials(choice.attributes.properties);
+                failure = "Fast DDS makes no participant" + (fault.empty() ? "" : ": " + fault);
                 return nullptr;
             }
             code = DDS_RETCODE_OK;
