@@ -54,6 +54,11 @@ mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change
         metadata.identity.sequence_number = to_sequence_number(number);
     }
     metadata.related_identity = to_identity(change.write_params.sample_identity());
+    if (match != nullptr && !match->peer->ours && metadata.related_identity.writer_guid != DDS_GUID_UNKNOWN) {
+        // As for the GUID: a plain peer answers the number that Fast DDS knows.
+        metadata.related_identity.sequence_number = to_sequence_number(
+            Writer::number_of(metadata.related_identity.writer_guid, to_integer(metadata.related_identity.sequence_number)));
+    }
     metadata.related_identity.writer_guid = answered_writer(change);
     metadata.source_timestamp = to_time(change.sourceTimestamp);
     metadata.reception_timestamp = platform::current_time();

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <limits>
+#include <map>
 #include <utility>
 
 #include <fastdds/rtps/RTPSDomain.h>
@@ -27,6 +29,8 @@ namespace dds = eprosima::fastdds::dds;
 constexpr std::int64_t MOST_OCTETS = 64 * 1024 * 1024;
 // Fast DDS does not always say that everything is acknowledged: waiting threads look for themselves.
 constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
+// Of how many changes between the application's numbers and those of Fast DDS a plain peer may still answer.
+constexpr std::size_t MOST_NUMBERS = 4096;
 constexpr std::int64_t SWEEP_NS = 50 * 1000 * 1000;
 constexpr std::int64_t HEARTBEATS_PER_SWEEP = 5;
 constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
@@ -61,6 +65,9 @@ struct Registry {
     std::unordered_map<DDS_GUID_t, std::weak_ptr<Endpoint>, GuidHash> writers;
     std::unordered_map<DDS_GUID_t, DDS_GUID_t, GuidHash> names;  // virtual GUIDs that are not the RTPS GUID
     std::atomic<std::size_t> name_count{0};
+    // From which number of Fast DDS on how much higher those of the application are, where they ever were: plain peers know the former.
+    std::unordered_map<DDS_GUID_t, std::map<std::int64_t, std::int64_t>, GuidHash> numbers;
+    std::atomic<std::size_t> numbers_count{0};
 
     static Registry& get() {
         static Registry* const REGISTRY = new Registry;
@@ -198,6 +205,8 @@ void Writer::close() noexcept {
         registry.writers.erase(to_guid(_writer->getGuid()));
         registry.names.erase(to_guid(_writer->getGuid()));
         registry.name_count.store(registry.names.size());
+        registry.numbers.erase(to_guid(_writer->getGuid()));
+        registry.numbers_count.store(registry.numbers.size());
     }
     for (HeldAnswer& held : _held) {
         _writer->release_change(held.change);
@@ -228,6 +237,39 @@ DDS_GUID_t Writer::name_of(const DDS_GUID_t& rtps_guid) noexcept {
     std::lock_guard<std::mutex> lock(registry.mutex);
     const auto place = registry.names.find(rtps_guid);
     return place == registry.names.end() ? rtps_guid : place->second;
+}
+
+std::int64_t Writer::number_of(const DDS_GUID_t& rtps_guid, std::int64_t rtps_number) noexcept {
+    Registry& registry = Registry::get();
+    if (registry.numbers_count.load(std::memory_order_relaxed) == 0) {
+        return rtps_number;
+    }
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    const auto place = registry.numbers.find(rtps_guid);
+    if (place == registry.numbers.end()) {
+        return rtps_number;
+    }
+    const auto after = place->second.upper_bound(rtps_number);
+    return after == place->second.begin() ? rtps_number : rtps_number + std::prev(after)->second;
+}
+
+void Writer::note_numbers_locked(std::int64_t rtps_number, std::int64_t number) noexcept {
+    if (number - rtps_number == _ahead) {
+        return;
+    }
+    Registry& registry = Registry::get();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    try {
+        std::map<std::int64_t, std::int64_t>& numbers = registry.numbers[to_guid(_writer->getGuid())];
+        registry.numbers_count.store(registry.numbers.size());
+        numbers[rtps_number] = number - rtps_number;
+        if (numbers.size() > MOST_NUMBERS) {
+            numbers.erase(numbers.begin());
+        }
+        _ahead = number - rtps_number;
+    } catch (const std::exception&) {
+        // No memory: what a plain peer answers to this one is taken for the answer to another number.
+    }
 }
 
 // ---- writing ------------------------------------------------------------------------------------------------------
@@ -359,6 +401,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
 bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed) {
     if (_renumbered.load(std::memory_order_relaxed)) {
         append_number(change.serializedPayload, number);
+        note_numbers_locked(_last_sent + 1, number);
     }
     if (_keeps && _keeps_last_only && static_cast<std::int64_t>(_history->getHistorySize()) >= _history_limit) {
         _history->remove_min_change();

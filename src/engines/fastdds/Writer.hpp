@@ -60,6 +60,9 @@ public:
     /// @return the virtual GUID of the writer of this process that has the RTPS GUID; the GUID itself when there is none, or it has no other.
     static DDS_GUID_t name_of(const DDS_GUID_t& rtps_guid) noexcept;
 
+    /// @return the number that the application knows a sample by, where it is one of a writer of this process; else the number itself.
+    static std::int64_t number_of(const DDS_GUID_t& rtps_guid, std::int64_t rtps_number) noexcept;
+
     bool is_writer() const noexcept override { return true; }
     bool note_requester(const std::string& topic) noexcept override;
     void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
@@ -96,6 +99,7 @@ private:
                                      bool& addressed);
     DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                   bool& addressed);
+    void note_numbers_locked(std::int64_t rtps_number, std::int64_t number) noexcept;
     bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed);
     std::int64_t send_held_locked(std::int64_t now_ns);
     std::int64_t hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& participant) noexcept;
@@ -153,6 +157,7 @@ private:
     mw::WriteCounts _counts;
     std::int64_t _last_number = 0;          // as the application knows it
     std::int64_t _last_sent = 0;            // as Fast DDS knows it
+    std::int64_t _ahead = 0;                // the one before the other, when they were last different
     std::int64_t _acknowledged = 0;         // up to here everybody has it
     std::int64_t _acknowledged_before = 0;  // when the worker looked last
     bool _leaves_gap = false;               // the last sample was for nobody
