@@ -315,8 +315,9 @@ rtps::ReaderAttributes reader_attributes(const std::string& topic_name, const DD
     attributes.endpoint.durabilityKind =
         qos.durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS ? rtps::TRANSIENT_LOCAL : rtps::VOLATILE;
     attributes.times.heartbeatResponseDelay = to_duration(qos.protocol.rtps_reliable_reader.min_heartbeat_response_delay);
-    // With the default of 70 ms a tenth of all first calls would take that long.
-    attributes.times.initialAcknackDelay = Duration_t(0, 0);
+    // With the default of 70 ms a tenth of all first calls would take that long. It is also the pace at which a writer is asked that does not know
+    // the reader yet: with none at all, hundreds of times for each peer that starts.
+    attributes.times.initialAcknackDelay = Duration_t(0, 1000000);
     name_topic(topic_name, attributes.endpoint);
     pass_on(qos.property, attributes.endpoint.properties.properties());
     return attributes;
