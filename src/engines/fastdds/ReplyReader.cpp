@@ -93,7 +93,7 @@ void ReplyReader::deliver_locked(const rtps::CacheChange_t& change) {
     const mw::SampleMetadata metadata = _matches.metadata_of(change, length);
     const auto range = _routes.equal_range(metadata.related_identity.writer_guid);
     for (auto place = range.first; place != range.second; ++place) {
-        place->second->deliver(metadata, change.serializedPayload.data, length);
+        place->second->deliver(change.writerGUID, metadata, change.serializedPayload.data, length);
     }
 }
 

@@ -31,8 +31,9 @@ DDS_ReturnCode_t ReplyRoute::enable(mw::SampleSink& sink) noexcept {
     attach(sink);
     try {
         _domain->add(shared_from_this());
-        const DDS_ReturnCode_t code = _reader->add(*this);
         const std::shared_ptr<Endpoint> writer = _domain->find_own_writer(this->writer());
+        _answered = writer ? std::static_pointer_cast<Writer>(writer)->answered() : nullptr;
+        const DDS_ReturnCode_t code = _reader->add(*this);
         if (code == DDS_RETCODE_OK && writer) {
             // Only now: until repliers know where the answers go, they hold them.
             std::static_pointer_cast<Writer>(writer)->announce_answers(&_info);
@@ -66,7 +67,11 @@ void ReplyRoute::close() noexcept {
     _reader.reset();
 }
 
-void ReplyRoute::deliver(const mw::SampleMetadata& metadata, const std::uint8_t* octets, std::size_t length) noexcept {
+void ReplyRoute::deliver(const rtps::GUID_t& answering, const mw::SampleMetadata& metadata, const std::uint8_t* octets,
+                         std::size_t length) noexcept {
+    if (_answered) {
+        _answered->note(answering, to_integer(metadata.related_identity.sequence_number));
+    }
     const mw::Admission admission = _intake.sink().admit(metadata, nullptr);
     if (admission == mw::Admission::FULL || admission == mw::Admission::NO_MEMORY) {
         count_loss();

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "engines/fastdds/AnsweredRequests.hpp"
 #include "engines/fastdds/Domain.hpp"
 #include "engines/fastdds/Endpoint.hpp"
 #include "engines/fastdds/ReplyReader.hpp"
@@ -33,8 +34,9 @@ public:
 
     /// @return the writer whose answers these are.
     const DDS_GUID_t& writer() const noexcept { return _info.partner_guid; }
-    /// Takes an answer in. The reply reader's mutex is held.
-    void deliver(const mw::SampleMetadata& metadata, const std::uint8_t* octets, std::size_t length) noexcept;
+    /// Takes an answer in. The reply reader's mutex is held. @param answering  as Fast DDS knows it.
+    void deliver(const rtps::GUID_t& answering, const mw::SampleMetadata& metadata, const std::uint8_t* octets,
+                 std::size_t length) noexcept;
     void count_loss() noexcept { _intake.count_loss(); }
 
     bool is_writer() const noexcept override { return false; }
@@ -46,6 +48,7 @@ private:
     const std::shared_ptr<Domain> _domain;
     SampleIntake _intake;
     std::shared_ptr<ReplyReader> _reader;
+    std::shared_ptr<AnsweredRequests> _answered;  // null when the writer came later
 };
 
 }  // namespace fastdds

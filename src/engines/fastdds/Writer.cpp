@@ -31,18 +31,26 @@ constexpr std::int64_t MOST_OCTETS = 64 * 1024 * 1024;
 constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
 // Of how many changes between the application's numbers and those of Fast DDS a plain peer may still answer.
 constexpr std::size_t MOST_NUMBERS = 4096;
+// Sent without a question; not more than what a socket takes, unless told otherwise.
+constexpr std::int64_t MOST_UNASKED_OCTETS = 200 * 1024;
 constexpr std::int64_t SWEEP_NS = 50 * 1000 * 1000;
 constexpr std::int64_t HEARTBEATS_PER_SWEEP = 5;
 constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
 // A heartbeat goes to every reader, and every reader answers: for each of them so much longer between two.
 constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
-// Requesters of a participant write in turn, and each writer has its own timers: with many, a timer spans several turns of its writer. Else the
-// timers and heartbeats of all would cost more than their calls.
-constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 1000 * 1000;
+// Requesters of a participant write in turn. With many, a period spans several turns of a writer: else the looks of the worker would cost more than
+// the calls, and timers of Fast DDS much more than that.
+constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 200 * 1000;
+constexpr std::int64_t TIMER_NS_PER_REQUESTER = 1000 * 1000;
 constexpr std::int64_t LONGEST_FOR_REQUESTERS_NS = 1000 * 1000 * 1000;
+// Of a period: looks that are due within one such part are taken together.
+constexpr std::int64_t LOOKS_PER_PERIOD = 8;
 constexpr std::int64_t NACK_MARGIN_NS = 5 * 1000 * 1000;
 // The reader of a requester is made right after its writer, as a rule; on a machine that has much to do, some ten milliseconds later.
 constexpr std::int64_t APPEARANCE_NS = 100 * 1000 * 1000;
+// Fast DDS's thread of timers forgets one that is due in more than a day: it costs nothing from then on. Each that is running makes that thread slower
+// at every other, under a mutex per comparison: with the timers of a thousand writers it does nothing else.
+constexpr std::int64_t NEVER_NS = 30LL * 24 * 3600 * 1000 * 1000 * 1000;
 
 eprosima::fastrtps::Duration_t to_duration(std::int64_t ns) {
     return eprosima::fastrtps::Duration_t(static_cast<std::int32_t>(ns / 1000000000), static_cast<std::uint32_t>(ns % 1000000000));
@@ -89,6 +97,7 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
       _patience(settings.qos->reliability.max_blocking_time),
       _filter_limit(settings.qos->writer_resource_limits.max_remote_reader_filters),
       _history(std::make_unique<rtps::WriterHistory>(history_attributes())),
+      _asks(_reliable && !_keeps),
       _sweep_ns(SWEEP_NS) {}
 
 Writer::~Writer() { close(); }
@@ -97,6 +106,15 @@ DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string
     rtps::WriterAttributes attributes = writer_attributes(settings.info.topic_name, *settings.qos);
     _times = attributes.times;
     _period_ns = _times.heartbeatPeriod.to_ns();
+    _nack_ns = _times.nackSupressionDuration.to_ns();
+    if (_asks) {
+        attributes.times.heartbeatPeriod = to_duration(NEVER_NS);
+        attributes.times.nackSupressionDuration = to_duration(NEVER_NS);
+    }
+    // Whoever comes back under a name of his own may get late answers to the other he once was.
+    _answers_prove = _asks && is_requester(settings.info) && settings.info.guid == DDS_GUID_AUTO;
+    // Fast DDS would add a heartbeat to each sample that follows one which is gone without an acknowledgement.
+    attributes.disable_heartbeat_piggyback = _answers_prove;
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, _history.get(), this);
     if (_writer == nullptr) {
@@ -407,7 +425,7 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
         _history->remove_min_change();
     }
     const std::uint32_t length = change.serializedPayload.length;
-    _octets_of.push_back(length);
+    _sent.push_back({length, _asks ? platform::monotonic_ns() : 0});
     _octets += length;
     // While it is added, readers of this process get it and may acknowledge it.
     _last_number = number;
@@ -415,13 +433,13 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     if (!_history->add_change(&change, params)) {
         --_last_sent;
         --_last_number;
-        _octets_of.pop_back();
+        _sent.pop_back();
         _octets -= length;
         return false;
     }
     if (!_reliable) {
         _acknowledged = _last_sent;
-        _octets_of.clear();
+        _sent.clear();
         _octets = 0;
         if (!_keeps) {
             _history->remove_min_change();
@@ -436,13 +454,18 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     _leaves_gap = !addressed;
     const std::int64_t on_the_way = on_the_way_locked();
     if (on_the_way > 0) {
-        // Acknowledgements come when they are asked for: in time, so that the window does not close for want of a question.
+        // Acknowledgements come when they are asked for: in time, so that the window does not close for want of a question, and the buffers of the
+        // other end do not run over.
         const std::int64_t quarter = std::max<std::int64_t>(_window / 4, 1);
-        if (on_the_way % quarter == 0) {
+        _unasked_octets += length;
+        if (on_the_way % quarter == 0 || (_answers_prove && _unasked_octets >= MOST_UNASKED_OCTETS)) {
+            _unasked_octets = 0;
             ask_for_acknowledgments();
         }
         if (!_sweep_due.exchange(true)) {
-            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + _sweep_ns);
+            const std::int64_t now_ns = platform::monotonic_ns();
+            _look_ns = now_ns + _sweep_ns;
+            _domain->dispatcher().attend(shared_from_this(), _asks ? with_others(now_ns + _period_ns / 2) : _look_ns);
         }
     }
     return true;
@@ -501,7 +524,7 @@ std::int64_t Writer::make_room_locked() noexcept {
                 ++place;
                 continue;
             }
-            std::uint32_t& octets = _octets_of[static_cast<std::size_t>(number - _acknowledged - 1)];
+            std::uint32_t& octets = _sent[static_cast<std::size_t>(number - _acknowledged - 1)].octets;
             _octets -= octets;
             octets = 0;
             place = _history->remove_change(place, true);
@@ -528,11 +551,24 @@ bool Writer::is_acknowledged_locked(std::int64_t number) noexcept {
 // A late reader may still lack what all others acknowledged long ago: that Fast DDS says only when asked for everything.
 bool Writer::is_all_acknowledged_locked() noexcept { return _writer->wait_for_all_acked(eprosima::fastrtps::Duration_t(0, 0)); }
 
+// An answer makes the acknowledgement of its request, and the heartbeat that asks for it, superfluous. Where several readers were asked, it says
+// nothing of the others. (Fast DDS has a reader some time before it tells.)
+// @return up to where requests have arrived, going by the answers; 0 when there is nothing to go by.
+std::int64_t Writer::answered_locked() const noexcept {
+    if (!_answers_prove || _acknowledged == _last_sent || _renumbered.load(std::memory_order_relaxed) || _matches.size() != 1 ||
+        static_cast<const rtps::StatefulWriter*>(_writer)->getMatchedReadersSize() != 1) {
+        return 0;
+    }
+    const std::int64_t number = _answered->last_of(_matches.begin()->second.peer->rtps_guid);
+    return number > _matched_since && number <= _last_sent ? number : 0;
+}
+
 void Writer::sweep_locked() noexcept {
-    while (_acknowledged < _last_sent && is_acknowledged_locked(_acknowledged + 1)) {
+    const std::int64_t answered = answered_locked();
+    while (_acknowledged < _last_sent && (_acknowledged < answered || is_acknowledged_locked(_acknowledged + 1))) {
         ++_acknowledged;
-        _octets -= _octets_of.front();
-        _octets_of.pop_front();
+        _octets -= _sent.front().octets;
+        _sent.pop_front();
     }
     if (!_keeps) {
         while (_history->changesBegin() != _history->changesEnd() &&
@@ -543,9 +579,20 @@ void Writer::sweep_locked() noexcept {
 }
 
 void Writer::ask_for_acknowledgments() noexcept {
-    if (_reliable) {
-        static_cast<rtps::StatefulWriter*>(_writer)->send_periodic_heartbeat(false, false);
+    if (!_reliable) {
+        return;
     }
+    auto& writer = *static_cast<rtps::StatefulWriter*>(_writer);
+    const Lock lock(writer.getMutex());
+    const std::int64_t now_ns = platform::monotonic_ns();
+    if (_asks && now_ns - _lapsed_ns >= _nack_ns) {
+        // From here on what was sent is sent again when it is asked for: before the heartbeat, whose answer may ask.
+        for (const auto& entry : _matches) {
+            writer.perform_nack_supression(to_rtps(entry.first));
+        }
+        _lapsed_ns = now_ns;
+    }
+    writer.send_periodic_heartbeat(false, false);
 }
 
 // What any thread wrote.
@@ -574,20 +621,45 @@ void Writer::look_at_progress_locked() noexcept {
     _acknowledged_before = _acknowledged;
 }
 
+// @return when many writers are looked at, at or after the time when this one is due.
+std::int64_t Writer::with_others(std::int64_t due_ns) const noexcept {
+    const std::int64_t part_ns = std::max<std::int64_t>(_period_ns / LOOKS_PER_PERIOD, 1);
+    return due_ns + part_ns - due_ns % part_ns;
+}
+
+// While anything is on the way: sends a heartbeat when the oldest of it has been so for half a period, and another after each period.
+// @return when to look again.
+std::int64_t Writer::repeat_question_locked(std::int64_t now_ns) noexcept {
+    if (!_asks) {
+        return platform::NO_DEADLINE;
+    }
+    _question_ns = std::max(_question_ns, _sent.front().when_ns + _period_ns / 2);
+    if (now_ns >= _question_ns) {
+        ask_for_acknowledgments();
+        _question_ns = now_ns + _period_ns;
+    }
+    return with_others(_question_ns);
+}
+
 void Writer::pace_sending_locked() noexcept {
     const std::int64_t least_ns = _times.heartbeatPeriod.to_ns();
     const std::int64_t requesters = is_requester(_info) ? _domain->requester_count() : 0;
+    const std::int64_t each_ns = _asks ? HEARTBEAT_NS_PER_REQUESTER : TIMER_NS_PER_REQUESTER;
     const std::int64_t period_ns = std::max({least_ns, static_cast<std::int64_t>(_matches.size()) * HEARTBEAT_NS_PER_READER,
-                                             std::min(requesters * HEARTBEAT_NS_PER_REQUESTER, LONGEST_FOR_REQUESTERS_NS)});
+                                             std::min(requesters * each_ns, LONGEST_FOR_REQUESTERS_NS)});
     if (!_reliable || (period_ns < 2 * _period_ns && 2 * period_ns > _period_ns)) {
         return;  // near enough
     }
     _period_ns = period_ns;
     _sweep_ns = std::max(SWEEP_NS, HEARTBEATS_PER_SWEEP * period_ns);
+    // What is asked for sooner after it was sent is not sent again. Just before the heartbeat, whose answer may ask.
+    _nack_ns = std::max(_times.nackSupressionDuration.to_ns(), period_ns - NACK_MARGIN_NS);
+    if (_asks) {
+        return;
+    }
     rtps::WriterTimes times = _times;
     times.heartbeatPeriod = to_duration(period_ns);
-    // What is asked for sooner after it was sent is not sent again. Just before the heartbeat, whose answer may ask.
-    times.nackSupressionDuration = to_duration(std::max(_times.nackSupressionDuration.to_ns(), period_ns - NACK_MARGIN_NS));
+    times.nackSupressionDuration = to_duration(_nack_ns);
     static_cast<rtps::StatefulWriter*>(_writer)->updateTimes(times);
 }
 
@@ -669,11 +741,14 @@ std::int64_t Writer::attend() noexcept {
         _sharers_changed.store(true);
         again_ns = now_ns + RETRY_NS;
     }
-    look_at_progress_locked();
     pace_sending_locked();  // requesters come and go
+    if (now_ns >= _look_ns || on_the_way_locked() == 0) {
+        look_at_progress_locked();
+        _look_ns = now_ns + _sweep_ns;
+    }
     if (on_the_way_locked() > 0) {
         _sweep_due.store(true);
-        again_ns = std::min(again_ns, now_ns + _sweep_ns);
+        again_ns = std::min({again_ns, _look_ns, repeat_question_locked(now_ns)});
     }
     wake_up();
     return again_ns;
@@ -753,6 +828,7 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
     if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && place != _matches.end()) {
         const Match gone = std::move(place->second);
         _matches.erase(place);
+        _matched_since = _last_sent;
         _filtered -= gone.filtered ? 1 : 0;
         if (gone.fits) {
             count_match_locked(gone.peer, -1);
@@ -772,6 +848,7 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
         const bool filtered = fits && may_see_gaps && (_filter_limit == DDS_LENGTH_UNLIMITED || _filtered < _filter_limit);
         try {
             _matches.emplace(to_guid(reader_guid), Match{peer, fits, filtered});
+            _matched_since = _last_sent;
             if (fits) {
                 count_match_locked(peer, 1);
             }

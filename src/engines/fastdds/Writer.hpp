@@ -24,6 +24,7 @@
 #include <fastrtps/qos/WriterQos.h>
 #include <fastdds/rtps/interfaces/IReaderDataFilter.hpp>
 
+#include "engines/fastdds/AnsweredRequests.hpp"
 #include "engines/fastdds/Domain.hpp"
 #include "engines/fastdds/Endpoint.hpp"
 
@@ -50,6 +51,9 @@ public:
     void announce_answers(const mw::EndpointInfo* answers);
     /// Lets the writer be seen, if it is not yet: it waits for nothing any more. @return whether it is seen. @throws std::bad_alloc
     bool appear();
+
+    /// @return where the reader of the answers to this writer notes what was answered.
+    const std::shared_ptr<AnsweredRequests>& answered() const noexcept { return _answered; }
 
     /// Hands a reader of this process the samples from a number on that it had no room for, as many as it takes now. Fast DDS does not
     /// repeat inside a process.
@@ -86,6 +90,10 @@ private:
         std::shared_ptr<const Discovered> requester;
         std::shared_ptr<const mw::EndpointInfo> reader;
     };
+    struct Sent {
+        std::uint32_t octets;
+        std::int64_t when_ns;  // 0 where nobody asks
+    };
     struct HeldAnswer {
         rtps::CacheChange_t* change;
         rtps::WriteParams params;
@@ -111,6 +119,7 @@ private:
     bool has_room_locked() noexcept;
     std::int64_t on_the_way_locked() const noexcept;
     void sweep_locked() noexcept;
+    std::int64_t answered_locked() const noexcept;
     bool is_acknowledged_locked(std::int64_t number) noexcept;
     bool is_all_acknowledged_locked() noexcept;
     void ask_for_acknowledgments() noexcept;
@@ -118,6 +127,8 @@ private:
     void pace_sending_locked() noexcept;
     void choose_sending_locked() noexcept;
     void look_at_progress_locked() noexcept;
+    std::int64_t with_others(std::int64_t due_ns) const noexcept;
+    std::int64_t repeat_question_locked(std::int64_t now_ns) noexcept;
     void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
     void wake_up() noexcept;
     void count_match_locked(const std::shared_ptr<const Discovered>& reader, int change);
@@ -139,9 +150,15 @@ private:
     const DDS_Duration_t _patience;  // for answers held
     const DDS_Long _filter_limit;
     std::unique_ptr<rtps::WriterHistory> _history;
-    rtps::WriterTimes _times;     // as the QoS has them
-    std::int64_t _period_ns = 0;  // of heartbeats; 0 until the RTPS writer is made
-    std::int64_t _sweep_ns;       // from one look of the worker to the next, while anything is on the way
+    const bool _asks;                  // the worker sends its heartbeats, and no timer of Fast DDS
+    rtps::WriterTimes _times;          // as the QoS has them
+    std::int64_t _period_ns = 0;       // of heartbeats; 0 until the RTPS writer is made
+    std::int64_t _sweep_ns;            // from one look at the progress to the next, while anything is on the way
+    std::int64_t _nack_ns = 0;         // what was sent less than that ago is not sent again
+    std::int64_t _lapsed_ns = 0;       // when that was looked at last
+    std::int64_t _question_ns = 0;     // no heartbeat of the worker before that
+    std::int64_t _unasked_octets = 0;  // sent since one was sent for their sake
+    std::int64_t _look_ns = 0;         // when the next look is due, while anything is on the way
     rtps::RTPSWriter* _writer = nullptr;
     std::atomic<bool> _appears_later{false};           // that of a requester, whose reader is to come
     bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
@@ -154,6 +171,9 @@ private:
         _sharers;  // by the virtual GUID of the requester: what the middleware was told
     std::atomic<bool> _sharers_changed{false};
     int _unrouted = 0;
+    const std::shared_ptr<AnsweredRequests> _answered = std::make_shared<AnsweredRequests>();
+    bool _answers_prove = false;      // that requests have arrived
+    std::int64_t _matched_since = 0;  // the last number before the readers were those that they are
     mw::WriteCounts _counts;
     std::int64_t _last_number = 0;          // as the application knows it
     std::int64_t _last_sent = 0;            // as Fast DDS knows it
@@ -162,7 +182,7 @@ private:
     std::int64_t _acknowledged_before = 0;  // when the worker looked last
     bool _leaves_gap = false;               // the last sample was for nobody
     bool _stuck = false;                    // nothing had got through since; until all has
-    std::deque<std::uint32_t> _octets_of;   // of the samples on the way
+    std::deque<Sent> _sent;                 // the samples on the way
     std::int64_t _octets = 0;               // their sum
     std::deque<HeldAnswer> _held;
     std::atomic<bool> _holds{false};  // any
