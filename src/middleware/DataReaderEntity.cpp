@@ -29,6 +29,7 @@ SampleStoreSettings store_settings(TopicEntity& topic, ContentFilteredTopicEntit
     settings.initial_samples = initial_samples(qos.resource_limits);
     settings.max_samples_per_take = qos.reader_resource_limits.max_samples_per_read;
     settings.type = topic.type();
+    settings.spin_history = topic.spin_history();
     if (filtered != nullptr) {
         const std::optional<DDS_GUID_t> route = filtered->filter()->route();
         settings.routed = route.has_value();

@@ -105,6 +105,7 @@ struct SampleStoreSettings {
     bool routed = false;  ///< Only samples whose related writer GUID is `route` pass.
     DDS_GUID_t route = DDS_GUID_UNKNOWN;
     std::shared_ptr<const FilterExpression> filter;  ///< Null: every other sample passes.
+    std::shared_ptr<SpinHistory> spin_history = std::make_shared<SpinHistory>();
 };
 
 class SampleStore {
@@ -167,7 +168,7 @@ public:
     void count_no_room() noexcept { _losses.no_room.fetch_add(1, std::memory_order_relaxed); }
 
     SampleSelection& whole() noexcept { return _whole; }
-    SpinHistory& spin_history() noexcept { return _spin_history; }
+    SpinHistory& spin_history() noexcept { return *_settings.spin_history; }
     SampleStoreOwner& owner() noexcept { return _owner; }
 
 private:
@@ -244,7 +245,6 @@ private:
 
     alignas(platform::CACHE_LINE) std::atomic<std::int64_t> _arrivals{0};
     LossCounts _losses;
-    SpinHistory _spin_history;
 };
 
 }  // namespace mw

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Remembers whether spinning before sleeping paid off lately, and decides whether the next wait spins.
 //
-// After k fruitless spins in a row, 2^k waits go straight to sleep. The history belongs to the reader that is waited on, not to the
-// pooled wait set, since it is the peer's pace that it learns.
+// After k fruitless spins in a row, 2^k waits go straight to sleep. The history belongs to the topic that is waited on, not to the
+// pooled wait set, since it is the peers' pace that it learns; and not to the reader: many that wait in turn would each learn it anew.
 // Thread rule: any thread; a lost update costs one spin more or less.
 #ifndef NORVANE_MIDDLEWARE_SPINHISTORY_HPP
 #define NORVANE_MIDDLEWARE_SPINHISTORY_HPP

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "middleware/FilterExpression.hpp"
+#include "middleware/SpinHistory.hpp"
 #include "middleware/StatusCondition.hpp"
 #include "middleware/TypeSamplePool.hpp"
 #include "norvane/dds/Topic.hpp"
@@ -32,6 +33,8 @@ public:
     const std::string& type_name() const noexcept { return _type_name; }
     const std::shared_ptr<const DDS_TypeOperations>& type() const noexcept { return _type; }
     SamplePool& pool() noexcept { return *_pool; }
+    /// Of the waits on all its readers.
+    const std::shared_ptr<SpinHistory>& spin_history() const noexcept { return _spin_history; }
 
     unsigned users = 0;  // endpoints and content-filtered topics
 
@@ -42,6 +45,7 @@ private:
     const std::shared_ptr<const DDS_TypeOperations> _type;
     const OwnedSamplePool _pool;
     const DDS_TopicQos _qos;
+    const std::shared_ptr<SpinHistory> _spin_history = std::make_shared<SpinHistory>();
     QuietStatus _status{*this};
 };
 
