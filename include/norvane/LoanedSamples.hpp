@@ -7,6 +7,7 @@
 #ifndef NORVANE_LOANEDSAMPLES_HPP
 #define NORVANE_LOANEDSAMPLES_HPP
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -54,7 +55,7 @@ class LoanedSamples {
             pull_state(empty);
         }
         void pull_state(const Seq& seq) noexcept { std::memcpy(buffer, static_cast<const void*>(&seq), sizeof seq); }
-        void push_state(Seq& seq) const noexcept { std::memcpy(static_cast<void*>(&seq), buffer, sizeof seq); }
+        void push_state(Seq& seq) const noexcept { std::copy_n(buffer, sizeof seq, reinterpret_cast<unsigned char*>(&seq)); }
 
     private:
         unsigned char buffer[sizeof(Seq)];
