@@ -7,9 +7,9 @@
 #ifndef NORVANE_LOANEDSAMPLES_HPP
 #define NORVANE_LOANEDSAMPLES_HPP
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "norvane/Exception.hpp"
@@ -55,7 +55,10 @@ class LoanedSamples {
             pull_state(empty);
         }
         void pull_state(const Seq& seq) noexcept { std::memcpy(buffer, static_cast<const void*>(&seq), sizeof seq); }
-        void push_state(Seq& seq) const noexcept { std::copy_n(buffer, sizeof seq, reinterpret_cast<unsigned char*>(&seq)); }
+        // Launder: gcc otherwise takes the sequence for its first member, and warns, when a program is optimised at link time.
+        void push_state(Seq& seq) const noexcept {
+            std::memcpy(std::launder(reinterpret_cast<unsigned char*>(&seq)), buffer, sizeof seq);
+        }
 
     private:
         unsigned char buffer[sizeof(Seq)];
