@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -71,24 +70,6 @@ int counted_asker(const std::vector<std::string>& arguments) {
                   << std::endl;
     }
     return 0;
-}
-
-struct Carried {
-    long octets = -1;
-    long packets = -1;
-};
-
-// By the loopback so far.
-Carried carried() {
-    std::ifstream devices("/proc/self/net/dev");
-    Carried all;
-    for (std::string word; devices >> word;) {
-        if (word == "lo:") {
-            devices >> all.octets >> all.packets;
-            break;
-        }
-    }
-    return all;
 }
 
 // @return octets and packets per reply, all that goes with it included; else what went wrong.

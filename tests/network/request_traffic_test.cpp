@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <iostream>
 #include <limits>
 #include <memory>
@@ -40,20 +39,6 @@ int brief_oracle(const std::vector<std::string>&) {
     return 0;
 }
 
-// Datagrams that the loopback has carried.
-long carried() {
-    std::ifstream devices("/proc/self/net/dev");
-    for (std::string word; devices >> word;) {
-        if (word == "lo:") {
-            long octets = -1;
-            long datagrams = -1;
-            devices >> octets >> datagrams;
-            return datagrams;
-        }
-    }
-    return -1;
-}
-
 // @return "ok", or what went wrong.
 std::string ask_in_turn(const std::vector<std::unique_ptr<Asker>>& askers) {
     for (int round = 0; round < ROUNDS; ++round) {
@@ -83,10 +68,10 @@ std::string measure_in_turn() {
     std::string outcome = ask_in_turn(askers);
     double least = std::numeric_limits<double>::max();
     for (int window = 0; window < WINDOWS && outcome == "ok"; ++window) {
-        const long before = carried();
+        const long before = carried().packets;
         const auto start = std::chrono::steady_clock::now();
         outcome = ask_in_turn(askers);
-        const long besides = carried() - before - 2L * ROUNDS * REQUESTERS;
+        const long besides = carried().packets - before - 2L * ROUNDS * REQUESTERS;
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
         least = std::min(least, static_cast<double>(besides) / seconds.count());
     }
