@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "engines/fastdds/Writer.hpp"
+#include "engines/fastdds/LocalWriters.hpp"
 #include "engines/fastdds/number_trailer.hpp"
 #include "platform/Clock.hpp"
 
@@ -56,8 +56,8 @@ mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change
     metadata.related_identity = to_identity(change.write_params.sample_identity());
     if (match != nullptr && !match->peer->ours && metadata.related_identity.writer_guid != DDS_GUID_UNKNOWN) {
         // As for the GUID: a plain peer answers the number that Fast DDS knows.
-        metadata.related_identity.sequence_number = to_sequence_number(
-            Writer::number_of(metadata.related_identity.writer_guid, to_integer(metadata.related_identity.sequence_number)));
+        metadata.related_identity.sequence_number = to_sequence_number(LocalWriters::get().number_of(
+            metadata.related_identity.writer_guid, to_integer(metadata.related_identity.sequence_number)));
     }
     metadata.related_identity.writer_guid = answered_writer(change);
     metadata.source_timestamp = to_time(change.sourceTimestamp);
@@ -68,7 +68,7 @@ mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change
 DDS_GUID_t answered_writer(const rtps::CacheChange_t& change) noexcept {
     // Once it has arrived, what a sample answers is in the place of its own identity. A plain peer answers the writer that Fast DDS knows.
     const DDS_GUID_t related = to_guid(change.write_params.sample_identity().writer_guid());
-    return related == DDS_GUID_UNKNOWN ? related : Writer::name_of(related);
+    return related == DDS_GUID_UNKNOWN ? related : LocalWriters::get().name_of(related);
 }
 
 }  // namespace fastdds

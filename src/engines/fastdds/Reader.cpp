@@ -9,6 +9,7 @@
 #include <fastrtps/attributes/TopicAttributes.h>
 #include <fastrtps/qos/ReaderQos.h>
 
+#include "engines/fastdds/LocalWriters.hpp"
 #include "engines/fastdds/Writer.hpp"
 #include "engines/fastdds/attributes.hpp"
 #include "platform/Clock.hpp"
@@ -146,9 +147,9 @@ void Reader::room_freed() noexcept {
         refused.swap(_refused);
     }
     for (const auto& entry : refused) {
-        const std::shared_ptr<Writer> writer = Writer::of_this_process(to_rtps(entry.first));
+        const std::shared_ptr<Endpoint> writer = LocalWriters::get().find(entry.first);
         if (writer) {
-            writer->redeliver(*_reader, entry.second);
+            std::static_pointer_cast<Writer>(writer)->redeliver(*_reader, entry.second);
         }
     }
 }

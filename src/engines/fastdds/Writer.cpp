@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
-#include <iterator>
 #include <limits>
-#include <map>
 #include <utility>
 
 #include <fastdds/rtps/RTPSDomain.h>
@@ -14,6 +12,7 @@
 #include <fastdds/rtps/writer/StatefulWriter.h>
 #include <fastrtps/attributes/TopicAttributes.h>
 
+#include "engines/fastdds/LocalWriters.hpp"
 #include "engines/fastdds/attributes.hpp"
 #include "engines/fastdds/number_trailer.hpp"
 #include "platform/Clock.hpp"
@@ -29,8 +28,6 @@ namespace dds = eprosima::fastdds::dds;
 constexpr std::int64_t MOST_OCTETS = 64 * 1024 * 1024;
 // Fast DDS does not always say that everything is acknowledged: waiting threads look for themselves.
 constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
-// Of how many changes between the application's numbers and those of Fast DDS a plain peer may still answer.
-constexpr std::size_t MOST_NUMBERS = 4096;
 // Sent without a question; not more than what a socket takes, unless told otherwise.
 constexpr std::int64_t MOST_UNASKED_OCTETS = 200 * 1024;
 constexpr std::int64_t SWEEP_NS = 50 * 1000 * 1000;
@@ -66,22 +63,6 @@ std::int64_t limit_of(const DDS_DataWriterQos& qos) noexcept {
     }
     return limit;
 }
-
-// The open writers of this process, by their RTPS GUIDs. Never destroyed: participants of static life leave after main.
-struct Registry {
-    std::mutex mutex;
-    std::unordered_map<DDS_GUID_t, std::weak_ptr<Endpoint>, GuidHash> writers;
-    std::unordered_map<DDS_GUID_t, DDS_GUID_t, GuidHash> names;  // virtual GUIDs that are not the RTPS GUID
-    std::atomic<std::size_t> name_count{0};
-    // From which number of Fast DDS on how much higher those of the application are, where they ever were: plain peers know the former.
-    std::unordered_map<DDS_GUID_t, std::map<std::int64_t, std::int64_t>, GuidHash> numbers;
-    std::atomic<std::size_t> numbers_count{0};
-
-    static Registry& get() {
-        static Registry* const REGISTRY = new Registry;
-        return *REGISTRY;
-    }
-};
 
 }  // namespace
 
@@ -135,16 +116,7 @@ DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string
 DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
     attach(sink);
     try {
-        {
-            Registry& registry = Registry::get();
-            std::lock_guard<std::mutex> lock(registry.mutex);
-            const DDS_GUID_t own = to_guid(_writer->getGuid());
-            registry.writers[own] = shared_from_this();
-            if (own != _info.guid) {
-                registry.names[own] = _info.guid;
-                registry.name_count.store(registry.names.size());
-            }
-        }
+        LocalWriters::get().add(to_guid(_writer->getGuid()), shared_from_this());
         _domain->add(shared_from_this());
         // A writer of that name may have been here before.
         const std::shared_ptr<Endpoint> share = _domain->find_share(_info.guid);
@@ -217,15 +189,7 @@ void Writer::close() noexcept {
     if (_writer == nullptr) {
         return;
     }
-    {
-        Registry& registry = Registry::get();
-        std::lock_guard<std::mutex> lock(registry.mutex);
-        registry.writers.erase(to_guid(_writer->getGuid()));
-        registry.names.erase(to_guid(_writer->getGuid()));
-        registry.name_count.store(registry.names.size());
-        registry.numbers.erase(to_guid(_writer->getGuid()));
-        registry.numbers_count.store(registry.numbers.size());
-    }
+    LocalWriters::get().remove(to_guid(_writer->getGuid()));
     for (HeldAnswer& held : _held) {
         _writer->release_change(held.change);
     }
@@ -238,56 +202,6 @@ void Writer::close() noexcept {
     send_deferred();
     const Domain::Removal removal(*_domain);
     rtps::RTPSDomain::removeRTPSWriter(_writer);
-}
-
-std::shared_ptr<Writer> Writer::of_this_process(const rtps::GUID_t& guid) noexcept {
-    Registry& registry = Registry::get();
-    std::lock_guard<std::mutex> lock(registry.mutex);
-    const auto place = registry.writers.find(to_guid(guid));
-    return place == registry.writers.end() ? nullptr : std::static_pointer_cast<Writer>(place->second.lock());
-}
-
-DDS_GUID_t Writer::name_of(const DDS_GUID_t& rtps_guid) noexcept {
-    Registry& registry = Registry::get();
-    if (registry.name_count.load(std::memory_order_relaxed) == 0) {
-        return rtps_guid;
-    }
-    std::lock_guard<std::mutex> lock(registry.mutex);
-    const auto place = registry.names.find(rtps_guid);
-    return place == registry.names.end() ? rtps_guid : place->second;
-}
-
-std::int64_t Writer::number_of(const DDS_GUID_t& rtps_guid, std::int64_t rtps_number) noexcept {
-    Registry& registry = Registry::get();
-    if (registry.numbers_count.load(std::memory_order_relaxed) == 0) {
-        return rtps_number;
-    }
-    std::lock_guard<std::mutex> lock(registry.mutex);
-    const auto place = registry.numbers.find(rtps_guid);
-    if (place == registry.numbers.end()) {
-        return rtps_number;
-    }
-    const auto after = place->second.upper_bound(rtps_number);
-    return after == place->second.begin() ? rtps_number : rtps_number + std::prev(after)->second;
-}
-
-void Writer::note_numbers_locked(std::int64_t rtps_number, std::int64_t number) noexcept {
-    if (number - rtps_number == _ahead) {
-        return;
-    }
-    Registry& registry = Registry::get();
-    std::lock_guard<std::mutex> lock(registry.mutex);
-    try {
-        std::map<std::int64_t, std::int64_t>& numbers = registry.numbers[to_guid(_writer->getGuid())];
-        registry.numbers_count.store(registry.numbers.size());
-        numbers[rtps_number] = number - rtps_number;
-        if (numbers.size() > MOST_NUMBERS) {
-            numbers.erase(numbers.begin());
-        }
-        _ahead = number - rtps_number;
-    } catch (const std::exception&) {
-        // No memory: what a plain peer answers to this one is taken for the answer to another number.
-    }
 }
 
 // ---- writing ------------------------------------------------------------------------------------------------------
@@ -419,7 +333,10 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
 bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed) {
     if (_renumbered.load(std::memory_order_relaxed)) {
         append_number(change.serializedPayload, number);
-        note_numbers_locked(_last_sent + 1, number);
+        const std::int64_t ahead = number - (_last_sent + 1);
+        if (ahead != _ahead && LocalWriters::get().note_numbers(to_guid(_writer->getGuid()), _last_sent + 1, ahead)) {
+            _ahead = ahead;
+        }
     }
     if (_keeps && _keeps_last_only && static_cast<std::int64_t>(_history->getHistorySize()) >= _history_limit) {
         _history->remove_min_change();

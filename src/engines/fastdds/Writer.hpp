@@ -58,14 +58,6 @@ public:
     /// Hands a reader of this process the samples from a number on that it had no room for, as many as it takes now. Fast DDS does not
     /// repeat inside a process.
     void redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept;
-    /// @return the open writer of this process that has the RTPS GUID; null when there is none.
-    static std::shared_ptr<Writer> of_this_process(const rtps::GUID_t& guid) noexcept;
-
-    /// @return the virtual GUID of the writer of this process that has the RTPS GUID; the GUID itself when there is none, or it has no other.
-    static DDS_GUID_t name_of(const DDS_GUID_t& rtps_guid) noexcept;
-
-    /// @return the number that the application knows a sample by, where it is one of a writer of this process; else the number itself.
-    static std::int64_t number_of(const DDS_GUID_t& rtps_guid, std::int64_t rtps_number) noexcept;
 
     bool is_writer() const noexcept override { return true; }
     bool note_requester(const std::string& topic) noexcept override;
@@ -107,7 +99,6 @@ private:
                                      bool& addressed);
     DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                   bool& addressed);
-    void note_numbers_locked(std::int64_t rtps_number, std::int64_t number) noexcept;
     bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed);
     std::int64_t send_held_locked(std::int64_t now_ns);
     std::int64_t hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& participant) noexcept;
