@@ -62,7 +62,7 @@ TEST(Storms, stop_nobody) {
     }
     for (const auto& peer : peers) {
         const int before = std::stoi(peer->ask("how many"));
-        EXPECT_TRUE(eventually([&] { return std::stoi(peer->ask("how many")) >= before + ENOUGH; }, std::chrono::seconds(30)));
+        EXPECT_TRUE(eventually([&] { return std::stoi(peer->ask("how many")) >= before + ENOUGH; }, std::chrono::seconds(60)));
     }
     while (!peers.empty()) {
         if (HasFailure()) {

@@ -112,29 +112,29 @@ std::mutex& Domain::endpoints_mutex() noexcept {
 
 Domain::Removal::Removal(const Domain& domain) noexcept : _lock(endpoints_mutex()), _domain(domain) {
     // All at once: each takes a while until it stands still.
-    for_each_timer_thread([](EventThread& timers, bool /*own*/) { timers.pause(); });
-    for_each_timer_thread([](EventThread& timers, bool /*own*/) { timers.wait_until_still(); });
+    for_each_domain([](const Domain& each) { each._pause = each._event_thread->pause(); });
+    for_each_domain([](const Domain& each) { each._event_thread->wait_until_still(each._pause); });
     // The end of an endpoint waits for that of its own participant. Which has now answered all endpoints of this process, and gets no new ones.
-    for_each_timer_thread([](EventThread& timers, bool own) {
-        if (own) {
-            timers.resume();
+    for_each_domain([&](const Domain& each) {
+        if (&each == &domain) {
+            each._event_thread->resume(each._pause);
         }
     });
 }
 
 Domain::Removal::~Removal() {
-    for_each_timer_thread([](EventThread& timers, bool own) {
-        if (!own) {
-            timers.resume();
+    for_each_domain([&](const Domain& each) {
+        if (&each != &_domain) {
+            each._event_thread->resume(each._pause);
         }
     });
 }
 
 template <typename Action>
-void Domain::Removal::for_each_timer_thread(const Action& action) noexcept {
+void Domain::Removal::for_each_domain(const Action& action) const noexcept {
     for (const Domain* const each : joined()) {
         if (each->_domain_id == _domain._domain_id) {
-            action(*each->_event_thread, each == &_domain);
+            action(*each);
         }
     }
 }

@@ -61,7 +61,7 @@ public:
 
     private:
         template <typename Action>
-        void for_each_timer_thread(const Action& action) noexcept;
+        void for_each_domain(const Action& action) const noexcept;
 
         const std::lock_guard<std::mutex> _lock;
         const Domain& _domain;
@@ -130,6 +130,7 @@ private:
     std::unique_ptr<Dispatcher> _dispatcher;
     rtps::RTPSParticipant* _participant = nullptr;
     std::unique_ptr<EventThread> _event_thread;
+    mutable std::uint64_t _pause = 0;  // of a removal. Guarded by the mutex of all endpoints
 
     std::mutex _mutex;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _directory;

@@ -26,22 +26,23 @@ EventThread::EventThread(rtps::RTPSParticipant& participant)
     _event->restart_timer();
 }
 
-void EventThread::pause() noexcept {
+std::uint64_t EventThread::pause() noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
-    ++_pauses;
-    if (!_stands_still) {
-        _event->restart_timer();
-    }
+    ++_asking;
+    _event->restart_timer();
+    return _times + 1;
 }
 
-void EventThread::wait_until_still() noexcept {
+void EventThread::wait_until_still(std::uint64_t time) noexcept {
     std::unique_lock<std::mutex> lock(_mutex);
-    _standing.wait_for(lock, PATIENCE, [this] { return _stands_still; });
+    _standing.wait_for(lock, PATIENCE, [&] { return _times >= time; });
 }
 
-void EventThread::resume() noexcept {
+void EventThread::resume(std::uint64_t time) noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
-    if (--_pauses == 0) {
+    if (time > _times) {
+        --_asking;  // it never came
+    } else if (time == _times && --_inside == 0) {
         _resumed.notify_one();
     }
 }
@@ -49,13 +50,14 @@ void EventThread::resume() noexcept {
 void EventThread::stand_still() noexcept {
     _id.store(std::this_thread::get_id());
     std::unique_lock<std::mutex> lock(_mutex);
-    if (_pauses == 0) {
+    if (_asking == 0) {
         return;
     }
-    _stands_still = true;
+    ++_times;
+    _inside = _asking;
+    _asking = 0;
     _standing.notify_all();
-    _resumed.wait_for(lock, LONGEST, [this] { return _pauses == 0; });
-    _stands_still = false;
+    _resumed.wait_for(lock, LONGEST, [this] { return _inside == 0; });
 }
 
 }  // namespace fastdds

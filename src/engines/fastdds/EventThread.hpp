@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -36,20 +37,22 @@ public:
     /// Takes leave of the participant, which goes: after it nothing pauses. `is_current` remains.
     void end() noexcept { _event.reset(); }
 
-    /// Has it stand still as soon as it can. `resume` must follow.
-    void pause() noexcept;
+    /// Has it stand still as soon as it can, for all who have asked by then. Those who ask later wait for the next time: in between it does what else is
+    /// due. @return which time that will be; `resume` must follow with it.
+    std::uint64_t pause() noexcept;
     /// Waits until it does; not for ever, should it be held up. With locks of Fast DDS held this must not be called.
-    void wait_until_still() noexcept;
-    /// Lets it go on, when nobody else has it stand still. It goes on by itself when that lasts too long.
-    void resume() noexcept;
+    void wait_until_still(std::uint64_t time) noexcept;
+    /// Lets it go on, when all have. It goes on by itself when it has to stand still for too long.
+    void resume(std::uint64_t time) noexcept;
 
 private:
     void stand_still() noexcept;
 
     std::atomic<std::thread::id> _id{};
-    std::mutex _mutex;  // a leaf
-    int _pauses = 0;
-    bool _stands_still = false;
+    std::mutex _mutex;         // a leaf
+    std::uint64_t _times = 0;  // that it has stood still, the present one included
+    int _asking = 0;           // for the next
+    int _inside = 0;           // who have not had it go on again
     std::condition_variable _standing;
     std::condition_variable _resumed;
     std::unique_ptr<rtps::TimedEvent> _event;  // last: its end waits for the thread, which uses the others

@@ -29,10 +29,10 @@ public:
             hand_on();
             return;
         }
-        _timers->pause();
-        _timers->wait_until_still();
+        const std::uint64_t time = _timers->pause();
+        _timers->wait_until_still(time);
         hand_on();
-        _timers->resume();
+        _timers->resume(time);
     }
 
 private:

@@ -21,7 +21,7 @@ constexpr int RUN = 4;
 constexpr int SETBACK = 100;
 constexpr std::chrono::microseconds ROUND{100};
 // After so many rounds without anything that waits, the thread sleeps until it is wanted.
-constexpr int IDLE_ROUNDS = 50;
+constexpr int IDLE_ROUNDS = 10;
 constexpr std::size_t MOST_LANES = 16;
 constexpr std::int64_t LANE_IDLE_NS = 1000 * 1000 * 1000;
 // How long the socket may block for want of room in its buffer.
@@ -51,10 +51,23 @@ bool send_now(rtps::SenderResource& sender, const std::uint8_t* message, std::ui
     return sender.send(message, length, &place, &end, deadline);
 }
 
+// Where the calling thread left something.
+struct Deferred {
+    ~Deferred();
+    const Outbox* at = nullptr;  // its memory stays as long as it is referred to below
+    std::weak_ptr<Outbox> in;
+};
+
 thread_local const Outbox* writing_to = nullptr;
 thread_local bool has_deferred = false;
-thread_local const Outbox* deferred_at = nullptr;  // its memory stays as long as it is referred to below
-thread_local std::weak_ptr<Outbox> deferred_in;
+thread_local bool has_ended =
+    false;  // what comes now, from destructors of statics or of other thread-locals, has no place to be noted
+thread_local Deferred deferred;
+
+Deferred::~Deferred() {
+    Outbox::send_deferred();
+    has_ended = true;
+}
 
 }  // namespace
 
@@ -63,7 +76,7 @@ Outbox::Writing::~Writing() { writing_to = _before; }
 
 bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
                   const TimePoint& deadline) noexcept {
-    const bool is_wanted_together = writing_to == this && 2 * length <= _datagram_limit;
+    const bool is_wanted_together = writing_to == this && !has_ended && 2 * length <= _datagram_limit;
     bool is_deferred = false;
     bool sent = false;
     try {
@@ -77,7 +90,9 @@ bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std
         } else if (!is_wanted_together) {
             sent = send_behind_locked(*lane, message, length, deadline);
         } else {
-            lane->run = platform::monotonic_ns() - lane->last_ns <= RIGHT_AFTER_NS ? lane->run + 1 : 0;
+            const bool goes_on = lane->thread == &deferred && platform::monotonic_ns() - lane->last_ns <= RIGHT_AFTER_NS;
+            lane->run = goes_on ? lane->run + 1 : 0;
+            lane->thread = &deferred;
             is_deferred = lane->run >= RUN && defer_locked(*lane, message, length);
             sent = is_deferred || send_behind_locked(*lane, message, length, deadline);
             lane->last_ns = platform::monotonic_ns();
@@ -85,10 +100,10 @@ bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std
     } catch (const std::exception&) {
         return sent;  // no memory, or no thread: what has not been sent is as lost on the wire
     }
-    if (is_deferred && (!has_deferred || deferred_at != this)) {
+    if (is_deferred && (!has_deferred || deferred.at != this)) {
         send_deferred();
-        deferred_at = this;
-        deferred_in = weak_from_this();
+        deferred.at = this;
+        deferred.in = weak_from_this();
         has_deferred = true;
     }
     return sent;
@@ -112,6 +127,7 @@ void Outbox::add_lane_locked(rtps::SenderResource& sender, const rtps::Locator_t
         if (now_ns - (*oldest)->last_ns < LANE_IDLE_NS) {
             return;
         }
+        post_locked(**oldest);  // the process may have been stopped
         _lanes.erase(oldest);
     }
     _lanes.push_back(std::make_unique<Lane>(sender, to, _datagram_limit));
@@ -173,7 +189,7 @@ void Outbox::send_deferred() noexcept {
         return;
     }
     has_deferred = false;
-    if (const std::shared_ptr<Outbox> outbox = deferred_in.lock()) {
+    if (const std::shared_ptr<Outbox> outbox = deferred.in.lock()) {
         outbox->flush();
     }
 }

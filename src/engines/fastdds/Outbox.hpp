@@ -74,9 +74,10 @@ private:
         rtps::SenderResource* sender;
         rtps::Locator_t place;
         Datagram waiting;
-        std::uint64_t round = 0;   // of the thread below, when the first message came in
-        std::int64_t last_ns = 0;  // when the last message that may wait was dealt with
-        int run = 0;               // such messages, each right after the one before
+        std::uint64_t round = 0;       // of the thread below, when the first message came in
+        std::int64_t last_ns = 0;      // when the last message that may wait was dealt with
+        const void* thread = nullptr;  // that sent it
+        int run = 0;                   // such messages of that thread, each right after the one before
     };
 
     Lane* find_locked(const rtps::SenderResource& sender, const rtps::Locator_t& to) noexcept;

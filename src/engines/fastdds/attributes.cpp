@@ -116,7 +116,8 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         }
         choice.boxes.inbox = std::make_shared<Inbox>();
         if (transports.batching) {
-            choice.boxes.outbox = std::make_shared<Outbox>(BATCH);
+            choice.boxes.outbox =
+                std::make_shared<Outbox>(transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH);
         }
         attributes.userTransports.push_back(make_udp_transport(udp, choice.boxes));
     }
