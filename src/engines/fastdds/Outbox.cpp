@@ -13,13 +13,13 @@ namespace fastdds {
 
 namespace {
 
-// A message that comes so soon after the one before belongs to a run: shorter than a round trip, longer than it takes to write one.
-constexpr std::int64_t RIGHT_AFTER_NS = 25 * 1000;
 // A run must be so long before its messages wait.
 constexpr int RUN = 4;
 // Where a message waited, and none came to join it before its writer waited too, the next run must be longer by this.
 constexpr int SETBACK = 100;
-constexpr std::chrono::microseconds ROUND{100};
+// How long the thread that sends what others left waits between two looks, in pauses of a run, and at least.
+constexpr int ROUND_PAUSES = 4;
+constexpr std::chrono::microseconds SHORTEST_ROUND{100};
 // After so many rounds without anything that waits, the thread sleeps until it is wanted.
 constexpr int IDLE_ROUNDS = 10;
 constexpr std::size_t MOST_LANES = 16;
@@ -60,8 +60,8 @@ struct Deferred {
 
 thread_local const Outbox* writing_to = nullptr;
 thread_local bool has_deferred = false;
-thread_local bool has_ended =
-    false;  // what comes now, from destructors of statics or of other thread-locals, has no place to be noted
+// What comes then, from destructors of statics or of other thread-locals, has no place to be noted.
+thread_local bool has_ended = false;
 thread_local Deferred deferred;
 
 Deferred::~Deferred() {
@@ -70,6 +70,11 @@ Deferred::~Deferred() {
 }
 
 }  // namespace
+
+Outbox::Outbox(std::size_t datagram_limit, std::chrono::microseconds pause) noexcept
+    : _datagram_limit(datagram_limit),
+      _pause_ns(std::chrono::nanoseconds(pause).count()),
+      _round_length(std::max(SHORTEST_ROUND, ROUND_PAUSES * pause)) {}
 
 Outbox::Writing::Writing(const Outbox* outbox) noexcept : _before(writing_to) { writing_to = outbox; }
 Outbox::Writing::~Writing() { writing_to = _before; }
@@ -90,7 +95,7 @@ bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std
         } else if (!is_wanted_together) {
             sent = send_behind_locked(*lane, message, length, deadline);
         } else {
-            const bool goes_on = lane->thread == &deferred && platform::monotonic_ns() - lane->last_ns <= RIGHT_AFTER_NS;
+            const bool goes_on = lane->thread == &deferred && platform::monotonic_ns() - lane->last_ns <= _pause_ns;
             lane->run = goes_on ? lane->run + 1 : 0;
             lane->thread = &deferred;
             is_deferred = lane->run >= RUN && defer_locked(*lane, message, length);
@@ -98,7 +103,7 @@ bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std
             lane->last_ns = platform::monotonic_ns();
         }
     } catch (const std::exception&) {
-        return sent;  // no memory, or no thread: what has not been sent is as lost on the wire
+        return sent;  // no memory: what has not been sent is as lost on the wire
     }
     if (is_deferred && (!has_deferred || deferred.at != this)) {
         send_deferred();
@@ -134,14 +139,18 @@ void Outbox::add_lane_locked(rtps::SenderResource& sender, const rtps::Locator_t
     _lanes.back()->last_ns = now_ns;
 }
 
-// @return false when the message cannot wait.
-bool Outbox::defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length) {
-    watch_locked();
+// @return false when the message cannot wait, for want of memory or of a thread, too.
+bool Outbox::defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length) noexcept {
     if (!lane.waiting.has_room_for(length)) {
         post_locked(lane);
     }
     const bool is_first = lane.waiting.is_empty();
-    if (!lane.waiting.append(message, length)) {
+    try {
+        watch_locked();
+        if (!lane.waiting.append(message, length)) {
+            return false;
+        }
+    } catch (const std::exception&) {
         return false;
     }
     lane.round = is_first ? _round : lane.round;
@@ -153,11 +162,11 @@ bool Outbox::defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t
 
 bool Outbox::send_behind_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline) {
     if (!lane.waiting.is_empty()) {
-        if (lane.waiting.append(message, length)) {
-            post_locked(lane);
+        const bool is_joined = lane.waiting.append(message, length);  // (its memory is there)
+        post_locked(lane);
+        if (is_joined) {
             return true;
         }
-        post_locked(lane);
     }
     return send_now(*lane.sender, message, length, lane.place, deadline);
 }
@@ -232,7 +241,7 @@ void Outbox::run_watcher() noexcept {
             _wanted.wait(lock);
             continue;
         }
-        _wanted.wait_for(lock, ROUND);
+        _wanted.wait_for(lock, _round_length);
         bool is_idle = true;
         for (const std::unique_ptr<Lane>& lane : _lanes) {
             is_idle = is_idle && lane->waiting.is_empty();

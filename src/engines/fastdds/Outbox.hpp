@@ -4,7 +4,7 @@
 // 1. A message waits only when its writer's thread has just sent several to the same place, each right after the one before. A single call, or a few,
 //    go out at once.
 // 2. What waits goes out when its datagram is full; when a message that may not wait goes to the same place; when the thread that wrote it waits or
-//    finds nothing (DeferringEngines); and, for threads that do neither, after a fifth of a millisecond at the latest, by a thread of the outbox.
+//    finds nothing (DeferringEngines); and, for threads that do neither, a little later, by a thread of the outbox.
 // 3. Messages to one place leave in the order in which they came.
 // 4. The mutex is taken under locks of Fast DDS, and held while a datagram is handed to the socket. It is a leaf.
 #ifndef NORVANE_ENGINES_FASTDDS_OUTBOX_HPP
@@ -33,7 +33,9 @@ public:
     typedef std::chrono::steady_clock::time_point TimePoint;
 
     /// @param datagram_limit  octets of a datagram with several messages at most.
-    explicit Outbox(std::size_t datagram_limit) noexcept : _datagram_limit(datagram_limit) {}
+    /// @param pause           a message belongs to a run when it comes so soon after the one before. Longer than it takes to write one, shorter than a
+    ///                        round trip. What waits leaves after four to twelve of them at the latest, but a round of the thread takes a tenth of a millisecond.
+    Outbox(std::size_t datagram_limit, std::chrono::microseconds pause) noexcept;
     ~Outbox() { close(); }
     Outbox(const Outbox&) = delete;
     Outbox& operator=(const Outbox&) = delete;
@@ -82,13 +84,15 @@ private:
 
     Lane* find_locked(const rtps::SenderResource& sender, const rtps::Locator_t& to) noexcept;
     void add_lane_locked(rtps::SenderResource& sender, const rtps::Locator_t& to);
-    bool defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length);
+    bool defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length) noexcept;
     bool send_behind_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline);
     static void post_locked(Lane& lane) noexcept;
     void watch_locked();
     void run_watcher() noexcept;
 
     const std::size_t _datagram_limit;
+    const std::int64_t _pause_ns;
+    const std::chrono::microseconds _round_length;
     std::mutex _mutex;
     std::vector<std::unique_ptr<Lane>> _lanes;
     bool _closed = false;

@@ -5,6 +5,7 @@
 #include <ifaddrs.h>
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -97,6 +98,7 @@ struct Transports {
     std::vector<std::string> interfaces;
     std::uint32_t datagram = 0;  // octets at most; 0: as Fast DDS has it
     bool batching = true;
+    std::chrono::microseconds pause{25};  // between samples that leave together, at most
 };
 
 void add_transports(const Transports& transports, ParticipantChoice& choice) {
@@ -116,8 +118,8 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         }
         choice.boxes.inbox = std::make_shared<Inbox>();
         if (transports.batching) {
-            choice.boxes.outbox =
-                std::make_shared<Outbox>(transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH);
+            choice.boxes.outbox = std::make_shared<Outbox>(
+                transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH, transports.pause);
         }
         attributes.userTransports.push_back(make_udp_transport(udp, choice.boxes));
     }
@@ -165,9 +167,10 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
         transports.datagram = static_cast<std::uint32_t>(number);
         return true;
     }
-    if (name == "norvane.fastdds.batching" && (value == "on" || value == "off")) {
+    if (name == "norvane.fastdds.batching" && (value == "off" || to_number(value, 1, 1000, number))) {
         transports.chosen = true;
-        transports.batching = value == "on";
+        transports.batching = value != "off";
+        transports.pause = std::chrono::microseconds(number);
         return true;
     }
     if (name == "norvane.fastdds.initial_peers") {
