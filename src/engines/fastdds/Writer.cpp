@@ -341,6 +341,9 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     if (_keeps && _keeps_last_only && static_cast<std::int64_t>(_history->getHistorySize()) >= _history_limit) {
         _history->remove_min_change();
     }
+    if (_met_stranger) {
+        introduce_locked();
+    }
     const std::uint32_t length = change.serializedPayload.length;
     _sent.push_back({length, _asks ? platform::monotonic_ns() : 0});
     _octets += length;
@@ -510,6 +513,14 @@ void Writer::ask_for_acknowledgments() noexcept {
         _lapsed_ns = now_ns;
     }
     writer.send_periodic_heartbeat(false, false);
+}
+
+// Readers of other vendors may take the first heartbeat that they hear for their beginning, and never ask for what the wire lost before it. That of
+// Fast DDS, at the match, leaves before the announcement of a new writer: nobody hears it. Another one in front of the first sample.
+void Writer::introduce_locked() noexcept {
+    _met_stranger = false;
+    // (As one that says only that the writer is there: it goes out although nothing is missing, and wants no answer.)
+    static_cast<rtps::StatefulWriter*>(_writer)->send_periodic_heartbeat(true, true);
 }
 
 // What any thread wrote.
@@ -773,6 +784,7 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
             _matches.erase(to_guid(reader_guid));
             return;
         }
+        _met_stranger = _met_stranger || (_asks && !peer->ours);
         choose_sending_locked();
         pace_sending_locked();
         _filtered += filtered ? 1 : 0;

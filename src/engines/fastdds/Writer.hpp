@@ -115,6 +115,7 @@ private:
     bool is_all_acknowledged_locked() noexcept;
     void ask_for_acknowledgments() noexcept;
     void send_deferred() noexcept;
+    void introduce_locked() noexcept;
     void pace_sending_locked() noexcept;
     void choose_sending_locked() noexcept;
     void look_at_progress_locked() noexcept;
@@ -172,6 +173,7 @@ private:
     std::int64_t _acknowledged = 0;         // up to here everybody has it
     std::int64_t _acknowledged_before = 0;  // when the worker looked last
     bool _leaves_gap = false;               // the last sample was for nobody
+    bool _met_stranger = false;             // since the last sample
     bool _stuck = false;                    // nothing had got through since; until all has
     std::deque<Sent> _sent;                 // the samples on the way
     std::int64_t _octets = 0;               // their sum
