@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 #include <fastdds/rtps/common/LocatorsIterator.hpp>
 
@@ -71,10 +72,11 @@ Deferred::~Deferred() {
 
 }  // namespace
 
-Outbox::Outbox(std::size_t datagram_limit, std::chrono::microseconds pause) noexcept
+Outbox::Outbox(std::size_t datagram_limit, std::chrono::microseconds pause, std::unique_ptr<SendSocket> socket) noexcept
     : _datagram_limit(datagram_limit),
       _pause_ns(std::chrono::nanoseconds(pause).count()),
-      _round_length(std::max(SHORTEST_ROUND, ROUND_PAUSES * pause)) {}
+      _round_length(std::max(SHORTEST_ROUND, ROUND_PAUSES * pause)),
+      _socket(std::move(socket)) {}
 
 Outbox::Writing::Writing(const Outbox* outbox) noexcept : _before(writing_to) { writing_to = outbox; }
 Outbox::Writing::~Writing() { writing_to = _before; }
@@ -168,7 +170,11 @@ bool Outbox::send_behind_locked(Lane& lane, const std::uint8_t* message, std::ui
             return true;
         }
     }
-    return send_now(*lane.sender, message, length, lane.place, deadline);
+    return hand_over_locked(lane, message, length, deadline);
+}
+
+bool Outbox::hand_over_locked(const Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline) {
+    return (_socket && _socket->send(message, length, lane.place)) || send_now(*lane.sender, message, length, lane.place, deadline);
 }
 
 void Outbox::post_locked(Lane& lane) noexcept {
@@ -177,8 +183,8 @@ void Outbox::post_locked(Lane& lane) noexcept {
     }
     const std::vector<std::uint8_t>& octets = lane.waiting.octets();
     try {
-        send_now(*lane.sender, octets.data(), static_cast<std::uint32_t>(octets.size()), lane.place,
-                 std::chrono::steady_clock::now() + PATIENCE);
+        hand_over_locked(lane, octets.data(), static_cast<std::uint32_t>(octets.size()),
+                         std::chrono::steady_clock::now() + PATIENCE);
     } catch (const std::exception&) {
         // As lost on the wire.
     }

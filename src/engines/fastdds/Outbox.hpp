@@ -23,6 +23,7 @@
 #include <fastdds/rtps/network/SenderResource.h>
 
 #include "engines/fastdds/Datagram.hpp"
+#include "engines/fastdds/SendSocket.hpp"
 #include "engines/fastdds/identity.hpp"
 
 namespace norvane {
@@ -35,7 +36,8 @@ public:
     /// @param datagram_limit  octets of a datagram with several messages at most.
     /// @param pause           a message belongs to a run when it comes so soon after the one before. Longer than it takes to write one, shorter than a
     ///                        round trip. What waits leaves after four to twelve of them at the latest, but a round of the thread takes a tenth of a millisecond.
-    Outbox(std::size_t datagram_limit, std::chrono::microseconds pause) noexcept;
+    /// @param socket          to send by what can go at once; null: Fast DDS's own alone.
+    Outbox(std::size_t datagram_limit, std::chrono::microseconds pause, std::unique_ptr<SendSocket> socket) noexcept;
     ~Outbox() { close(); }
     Outbox(const Outbox&) = delete;
     Outbox& operator=(const Outbox&) = delete;
@@ -86,13 +88,15 @@ private:
     void add_lane_locked(rtps::SenderResource& sender, const rtps::Locator_t& to);
     bool defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length) noexcept;
     bool send_behind_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline);
-    static void post_locked(Lane& lane) noexcept;
+    bool hand_over_locked(const Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline);
+    void post_locked(Lane& lane) noexcept;
     void watch_locked();
     void run_watcher() noexcept;
 
     const std::size_t _datagram_limit;
     const std::int64_t _pause_ns;
     const std::chrono::microseconds _round_length;
+    const std::unique_ptr<SendSocket> _socket;
     std::mutex _mutex;
     std::vector<std::unique_ptr<Lane>> _lanes;
     bool _closed = false;

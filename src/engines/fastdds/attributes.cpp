@@ -118,8 +118,13 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         }
         choice.boxes.inbox = std::make_shared<Inbox>();
         if (transports.batching) {
-            choice.boxes.outbox = std::make_shared<Outbox>(
-                transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH, transports.pause);
+            const std::size_t limit = transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH;
+            // With several interfaces Fast DDS has a socket for each, and sends by all of them.
+            auto socket =
+                transports.interfaces.size() > 1
+                    ? nullptr
+                    : std::make_unique<SendSocket>(transports.interfaces.empty() ? std::string() : transports.interfaces[0]);
+            choice.boxes.outbox = std::make_shared<Outbox>(limit, transports.pause, std::move(socket));
         }
         attributes.userTransports.push_back(make_udp_transport(udp, choice.boxes));
     }
