@@ -76,10 +76,10 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
       _history_limit(limit_of(*settings.qos)),
       _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
       _patience(settings.qos->reliability.max_blocking_time),
-      _filter_limit(settings.qos->writer_resource_limits.max_remote_reader_filters),
       _history(std::make_unique<rtps::WriterHistory>(history_attributes())),
       _asks(_reliable && !_keeps),
-      _sweep_ns(SWEEP_NS) {}
+      _sweep_ns(SWEEP_NS),
+      _audience(*domain, *this, settings.qos->writer_resource_limits.max_remote_reader_filters) {}
 
 Writer::~Writer() { close(); }
 
@@ -319,7 +319,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
     if (number != _last_sent + 1) {
         _renumbered.store(true);
     }
-    addressed = is_addressed_locked(asker);
+    addressed = _audience.wants(asker);
     if (!send_locked(*change, params, number, addressed)) {
         return DDS_RETCODE_ERROR;
     }
@@ -397,7 +397,7 @@ std::int64_t Writer::hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& 
     if (requester == DDS_GUID_UNKNOWN) {
         return 0;
     }
-    if (_routes.count(requester) != 0 && _held.empty()) {
+    if (_audience.has_reader_of(requester) && _held.empty()) {
         return 0;
     }
     const std::int64_t patience_ends_ns = platform::deadline_after(_patience);
@@ -405,7 +405,7 @@ std::int64_t Writer::hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& 
         std::find_if(_held.begin(), _held.end(), [&](const HeldAnswer& held) { return held.requester == requester; });
     const std::shared_ptr<const Discovered> announced = _domain->find_requester(requester);
     if (announced) {
-        return before != _held.end() || !is_in_reach_locked(requester, announced.get()) ? patience_ends_ns : 0;
+        return before != _held.end() || !_audience.is_in_reach(requester, announced.get()) ? patience_ends_ns : 0;
     }
     // Those who are not lost keep half of the room.
     const std::int64_t return_ns =
@@ -414,19 +414,6 @@ std::int64_t Writer::hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& 
         return std::min(patience_ends_ns, return_ns);
     }
     return before != _held.end() ? patience_ends_ns : 0;
-}
-
-// @param announced  what is known of the requester; null when nothing is.
-bool Writer::is_in_reach_locked(const DDS_GUID_t& requester, const Discovered* announced) const noexcept {
-    return _routes.count(requester) != 0 || (announced != nullptr && announced->answers.topic_name == _info.topic_name &&
-                                             _shared.count(announced->info.participant_guid) != 0);
-}
-
-bool Writer::is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept {
-    if (_unrouted > 0 || related_guid == DDS_GUID_UNKNOWN || (_routes.empty() && _shared.empty())) {
-        return _unrouted > 0;
-    }
-    return is_in_reach_locked(related_guid, _domain->find_requester(related_guid).get());
 }
 
 // One reader that is silent must not stop the others: at the limit, what everybody has got that is to have it goes also from behind the first that
@@ -475,11 +462,12 @@ bool Writer::is_all_acknowledged_locked() noexcept { return _writer->wait_for_al
 // nothing of the others. (Fast DDS has a reader some time before it tells.)
 // @return up to where requests have arrived, going by the answers; 0 when there is nothing to go by.
 std::int64_t Writer::answered_locked() const noexcept {
-    if (!_answers_prove || _acknowledged == _last_sent || _renumbered.load(std::memory_order_relaxed) || _matches.size() != 1 ||
+    if (!_answers_prove || _acknowledged == _last_sent || _renumbered.load(std::memory_order_relaxed) || _audience.size() != 1 ||
         static_cast<const rtps::StatefulWriter*>(_writer)->getMatchedReadersSize() != 1) {
         return 0;
     }
-    const std::int64_t number = _answered->last_of(_matches.begin()->second.peer->rtps_guid);
+    std::int64_t number = 0;
+    _audience.for_each([&](const DDS_GUID_t& /*reader*/, const Discovered& peer) { number = _answered->last_of(peer.rtps_guid); });
     return number > _matched_since && number <= _last_sent ? number : 0;
 }
 
@@ -507,9 +495,7 @@ void Writer::ask_for_acknowledgments() noexcept {
     const std::int64_t now_ns = platform::monotonic_ns();
     if (_asks && now_ns - _lapsed_ns >= _nack_ns) {
         // From here on what was sent is sent again when it is asked for: before the heartbeat, whose answer may ask.
-        for (const auto& entry : _matches) {
-            writer.perform_nack_supression(to_rtps(entry.first));
-        }
+        _audience.for_each([&](const DDS_GUID_t& reader, const Discovered&) { writer.perform_nack_supression(to_rtps(reader)); });
         _lapsed_ns = now_ns;
     }
     writer.send_periodic_heartbeat(false, false);
@@ -535,7 +521,7 @@ void Writer::choose_sending_locked() noexcept {
     // the sample would wait for the next one. A single reader sees none, and is spared the acknowledgement of each sample.
     //
     // Together, Fast DDS repeats in one large datagram what was lost. A wire that cannot carry that loses it over and over.
-    _writer->set_separate_sending((_matches.size() > 1 && (!_routes.empty() || !_shared.empty())) || _stuck);
+    _writer->set_separate_sending((_audience.size() > 1 && _audience.has_routed()) || _stuck);
 }
 
 // Looks whether what is on the way arrives. From one look to the next it has at least SWEEP_NS.
@@ -573,7 +559,7 @@ void Writer::pace_sending_locked() noexcept {
     const std::int64_t least_ns = _times.heartbeatPeriod.to_ns();
     const std::int64_t requesters = is_requester(_info) ? _domain->requester_count() : 0;
     const std::int64_t each_ns = _asks ? HEARTBEAT_NS_PER_REQUESTER : TIMER_NS_PER_REQUESTER;
-    const std::int64_t period_ns = std::max({least_ns, static_cast<std::int64_t>(_matches.size()) * HEARTBEAT_NS_PER_READER,
+    const std::int64_t period_ns = std::max({least_ns, static_cast<std::int64_t>(_audience.size()) * HEARTBEAT_NS_PER_READER,
                                              std::min(requesters * each_ns, LONGEST_FOR_REQUESTERS_NS)});
     if (!_reliable || (period_ns < 2 * _period_ns && 2 * period_ns > _period_ns)) {
         return;  // near enough
@@ -661,12 +647,8 @@ std::int64_t Writer::attend() noexcept {
     _sweep_due.store(false);
     sweep_locked();
     try {
-        if (_sharers_changed.exchange(false)) {
-            update_sharers_locked();
-        }
-        again_ns = send_held_locked(now_ns);
+        again_ns = _audience.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
     } catch (const std::exception&) {
-        _sharers_changed.store(true);
         again_ns = now_ns + RETRY_NS;
     }
     pace_sending_locked();  // requesters come and go
@@ -691,7 +673,7 @@ std::int64_t Writer::send_held_locked(std::int64_t now_ns) {
         const std::shared_ptr<const Discovered> announced = _domain->find_requester(held.requester);
         const bool is_another =
             announced && held.participant != DDS_GUID_UNKNOWN && announced->info.participant_guid != held.participant;
-        const bool matched = !is_another && is_in_reach_locked(held.requester, announced.get());
+        const bool matched = !is_another && _audience.is_in_reach(held.requester, announced.get());
         DDS_GUID_t participant;
         const bool may_return = !announced && _domain->return_deadline_ns(held.requester, participant) != 0;
         const bool alive = matched || (announced && !is_another) || may_return;
@@ -706,7 +688,7 @@ std::int64_t Writer::send_held_locked(std::int64_t now_ns) {
             break;  // what comes behind it waits with it
         }
         _held.pop_front();
-        const bool addressed = matched || _unrouted > 0;
+        const bool addressed = matched || _audience.has_unrouted();
         _counts.unaddressed += addressed ? 0 : 1;
         if (!alive || !send_locked(*held.change, held.params, _last_number + 1, addressed)) {
             _writer->release_change(held.change);
@@ -752,118 +734,29 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
                                  const rtps::GUID_t& reader_guid, const rtps::ReaderProxyData* /*reader_info*/) {
     const std::shared_ptr<const Discovered> peer = _domain->find(reader_guid);
     const Lock lock(_writer->getMutex());
-    const auto place = _matches.find(to_guid(reader_guid));
-    if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && place != _matches.end()) {
-        const Match gone = std::move(place->second);
-        _matches.erase(place);
-        _matched_since = _last_sent;
-        _filtered -= gone.filtered ? 1 : 0;
-        if (gone.fits) {
-            count_match_locked(gone.peer, -1);
-            if (gone.peer->routing != Routing::SHARED) {
-                note({_domain->kind_of_leaving(), info_of(gone.peer)});
-            }
-        }
-        choose_sending_locked();
-        pace_sending_locked();
+    if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && _audience.remove(to_guid(reader_guid))) {
         wake_up();
-    } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && place == _matches.end() && peer != nullptr) {
-        const bool fits = are_of_one_type(_info, peer->info);
-        // Inside a process Fast DDS takes what comes before a gap for acknowledged, and a reader with a bound may have refused some of it: it gets
-        // everything, and looks for itself. (Shared readers refuse nothing.)
-        const bool may_see_gaps = peer->routing == Routing::SHARED ||
-                                  (peer->routing == Routing::OWN && !reader_guid.is_on_same_process_as(_writer->getGuid()));
-        const bool filtered = fits && may_see_gaps && (_filter_limit == DDS_LENGTH_UNLIMITED || _filtered < _filter_limit);
-        try {
-            _matches.emplace(to_guid(reader_guid), Match{peer, fits, filtered});
-            _matched_since = _last_sent;
-            if (fits) {
-                count_match_locked(peer, 1);
-            }
-        } catch (const std::exception&) {
-            _matches.erase(to_guid(reader_guid));
-            return;
-        }
+    } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && peer != nullptr &&
+               _audience.add(to_guid(reader_guid), peer, reader_guid.is_on_same_process_as(_writer->getGuid()))) {
         _met_stranger = _met_stranger || (_asks && !peer->ours);
-        choose_sending_locked();
-        pace_sending_locked();
-        _filtered += filtered ? 1 : 0;
-        if (fits) {
-            if (peer->routing != Routing::SHARED) {
-                note({mw::PeerEventKind::MATCHED, info_of(peer)});
-            }
-            if (!_held.empty()) {
-                _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
-            }
-        }
-    }
-}
-
-// @throws std::bad_alloc  when a reader comes; never when it goes
-void Writer::count_match_locked(const std::shared_ptr<const Discovered>& reader, int change) {
-    if (reader->routing == Routing::NONE) {
-        _unrouted += change;
-    } else if (reader->routing == Routing::OWN) {
-        int& count = _routes[reader->route];
-        count += change;
-        if (count == 0) {
-            _routes.erase(reader->route);
+        if (!_held.empty()) {
+            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
         }
     } else {
-        SharedReader& shared = _shared[reader->info.participant_guid];
-        shared.count += change;
-        shared.peer = reader;
-        if (shared.count == 0) {
-            _shared.erase(reader->info.participant_guid);
-        }
-        try {
-            update_sharers_locked();
-        } catch (const std::exception&) {
-            _sharers_changed.store(true);
-            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + RETRY_NS);
-        }
+        return;
     }
-}
-
-// Tells the middleware of the readers that are parts of shared ones, as they are now.
-// @throws std::bad_alloc
-void Writer::update_sharers_locked() {
-    std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> in_reach;
-    for (std::shared_ptr<const Discovered>& requester : _domain->find_sharers(_info.topic_name)) {
-        if (_shared.count(requester->info.participant_guid) != 0) {
-            in_reach.emplace(requester->info.guid, std::move(requester));
-        }
-    }
-    for (auto place = _sharers.begin(); place != _sharers.end();) {
-        const auto found = in_reach.find(place->first);
-        if (found != in_reach.end() && found->second->answers.guid == place->second.reader->guid) {
-            place->second.requester = found->second;
-            ++place;
-            continue;
-        }
-        const bool is_lost = place->second.requester->is_lost.load() || _domain->kind_of_leaving() == mw::PeerEventKind::LOST;
-        note({is_lost ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED, place->second.reader});
-        place = _sharers.erase(place);
-    }
-    for (const auto& entry : in_reach) {
-        if (_sharers.count(entry.first) == 0) {
-            const mw::EndpointInfo& shared = _shared[entry.second->info.participant_guid].peer->info;
-            mw::EndpointInfo reader = entry.second->answers;
-            reader.type_name = shared.type_name;
-            reader.type_hash = shared.type_hash;
-            reader.reliability = shared.reliability;
-            reader.durability = shared.durability;
-            const Sharer sharer = {entry.second, std::make_shared<const mw::EndpointInfo>(std::move(reader))};
-            _sharers.emplace(entry.first, sharer);
-            note({mw::PeerEventKind::MATCHED, sharer.reader});
-        }
+    _matched_since = _last_sent;
+    choose_sending_locked();
+    pace_sending_locked();
+    if (_audience.is_outdated()) {
+        _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + RETRY_NS);
     }
 }
 
 bool Writer::note_requester(const std::string& topic) noexcept {
     const bool shares_with_it = topic == _info.topic_name;
     if (shares_with_it) {
-        _sharers_changed.store(true);
+        _audience.outdate();
     }
     return shares_with_it || _holds.load();
 }
@@ -872,21 +765,7 @@ bool Writer::note_requester(const std::string& topic) noexcept {
 void Writer::onWriterChangeReceivedByAll(rtps::RTPSWriter* /*writer*/, rtps::CacheChange_t* /*change*/) { wake_up(); }
 
 bool Writer::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const {
-    const auto place = _matches.find(to_guid(reader_guid));
-    if (place == _matches.end()) {
-        return true;  // matched just now: it looks for itself
-    }
-    const Match& match = place->second;
-    if (!match.fits || !match.filtered) {
-        return match.fits;
-    }
-    const DDS_GUID_t related = to_guid(change.write_params.related_sample_identity().writer_guid());
-    if (match.peer->routing == Routing::OWN) {
-        return related == match.peer->route;
-    }
-    const std::shared_ptr<const Discovered> announced = _domain->find_requester(related);
-    return announced && announced->answers.topic_name == _info.topic_name &&
-           announced->info.participant_guid == match.peer->info.participant_guid;
+    return _audience.may_get(to_guid(reader_guid), to_guid(change.write_params.related_sample_identity().writer_guid()));
 }
 
 }  // namespace fastdds

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A writer on Fast DDS: its numbers, its window, whom each sample goes to, and answers held for requesters that cannot hear them yet.
+// A writer on Fast DDS: its numbers, its window, and answers held for requesters that cannot hear them yet.
 //
-// 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks: peers, routes, numbers and held samples are under it.
+// 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks: the audience, numbers and held samples are under it.
 //    Order: it, then the participant's directory or a sink. Encoding happens outside.
 // 2. Numbers of Fast DDS have no gaps. Once the application has chosen one, the number that it knows travels behind the sample.
 // 3. What is on the way is what some reader has not acknowledged. It is bounded by the window; nobody sleeps with the mutex held.
@@ -15,7 +15,6 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 #include <vector>
 
 #include <fastdds/rtps/history/WriterHistory.h>
@@ -25,6 +24,7 @@
 #include <fastdds/rtps/interfaces/IReaderDataFilter.hpp>
 
 #include "engines/fastdds/AnsweredRequests.hpp"
+#include "engines/fastdds/Audience.hpp"
 #include "engines/fastdds/Domain.hpp"
 #include "engines/fastdds/Endpoint.hpp"
 
@@ -67,21 +67,6 @@ public:
 private:
     typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
 
-    struct Match {
-        std::shared_ptr<const Discovered> peer;
-        bool fits;      // of one type: else it gets nothing
-        bool filtered;  // its route is looked at here, else at its end
-    };
-    // A reader that requesters of a participant share, or several.
-    struct SharedReader {
-        int count = 0;
-        std::shared_ptr<const Discovered> peer;
-    };
-    // A requester, and the part of a shared reader that gets its answers: to the middleware a reader of its own.
-    struct Sharer {
-        std::shared_ptr<const Discovered> requester;
-        std::shared_ptr<const mw::EndpointInfo> reader;
-    };
     struct Sent {
         std::uint32_t octets;
         std::int64_t when_ns;  // 0 where nobody asks
@@ -102,8 +87,6 @@ private:
     bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed);
     std::int64_t send_held_locked(std::int64_t now_ns);
     std::int64_t hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& participant) noexcept;
-    bool is_in_reach_locked(const DDS_GUID_t& requester, const Discovered* announced) const noexcept;
-    bool is_addressed_locked(const DDS_GUID_t& related_guid) const noexcept;
     eprosima::fastdds::dds::WriterQos announced_qos() const;
     bool appear_locked();
     std::int64_t make_room_locked() noexcept;
@@ -123,8 +106,6 @@ private:
     std::int64_t repeat_question_locked(std::int64_t now_ns) noexcept;
     void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
     void wake_up() noexcept;
-    void count_match_locked(const std::shared_ptr<const Discovered>& reader, int change);
-    void update_sharers_locked();
 
     // ---- callbacks of Fast DDS
     void on_reader_discovery(rtps::RTPSWriter* writer, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS reason,
@@ -140,7 +121,6 @@ private:
     const std::int64_t _history_limit;
     const std::int64_t _window;
     const DDS_Duration_t _patience;  // for answers held
-    const DDS_Long _filter_limit;
     std::unique_ptr<rtps::WriterHistory> _history;
     const bool _asks;                  // the worker sends its heartbeats, and no timer of Fast DDS
     rtps::WriterTimes _times;          // as the QoS has them
@@ -156,13 +136,7 @@ private:
     bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
     std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
 
-    std::unordered_map<DDS_GUID_t, Match, GuidHash> _matches;        // by the RTPS GUID of the reader
-    std::unordered_map<DDS_GUID_t, int, GuidHash> _routes;           // readers that want the answers to a writer
-    std::unordered_map<DDS_GUID_t, SharedReader, GuidHash> _shared;  // by participant
-    std::unordered_map<DDS_GUID_t, Sharer, GuidHash>
-        _sharers;  // by the virtual GUID of the requester: what the middleware was told
-    std::atomic<bool> _sharers_changed{false};
-    int _unrouted = 0;
+    Audience _audience;
     const std::shared_ptr<AnsweredRequests> _answered = std::make_shared<AnsweredRequests>();
     bool _answers_prove = false;      // that requests have arrived
     std::int64_t _matched_since = 0;  // the last number before the readers were those that they are
@@ -178,9 +152,8 @@ private:
     std::deque<Sent> _sent;                 // the samples on the way
     std::int64_t _octets = 0;               // their sum
     std::deque<HeldAnswer> _held;
-    std::atomic<bool> _holds{false};  // any
-    rtps::CacheChange_t _probe;       // asks whether a number is acknowledged
-    int _filtered = 0;
+    std::atomic<bool> _holds{false};       // any
+    rtps::CacheChange_t _probe;            // asks whether a number is acknowledged
     std::uint32_t _redeliveries = 1;       // Fast DDS itself acknowledges with 1
     std::atomic<bool> _renumbered{false};  // the application's numbers are others than those of Fast DDS
     std::atomic<bool> _sweep_due{false};
