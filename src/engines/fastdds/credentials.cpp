@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/credentials.hpp"
 
-#include <algorithm>
+#include <tinyxml2.h>
+
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <iterator>
@@ -23,30 +25,32 @@ std::string now_as_text() {
                : "";
 }
 
-// @return the time in the next element of that name; empty when there is none. @param place  where to look from; gets where it ends.
-std::string next_time(const std::string& document, const std::string& element, std::size_t& place) {
-    place = document.find("<" + element + ">", place);
-    if (place == std::string::npos) {
-        return "";
-    }
-    place = std::min(document.find_first_not_of(" \t\r\n", place + element.size() + 2), document.size());
-    return document.substr(place, TIME_LENGTH);
-}
-
-// The document is signed, and not sealed: its text can be read. It may have grants of several programs.
+// The document is signed, and not sealed: XML lies openly in it. It may have grants of several programs.
 bool has_ended_or_not_begun(const std::string& document) {
+    const std::size_t begin = document.find("<dds");
+    const std::size_t end = document.rfind("</dds>");
+    tinyxml2::XMLDocument xml(true, tinyxml2::COLLAPSE_WHITESPACE);
+    if (begin == std::string::npos || end == std::string::npos || end < begin ||
+        xml.Parse(document.data() + begin, end + std::strlen("</dds>") - begin) != tinyxml2::XML_SUCCESS) {
+        return false;  // Fast DDS has more to say about that
+    }
     const std::string now = now_as_text();
+    const auto time_of = [](tinyxml2::XMLHandle validity, const char* element) {
+        const tinyxml2::XMLElement* const found = validity.FirstChildElement(element).ToElement();
+        const char* const text = found != nullptr ? found->GetText() : nullptr;
+        return std::string(text != nullptr ? text : "").substr(0, TIME_LENGTH);
+    };
     bool has_any = false;
-    for (std::size_t place = 0; place < document.size();) {
-        const std::string begin = next_time(document, "not_before", place);
-        const std::string end = place < document.size() ? next_time(document, "not_after", place) : "";
-        if (begin.size() != TIME_LENGTH || end.size() != TIME_LENGTH) {
-            break;
-        }
-        has_any = true;
-        if (begin <= now && now < end) {
+    tinyxml2::XMLHandle grant =
+        tinyxml2::XMLHandle(xml).FirstChildElement("dds").FirstChildElement("permissions").FirstChildElement("grant");
+    for (; grant.ToElement() != nullptr; grant = grant.NextSiblingElement("grant")) {
+        const tinyxml2::XMLHandle validity = grant.FirstChildElement("validity");
+        const std::string from = time_of(validity, "not_before");
+        const std::string until = time_of(validity, "not_after");
+        if (from.size() != TIME_LENGTH || until.size() != TIME_LENGTH || (from <= now && now < until)) {
             return false;
         }
+        has_any = true;
     }
     return has_any;
 }
