@@ -75,11 +75,11 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
       _keeps_last_only(settings.qos->history.kind == DDS_KEEP_LAST_HISTORY_QOS),
       _history_limit(limit_of(*settings.qos)),
       _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
-      _patience(settings.qos->reliability.max_blocking_time),
       _history(std::make_unique<rtps::WriterHistory>(history_attributes())),
       _asks(_reliable && !_keeps),
       _sweep_ns(SWEEP_NS),
-      _audience(*domain, *this, settings.qos->writer_resource_limits.max_remote_reader_filters) {}
+      _audience(*domain, *this, settings.qos->writer_resource_limits.max_remote_reader_filters),
+      _held(*domain, _audience, settings.qos->reliability.max_blocking_time, _window / 2) {}
 
 Writer::~Writer() { close(); }
 
@@ -190,9 +190,7 @@ void Writer::close() noexcept {
         return;
     }
     LocalWriters::get().remove(to_guid(_writer->getGuid()));
-    for (HeldAnswer& held : _held) {
-        _writer->release_change(held.change);
-    }
+    _held.clear([this](rtps::CacheChange_t* change) { _writer->release_change(change); });
     {
         // Fast DDS itself would take them away without the mutex, and a heartbeat that is on its way counts them.
         const Lock lock(_writer->getMutex());
@@ -306,10 +304,9 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
         to_rtps(request.source_timestamp == DDS_TIME_INVALID ? platform::current_time() : request.source_timestamp));
     const DDS_GUID_t& asker = request.related_identity.writer_guid;
     DDS_GUID_t participant = DDS_GUID_UNKNOWN;
-    const std::int64_t deadline_ns = chosen ? 0 : hold_until_locked(asker, participant);
+    const std::int64_t deadline_ns = chosen ? 0 : _held.deadline_of(asker, participant);
     if (deadline_ns != 0) {
-        _held.push_back({change, params, asker, participant, deadline_ns});
-        _holds.store(true);
+        _held.add({change, params, asker, participant, deadline_ns});
         change = nullptr;
         addressed = true;
         ++_counts.written;
@@ -391,31 +388,6 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     return true;
 }
 
-// @return 0 to send the answer now; else until when it waits.
-// @param participant  gets that of a requester that was lost.
-std::int64_t Writer::hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& participant) noexcept {
-    if (requester == DDS_GUID_UNKNOWN) {
-        return 0;
-    }
-    if (_audience.has_reader_of(requester) && _held.empty()) {
-        return 0;
-    }
-    const std::int64_t patience_ends_ns = platform::deadline_after(_patience);
-    const auto before =
-        std::find_if(_held.begin(), _held.end(), [&](const HeldAnswer& held) { return held.requester == requester; });
-    const std::shared_ptr<const Discovered> announced = _domain->find_requester(requester);
-    if (announced) {
-        return before != _held.end() || !_audience.is_in_reach(requester, announced.get()) ? patience_ends_ns : 0;
-    }
-    // Those who are not lost keep half of the room.
-    const std::int64_t return_ns =
-        static_cast<std::int64_t>(_held.size()) < _window / 2 ? _domain->return_deadline_ns(requester, participant) : 0;
-    if (return_ns != 0) {
-        return std::min(patience_ends_ns, return_ns);
-    }
-    return before != _held.end() ? patience_ends_ns : 0;
-}
-
 // One reader that is silent must not stop the others: at the limit, what everybody has got that is to have it goes also from behind the first that
 // is missing.
 // @return samples that wait for somebody.
@@ -441,7 +413,7 @@ std::int64_t Writer::make_room_locked() noexcept {
 }
 
 bool Writer::has_room_locked() noexcept {
-    const std::int64_t waiting = make_room_locked() + static_cast<std::int64_t>(_held.size());
+    const std::int64_t waiting = make_room_locked() + _held.size();
     if (waiting >= _window || (waiting > 0 && _octets >= MOST_OCTETS)) {
         return false;
     }
@@ -600,8 +572,8 @@ DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait
                 return DDS_RETCODE_ALREADY_DELETED;
             }
             sweep_locked();
-            goal = goal < 0 || !_held.empty() ? _last_sent : goal;
-            if (_held.empty() && _acknowledged >= goal && (!_keeps || is_all_acknowledged_locked())) {
+            goal = goal < 0 || !_held.is_empty() ? _last_sent : goal;
+            if (_held.is_empty() && _acknowledged >= goal && (!_keeps || is_all_acknowledged_locked())) {
                 return DDS_RETCODE_OK;
             }
         }
@@ -634,7 +606,6 @@ std::int64_t Writer::attend() noexcept {
     if (!call.may_run()) {
         return platform::NO_DEADLINE;
     }
-    std::int64_t again_ns = platform::NO_DEADLINE;
     try {
         if (_appears_later.load()) {
             appear();
@@ -646,11 +617,7 @@ std::int64_t Writer::attend() noexcept {
     const std::int64_t now_ns = platform::monotonic_ns();
     _sweep_due.store(false);
     sweep_locked();
-    try {
-        again_ns = _audience.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
-    } catch (const std::exception&) {
-        again_ns = now_ns + RETRY_NS;
-    }
+    std::int64_t again_ns = _audience.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
     pace_sending_locked();  // requesters come and go
     if (now_ns >= _look_ns || on_the_way_locked() == 0) {
         look_at_progress_locked();
@@ -665,38 +632,26 @@ std::int64_t Writer::attend() noexcept {
 }
 
 // @return when to look again.
-std::int64_t Writer::send_held_locked(std::int64_t now_ns) {
-    std::int64_t again_ns = platform::NO_DEADLINE;
-    std::deque<HeldAnswer> staying;
-    while (!_held.empty()) {
-        HeldAnswer held = _held.front();
-        const std::shared_ptr<const Discovered> announced = _domain->find_requester(held.requester);
-        const bool is_another =
-            announced && held.participant != DDS_GUID_UNKNOWN && announced->info.participant_guid != held.participant;
-        const bool matched = !is_another && _audience.is_in_reach(held.requester, announced.get());
-        DDS_GUID_t participant;
-        const bool may_return = !announced && _domain->return_deadline_ns(held.requester, participant) != 0;
-        const bool alive = matched || (announced && !is_another) || may_return;
-        if (alive && !matched && now_ns < held.deadline_ns) {
-            staying.push_back(held);
-            again_ns = std::min(again_ns, held.deadline_ns);
-            _held.pop_front();
-            continue;
-        }
-        if (alive && make_room_locked() >= _window) {
-            again_ns = now_ns + RETRY_NS;
-            break;  // what comes behind it waits with it
-        }
-        _held.pop_front();
-        const bool addressed = matched || _audience.has_unrouted();
-        _counts.unaddressed += addressed ? 0 : 1;
-        if (!alive || !send_locked(*held.change, held.params, _last_number + 1, addressed)) {
-            _writer->release_change(held.change);
-        }
-    }
-    _held.insert(_held.begin(), staying.begin(), staying.end());
-    _holds.store(!_held.empty());
-    return again_ns;
+std::int64_t Writer::send_held_locked(std::int64_t now_ns) noexcept {
+    bool has_room = true;
+    const std::int64_t next_ns = _held.release(
+        now_ns,
+        [&] {
+            has_room = make_room_locked() < _window;
+            return has_room;
+        },
+        [&](HeldAnswer& answer, bool is_sent, bool addressed) {
+            _counts.unaddressed += addressed ? 0 : 1;
+            try {
+                is_sent = is_sent && send_locked(*answer.change, answer.params, _last_number + 1, addressed);
+            } catch (const std::exception&) {
+                is_sent = false;
+            }
+            if (!is_sent) {
+                _writer->release_change(answer.change);
+            }
+        });
+    return has_room ? next_ns : now_ns + RETRY_NS;
 }
 
 void Writer::redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept {
@@ -739,7 +694,7 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
     } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && peer != nullptr &&
                _audience.add(to_guid(reader_guid), peer, reader_guid.is_on_same_process_as(_writer->getGuid()))) {
         _met_stranger = _met_stranger || (_asks && !peer->ours);
-        if (!_held.empty()) {
+        if (!_held.is_empty()) {
             _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
         }
     } else {
@@ -758,7 +713,7 @@ bool Writer::note_requester(const std::string& topic) noexcept {
     if (shares_with_it) {
         _audience.outdate();
     }
-    return shares_with_it || _holds.load();
+    return shares_with_it || _held.has_any();
 }
 
 // Called from the newest to the oldest: each would be looked for from the other end, so that removing them is left to the sweep.

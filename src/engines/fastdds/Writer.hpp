@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// A writer on Fast DDS: its numbers, its window, and answers held for requesters that cannot hear them yet.
+// A writer on Fast DDS: its numbers, its window, and when it asks for acknowledgements.
 //
 // 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks: the audience, numbers and held samples are under it.
 //    Order: it, then the participant's directory or a sink. Encoding happens outside.
 // 2. Numbers of Fast DDS have no gaps. Once the application has chosen one, the number that it knows travels behind the sample.
 // 3. What is on the way is what some reader has not acknowledged. It is bounded by the window; nobody sleeps with the mutex held.
-// 4. A sample that answers a requester of ours waits until the reader of that requester has matched. Those behind it for the same requester wait too.
-//    So it does, for some seconds, when that requester was lost a short while ago: it may only have been stopped.
+// 4. A sample that answers a requester of ours goes when its HeldAnswers let it.
 #ifndef NORVANE_ENGINES_FASTDDS_WRITER_HPP
 #define NORVANE_ENGINES_FASTDDS_WRITER_HPP
 
@@ -27,6 +26,7 @@
 #include "engines/fastdds/Audience.hpp"
 #include "engines/fastdds/Domain.hpp"
 #include "engines/fastdds/Endpoint.hpp"
+#include "engines/fastdds/HeldAnswers.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -71,13 +71,6 @@ private:
         std::uint32_t octets;
         std::int64_t when_ns;  // 0 where nobody asks
     };
-    struct HeldAnswer {
-        rtps::CacheChange_t* change;
-        rtps::WriteParams params;
-        DDS_GUID_t requester;
-        DDS_GUID_t participant;  // of a requester that was lost: another that comes under its name is not meant
-        std::int64_t deadline_ns;
-    };
 
     rtps::CacheChange_t* encode(const void* data) noexcept;
     DDS_ReturnCode_t write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
@@ -85,8 +78,7 @@ private:
     DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                   bool& addressed);
     bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed);
-    std::int64_t send_held_locked(std::int64_t now_ns);
-    std::int64_t hold_until_locked(const DDS_GUID_t& requester, DDS_GUID_t& participant) noexcept;
+    std::int64_t send_held_locked(std::int64_t now_ns) noexcept;
     eprosima::fastdds::dds::WriterQos announced_qos() const;
     bool appear_locked();
     std::int64_t make_room_locked() noexcept;
@@ -120,7 +112,6 @@ private:
     const bool _keeps_last_only;
     const std::int64_t _history_limit;
     const std::int64_t _window;
-    const DDS_Duration_t _patience;  // for answers held
     std::unique_ptr<rtps::WriterHistory> _history;
     const bool _asks;                  // the worker sends its heartbeats, and no timer of Fast DDS
     rtps::WriterTimes _times;          // as the QoS has them
@@ -137,6 +128,7 @@ private:
     std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
 
     Audience _audience;
+    HeldAnswers _held;
     const std::shared_ptr<AnsweredRequests> _answered = std::make_shared<AnsweredRequests>();
     bool _answers_prove = false;      // that requests have arrived
     std::int64_t _matched_since = 0;  // the last number before the readers were those that they are
@@ -151,11 +143,9 @@ private:
     bool _stuck = false;                    // nothing had got through since; until all has
     std::deque<Sent> _sent;                 // the samples on the way
     std::int64_t _octets = 0;               // their sum
-    std::deque<HeldAnswer> _held;
-    std::atomic<bool> _holds{false};       // any
-    rtps::CacheChange_t _probe;            // asks whether a number is acknowledged
-    std::uint32_t _redeliveries = 1;       // Fast DDS itself acknowledges with 1
-    std::atomic<bool> _renumbered{false};  // the application's numbers are others than those of Fast DDS
+    rtps::CacheChange_t _probe;             // asks whether a number is acknowledged
+    std::uint32_t _redeliveries = 1;        // Fast DDS itself acknowledges with 1
+    std::atomic<bool> _renumbered{false};   // the application's numbers are others than those of Fast DDS
     std::atomic<bool> _sweep_due{false};
     platform::FutexWord _changes{0};  // acknowledged, peer gone, closed
     std::atomic<std::uint32_t> _sleepers{0};
