@@ -102,7 +102,7 @@ TEST_P(Choices, a_property_that_is_not_understood_is_refused_by_name) {
         {"norvane.fastdds.lease_ms", "0"},
         {"norvane.fastdds.datagram", "1000"},
         {"norvane.fastdds.datagram", "65501"},
-        {"norvane.fastdds.batching", "on"},
+        {"norvane.fastdds.batching", "yes"},
         {"norvane.fastdds.batching", "0"},
         {"norvane.fastdds.batching", "1001"},
         {"norvane.fastdds.window", "-1"},

@@ -174,7 +174,8 @@ bool Outbox::send_behind_locked(Lane& lane, const std::uint8_t* message, std::ui
 }
 
 bool Outbox::hand_over_locked(const Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline) {
-    return (_socket && _socket->send(message, length, lane.place)) || send_now(*lane.sender, message, length, lane.place, deadline);
+    return (_socket && _socket->send(message, length, lane.place, deadline)) ||
+           send_now(*lane.sender, message, length, lane.place, deadline);
 }
 
 void Outbox::post_locked(Lane& lane) noexcept {

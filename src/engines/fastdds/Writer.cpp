@@ -231,7 +231,8 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     return code;
 }
 
-rtps::CacheChange_t* Writer::encode(const void* data) noexcept {
+// @throws std::bad_alloc
+rtps::CacheChange_t* Writer::encode(const void* data) {
     const std::size_t size = _pool.encoded_size(data);
     if (size == 0 || size > std::numeric_limits<std::uint32_t>::max() - NUMBER_ROOM) {
         return nullptr;

@@ -72,7 +72,7 @@ private:
         std::int64_t when_ns;  // 0 where nobody asks
     };
 
-    rtps::CacheChange_t* encode(const void* data) noexcept;
+    rtps::CacheChange_t* encode(const void* data);
     DDS_ReturnCode_t write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                      bool& addressed);
     DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,

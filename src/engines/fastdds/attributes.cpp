@@ -32,6 +32,7 @@ using eprosima::fastrtps::Duration_t;
 constexpr const char* OWN_PREFIX = "norvane.";
 // Octets of small messages in one datagram: what an Ethernet frame carries.
 constexpr std::size_t BATCH = 1472;
+constexpr std::chrono::microseconds USUAL_PAUSE{25};
 
 // As many as there are, with the room around them cut off.
 std::vector<std::string> split(const std::string& text) {
@@ -98,7 +99,7 @@ struct Transports {
     std::vector<std::string> interfaces;
     std::uint32_t datagram = 0;  // octets at most; 0: as Fast DDS has it
     bool batching = true;
-    std::chrono::microseconds pause{25};  // between samples that leave together, at most
+    std::chrono::microseconds pause = USUAL_PAUSE;  // between samples that leave together, at most
 };
 
 void add_transports(const Transports& transports, ParticipantChoice& choice) {
@@ -172,10 +173,10 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
         transports.datagram = static_cast<std::uint32_t>(number);
         return true;
     }
-    if (name == "norvane.fastdds.batching" && (value == "off" || to_number(value, 1, 1000, number))) {
+    if (name == "norvane.fastdds.batching" && (value == "on" || value == "off" || to_number(value, 1, 1000, number))) {
         transports.chosen = true;
         transports.batching = value != "off";
-        transports.pause = std::chrono::microseconds(number);
+        transports.pause = number != 0 ? std::chrono::microseconds(number) : USUAL_PAUSE;
         return true;
     }
     if (name == "norvane.fastdds.initial_peers") {
