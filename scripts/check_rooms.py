@@ -48,7 +48,7 @@ ROOMS = [
     Room("src/middleware/", OBJECT_API + ("middleware/*", "platform/*"), system=("unistd.h",)),
     Room("src/engines/embedded/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", *ALL_ENGINES, "engines/embedded/*")),
     Room("src/engines/fastdds/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", *ALL_ENGINES, "engines/fastdds/*"),
-         system=("fastdds/*", "fastrtps/*", "fastcdr/*", "arpa/inet.h", "ifaddrs.h", "netinet/in.h", "sys/socket.h", "unistd.h",
+         system=("fastdds/*", "fastrtps/*", "fastcdr/*", "arpa/inet.h", "ifaddrs.h", "netinet/in.h", "poll.h", "sys/socket.h", "unistd.h",
                  "tinyxml2.h")),
     Room("src/engines/refusals.hpp", ("middleware/Engine.hpp",)),
     Room("src/engines/judgement.hpp", ("middleware/Engine.hpp",)),
