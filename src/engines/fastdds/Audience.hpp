@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Who hears a writer: its matched readers, which of its samples each of them gets, and the requesters that take their answers from shared ones.
 //
-// Thread rule: under the mutex of the writer's RTPS writer, but for `outdate` and `is_outdated`. Then the participant's directory, or a sink.
+// Thread rule: under the mutex of the writer's RTPS writer, but for `outdate` and `is_outdated`. Order: it, then the participant's directory or a sink.
 #ifndef NORVANE_ENGINES_FASTDDS_AUDIENCE_HPP
 #define NORVANE_ENGINES_FASTDDS_AUDIENCE_HPP
 

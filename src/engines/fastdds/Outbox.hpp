@@ -36,7 +36,7 @@ public:
     /// @param datagram_limit  octets of a datagram with several messages at most.
     /// @param pause           a message belongs to a run when it comes so soon after the one before. Longer than it takes to write one, shorter than a
     ///                        round trip. What waits leaves after four to twelve of them at the latest, but a round of the thread takes a tenth of a millisecond.
-    /// @param socket          to send by what can go at once; null: Fast DDS's own alone.
+    /// @param socket          what goes to a place that has a lane leaves by it, if it can; null: by Fast DDS's own alone.
     Outbox(std::size_t datagram_limit, std::chrono::microseconds pause, std::unique_ptr<SendSocket> socket) noexcept;
     ~Outbox() { close(); }
     Outbox(const Outbox&) = delete;

@@ -2,10 +2,8 @@
 #include "engines/fastdds/Writer.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <limits>
-#include <utility>
 
 #include <fastdds/rtps/RTPSDomain.h>
 #include <fastdds/rtps/reader/RTPSReader.h>

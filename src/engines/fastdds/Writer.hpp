@@ -14,7 +14,6 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 #include <fastdds/rtps/history/WriterHistory.h>
 #include <fastdds/rtps/writer/RTPSWriter.h>
