@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "engines/fastdds/Datagram.hpp"
+#include "engines/fastdds/transport/Datagram.hpp"
 
 namespace norvane {
 namespace test {

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "engines/fastdds/Endpoint.hpp"
-#include "engines/fastdds/Outbox.hpp"
+#include "engines/fastdds/transport/Outbox.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {

@@ -15,7 +15,7 @@
 #include <string>
 #include <unordered_set>
 
-#include "engines/fastdds/Announcement.hpp"
+#include "engines/fastdds/discovery/Announcement.hpp"
 #include "middleware/Engine.hpp"
 #include "platform/Clock.hpp"
 #include "platform/FutexWord.hpp"

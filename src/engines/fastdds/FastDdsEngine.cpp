@@ -7,12 +7,12 @@
 #include <string>
 #include <utility>
 
-#include "engines/fastdds/Domain.hpp"
-#include "engines/fastdds/Reader.hpp"
-#include "engines/fastdds/ReplyRoute.hpp"
-#include "engines/fastdds/Writer.hpp"
 #include "engines/fastdds/attributes.hpp"
-#include "engines/fastdds/credentials.hpp"
+#include "engines/fastdds/discovery/Domain.hpp"
+#include "engines/fastdds/discovery/credentials.hpp"
+#include "engines/fastdds/reading/Reader.hpp"
+#include "engines/fastdds/reading/ReplyRoute.hpp"
+#include "engines/fastdds/writing/Writer.hpp"
 #include "engines/refusals.hpp"
 #include "platform/Clock.hpp"
 

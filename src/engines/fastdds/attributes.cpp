@@ -19,7 +19,7 @@
 #include <fastrtps/utils/IPLocator.h>
 #include <fastrtps/xmlparser/XMLProfileManager.h>
 
-#include "engines/fastdds/UdpTransport.hpp"
+#include "engines/fastdds/transport/UdpTransport.hpp"
 
 namespace norvane {
 namespace fastdds {

@@ -13,8 +13,8 @@
 #include <fastdds/rtps/attributes/WriterAttributes.h>
 #include <fastrtps/attributes/TopicAttributes.h>
 
-#include "engines/fastdds/UdpTransport.hpp"
 #include "engines/fastdds/identity.hpp"
+#include "engines/fastdds/transport/UdpTransport.hpp"
 #include "norvane/dds/qos.hpp"
 
 namespace norvane {

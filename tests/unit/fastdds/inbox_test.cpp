@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "engines/fastdds/EventThread.hpp"
-#include "engines/fastdds/Inbox.hpp"
+#include "engines/fastdds/quirks_2_9/EventThread.hpp"
+#include "engines/fastdds/quirks_2_9/Inbox.hpp"
 #include "support/Eventually.hpp"
 
 namespace norvane {

@@ -1,0 +1,329 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/discovery/Domain.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <utility>
+
+#include <fastdds/rtps/RTPSDomain.h>
+
+#include "engines/judgement.hpp"
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+// Who was stopped or cut off for longer than its lease, and goes on, is found again within a second.
+constexpr std::int64_t RETURN_NS = 5000LL * 1000 * 1000;
+
+template <typename Data>
+void describe(const Data& data, Discovered& endpoint) {
+    mw::EndpointInfo& info = endpoint.info;
+    endpoint.rtps_guid = data.guid();
+    info.guid = to_guid(data.guid());
+    rtps::GUID_t participant;
+    participant.guidPrefix = data.guid().guidPrefix;
+    participant.entityId = rtps::c_EntityId_RTPSParticipant;
+    info.participant_guid = to_guid(participant);
+    info.topic_name = data.topicName().to_string();
+    info.type_name = data.typeName().to_string();
+    info.reliability.kind = data.m_qos.m_reliability.kind == eprosima::fastdds::dds::RELIABLE_RELIABILITY_QOS
+                                ? DDS_RELIABLE_RELIABILITY_QOS
+                                : DDS_BEST_EFFORT_RELIABILITY_QOS;
+    info.durability.kind = static_cast<DDS_DurabilityQosPolicyKind>(data.m_qos.m_durability.kind);
+    read_announcement(data.m_qos.m_userData.data_vec(), endpoint);
+}
+
+mw::PeerEvent judge(const mw::EndpointInfo& writer, const mw::EndpointInfo& reader) noexcept {
+    return mw::judge(writer, reader, are_of_one_type(writer, reader));
+}
+
+// Those on which peers tell of their participants and endpoints.
+std::vector<std::uint32_t> discovery_ports(const rtps::RTPSParticipant& participant) {
+    const rtps::BuiltinAttributes& builtin = participant.getRTPSParticipantAttributes().builtin;
+    std::vector<std::uint32_t> ports;
+    for (const rtps::LocatorList_t* list : {&builtin.metatrafficUnicastLocatorList, &builtin.metatrafficMulticastLocatorList}) {
+        for (const rtps::Locator_t& place : *list) {
+            ports.push_back(place.port);
+        }
+    }
+    return ports;
+}
+
+// The participants of this process while their timer threads can be paused. Guarded by the mutex of all endpoints. Never destroyed, as that.
+std::vector<const Domain*>& joined() noexcept {
+    static std::vector<const Domain*>* const ALL = new std::vector<const Domain*>;
+    return *ALL;
+}
+
+}  // namespace
+
+Domain::~Domain() { leave(); }
+
+void Domain::leave() noexcept {
+    if (_dispatcher != nullptr) {
+        _dispatcher->stop();
+    }
+    if (_boxes.outbox) {
+        _boxes.outbox->close();  // the sockets that it knows go with the participant
+    }
+    if (_boxes.inbox) {
+        _boxes.inbox->detach();
+    }
+    if (_event_thread != nullptr) {
+        const std::lock_guard<std::mutex> lock(endpoints_mutex());
+        joined().erase(std::remove(joined().begin(), joined().end(), this), joined().end());
+        _event_thread->end();
+    }
+    if (_participant != nullptr) {
+        const Removal removal(*this);
+        rtps::RTPSDomain::removeRTPSParticipant(_participant);
+        _participant = nullptr;
+        _dispatcher->stop();
+    }
+}
+
+bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes& attributes) {
+    _domain_id = domain_id;
+    _dispatcher = std::make_unique<Dispatcher>();
+    _participant = rtps::RTPSDomain::createParticipant(domain_id, attributes, this);
+    if (_participant == nullptr) {
+        return false;
+    }
+    _event_thread = std::make_unique<EventThread>(*_participant);
+    {
+        const std::lock_guard<std::mutex> lock(endpoints_mutex());
+        joined().push_back(this);
+    }
+    if (_boxes.inbox) {
+        _boxes.inbox->attach(*_event_thread, discovery_ports(*_participant));
+    }
+    return true;
+}
+
+std::mutex& Domain::endpoints_mutex() noexcept {
+    // Never destroyed: participants of static life leave after main.
+    static std::mutex* const MUTEX = new std::mutex;
+    return *MUTEX;
+}
+
+Domain::Removal::Removal(const Domain& domain) noexcept : _lock(endpoints_mutex()), _domain(domain) {
+    // All at once: each takes a while until it stands still.
+    for_each_domain([](const Domain& each) { each._pause = each._event_thread->pause(); });
+    for_each_domain([](const Domain& each) { each._event_thread->wait_until_still(each._pause); });
+    // The end of an endpoint waits for that of its own participant. Which has now answered all endpoints of this process, and gets no new ones.
+    for_each_domain([&](const Domain& each) {
+        if (&each == &domain) {
+            each._event_thread->resume(each._pause);
+        }
+    });
+}
+
+Domain::Removal::~Removal() {
+    for_each_domain([&](const Domain& each) {
+        if (&each != &_domain) {
+            each._event_thread->resume(each._pause);
+        }
+    });
+}
+
+template <typename Action>
+void Domain::Removal::for_each_domain(const Action& action) const noexcept {
+    for (const Domain* const each : joined()) {
+        if (each->_domain_id == _domain._domain_id) {
+            action(*each);
+        }
+    }
+}
+
+bool Domain::claim_guid(const DDS_GUID_t& guid) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const bool known =
+        std::any_of(_directory.begin(), _directory.end(), [&](const auto& entry) { return entry.second->info.guid == guid; });
+    return !known && _own_guids.insert(guid).second;
+}
+
+void Domain::give_back_guid(const DDS_GUID_t& guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _own_guids.erase(guid);
+}
+
+DDS_GUID_t Domain::make_guid() noexcept {
+    // Of the kinds that vendors define themselves: Fast DDS gives none of those.
+    constexpr DDS_Octet VENDORS_READER = 0x44;
+    DDS_GUID_t made = guid();
+    const std::uint32_t entity = _last_entity.fetch_add(1) + 1;
+    made.value[12] = static_cast<DDS_Octet>(entity >> 16U);
+    made.value[13] = static_cast<DDS_Octet>(entity >> 8U);
+    made.value[14] = static_cast<DDS_Octet>(entity);
+    made.value[15] = VENDORS_READER;
+    return made;
+}
+
+void Domain::add(const std::shared_ptr<Endpoint>& endpoint) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _own.push_back(endpoint);
+    _requester_count += endpoint->is_writer() && is_requester(endpoint->info()) ? 1 : 0;
+    for (const auto& entry : _directory) {
+        judge_locked(*endpoint, entry.second);
+    }
+}
+
+void Domain::remove(const Endpoint& endpoint) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = std::find_if(_own.begin(), _own.end(), [&](const auto& own) { return own.get() == &endpoint; });
+    if (place != _own.end()) {
+        place->swap(_own.back());
+        _own.pop_back();
+        _requester_count -= endpoint.is_writer() && is_requester(endpoint.info()) ? 1 : 0;
+    }
+}
+
+std::shared_ptr<const Discovered> Domain::find(const rtps::GUID_t& guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = _directory.find(to_guid(guid));
+    return place == _directory.end() ? nullptr : place->second;
+}
+
+std::shared_ptr<const Discovered> Domain::find_requester(const DDS_GUID_t& writer_guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = _requesters.find(writer_guid);
+    return place == _requesters.end() ? nullptr : place->second;
+}
+
+std::int64_t Domain::return_deadline_ns(const DDS_GUID_t& writer_guid, DDS_GUID_t& participant) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = _lost_requesters.find(writer_guid);
+    if (place == _lost_requesters.end() || place->second.deadline_ns <= platform::monotonic_ns()) {
+        return 0;
+    }
+    participant = place->second.participant;
+    return place->second.deadline_ns;
+}
+
+std::shared_ptr<Endpoint> Domain::find_own_writer(const DDS_GUID_t& guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place =
+        std::find_if(_own.begin(), _own.end(), [&](const auto& own) { return own->is_writer() && own->info().guid == guid; });
+    return place == _own.end() ? nullptr : *place;
+}
+
+std::shared_ptr<Endpoint> Domain::find_share(const DDS_GUID_t& asking) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = std::find_if(_own.begin(), _own.end(), [&](const auto& own) { return own->shares_answers_to(asking); });
+    return place == _own.end() ? nullptr : *place;
+}
+
+std::vector<std::shared_ptr<const Discovered>> Domain::find_sharers(const std::string& topic) {
+    std::vector<std::shared_ptr<const Discovered>> sharers;
+    std::lock_guard<std::mutex> lock(_mutex);
+    for (const auto& entry : _requesters) {
+        if (entry.second->answers.topic_name == topic) {
+            sharers.push_back(entry.second);
+        }
+    }
+    return sharers;
+}
+
+void Domain::onReaderDiscovery(rtps::RTPSParticipant* /*participant*/, rtps::ReaderDiscoveryInfo&& info) {
+    if (info.status == rtps::ReaderDiscoveryInfo::REMOVED_READER) {
+        forget(info.info.guid());
+    } else {
+        discover(info.info, false);
+    }
+}
+
+void Domain::onWriterDiscovery(rtps::RTPSParticipant* /*participant*/, rtps::WriterDiscoveryInfo&& info) {
+    if (info.status == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
+        forget(info.info.guid());
+    } else {
+        discover(info.info, true);
+    }
+}
+
+template <typename Data>
+void Domain::discover(const Data& data, bool is_writer) noexcept {
+    try {
+        auto endpoint = std::make_shared<Discovered>();
+        endpoint->is_writer = is_writer;
+        describe(data, *endpoint);
+        std::lock_guard<std::mutex> lock(_mutex);
+        if (is_writer && endpoint->ours && is_requester(endpoint->info)) {
+            std::shared_ptr<const Discovered>& place = _requesters[endpoint->info.guid];
+            const std::shared_ptr<const Discovered> before = std::exchange(place, endpoint);
+            _lost_requesters.erase(endpoint->info.guid);
+            const mw::EndpointInfo nothing;
+            const mw::EndpointInfo& answers_before = before ? before->answers : nothing;
+            const mw::EndpointInfo& answers = endpoint->answers;
+            if (answers_before.topic_name != answers.topic_name || !(answers_before.guid == answers.guid)) {
+                tell_of_requester_locked(answers_before.topic_name.empty() ? answers.topic_name : answers_before.topic_name);
+            }
+        }
+        _directory[to_guid(data.guid())] = endpoint;
+        for (const std::shared_ptr<Endpoint>& own : _own) {
+            judge_locked(*own, endpoint);
+        }
+    } catch (const std::exception&) {
+        // No memory to know it: it is treated as plain.
+    }
+}
+
+void Domain::forget(const rtps::GUID_t& guid) noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto place = _directory.find(to_guid(guid));
+    if (place == _directory.end()) {
+        return;
+    }
+    const std::shared_ptr<const Discovered> gone = std::move(place->second);
+    _directory.erase(place);
+    gone->is_lost.store(kind_of_leaving() == mw::PeerEventKind::LOST);
+    for (const std::shared_ptr<Endpoint>& own : _own) {
+        own->forget_misfit(guid);
+    }
+    // One that was started again under the name of one that was killed is found before the other's lease has expired.
+    const auto requester = gone->is_writer ? _requesters.find(gone->info.guid) : _requesters.end();
+    if (requester != _requesters.end() && requester->second == gone) {
+        _requesters.erase(requester);
+        if (gone->is_lost.load()) {
+            note_loss_locked(*gone);
+        }
+        tell_of_requester_locked(gone->answers.topic_name);
+    }
+}
+
+void Domain::note_loss_locked(const Discovered& requester) noexcept {
+    const std::int64_t now_ns = platform::monotonic_ns();
+    for (auto place = _lost_requesters.begin(); place != _lost_requesters.end();) {
+        place = place->second.deadline_ns <= now_ns ? _lost_requesters.erase(place) : std::next(place);
+    }
+    try {
+        _lost_requesters[requester.info.guid] = {requester.info.participant_guid, now_ns + RETURN_NS};
+    } catch (const std::exception&) {
+        // No memory: nobody waits for it.
+    }
+}
+
+void Domain::tell_of_requester_locked(const std::string& topic) noexcept {
+    for (const std::shared_ptr<Endpoint>& own : _own) {
+        if (own->note_requester(topic)) {
+            _dispatcher->attend(own, platform::monotonic_ns());
+        }
+    }
+}
+
+void Domain::judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>& other) noexcept {
+    if (own.is_writer() == other->is_writer || own.info().topic_name != other->info.topic_name) {
+        return;
+    }
+    mw::PeerEvent event = own.is_writer() ? judge(own.info(), other->info) : judge(other->info, own.info());
+    if (event.kind != mw::PeerEventKind::MATCHED) {  // that is told when Fast DDS has matched them
+        event.peer = info_of(other);
+        own.note_misfit(other->rtps_guid, event);
+    }
+}
+
+}  // namespace fastdds
+}  // namespace norvane

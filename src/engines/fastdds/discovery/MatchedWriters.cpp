@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/discovery/MatchedWriters.hpp"
+
+#include <utility>
+
+#include "engines/fastdds/discovery/LocalWriters.hpp"
+#include "engines/fastdds/writing/number_trailer.hpp"
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+const MatchedWriters::Match* MatchedWriters::find(const rtps::GUID_t& writer) {
+    const auto place = _matches.find(to_guid(writer));
+    if (place != _matches.end()) {
+        return &place->second;
+    }
+    // Its first sample was faster than the news of the match.
+    std::shared_ptr<const Discovered> peer = _domain.find(writer);
+    if (!peer) {
+        return nullptr;
+    }
+    const bool fits = are_of_one_type(_reader, peer->info);
+    return &_matches.emplace(to_guid(writer), Match{std::move(peer), fits, false}).first->second;
+}
+
+std::shared_ptr<const Discovered> MatchedWriters::tell(const rtps::GUID_t& writer) {
+    Match* const match = const_cast<Match*>(find(writer));
+    if (match == nullptr || match->told) {
+        return nullptr;
+    }
+    match->told = true;
+    return match->fits ? match->peer : nullptr;
+}
+
+std::shared_ptr<const Discovered> MatchedWriters::remove(const rtps::GUID_t& writer) noexcept {
+    const auto place = _matches.find(to_guid(writer));
+    if (place == _matches.end()) {
+        return nullptr;
+    }
+    const Match gone = std::move(place->second);
+    _matches.erase(place);
+    return gone.fits && gone.told ? gone.peer : nullptr;
+}
+
+mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change, std::size_t& length) {
+    mw::SampleMetadata metadata;
+    const Match* const match = find(change.writerGUID);
+    metadata.identity.writer_guid = match == nullptr ? to_guid(change.writerGUID) : match->peer->info.guid;
+    metadata.identity.sequence_number = to_sequence_number(change.sequenceNumber);
+    length = change.serializedPayload.length;
+    std::int64_t number = 0;
+    if (match != nullptr && match->peer->ours && take_number(change.serializedPayload.data, length, number)) {
+        metadata.identity.sequence_number = to_sequence_number(number);
+    }
+    metadata.related_identity = to_identity(change.write_params.sample_identity());
+    if (match != nullptr && !match->peer->ours && metadata.related_identity.writer_guid != DDS_GUID_UNKNOWN) {
+        // As for the GUID: a plain peer answers the number that Fast DDS knows.
+        metadata.related_identity.sequence_number = to_sequence_number(LocalWriters::get().number_of(
+            metadata.related_identity.writer_guid, to_integer(metadata.related_identity.sequence_number)));
+    }
+    metadata.related_identity.writer_guid = answered_writer(change);
+    metadata.source_timestamp = to_time(change.sourceTimestamp);
+    metadata.reception_timestamp = platform::current_time();
+    return metadata;
+}
+
+DDS_GUID_t answered_writer(const rtps::CacheChange_t& change) noexcept {
+    // Once it has arrived, what a sample answers is in the place of its own identity. A plain peer answers the writer that Fast DDS knows.
+    const DDS_GUID_t related = to_guid(change.write_params.sample_identity().writer_guid());
+    return related == DDS_GUID_UNKNOWN ? related : LocalWriters::get().name_of(related);
+}
+
+}  // namespace fastdds
+}  // namespace norvane

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where messages to a participant come in over UDP. What may remove endpoints of peers is handed on while the timer thread stands still (EventThread).
+// Thread rule: any thread at once.
+#ifndef NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_INBOX_HPP
+#define NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_INBOX_HPP
+
+#include <atomic>
+#include <cstdint>
+#include <shared_mutex>
+#include <vector>
+
+#include "engines/fastdds/quirks_2_9/EventThread.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+class Inbox {
+public:
+    /// Says whose timer thread it is, and where peers tell of their endpoints. @param timers  borrowed until `detach`.
+    void attach(EventThread& timers, std::vector<std::uint32_t> discovery_ports) noexcept;
+    /// When it returns, nobody uses the timer thread.
+    void detach() noexcept;
+
+    /// Hands a message on. @param port  on which it came. @param hand_on  a call without arguments, which does not throw.
+    template <typename HandOn>
+    void take_in(const std::uint8_t* message, std::uint32_t length, std::uint32_t port, const HandOn& hand_on) {
+        const std::shared_lock<std::shared_mutex> lock(_mutex);
+        if (!must_pause_locked(message, length, port)) {
+            hand_on();
+            return;
+        }
+        const std::uint64_t time = _timers->pause();
+        _timers->wait_until_still(time);
+        hand_on();
+        _timers->resume(time);
+    }
+
+private:
+    bool must_pause_locked(const std::uint8_t* message, std::uint32_t length, std::uint32_t port) noexcept;
+
+    std::shared_mutex _mutex;  // shared while a message is handed on: above all locks of Fast DDS
+    EventThread* _timers = nullptr;
+    std::vector<std::uint32_t> _discovery_ports;
+    std::atomic<std::int64_t> _careful_until_ns{0};
+};
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+// One part of an RTPS message, as it lies in memory. Thread rule: plain values.
+#ifndef NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_SUBMESSAGE_HPP
+#define NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_SUBMESSAGE_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace norvane {
+namespace fastdds {
+
+struct Submessage {
+    enum Kind : std::uint8_t {
+        PAD = 0x01,
+        HEARTBEAT = 0x07,
+        GAP = 0x08,
+        INFO_TS = 0x09,
+        INFO_SRC = 0x0c,
+        INFO_REPLY_IP4 = 0x0d,
+        INFO_DST = 0x0e,
+        INFO_REPLY = 0x0f,
+        DATA = 0x15,
+        DATA_FRAG = 0x16,
+        FIRST_OF_SECURITY = 0x30,
+        SRTPS_PREFIX = 0x33,
+        LAST_OF_SECURITY = 0x34,
+        FIRST_OF_VENDORS = 0x80
+    };
+    static constexpr std::uint8_t LITTLE_ENDIAN_FLAG = 0x01;
+    static constexpr std::size_t HEADER = 4;
+    /// Octets that come before the first submessage.
+    static constexpr std::size_t MESSAGE_HEADER = 20;
+
+    /// @return whether the octets begin as a message does that has a submessage.
+    static bool begin_a_message(const std::uint8_t* octets, std::size_t length) noexcept {
+        return length >= MESSAGE_HEADER + HEADER && std::memcmp(octets, "RTPS", 4) == 0;
+    }
+
+    /// Reads the one that begins at a place of a message. @return false when it is not all there.
+    bool read(const std::uint8_t* message, std::size_t message_length, std::size_t place) noexcept {
+        if (place + HEADER > message_length) {
+            return false;
+        }
+        const std::uint8_t* const header = message + place;
+        kind = header[0];
+        flags = header[1];
+        body = header + HEADER;
+        length = (flags & LITTLE_ENDIAN_FLAG) != 0 ? header[2] + 256U * header[3] : header[3] + 256U * header[2];
+        // The last one may say nothing of its length.
+        lasts_to_the_end = length == 0 && kind != PAD && kind != INFO_TS;
+        length = lasts_to_the_end ? message_length - place - HEADER : length;
+        return place + HEADER + length <= message_length;
+    }
+
+    std::uint8_t kind = 0;
+    std::uint8_t flags = 0;
+    const std::uint8_t* body = nullptr;
+    std::size_t length = 0;  ///< Of the body.
+    bool lasts_to_the_end = false;
+};
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,282 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/reading/Reader.hpp"
+
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include <fastdds/rtps/RTPSDomain.h>
+#include <fastrtps/attributes/TopicAttributes.h>
+#include <fastrtps/qos/ReaderQos.h>
+
+#include "engines/fastdds/attributes.hpp"
+#include "engines/fastdds/discovery/LocalWriters.hpp"
+#include "engines/fastdds/writing/Writer.hpp"
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace dds = eprosima::fastdds::dds;
+
+// ---- history ------------------------------------------------------------------------------------------------------
+
+Reader::History::History(Reader& reader) : rtps::ReaderHistory(history_attributes()), _reader(reader) {}
+
+bool Reader::History::can_change_be_added_nts(const rtps::GUID_t& writer_guid, std::uint32_t /*payload_size*/,
+                                              std::size_t missing_before, bool& /*will_never_be_accepted*/) const {
+    if (!_reader._bounded || !_reader._reliable || missing_before == 0) {
+        return true;
+    }
+    if (writer_guid.is_on_same_process_as(_reader._reader->getGuid())) {
+        // Nobody would send it again. Its predecessors are on their way on another thread, or were refused, or are for others.
+        try {
+            _reader._refused[to_guid(writer_guid)] = rtps::SequenceNumber_t(0, 1);
+        } catch (const std::exception&) {
+            return true;  // better out of order than never
+        }
+        _reader._domain->dispatcher().attend(_reader.shared_from_this(), platform::monotonic_ns());
+    }
+    return false;
+}
+
+bool Reader::History::received_change(rtps::CacheChange_t* change, std::size_t missing_before,
+                                      dds::SampleRejectedStatusKind& reason) {
+    reason = dds::NOT_REJECTED;
+    // One that comes in fragments is asked about when it is complete.
+    if (_reader._bounded && change->getFragmentCount() == 0 && _reader.is_asked_locked(*change) &&
+        _reader._question.answer == mw::Admission::FULL) {
+        return false;
+    }
+    return rtps::ReaderHistory::received_change(change, missing_before);
+}
+
+bool Reader::History::completed_change(rtps::CacheChange_t* change, std::size_t /*missing_before*/,
+                                       dds::SampleRejectedStatusKind& reason) {
+    reason = dds::NOT_REJECTED;
+    return !_reader._bounded || !_reader.passes_locked(*change) || _reader.ask_locked(*change) != mw::Admission::FULL;
+}
+
+// ---- life ---------------------------------------------------------------------------------------------------------
+
+Reader::Reader(const std::shared_ptr<Domain>& domain, const mw::ReaderSettings& settings)
+    : Endpoint(settings.info),
+      _domain(domain),
+      _intake(*this, *settings.pool),
+      _reliable(settings.qos->reliability.kind == DDS_RELIABLE_RELIABILITY_QOS),
+      _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
+      _bounded(settings.qos->resource_limits.max_samples != DDS_LENGTH_UNLIMITED),
+      _looks_inside(!settings.routed && !settings.filter_expression.empty()),
+      _routed(settings.routed),
+      _route(settings.route),
+      _history(*this),
+      _matches(*domain, _info) {}
+
+Reader::~Reader() { close(); }
+
+DDS_ReturnCode_t Reader::prepare(const mw::ReaderSettings& settings, std::string& failure) {
+    rtps::ReaderAttributes attributes = reader_attributes(settings.info.topic_name, *settings.qos);
+    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    _reader = rtps::RTPSDomain::createRTPSReader(&_domain->participant(), attributes, &_history, this);
+    if (_reader == nullptr) {
+        failure = "Fast DDS makes no reader";
+        return DDS_RETCODE_ERROR;
+    }
+    _info.participant_guid = _domain->guid();
+    if (_info.guid == DDS_GUID_AUTO) {
+        _info.guid = to_guid(_reader->getGuid());
+    }
+    if (_routed && _info.partner_guid == DDS_GUID_UNKNOWN) {
+        _info.partner_guid = _route;
+    }
+    _reader->set_content_filter(this);
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t Reader::enable(mw::SampleSink& sink) noexcept {
+    _intake.attach(sink);
+    attach(sink);
+    try {
+        _domain->add(shared_from_this());
+        dds::ReaderQos qos;
+        qos.m_reliability.kind = _reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
+        qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
+        qos.m_userData.setValue(announce_reader(_info, _routed ? Routing::OWN : Routing::NONE, _route));
+        qos.data_sharing.off();
+        bool registered = false;
+        {
+            const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
+            registered = _domain->participant().registerReader(_reader, topic_attributes(_info.topic_name, _info.type_name), qos);
+        }
+        const std::shared_ptr<Endpoint> writer = registered && _routed ? _domain->find_own_writer(_route) : nullptr;
+        if (writer) {
+            std::static_pointer_cast<Writer>(writer)->appear();
+        }
+        return registered ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+    } catch (const std::exception&) {
+        return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+}
+
+void Reader::close() noexcept {
+    const std::lock_guard<std::mutex> turn(_close_mutex);
+    if (!begin_to_close()) {
+        return;
+    }
+    _calls.shut();
+    _calls.wait_until_empty();
+    wait_until_quiet();
+    _domain->remove(*this);
+    _domain->give_back_guid(_info.guid);
+    if (_reader != nullptr) {
+        const Domain::Removal removal(*_domain);
+        rtps::RTPSDomain::removeRTPSReader(_reader);
+    }
+}
+
+// ---- room ---------------------------------------------------------------------------------------------------------
+
+void Reader::room_freed() noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return;
+    }
+    std::unordered_map<DDS_GUID_t, rtps::SequenceNumber_t, GuidHash> refused;
+    {
+        const Lock lock(_reader->getMutex());
+        refused.swap(_refused);
+    }
+    for (const auto& entry : refused) {
+        const std::shared_ptr<Endpoint> writer = LocalWriters::get().find(entry.first);
+        if (writer) {
+            std::static_pointer_cast<Writer>(writer)->redeliver(*_reader, entry.second);
+        }
+    }
+}
+
+std::int64_t Reader::attend() noexcept {
+    room_freed();
+    return platform::NO_DEADLINE;
+}
+
+// ---- samples ------------------------------------------------------------------------------------------------------
+
+// Decides what needs no room.
+bool Reader::passes_locked(const rtps::CacheChange_t& change) {
+    const MatchedWriters::Match* const match = _matches.find(change.writerGUID);
+    if (change.kind != rtps::ALIVE || (match != nullptr && !match->fits)) {
+        return false;
+    }
+    return !_routed || answered_writer(change) == _route;
+}
+
+bool Reader::is_asked_locked(const rtps::CacheChange_t& change) const noexcept {
+    return _question.open && _question.writer == change.writerGUID && _question.number == change.sequenceNumber;
+}
+
+mw::Admission Reader::ask_locked(const rtps::CacheChange_t& change) {
+    if (_question.open && _question.answer == mw::Admission::SLOT) {
+        _intake.sink().abandon();  // Fast DDS had no memory for it
+    }
+    const auto refused = _refused.emplace(to_guid(change.writerGUID), change.sequenceNumber);
+    std::size_t length = 0;
+    const mw::SampleMetadata metadata = _matches.metadata_of(change, length);
+    _question.writer = change.writerGUID;
+    _question.number = change.sequenceNumber;
+    _question.open = true;
+    _question.sample.reset();
+    const void* data = nullptr;
+    if (_looks_inside) {
+        // What does not pass must not wait for room.
+        _question.sample = _intake.decode(change.serializedPayload.data, length);
+        data = _question.sample ? _question.sample->data : nullptr;
+    }
+    _question.answer = _looks_inside && data == nullptr ? mw::Admission::NO_MEMORY : _intake.sink().admit(metadata, data);
+    if (_question.answer == mw::Admission::FULL && !_reliable) {
+        _question.answer = mw::Admission::UNWANTED;
+        _intake.count_loss();
+    } else if (_question.answer == mw::Admission::NO_MEMORY) {
+        // Nobody would ask again: better one sample counted as lost than a writer that is stuck.
+        _question.answer = mw::Admission::UNWANTED;
+        _intake.count_loss();
+    }
+    if (_question.answer != mw::Admission::FULL && refused.second) {
+        _refused.erase(to_guid(change.writerGUID));
+    }
+    return _question.answer;
+}
+
+bool Reader::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& /*reader_guid*/) const {
+    Reader& self = const_cast<Reader&>(*this);  // Fast DDS holds the mutex
+    try {
+        if (!self.passes_locked(change)) {
+            return false;
+        }
+        if (!_bounded) {
+            return true;
+        }
+        const mw::Admission answer =
+            is_asked_locked(change) && _question.answer != mw::Admission::FULL ? _question.answer : self.ask_locked(change);
+        return answer == mw::Admission::SLOT || answer == mw::Admission::FULL;
+    } catch (const std::exception&) {
+        return true;  // no memory to know better
+    }
+}
+
+void Reader::onNewCacheChangeAdded(rtps::RTPSReader* /*reader*/, const rtps::CacheChange_t* change) {
+    try {
+        deliver_locked(*change);
+    } catch (const std::exception&) {
+        _intake.count_loss();
+    }
+    _history.remove_change(const_cast<rtps::CacheChange_t*>(change));
+}
+
+void Reader::deliver_locked(const rtps::CacheChange_t& change) {
+    std::size_t length = 0;
+    const mw::SampleMetadata metadata = _matches.metadata_of(change, length);
+    mw::Admission admission = mw::Admission::SLOT;
+    SampleReference sample;
+    if (is_asked_locked(change) && _question.answer == mw::Admission::SLOT) {
+        _question.open = false;
+        sample = std::move(_question.sample);
+    } else {
+        admission = passes_locked(change) ? _intake.sink().admit(metadata, nullptr) : mw::Admission::FILTERED;
+    }
+    if (admission == mw::Admission::FULL || admission == mw::Admission::NO_MEMORY) {
+        _intake.count_loss();
+    }
+    if (admission != mw::Admission::SLOT) {
+        return;
+    }
+    if (!sample) {
+        sample = _intake.decode(change.serializedPayload.data, length);
+    }
+    _intake.store(std::move(sample), metadata);
+}
+
+// ---- peers --------------------------------------------------------------------------------------------------------
+
+void Reader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::WriterDiscoveryInfo::DISCOVERY_STATUS reason,
+                                 const rtps::GUID_t& writer_guid, const rtps::WriterProxyData* /*writer_info*/) {
+    const Lock lock(_reader->getMutex());
+    try {
+        if (reason == rtps::WriterDiscoveryInfo::DISCOVERED_WRITER) {
+            const std::shared_ptr<const Discovered> peer = _matches.tell(writer_guid);
+            if (peer) {
+                note({mw::PeerEventKind::MATCHED, info_of(peer)});
+            }
+        } else if (reason == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
+            _refused.erase(to_guid(writer_guid));
+            const std::shared_ptr<const Discovered> gone = _matches.remove(writer_guid);
+            if (gone) {
+                note({_domain->kind_of_leaving(), info_of(gone)});
+            }
+        }
+    } catch (const std::exception&) {
+        // No memory: the peer is not listed.
+    }
+}
+
+}  // namespace fastdds
+}  // namespace norvane

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+// A reader on Fast DDS that requesters of one participant share: it hands each answer to the requester that asked. So a replier has one reader for
+// all of them, whatever their number: it is found once, and each answer is weighed once.
+//
+// 1. The mutex is that of the RTPS reader, which Fast DDS holds in its callbacks: routes and matched writers are under it. Order: it, then the
+//    participant's directory or a sink.
+// 2. It takes every answer that somebody of the participant still wants; a requester has no bound here, so nobody is stopped by another.
+#ifndef NORVANE_ENGINES_FASTDDS_READING_REPLYREADER_HPP
+#define NORVANE_ENGINES_FASTDDS_READING_REPLYREADER_HPP
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include <fastdds/rtps/history/ReaderHistory.h>
+#include <fastdds/rtps/reader/RTPSReader.h>
+#include <fastdds/rtps/reader/ReaderListener.h>
+#include <fastdds/rtps/interfaces/IReaderDataFilter.hpp>
+
+#include "engines/fastdds/discovery/Domain.hpp"
+#include "engines/fastdds/discovery/MatchedWriters.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+class ReplyRoute;
+
+class ReplyReader final : private rtps::ReaderListener, private eprosima::fastdds::rtps::IReaderDataFilter {
+public:
+    ReplyReader(const std::shared_ptr<Domain>& domain, const mw::EndpointInfo& info);
+    /// Leaves. No route is left.
+    ~ReplyReader() override;
+
+    /// Makes the RTPS reader, unseen. @return false when Fast DDS refuses; `failure` says why.
+    bool prepare(const DDS_DataReaderQos& qos, std::string& failure);
+
+    /// Begins to serve a requester, and tells it of the writers that are matched already. The first has the reader be seen.
+    /// @return OK; ERROR when Fast DDS refuses.
+    /// @throws std::bad_alloc
+    DDS_ReturnCode_t add(ReplyRoute& route);
+    /// When it returns, no upcall of the route runs or will run.
+    void remove(const ReplyRoute& route) noexcept;
+
+private:
+    typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
+
+    void deliver_locked(const rtps::CacheChange_t& change);
+
+    // ---- callbacks of Fast DDS
+    void onNewCacheChangeAdded(rtps::RTPSReader* reader, const rtps::CacheChange_t* change) override;
+    void on_writer_discovery(rtps::RTPSReader* reader, rtps::WriterDiscoveryInfo::DISCOVERY_STATUS reason,
+                             const rtps::GUID_t& writer_guid, const rtps::WriterProxyData* writer_info) override;
+    bool is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const override;
+
+    const std::shared_ptr<Domain> _domain;
+    mw::EndpointInfo _info;
+    rtps::ReaderHistory _history;
+    rtps::RTPSReader* _reader = nullptr;
+    bool _is_seen = false;  // guarded by the mutex of all endpoints
+
+    MatchedWriters _matches;
+    std::unordered_multimap<DDS_GUID_t, ReplyRoute*, GuidHash> _routes;  // by the writer whose answers they want
+};
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/reading/SampleIntake.hpp"
+
+#include "platform/WakeBatch.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+void SampleIntake::store(SampleReference sample, const mw::SampleMetadata& metadata) noexcept {
+    if (!sample) {
+        _sink->abandon();
+        count_loss();
+        return;
+    }
+    sample->metadata = metadata;
+    platform::WakeBatch wake;
+    if (_sink->commit(*sample, wake)) {
+        _owner.announce_soon();
+    }
+    // Before the wake-up: the reader that finds itself the only one to hold the sample gives it back without an atomic decrement.
+    sample.reset();
+}
+
+void SampleIntake::count_loss() noexcept {
+    if (_sink->sample_lost()) {
+        _owner.announce_soon();
+    }
+}
+
+}  // namespace fastdds
+}  // namespace norvane

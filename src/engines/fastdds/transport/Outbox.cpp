@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/transport/Outbox.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include <fastdds/rtps/common/LocatorsIterator.hpp>
+
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+// A run must be so long before its messages wait.
+constexpr int RUN = 4;
+// Where a message waited, and none came to join it before its writer waited too, the next run must be longer by this.
+constexpr int SETBACK = 100;
+// How long the thread that sends what others left waits between two looks, in pauses of a run, and at least.
+constexpr int ROUND_PAUSES = 4;
+constexpr std::chrono::microseconds SHORTEST_ROUND{100};
+// After so many rounds without anything that waits, the thread sleeps until it is wanted.
+constexpr int IDLE_ROUNDS = 10;
+constexpr std::size_t MOST_LANES = 16;
+constexpr std::int64_t LANE_IDLE_NS = 1000 * 1000 * 1000;
+// How long the socket may block for want of room in its buffer.
+constexpr std::chrono::milliseconds PATIENCE{100};
+
+// The list of one place that Fast DDS wants.
+class OnePlace final : public eprosima::fastdds::rtps::LocatorsIterator {
+public:
+    OnePlace(const rtps::Locator_t& place, bool at_end) noexcept : _place(place), _at_end(at_end) {}
+    LocatorsIterator& operator++() override {
+        _at_end = true;
+        return *this;
+    }
+    bool operator==(const LocatorsIterator& other) const override { return _at_end == static_cast<const OnePlace&>(other)._at_end; }
+    bool operator!=(const LocatorsIterator& other) const override { return !(*this == other); }
+    const rtps::Locator_t& operator*() const override { return _place; }
+
+private:
+    const rtps::Locator_t& _place;
+    bool _at_end;
+};
+
+bool send_now(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
+              const Outbox::TimePoint& deadline) {
+    OnePlace place(to, false);
+    OnePlace end(to, true);
+    return sender.send(message, length, &place, &end, deadline);
+}
+
+// Where the calling thread left something.
+struct Deferred {
+    ~Deferred();
+    const Outbox* at = nullptr;  // its memory stays as long as it is referred to below
+    std::weak_ptr<Outbox> in;
+};
+
+thread_local const Outbox* writing_to = nullptr;
+thread_local bool has_deferred = false;
+// What comes then, from destructors of statics or of other thread-locals, has no place to be noted.
+thread_local bool has_ended = false;
+thread_local Deferred deferred;
+
+Deferred::~Deferred() {
+    Outbox::send_deferred();
+    has_ended = true;
+}
+
+}  // namespace
+
+Outbox::Outbox(std::size_t datagram_limit, std::chrono::microseconds pause, std::unique_ptr<SendSocket> socket) noexcept
+    : _datagram_limit(datagram_limit),
+      _pause_ns(std::chrono::nanoseconds(pause).count()),
+      _round_length(std::max(SHORTEST_ROUND, ROUND_PAUSES * pause)),
+      _socket(std::move(socket)) {}
+
+Outbox::Writing::Writing(const Outbox* outbox) noexcept : _before(writing_to) { writing_to = outbox; }
+Outbox::Writing::~Writing() { writing_to = _before; }
+
+bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
+                  const TimePoint& deadline) noexcept {
+    const bool is_wanted_together = writing_to == this && !has_ended && 2 * length <= _datagram_limit;
+    bool is_deferred = false;
+    bool sent = false;
+    try {
+        std::lock_guard<std::mutex> lock(_mutex);
+        Lane* const lane = find_locked(sender, to);
+        if (lane == nullptr) {
+            sent = send_now(sender, message, length, to, deadline);
+            if (sent && is_wanted_together && !_closed) {
+                add_lane_locked(sender, to);
+            }
+        } else if (!is_wanted_together) {
+            sent = send_behind_locked(*lane, message, length, deadline);
+        } else {
+            const bool goes_on = lane->thread == &deferred && platform::monotonic_ns() - lane->last_ns <= _pause_ns;
+            lane->run = goes_on ? lane->run + 1 : 0;
+            lane->thread = &deferred;
+            is_deferred = lane->run >= RUN && defer_locked(*lane, message, length);
+            sent = is_deferred || send_behind_locked(*lane, message, length, deadline);
+            lane->last_ns = platform::monotonic_ns();
+        }
+    } catch (const std::exception&) {
+        return sent;  // no memory: what has not been sent is as lost on the wire
+    }
+    if (is_deferred && (!has_deferred || deferred.at != this)) {
+        send_deferred();
+        deferred.at = this;
+        deferred.in = weak_from_this();
+        has_deferred = true;
+    }
+    return sent;
+}
+
+Outbox::Lane* Outbox::find_locked(const rtps::SenderResource& sender, const rtps::Locator_t& to) noexcept {
+    for (const std::unique_ptr<Lane>& lane : _lanes) {
+        if (lane->sender == &sender && lane->place == to) {
+            return lane.get();
+        }
+    }
+    return nullptr;
+}
+
+// Where there are enough of them already, all in use, what goes elsewhere goes by itself.
+void Outbox::add_lane_locked(rtps::SenderResource& sender, const rtps::Locator_t& to) {
+    const std::int64_t now_ns = platform::monotonic_ns();
+    if (_lanes.size() == MOST_LANES) {
+        const auto oldest = std::min_element(_lanes.begin(), _lanes.end(),
+                                             [](const auto& one, const auto& other) { return one->last_ns < other->last_ns; });
+        if (now_ns - (*oldest)->last_ns < LANE_IDLE_NS) {
+            return;
+        }
+        post_locked(**oldest);  // the process may have been stopped
+        _lanes.erase(oldest);
+    }
+    _lanes.push_back(std::make_unique<Lane>(sender, to, _datagram_limit));
+    _lanes.back()->last_ns = now_ns;
+}
+
+// @return false when the message cannot wait, for want of memory or of a thread, too.
+bool Outbox::defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length) noexcept {
+    if (!lane.waiting.has_room_for(length)) {
+        post_locked(lane);
+    }
+    const bool is_first = lane.waiting.is_empty();
+    try {
+        watch_locked();
+        if (!lane.waiting.append(message, length)) {
+            return false;
+        }
+    } catch (const std::exception&) {
+        return false;
+    }
+    lane.round = is_first ? _round : lane.round;
+    if (!lane.waiting.has_room_for(length)) {
+        post_locked(lane);  // another one like it would only find out
+    }
+    return true;
+}
+
+bool Outbox::send_behind_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline) {
+    if (!lane.waiting.is_empty()) {
+        const bool is_joined = lane.waiting.append(message, length);  // (its memory is there)
+        post_locked(lane);
+        if (is_joined) {
+            return true;
+        }
+    }
+    return hand_over_locked(lane, message, length, deadline);
+}
+
+bool Outbox::hand_over_locked(const Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline) {
+    return (_socket && _socket->send(message, length, lane.place, deadline)) ||
+           send_now(*lane.sender, message, length, lane.place, deadline);
+}
+
+void Outbox::post_locked(Lane& lane) noexcept {
+    if (lane.waiting.is_empty()) {
+        return;
+    }
+    const std::vector<std::uint8_t>& octets = lane.waiting.octets();
+    try {
+        hand_over_locked(lane, octets.data(), static_cast<std::uint32_t>(octets.size()),
+                         std::chrono::steady_clock::now() + PATIENCE);
+    } catch (const std::exception&) {
+        // As lost on the wire.
+    }
+    lane.waiting.clear();
+}
+
+void Outbox::flush() noexcept {
+    std::lock_guard<std::mutex> lock(_mutex);
+    for (const std::unique_ptr<Lane>& lane : _lanes) {
+        lane->run = lane->waiting.message_count() == 1 ? -SETBACK : lane->run;
+        post_locked(*lane);
+    }
+}
+
+void Outbox::send_deferred() noexcept {
+    if (!has_deferred) {
+        return;
+    }
+    has_deferred = false;
+    if (const std::shared_ptr<Outbox> outbox = deferred.in.lock()) {
+        outbox->flush();
+    }
+}
+
+void Outbox::close() noexcept {
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _closed = true;
+        for (const std::unique_ptr<Lane>& lane : _lanes) {
+            post_locked(*lane);
+        }
+        _lanes.clear();  // the sockets go soon
+    }
+    _wanted.notify_one();
+    if (_watcher.joinable()) {
+        _watcher.join();
+    }
+}
+
+// ---- the thread for those who neither wait nor come again ----------------------------------------------------------
+
+// @throws std::system_error  no thread is to be had.
+void Outbox::watch_locked() {
+    if (_watched) {
+        return;
+    }
+    if (!_watcher.joinable()) {
+        _watcher = std::thread([this] { run_watcher(); });
+    }
+    _watched = true;
+    _wanted.notify_one();
+}
+
+void Outbox::run_watcher() noexcept {
+    int idle_rounds = 0;
+    std::unique_lock<std::mutex> lock(_mutex);
+    while (!_closed) {
+        if (!_watched) {
+            idle_rounds = 0;
+            _wanted.wait(lock);
+            continue;
+        }
+        _wanted.wait_for(lock, _round_length);
+        bool is_idle = true;
+        for (const std::unique_ptr<Lane>& lane : _lanes) {
+            is_idle = is_idle && lane->waiting.is_empty();
+            if (lane->round != _round) {
+                post_locked(*lane);
+            }
+        }
+        ++_round;
+        idle_rounds = is_idle ? idle_rounds + 1 : 0;
+        _watched = idle_rounds < IDLE_ROUNDS;
+    }
+}
+
+}  // namespace fastdds
+}  // namespace norvane

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/writing/Audience.hpp"
+
+#include <exception>
+#include <utility>
+
+namespace norvane {
+namespace fastdds {
+
+bool Audience::add(const DDS_GUID_t& reader, const std::shared_ptr<const Discovered>& peer, bool in_this_process) noexcept {
+    const bool fits = are_of_one_type(_writer.info(), peer->info);
+    // Inside a process Fast DDS takes what comes before a gap for acknowledged, and a reader with a bound may have refused some of it: it gets
+    // everything, and looks for itself. (Shared readers refuse nothing.)
+    const bool may_see_gaps = peer->routing == Routing::SHARED || (peer->routing == Routing::OWN && !in_this_process);
+    const bool filtered = fits && may_see_gaps && (_most_filtered == DDS_LENGTH_UNLIMITED || _filtered < _most_filtered);
+    try {
+        if (!_matches.emplace(reader, Match{peer, fits, filtered}).second) {
+            return false;
+        }
+        if (fits) {
+            count(peer, 1);
+        }
+    } catch (const std::exception&) {
+        _matches.erase(reader);
+        return false;
+    }
+    _filtered += filtered ? 1 : 0;
+    if (fits && peer->routing != Routing::SHARED) {
+        _writer.note({mw::PeerEventKind::MATCHED, info_of(peer)});
+    }
+    return true;
+}
+
+bool Audience::remove(const DDS_GUID_t& reader) noexcept {
+    const auto place = _matches.find(reader);
+    if (place == _matches.end()) {
+        return false;
+    }
+    const Match gone = std::move(place->second);
+    _matches.erase(place);
+    _filtered -= gone.filtered ? 1 : 0;
+    if (gone.fits) {
+        count(gone.peer, -1);
+        if (gone.peer->routing != Routing::SHARED) {
+            _writer.note({_domain.kind_of_leaving(), info_of(gone.peer)});
+        }
+    }
+    return true;
+}
+
+bool Audience::is_in_reach(const DDS_GUID_t& requester, const Discovered* announced) const noexcept {
+    return has_reader_of(requester) || (announced != nullptr && announced->answers.topic_name == _writer.info().topic_name &&
+                                        _shared.count(announced->info.participant_guid) != 0);
+}
+
+bool Audience::wants(const DDS_GUID_t& related) const noexcept {
+    if (has_unrouted() || related == DDS_GUID_UNKNOWN || !has_routed()) {
+        return has_unrouted();
+    }
+    return is_in_reach(related, _domain.find_requester(related).get());
+}
+
+bool Audience::may_get(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept {
+    const auto place = _matches.find(reader);
+    if (place == _matches.end()) {
+        return true;  // matched just now: it looks for itself
+    }
+    const Match& match = place->second;
+    if (!match.fits || !match.filtered) {
+        return match.fits;
+    }
+    if (match.peer->routing == Routing::OWN) {
+        return related == match.peer->route;
+    }
+    const std::shared_ptr<const Discovered> announced = _domain.find_requester(related);
+    return announced && announced->answers.topic_name == _writer.info().topic_name &&
+           announced->info.participant_guid == match.peer->info.participant_guid;
+}
+
+bool Audience::refresh() noexcept {
+    try {
+        if (_is_outdated.exchange(false)) {
+            update_sharers();
+        }
+        return true;
+    } catch (const std::exception&) {
+        outdate();
+        return false;
+    }
+}
+
+// @throws std::bad_alloc  when a reader comes; never when it goes
+void Audience::count(const std::shared_ptr<const Discovered>& reader, int change) {
+    if (reader->routing == Routing::NONE) {
+        _unrouted += change;
+    } else if (reader->routing == Routing::OWN) {
+        int& count = _routes[reader->route];
+        count += change;
+        if (count == 0) {
+            _routes.erase(reader->route);
+        }
+    } else {
+        SharedReader& shared = _shared[reader->info.participant_guid];
+        shared.count += change;
+        shared.peer = reader;
+        if (shared.count == 0) {
+            _shared.erase(reader->info.participant_guid);
+        }
+        outdate();
+        refresh();
+    }
+}
+
+// Tells the middleware of the readers that are parts of shared ones, as they are now.
+// @throws std::bad_alloc
+void Audience::update_sharers() {
+    std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> in_reach;
+    for (std::shared_ptr<const Discovered>& requester : _domain.find_sharers(_writer.info().topic_name)) {
+        if (_shared.count(requester->info.participant_guid) != 0) {
+            in_reach.emplace(requester->info.guid, std::move(requester));
+        }
+    }
+    for (auto place = _sharers.begin(); place != _sharers.end();) {
+        const auto found = in_reach.find(place->first);
+        if (found != in_reach.end() && found->second->answers.guid == place->second.reader->guid) {
+            place->second.requester = found->second;
+            ++place;
+            continue;
+        }
+        const bool is_lost = place->second.requester->is_lost.load() || _domain.kind_of_leaving() == mw::PeerEventKind::LOST;
+        _writer.note({is_lost ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED, place->second.reader});
+        place = _sharers.erase(place);
+    }
+    for (const auto& entry : in_reach) {
+        if (_sharers.count(entry.first) == 0) {
+            const mw::EndpointInfo& shared = _shared[entry.second->info.participant_guid].peer->info;
+            mw::EndpointInfo reader = entry.second->answers;
+            reader.type_name = shared.type_name;
+            reader.type_hash = shared.type_hash;
+            reader.reliability = shared.reliability;
+            reader.durability = shared.durability;
+            const Sharer sharer = {entry.second, std::make_shared<const mw::EndpointInfo>(std::move(reader))};
+            _sharers.emplace(entry.first, sharer);
+            _writer.note({mw::PeerEventKind::MATCHED, sharer.reader});
+        }
+    }
+}
+
+}  // namespace fastdds
+}  // namespace norvane

@@ -1,0 +1,726 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/writing/Writer.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+
+#include <fastdds/rtps/RTPSDomain.h>
+#include <fastdds/rtps/reader/RTPSReader.h>
+#include <fastdds/rtps/writer/StatefulWriter.h>
+#include <fastrtps/attributes/TopicAttributes.h>
+
+#include "engines/fastdds/attributes.hpp"
+#include "engines/fastdds/discovery/LocalWriters.hpp"
+#include "engines/fastdds/writing/number_trailer.hpp"
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+namespace dds = eprosima::fastdds::dds;
+
+// Octets on the way at most, whatever the number of samples.
+constexpr std::int64_t MOST_OCTETS = 64 * 1024 * 1024;
+// Fast DDS does not always say that everything is acknowledged: waiting threads look for themselves.
+constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
+// Sent without a question; not more than what a socket takes, unless told otherwise.
+constexpr std::int64_t MOST_UNASKED_OCTETS = 200 * 1024;
+constexpr std::int64_t SWEEP_NS = 50 * 1000 * 1000;
+constexpr std::int64_t HEARTBEATS_PER_SWEEP = 5;
+constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
+// A heartbeat goes to every reader, and every reader answers: for each of them so much longer between two.
+constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
+// Requesters of a participant write in turn. With many, a period spans several turns of a writer: else the looks of the worker would cost more than
+// the calls, and timers of Fast DDS much more than that.
+constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 200 * 1000;
+constexpr std::int64_t TIMER_NS_PER_REQUESTER = 1000 * 1000;
+constexpr std::int64_t LONGEST_FOR_REQUESTERS_NS = 1000 * 1000 * 1000;
+// Of a period: looks that are due within one such part are taken together.
+constexpr std::int64_t LOOKS_PER_PERIOD = 8;
+constexpr std::int64_t NACK_MARGIN_NS = 5 * 1000 * 1000;
+// The reader of a requester is made right after its writer, as a rule; on a machine that has much to do, some ten milliseconds later.
+constexpr std::int64_t APPEARANCE_NS = 100 * 1000 * 1000;
+// Fast DDS's thread of timers forgets one that is due in more than a day: it costs nothing from then on. Each that is running makes that thread slower
+// at every other, under a mutex per comparison: with the timers of a thousand writers it does nothing else.
+constexpr std::int64_t NEVER_NS = 30LL * 24 * 3600 * 1000 * 1000 * 1000;
+
+eprosima::fastrtps::Duration_t to_duration(std::int64_t ns) {
+    return eprosima::fastrtps::Duration_t(static_cast<std::int32_t>(ns / 1000000000), static_cast<std::uint32_t>(ns % 1000000000));
+}
+
+std::int64_t limit_of(const DDS_DataWriterQos& qos) noexcept {
+    std::int64_t limit = std::numeric_limits<std::int64_t>::max();
+    if (qos.resource_limits.max_samples != DDS_LENGTH_UNLIMITED) {
+        limit = qos.resource_limits.max_samples;
+    }
+    if (qos.history.kind == DDS_KEEP_LAST_HISTORY_QOS && qos.durability.kind != DDS_VOLATILE_DURABILITY_QOS) {
+        limit = std::min<std::int64_t>(limit, qos.history.depth);
+    }
+    return limit;
+}
+
+}  // namespace
+
+Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& settings)
+    : Endpoint(settings.info),
+      _domain(domain),
+      _pool(*settings.pool),
+      _reliable(settings.qos->reliability.kind == DDS_RELIABLE_RELIABILITY_QOS),
+      _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
+      _keeps_last_only(settings.qos->history.kind == DDS_KEEP_LAST_HISTORY_QOS),
+      _history_limit(limit_of(*settings.qos)),
+      _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
+      _history(std::make_unique<rtps::WriterHistory>(history_attributes())),
+      _asks(_reliable && !_keeps),
+      _sweep_ns(SWEEP_NS),
+      _audience(*domain, *this, settings.qos->writer_resource_limits.max_remote_reader_filters),
+      _held(*domain, _audience, settings.qos->reliability.max_blocking_time, _window / 2) {}
+
+Writer::~Writer() { close(); }
+
+DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string& failure) {
+    rtps::WriterAttributes attributes = writer_attributes(settings.info.topic_name, *settings.qos);
+    _times = attributes.times;
+    _period_ns = _times.heartbeatPeriod.to_ns();
+    _nack_ns = _times.nackSupressionDuration.to_ns();
+    if (_asks) {
+        attributes.times.heartbeatPeriod = to_duration(NEVER_NS);
+        attributes.times.nackSupressionDuration = to_duration(NEVER_NS);
+    }
+    // Whoever comes back under a name of his own may get late answers to the other he once was.
+    _answers_prove = _asks && is_requester(settings.info) && settings.info.guid == DDS_GUID_AUTO;
+    // Fast DDS would add a heartbeat to each sample that follows one which is gone without an acknowledgement.
+    attributes.disable_heartbeat_piggyback = _answers_prove;
+    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, _history.get(), this);
+    if (_writer == nullptr) {
+        failure = "Fast DDS makes no writer";
+        return DDS_RETCODE_ERROR;
+    }
+    _probe.writerGUID = _writer->getGuid();
+    _info.participant_guid = _domain->guid();
+    if (_info.guid == DDS_GUID_AUTO) {
+        _info.guid = to_guid(_writer->getGuid());
+    }
+    if (_domain->writer_filters()) {
+        _writer->reader_data_filter(this);
+    }
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
+    attach(sink);
+    try {
+        LocalWriters::get().add(to_guid(_writer->getGuid()), shared_from_this());
+        _domain->add(shared_from_this());
+        // A writer of that name may have been here before.
+        const std::shared_ptr<Endpoint> share = _domain->find_share(_info.guid);
+        if (!share && is_requester(_info)) {
+            // Announced once, with its reader. Told of first without it and then again, those who just then ask Fast DDS for the first are not
+            // told that it is gone, and do not take the second before the heartbeat of Fast DDS's discovery: a second later.
+            _appears_later.store(true);
+            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + APPEARANCE_NS);
+            return DDS_RETCODE_OK;
+        }
+        const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
+        if (share) {
+            _answers = std::make_unique<const mw::EndpointInfo>(share->info());
+        }
+        return appear_locked() ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+    } catch (const std::exception&) {
+        return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+}
+
+dds::WriterQos Writer::announced_qos() const {
+    dds::WriterQos qos;
+    qos.m_reliability.kind = _reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
+    qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
+    qos.m_userData.setValue(announce_writer(_info, _answers.get()));
+    qos.data_sharing.off();
+    return qos;
+}
+
+void Writer::announce_answers(const mw::EndpointInfo* answers) {
+    const Call call(_calls);
+    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    if (!call.may_run()) {
+        return;
+    }
+    _answers = answers == nullptr ? nullptr : std::make_unique<const mw::EndpointInfo>(*answers);
+    if (_is_seen) {
+        _domain->participant().updateWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
+    } else {
+        appear_locked();
+    }
+}
+
+bool Writer::appear() {
+    const Call call(_calls);
+    const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
+    return call.may_run() && appear_locked();
+}
+
+bool Writer::appear_locked() {
+    if (!_is_seen) {
+        _is_seen =
+            _domain->participant().registerWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
+        _appears_later.store(false);
+    }
+    return _is_seen;
+}
+
+void Writer::close() noexcept {
+    const std::lock_guard<std::mutex> turn(_close_mutex);
+    if (!begin_to_close()) {
+        return;
+    }
+    _calls.shut();
+    wake_up();
+    _calls.wait_until_empty();
+    wait_until_quiet();
+    _domain->remove(*this);
+    _domain->give_back_guid(_info.guid);
+    if (_writer == nullptr) {
+        return;
+    }
+    LocalWriters::get().remove(to_guid(_writer->getGuid()));
+    _held.clear([this](rtps::CacheChange_t* change) { _writer->release_change(change); });
+    {
+        // Fast DDS itself would take them away without the mutex, and a heartbeat that is on its way counts them.
+        const Lock lock(_writer->getMutex());
+        while (_history->remove_min_change()) {
+        }
+    }
+    send_deferred();
+    const Domain::Removal removal(*_domain);
+    rtps::RTPSDomain::removeRTPSWriter(_writer);
+}
+
+// ---- writing ------------------------------------------------------------------------------------------------------
+
+DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept {
+    identity = DDS_UNKNOWN_SAMPLE_IDENTITY;
+    addressed = false;
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return DDS_RETCODE_ALREADY_DELETED;
+    }
+    const Outbox::Writing writing(_domain->outbox());
+    rtps::CacheChange_t* change = nullptr;
+    DDS_ReturnCode_t code = DDS_RETCODE_OUT_OF_RESOURCES;
+    try {
+        if (_appears_later.load(std::memory_order_relaxed)) {
+            appear();
+        }
+        change = encode(request.data);
+        if (change != nullptr) {
+            code = write_patiently(request, change, identity, addressed);
+        }
+    } catch (const std::exception&) {
+        code = DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+    if (change != nullptr) {
+        _writer->release_change(change);
+    }
+    return code;
+}
+
+// @throws std::bad_alloc
+rtps::CacheChange_t* Writer::encode(const void* data) {
+    const std::size_t size = _pool.encoded_size(data);
+    if (size == 0 || size > std::numeric_limits<std::uint32_t>::max() - NUMBER_ROOM) {
+        return nullptr;
+    }
+    rtps::CacheChange_t* const change =
+        _writer->new_change([size] { return static_cast<std::uint32_t>(size + NUMBER_ROOM); }, rtps::ALIVE);
+    if (change == nullptr) {
+        return nullptr;
+    }
+    const std::size_t length = _pool.encode(data, change->serializedPayload.data, size);
+    if (length == 0) {
+        _writer->release_change(change);
+        return nullptr;
+    }
+    change->serializedPayload.length = static_cast<std::uint32_t>(length);
+    change->serializedPayload.encapsulation = CDR_LE;
+    return change;
+}
+
+// @param change  null afterwards when it was written.
+DDS_ReturnCode_t Writer::write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change,
+                                         DDS_SampleIdentity_t& identity, bool& addressed) {
+    const DDS_Duration_t& limit = request.max_blocking_time;
+    const bool patient = limit.sec > 0 || (limit.sec == 0 && limit.nanosec > 0);
+    std::int64_t deadline_ns = 0;
+    for (;;) {
+        const std::uint32_t seen = _changes.load();
+        DDS_ReturnCode_t code = DDS_RETCODE_ALREADY_DELETED;
+        {
+            const Lock lock(_writer->getMutex());
+            if (!_calls.is_shut()) {
+                code = write_locked(request, change, identity, addressed);
+            }
+        }
+        if (code != DDS_RETCODE_TIMEOUT) {
+            return code;
+        }
+        ask_for_acknowledgments();
+        if (!patient) {
+            return code;
+        }
+        if (deadline_ns == 0) {
+            deadline_ns = platform::deadline_after(limit);
+        } else if (platform::monotonic_ns() >= deadline_ns) {
+            return code;
+        }
+        sleep(seen, deadline_ns);
+    }
+}
+
+DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
+                                      bool& addressed) {
+    std::int64_t number = _last_number + 1;
+    const bool chosen = request.sequence_number != DDS_AUTO_SEQUENCE_NUMBER;
+    if (chosen) {
+        number = to_integer(request.sequence_number);
+        if (number <= _last_number || number == std::numeric_limits<std::int64_t>::max()) {
+            return DDS_RETCODE_BAD_PARAMETER;
+        }
+    } else if (number == std::numeric_limits<std::int64_t>::max()) {
+        return DDS_RETCODE_OUT_OF_RESOURCES;
+    }
+    sweep_locked();
+    if (!has_room_locked()) {
+        return DDS_RETCODE_TIMEOUT;
+    }
+    rtps::WriteParams params;  // a fresh one each time: it carries identities from one sample to the next
+    params.related_sample_identity(to_rtps(request.related_identity));
+    params.source_timestamp(
+        to_rtps(request.source_timestamp == DDS_TIME_INVALID ? platform::current_time() : request.source_timestamp));
+    const DDS_GUID_t& asker = request.related_identity.writer_guid;
+    DDS_GUID_t participant = DDS_GUID_UNKNOWN;
+    const std::int64_t deadline_ns = chosen ? 0 : _held.deadline_of(asker, participant);
+    if (deadline_ns != 0) {
+        _held.add({change, params, asker, participant, deadline_ns});
+        change = nullptr;
+        addressed = true;
+        ++_counts.written;
+        _domain->dispatcher().attend(shared_from_this(), deadline_ns);
+        return DDS_RETCODE_OK;
+    }
+    if (number != _last_sent + 1) {
+        _renumbered.store(true);
+    }
+    addressed = _audience.wants(asker);
+    if (!send_locked(*change, params, number, addressed)) {
+        return DDS_RETCODE_ERROR;
+    }
+    change = nullptr;
+    ++_counts.written;
+    _counts.unaddressed += addressed ? 0 : 1;
+    identity = {_info.guid, to_sequence_number(number)};
+    return DDS_RETCODE_OK;
+}
+
+bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed) {
+    if (_renumbered.load(std::memory_order_relaxed)) {
+        append_number(change.serializedPayload, number);
+        const std::int64_t ahead = number - (_last_sent + 1);
+        if (ahead != _ahead && LocalWriters::get().note_numbers(to_guid(_writer->getGuid()), _last_sent + 1, ahead)) {
+            _ahead = ahead;
+        }
+    }
+    if (_keeps && _keeps_last_only && static_cast<std::int64_t>(_history->getHistorySize()) >= _history_limit) {
+        _history->remove_min_change();
+    }
+    if (_met_stranger) {
+        introduce_locked();
+    }
+    const std::uint32_t length = change.serializedPayload.length;
+    _sent.push_back({length, _asks ? platform::monotonic_ns() : 0});
+    _octets += length;
+    // While it is added, readers of this process get it and may acknowledge it.
+    _last_number = number;
+    ++_last_sent;
+    if (!_history->add_change(&change, params)) {
+        --_last_sent;
+        --_last_number;
+        _sent.pop_back();
+        _octets -= length;
+        return false;
+    }
+    if (!_reliable) {
+        _acknowledged = _last_sent;
+        _sent.clear();
+        _octets = 0;
+        if (!_keeps) {
+            _history->remove_min_change();
+        }
+        return true;
+    }
+    sweep_locked();
+    if (_leaves_gap && addressed && !_writer->get_separate_sending()) {
+        // Else the reader would wait for the next heartbeat before it believes that nothing comes in between.
+        ask_for_acknowledgments();
+    }
+    _leaves_gap = !addressed;
+    const std::int64_t on_the_way = on_the_way_locked();
+    if (on_the_way > 0) {
+        // Acknowledgements come when they are asked for: in time, so that the window does not close for want of a question, and the buffers of the
+        // other end do not run over.
+        const std::int64_t quarter = std::max<std::int64_t>(_window / 4, 1);
+        _unasked_octets += length;
+        if (on_the_way % quarter == 0 || (_answers_prove && _unasked_octets >= MOST_UNASKED_OCTETS)) {
+            _unasked_octets = 0;
+            ask_for_acknowledgments();
+        }
+        if (!_sweep_due.exchange(true)) {
+            const std::int64_t now_ns = platform::monotonic_ns();
+            _look_ns = now_ns + _sweep_ns;
+            _domain->dispatcher().attend(shared_from_this(), _asks ? with_others(now_ns + _period_ns / 2) : _look_ns);
+        }
+    }
+    return true;
+}
+
+// One reader that is silent must not stop the others: at the limit, what everybody has got that is to have it goes also from behind the first that
+// is missing.
+// @return samples that wait for somebody.
+std::int64_t Writer::make_room_locked() noexcept {
+    const auto kept = [this] { return static_cast<std::int64_t>(_history->getHistorySize()); };
+    if (_keeps || (on_the_way_locked() < _window && _octets < MOST_OCTETS)) {
+        return on_the_way_locked();
+    }
+    if (kept() >= _window || _octets >= MOST_OCTETS) {
+        for (auto place = _history->changesBegin(); place != _history->changesEnd();) {
+            const std::int64_t number = static_cast<std::int64_t>((*place)->sequenceNumber.to64long());
+            if (number <= _acknowledged || !is_acknowledged_locked(number)) {
+                ++place;
+                continue;
+            }
+            std::uint32_t& octets = _sent[static_cast<std::size_t>(number - _acknowledged - 1)].octets;
+            _octets -= octets;
+            octets = 0;
+            place = _history->remove_change(place, true);
+        }
+    }
+    return std::min(on_the_way_locked(), kept());
+}
+
+bool Writer::has_room_locked() noexcept {
+    const std::int64_t waiting = make_room_locked() + _held.size();
+    if (waiting >= _window || (waiting > 0 && _octets >= MOST_OCTETS)) {
+        return false;
+    }
+    return !_keeps || _keeps_last_only || static_cast<std::int64_t>(_history->getHistorySize()) < _history_limit;
+}
+
+std::int64_t Writer::on_the_way_locked() const noexcept { return _last_sent - _acknowledged; }
+
+bool Writer::is_acknowledged_locked(std::int64_t number) noexcept {
+    _probe.sequenceNumber = rtps::SequenceNumber_t(static_cast<std::int32_t>(number >> 32), static_cast<std::uint32_t>(number));
+    return _writer->is_acked_by_all(&_probe);
+}
+
+// A late reader may still lack what all others acknowledged long ago: that Fast DDS says only when asked for everything.
+bool Writer::is_all_acknowledged_locked() noexcept { return _writer->wait_for_all_acked(eprosima::fastrtps::Duration_t(0, 0)); }
+
+// An answer makes the acknowledgement of its request, and the heartbeat that asks for it, superfluous. Where several readers were asked, it says
+// nothing of the others. (Fast DDS has a reader some time before it tells.)
+// @return up to where requests have arrived, going by the answers; 0 when there is nothing to go by.
+std::int64_t Writer::answered_locked() const noexcept {
+    if (!_answers_prove || _acknowledged == _last_sent || _renumbered.load(std::memory_order_relaxed) || _audience.size() != 1 ||
+        static_cast<const rtps::StatefulWriter*>(_writer)->getMatchedReadersSize() != 1) {
+        return 0;
+    }
+    std::int64_t number = 0;
+    _audience.for_each([&](const DDS_GUID_t& /*reader*/, const Discovered& peer) { number = _answered->last_of(peer.rtps_guid); });
+    return number > _matched_since && number <= _last_sent ? number : 0;
+}
+
+void Writer::sweep_locked() noexcept {
+    const std::int64_t answered = answered_locked();
+    while (_acknowledged < _last_sent && (_acknowledged < answered || is_acknowledged_locked(_acknowledged + 1))) {
+        ++_acknowledged;
+        _octets -= _sent.front().octets;
+        _sent.pop_front();
+    }
+    if (!_keeps) {
+        while (_history->changesBegin() != _history->changesEnd() &&
+               static_cast<std::int64_t>((*_history->changesBegin())->sequenceNumber.to64long()) <= _acknowledged) {
+            _history->remove_min_change();
+        }
+    }
+}
+
+void Writer::ask_for_acknowledgments() noexcept {
+    if (!_reliable) {
+        return;
+    }
+    auto& writer = *static_cast<rtps::StatefulWriter*>(_writer);
+    const Lock lock(writer.getMutex());
+    const std::int64_t now_ns = platform::monotonic_ns();
+    if (_asks && now_ns - _lapsed_ns >= _nack_ns) {
+        // From here on what was sent is sent again when it is asked for: before the heartbeat, whose answer may ask.
+        _audience.for_each([&](const DDS_GUID_t& reader, const Discovered&) { writer.perform_nack_supression(to_rtps(reader)); });
+        _lapsed_ns = now_ns;
+    }
+    writer.send_periodic_heartbeat(false, false);
+}
+
+// Readers of other vendors may take the first heartbeat that they hear for their beginning, and never ask for what the wire lost before it. That of
+// Fast DDS, at the match, leaves before the announcement of a new writer: nobody hears it. Another one in front of the first sample.
+void Writer::introduce_locked() noexcept {
+    _met_stranger = false;
+    // (As one that says only that the writer is there: it goes out although nothing is missing, and wants no answer.)
+    static_cast<rtps::StatefulWriter*>(_writer)->send_periodic_heartbeat(true, true);
+}
+
+// What any thread wrote.
+void Writer::send_deferred() noexcept {
+    if (_domain->outbox() != nullptr) {
+        _domain->outbox()->flush();
+    }
+}
+
+void Writer::choose_sending_locked() noexcept {
+    // Readers that each get a few samples of many see gaps. Sent one by one, a sample brings its own heartbeat, which closes the gap before it: else
+    // the sample would wait for the next one. A single reader sees none, and is spared the acknowledgement of each sample.
+    //
+    // Together, Fast DDS repeats in one large datagram what was lost. A wire that cannot carry that loses it over and over.
+    _writer->set_separate_sending((_audience.size() > 1 && _audience.has_routed()) || _stuck);
+}
+
+// Looks whether what is on the way arrives. From one look to the next it has at least SWEEP_NS.
+void Writer::look_at_progress_locked() noexcept {
+    const bool all_arrived = on_the_way_locked() == 0;
+    const bool stands_still = !all_arrived && _acknowledged == _acknowledged_before;
+    if ((!_stuck && stands_still) || (_stuck && all_arrived)) {
+        _stuck = !_stuck;
+        choose_sending_locked();
+    }
+    _acknowledged_before = _acknowledged;
+}
+
+// @return when many writers are looked at, at or after the time when this one is due.
+std::int64_t Writer::with_others(std::int64_t due_ns) const noexcept {
+    const std::int64_t part_ns = std::max<std::int64_t>(_period_ns / LOOKS_PER_PERIOD, 1);
+    return due_ns + part_ns - due_ns % part_ns;
+}
+
+// While anything is on the way: sends a heartbeat when the oldest of it has been so for half a period, and another after each period.
+// @return when to look again.
+std::int64_t Writer::repeat_question_locked(std::int64_t now_ns) noexcept {
+    if (!_asks) {
+        return platform::NO_DEADLINE;
+    }
+    _question_ns = std::max(_question_ns, _sent.front().when_ns + _period_ns / 2);
+    if (now_ns >= _question_ns) {
+        ask_for_acknowledgments();
+        _question_ns = now_ns + _period_ns;
+    }
+    return with_others(_question_ns);
+}
+
+void Writer::pace_sending_locked() noexcept {
+    const std::int64_t least_ns = _times.heartbeatPeriod.to_ns();
+    const std::int64_t requesters = is_requester(_info) ? _domain->requester_count() : 0;
+    const std::int64_t each_ns = _asks ? HEARTBEAT_NS_PER_REQUESTER : TIMER_NS_PER_REQUESTER;
+    const std::int64_t period_ns = std::max({least_ns, static_cast<std::int64_t>(_audience.size()) * HEARTBEAT_NS_PER_READER,
+                                             std::min(requesters * each_ns, LONGEST_FOR_REQUESTERS_NS)});
+    if (!_reliable || (period_ns < 2 * _period_ns && 2 * period_ns > _period_ns)) {
+        return;  // near enough
+    }
+    _period_ns = period_ns;
+    _sweep_ns = std::max(SWEEP_NS, HEARTBEATS_PER_SWEEP * period_ns);
+    // What is asked for sooner after it was sent is not sent again. Just before the heartbeat, whose answer may ask.
+    _nack_ns = std::max(_times.nackSupressionDuration.to_ns(), period_ns - NACK_MARGIN_NS);
+    if (_asks) {
+        return;
+    }
+    rtps::WriterTimes times = _times;
+    times.heartbeatPeriod = to_duration(period_ns);
+    times.nackSupressionDuration = to_duration(_nack_ns);
+    static_cast<rtps::StatefulWriter*>(_writer)->updateTimes(times);
+}
+
+mw::WriteCounts Writer::counts() noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return _counts;
+    }
+    const Lock lock(_writer->getMutex());
+    return _counts;
+}
+
+DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return DDS_RETCODE_ALREADY_DELETED;
+    }
+    const std::int64_t deadline_ns = platform::deadline_after(max_wait);
+    for (std::int64_t goal = -1;;) {
+        const std::uint32_t seen = _changes.load();
+        {
+            const Lock lock(_writer->getMutex());
+            if (_calls.is_shut()) {
+                return DDS_RETCODE_ALREADY_DELETED;
+            }
+            sweep_locked();
+            goal = goal < 0 || !_held.is_empty() ? _last_sent : goal;
+            if (_held.is_empty() && _acknowledged >= goal && (!_keeps || is_all_acknowledged_locked())) {
+                return DDS_RETCODE_OK;
+            }
+        }
+        if (platform::monotonic_ns() >= deadline_ns) {
+            return DDS_RETCODE_TIMEOUT;
+        }
+        ask_for_acknowledgments();
+        sleep(seen, deadline_ns);
+    }
+}
+
+void Writer::sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept {
+    send_deferred();
+    _sleepers.fetch_add(1);
+    platform::wait_on(_changes, seen, std::min(deadline_ns, platform::monotonic_ns() + LOOK_AGAIN_NS));
+    _sleepers.fetch_sub(1);
+}
+
+void Writer::wake_up() noexcept {
+    _changes.fetch_add(1);
+    if (_sleepers.load() != 0) {
+        platform::wake_all(_changes);
+    }
+}
+
+// ---- what is held, and what readers of this process had no room for ------------------------------------------------
+
+std::int64_t Writer::attend() noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return platform::NO_DEADLINE;
+    }
+    try {
+        if (_appears_later.load()) {
+            appear();
+        }
+    } catch (const std::exception&) {
+        return platform::monotonic_ns() + RETRY_NS;
+    }
+    const Lock lock(_writer->getMutex());
+    const std::int64_t now_ns = platform::monotonic_ns();
+    _sweep_due.store(false);
+    sweep_locked();
+    std::int64_t again_ns = _audience.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
+    pace_sending_locked();  // requesters come and go
+    if (now_ns >= _look_ns || on_the_way_locked() == 0) {
+        look_at_progress_locked();
+        _look_ns = now_ns + _sweep_ns;
+    }
+    if (on_the_way_locked() > 0) {
+        _sweep_due.store(true);
+        again_ns = std::min({again_ns, _look_ns, repeat_question_locked(now_ns)});
+    }
+    wake_up();
+    return again_ns;
+}
+
+// @return when to look again.
+std::int64_t Writer::send_held_locked(std::int64_t now_ns) noexcept {
+    bool has_room = true;
+    const std::int64_t next_ns = _held.release(
+        now_ns,
+        [&] {
+            has_room = make_room_locked() < _window;
+            return has_room;
+        },
+        [&](HeldAnswer& answer, bool is_sent, bool addressed) {
+            _counts.unaddressed += addressed ? 0 : 1;
+            try {
+                is_sent = is_sent && send_locked(*answer.change, answer.params, _last_number + 1, addressed);
+            } catch (const std::exception&) {
+                is_sent = false;
+            }
+            if (!is_sent) {
+                _writer->release_change(answer.change);
+            }
+        });
+    return has_room ? next_ns : now_ns + RETRY_NS;
+}
+
+void Writer::redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return;
+    }
+    const Lock lock(_writer->getMutex());
+    // Fast DDS marks what a local reader refuses as not acknowledged, and leaves it at that. Here: as it delivers inside a process, in order.
+    rtps::SequenceNumber_t next = from;
+    for (auto place = _history->changesBegin(); place != _history->changesEnd(); ++place) {
+        rtps::CacheChange_t* const change = *place;
+        if (change->sequenceNumber < from) {
+            continue;
+        }
+        if (change->write_params.related_sample_identity() != rtps::SampleIdentity::unknown()) {
+            change->write_params.sample_identity(change->write_params.related_sample_identity());
+        }
+        if (!reader.processDataMsg(change)) {
+            next = change->sequenceNumber;
+            break;
+        }
+        next = change->sequenceNumber + 1;
+    }
+    bool accepted = false;
+    _writer->process_acknack(_writer->getGuid(), reader.getGuid(), ++_redeliveries, rtps::SequenceNumberSet_t(next), true,
+                             accepted);
+    sweep_locked();
+    wake_up();
+}
+
+// ---- callbacks of Fast DDS ----------------------------------------------------------------------------------------
+
+void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS reason,
+                                 const rtps::GUID_t& reader_guid, const rtps::ReaderProxyData* /*reader_info*/) {
+    const std::shared_ptr<const Discovered> peer = _domain->find(reader_guid);
+    const Lock lock(_writer->getMutex());
+    if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && _audience.remove(to_guid(reader_guid))) {
+        wake_up();
+    } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && peer != nullptr &&
+               _audience.add(to_guid(reader_guid), peer, reader_guid.is_on_same_process_as(_writer->getGuid()))) {
+        _met_stranger = _met_stranger || (_asks && !peer->ours);
+        if (!_held.is_empty()) {
+            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
+        }
+    } else {
+        return;
+    }
+    _matched_since = _last_sent;
+    choose_sending_locked();
+    pace_sending_locked();
+    if (_audience.is_outdated()) {
+        _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + RETRY_NS);
+    }
+}
+
+bool Writer::note_requester(const std::string& topic) noexcept {
+    const bool shares_with_it = topic == _info.topic_name;
+    if (shares_with_it) {
+        _audience.outdate();
+    }
+    return shares_with_it || _held.has_any();
+}
+
+// Called from the newest to the oldest: each would be looked for from the other end, so that removing them is left to the sweep.
+void Writer::onWriterChangeReceivedByAll(rtps::RTPSWriter* /*writer*/, rtps::CacheChange_t* /*change*/) { wake_up(); }
+
+bool Writer::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const {
+    return _audience.may_get(to_guid(reader_guid), to_guid(change.write_params.related_sample_identity().writer_guid()));
+}
+
+}  // namespace fastdds
+}  // namespace norvane

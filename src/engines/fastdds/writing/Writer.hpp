@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+// A writer on Fast DDS: its numbers, its window, and when it asks for acknowledgements.
+//
+// 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks: the audience, numbers and held samples are under it.
+//    Order: it, then the participant's directory or a sink. Encoding happens outside.
+// 2. Numbers of Fast DDS have no gaps. Once the application has chosen one, the number that it knows travels behind the sample.
+// 3. What is on the way is what some reader has not acknowledged. It is bounded by the window; nobody sleeps with the mutex held.
+// 4. A sample that answers a requester of ours goes when its HeldAnswers let it.
+#ifndef NORVANE_ENGINES_FASTDDS_WRITING_WRITER_HPP
+#define NORVANE_ENGINES_FASTDDS_WRITING_WRITER_HPP
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+
+#include <fastdds/rtps/history/WriterHistory.h>
+#include <fastdds/rtps/writer/RTPSWriter.h>
+#include <fastdds/rtps/writer/WriterListener.h>
+#include <fastrtps/qos/WriterQos.h>
+#include <fastdds/rtps/interfaces/IReaderDataFilter.hpp>
+
+#include "engines/fastdds/Endpoint.hpp"
+#include "engines/fastdds/discovery/Domain.hpp"
+#include "engines/fastdds/writing/AnsweredRequests.hpp"
+#include "engines/fastdds/writing/Audience.hpp"
+#include "engines/fastdds/writing/HeldAnswers.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+class Writer final : public Endpoint, private rtps::WriterListener, private eprosima::fastdds::rtps::IReaderDataFilter {
+public:
+    Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& settings);
+    ~Writer() override;
+
+    /// Makes the RTPS writer, unseen. @return OK, or what stands against it, in words for the log.
+    DDS_ReturnCode_t prepare(const mw::WriterSettings& settings, std::string& failure);
+
+    /// As mw::WriterPort.
+    DDS_ReturnCode_t enable(mw::PeerSink& sink) noexcept;
+    DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept;
+    mw::WriteCounts counts() noexcept;
+    DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
+    void close() noexcept;
+
+    /// Has peers know that a part of its participant's shared reader gets the answers to this writer. @param answers  null: no longer.
+    /// @throws std::bad_alloc
+    void announce_answers(const mw::EndpointInfo* answers);
+    /// Lets the writer be seen, if it is not yet: it waits for nothing any more. @return whether it is seen. @throws std::bad_alloc
+    bool appear();
+
+    /// @return where the reader of the answers to this writer notes what was answered.
+    const std::shared_ptr<AnsweredRequests>& answered() const noexcept { return _answered; }
+
+    /// Hands a reader of this process the samples from a number on that it had no room for, as many as it takes now. Fast DDS does not
+    /// repeat inside a process.
+    void redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept;
+
+    bool is_writer() const noexcept override { return true; }
+    bool note_requester(const std::string& topic) noexcept override;
+    void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
+    std::int64_t attend() noexcept override;
+
+private:
+    typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
+
+    struct Sent {
+        std::uint32_t octets;
+        std::int64_t when_ns;  // 0 where nobody asks
+    };
+
+    rtps::CacheChange_t* encode(const void* data);
+    DDS_ReturnCode_t write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
+                                     bool& addressed);
+    DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
+                                  bool& addressed);
+    bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed);
+    std::int64_t send_held_locked(std::int64_t now_ns) noexcept;
+    eprosima::fastdds::dds::WriterQos announced_qos() const;
+    bool appear_locked();
+    std::int64_t make_room_locked() noexcept;
+    bool has_room_locked() noexcept;
+    std::int64_t on_the_way_locked() const noexcept;
+    void sweep_locked() noexcept;
+    std::int64_t answered_locked() const noexcept;
+    bool is_acknowledged_locked(std::int64_t number) noexcept;
+    bool is_all_acknowledged_locked() noexcept;
+    void ask_for_acknowledgments() noexcept;
+    void send_deferred() noexcept;
+    void introduce_locked() noexcept;
+    void pace_sending_locked() noexcept;
+    void choose_sending_locked() noexcept;
+    void look_at_progress_locked() noexcept;
+    std::int64_t with_others(std::int64_t due_ns) const noexcept;
+    std::int64_t repeat_question_locked(std::int64_t now_ns) noexcept;
+    void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
+    void wake_up() noexcept;
+
+    // ---- callbacks of Fast DDS
+    void on_reader_discovery(rtps::RTPSWriter* writer, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS reason,
+                             const rtps::GUID_t& reader_guid, const rtps::ReaderProxyData* reader_info) override;
+    void onWriterChangeReceivedByAll(rtps::RTPSWriter* writer, rtps::CacheChange_t* change) override;
+    bool is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const override;
+
+    const std::shared_ptr<Domain> _domain;
+    mw::SamplePool& _pool;
+    const bool _reliable;
+    const bool _keeps;  // transient-local
+    const bool _keeps_last_only;
+    const std::int64_t _history_limit;
+    const std::int64_t _window;
+    std::unique_ptr<rtps::WriterHistory> _history;
+    const bool _asks;                  // the worker sends its heartbeats, and no timer of Fast DDS
+    rtps::WriterTimes _times;          // as the QoS has them
+    std::int64_t _period_ns = 0;       // of heartbeats; 0 until the RTPS writer is made
+    std::int64_t _sweep_ns;            // from one look at the progress to the next, while anything is on the way
+    std::int64_t _nack_ns = 0;         // what was sent less than that ago is not sent again
+    std::int64_t _lapsed_ns = 0;       // when that was looked at last
+    std::int64_t _question_ns = 0;     // no heartbeat of the worker before that
+    std::int64_t _unasked_octets = 0;  // sent since one was sent for their sake
+    std::int64_t _look_ns = 0;         // when the next look is due, while anything is on the way
+    rtps::RTPSWriter* _writer = nullptr;
+    std::atomic<bool> _appears_later{false};           // that of a requester, whose reader is to come
+    bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
+    std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
+
+    Audience _audience;
+    HeldAnswers _held;
+    const std::shared_ptr<AnsweredRequests> _answered = std::make_shared<AnsweredRequests>();
+    bool _answers_prove = false;      // that requests have arrived
+    std::int64_t _matched_since = 0;  // the last number before the readers were those that they are
+    mw::WriteCounts _counts;
+    std::int64_t _last_number = 0;          // as the application knows it
+    std::int64_t _last_sent = 0;            // as Fast DDS knows it
+    std::int64_t _ahead = 0;                // the one before the other, when they were last different
+    std::int64_t _acknowledged = 0;         // up to here everybody has it
+    std::int64_t _acknowledged_before = 0;  // when the worker looked last
+    bool _leaves_gap = false;               // the last sample was for nobody
+    bool _met_stranger = false;             // since the last sample
+    bool _stuck = false;                    // nothing had got through since; until all has
+    std::deque<Sent> _sent;                 // the samples on the way
+    std::int64_t _octets = 0;               // their sum
+    rtps::CacheChange_t _probe;             // asks whether a number is acknowledged
+    std::uint32_t _redeliveries = 1;        // Fast DDS itself acknowledges with 1
+    std::atomic<bool> _renumbered{false};   // the application's numbers are others than those of Fast DDS
+    std::atomic<bool> _sweep_due{false};
+    platform::FutexWord _changes{0};  // acknowledged, peer gone, closed
+    std::atomic<std::uint32_t> _sleepers{0};
+};
+
+}  // namespace fastdds
+}  // namespace norvane
+
+#endif
