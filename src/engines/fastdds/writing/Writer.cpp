@@ -22,25 +22,9 @@ namespace {
 
 namespace dds = eprosima::fastdds::dds;
 
-// Octets on the way at most, whatever the number of samples.
-constexpr std::int64_t MOST_OCTETS = 64 * 1024 * 1024;
 // Fast DDS does not always say that everything is acknowledged: waiting threads look for themselves.
 constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
-// Sent without a question; not more than what a socket takes, unless told otherwise.
-constexpr std::int64_t MOST_UNASKED_OCTETS = 200 * 1024;
-constexpr std::int64_t SWEEP_NS = 50 * 1000 * 1000;
-constexpr std::int64_t HEARTBEATS_PER_SWEEP = 5;
 constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
-// A heartbeat goes to every reader, and every reader answers: for each of them so much longer between two.
-constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
-// Requesters of a participant write in turn. With many, a period spans several turns of a writer: else the looks of the worker would cost more than
-// the calls, and timers of Fast DDS much more than that.
-constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 200 * 1000;
-constexpr std::int64_t TIMER_NS_PER_REQUESTER = 1000 * 1000;
-constexpr std::int64_t LONGEST_FOR_REQUESTERS_NS = 1000 * 1000 * 1000;
-// Of a period: looks that are due within one such part are taken together.
-constexpr std::int64_t LOOKS_PER_PERIOD = 8;
-constexpr std::int64_t NACK_MARGIN_NS = 5 * 1000 * 1000;
 // The reader of a requester is made right after its writer, as a rule; on a machine that has much to do, some ten milliseconds later.
 constexpr std::int64_t APPEARANCE_NS = 100 * 1000 * 1000;
 // Fast DDS's thread of timers forgets one that is due in more than a day: it costs nothing from then on. Each that is running makes that thread slower
@@ -72,28 +56,26 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
       _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
       _keeps_last_only(settings.qos->history.kind == DDS_KEEP_LAST_HISTORY_QOS),
       _history_limit(limit_of(*settings.qos)),
-      _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
       _history(std::make_unique<rtps::WriterHistory>(history_attributes())),
-      _asks(_reliable && !_keeps),
-      _sweep_ns(SWEEP_NS),
+      _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
+      _pace(_reliable && !_keeps),
       _audience(*domain, *this, settings.qos->writer_resource_limits.max_remote_reader_filters),
-      _held(*domain, _audience, settings.qos->reliability.max_blocking_time, _window / 2) {}
+      _held(*domain, _audience, settings.qos->reliability.max_blocking_time, _window.most() / 2) {}
 
 Writer::~Writer() { close(); }
 
 DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string& failure) {
     rtps::WriterAttributes attributes = writer_attributes(settings.info.topic_name, *settings.qos);
     _times = attributes.times;
-    _period_ns = _times.heartbeatPeriod.to_ns();
-    _nack_ns = _times.nackSupressionDuration.to_ns();
-    if (_asks) {
+    if (_pace.drives_heartbeats()) {
         attributes.times.heartbeatPeriod = to_duration(NEVER_NS);
         attributes.times.nackSupressionDuration = to_duration(NEVER_NS);
     }
     // Whoever comes back under a name of his own may get late answers to the other he once was.
-    _answers_prove = _asks && is_requester(settings.info) && settings.info.guid == DDS_GUID_AUTO;
+    _answers_prove = _pace.drives_heartbeats() && is_requester(settings.info) && settings.info.guid == DDS_GUID_AUTO;
     // Fast DDS would add a heartbeat to each sample that follows one which is gone without an acknowledgement.
     attributes.disable_heartbeat_piggyback = _answers_prove;
+    _pace.start(_times.heartbeatPeriod.to_ns(), _times.nackSupressionDuration.to_ns(), _answers_prove);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, _history.get(), this);
     if (_writer == nullptr) {
@@ -312,7 +294,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
         _domain->dispatcher().attend(shared_from_this(), deadline_ns);
         return DDS_RETCODE_OK;
     }
-    if (number != _last_sent + 1) {
+    if (number != _window.last_sent() + 1) {
         _renumbered.store(true);
     }
     addressed = _audience.wants(asker);
@@ -329,8 +311,9 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
 bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed) {
     if (_renumbered.load(std::memory_order_relaxed)) {
         append_number(change.serializedPayload, number);
-        const std::int64_t ahead = number - (_last_sent + 1);
-        if (ahead != _ahead && LocalWriters::get().note_numbers(to_guid(_writer->getGuid()), _last_sent + 1, ahead)) {
+        const std::int64_t next = _window.last_sent() + 1;
+        const std::int64_t ahead = number - next;
+        if (ahead != _ahead && LocalWriters::get().note_numbers(to_guid(_writer->getGuid()), next, ahead)) {
             _ahead = ahead;
         }
     }
@@ -341,22 +324,16 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
         introduce_locked();
     }
     const std::uint32_t length = change.serializedPayload.length;
-    _sent.push_back({length, _asks ? platform::monotonic_ns() : 0});
-    _octets += length;
-    // While it is added, readers of this process get it and may acknowledge it.
+    // Before the history has it: while it is added, readers of this process get it and may acknowledge it.
+    _window.add(length, _pace.drives_heartbeats() ? platform::monotonic_ns() : 0);
     _last_number = number;
-    ++_last_sent;
     if (!_history->add_change(&change, params)) {
-        --_last_sent;
         --_last_number;
-        _sent.pop_back();
-        _octets -= length;
+        _window.take_back();
         return false;
     }
     if (!_reliable) {
-        _acknowledged = _last_sent;
-        _sent.clear();
-        _octets = 0;
+        _window.acknowledge_all();
         if (!_keeps) {
             _history->remove_min_change();
         }
@@ -368,20 +345,12 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
         ask_for_acknowledgments();
     }
     _leaves_gap = !addressed;
-    const std::int64_t on_the_way = on_the_way_locked();
-    if (on_the_way > 0) {
-        // Acknowledgements come when they are asked for: in time, so that the window does not close for want of a question, and the buffers of the
-        // other end do not run over.
-        const std::int64_t quarter = std::max<std::int64_t>(_window / 4, 1);
-        _unasked_octets += length;
-        if (on_the_way % quarter == 0 || (_answers_prove && _unasked_octets >= MOST_UNASKED_OCTETS)) {
-            _unasked_octets = 0;
+    if (_window.on_the_way() > 0) {
+        if (_pace.is_heartbeat_due(length, _window.on_the_way(), _window.most())) {
             ask_for_acknowledgments();
         }
-        if (!_sweep_due.exchange(true)) {
-            const std::int64_t now_ns = platform::monotonic_ns();
-            _look_ns = now_ns + _sweep_ns;
-            _domain->dispatcher().attend(shared_from_this(), _asks ? with_others(now_ns + _period_ns / 2) : _look_ns);
+        if (!_pace.timer_runs()) {
+            _domain->dispatcher().attend(shared_from_this(), _pace.start_timer(platform::monotonic_ns()));
         }
     }
     return true;
@@ -392,34 +361,30 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
 // @return samples that wait for somebody.
 std::int64_t Writer::make_room_locked() noexcept {
     const auto kept = [this] { return static_cast<std::int64_t>(_history->getHistorySize()); };
-    if (_keeps || (on_the_way_locked() < _window && _octets < MOST_OCTETS)) {
-        return on_the_way_locked();
+    if (_keeps || !_window.is_full()) {
+        return _window.on_the_way();
     }
-    if (kept() >= _window || _octets >= MOST_OCTETS) {
+    if (kept() >= _window.most() || _window.has_too_many_octets()) {
         for (auto place = _history->changesBegin(); place != _history->changesEnd();) {
             const std::int64_t number = static_cast<std::int64_t>((*place)->sequenceNumber.to64long());
-            if (number <= _acknowledged || !is_acknowledged_locked(number)) {
+            if (number <= _window.acknowledged() || !is_acknowledged_locked(number)) {
                 ++place;
                 continue;
             }
-            std::uint32_t& octets = _sent[static_cast<std::size_t>(number - _acknowledged - 1)].octets;
-            _octets -= octets;
-            octets = 0;
+            _window.release_octets_of(number);
             place = _history->remove_change(place, true);
         }
     }
-    return std::min(on_the_way_locked(), kept());
+    return std::min(_window.on_the_way(), kept());
 }
 
 bool Writer::has_room_locked() noexcept {
     const std::int64_t waiting = make_room_locked() + _held.size();
-    if (waiting >= _window || (waiting > 0 && _octets >= MOST_OCTETS)) {
+    if (waiting >= _window.most() || (waiting > 0 && _window.has_too_many_octets())) {
         return false;
     }
     return !_keeps || _keeps_last_only || static_cast<std::int64_t>(_history->getHistorySize()) < _history_limit;
 }
-
-std::int64_t Writer::on_the_way_locked() const noexcept { return _last_sent - _acknowledged; }
 
 bool Writer::is_acknowledged_locked(std::int64_t number) noexcept {
     _probe.sequenceNumber = rtps::SequenceNumber_t(static_cast<std::int32_t>(number >> 32), static_cast<std::uint32_t>(number));
@@ -433,25 +398,20 @@ bool Writer::is_all_acknowledged_locked() noexcept { return _writer->wait_for_al
 // nothing of the others. (Fast DDS has a reader some time before it tells.)
 // @return up to where requests have arrived, going by the answers; 0 when there is nothing to go by.
 std::int64_t Writer::answered_locked() const noexcept {
-    if (!_answers_prove || _acknowledged == _last_sent || _renumbered.load(std::memory_order_relaxed) || _audience.size() != 1 ||
+    if (!_answers_prove || _window.on_the_way() == 0 || _renumbered.load(std::memory_order_relaxed) || _audience.size() != 1 ||
         static_cast<const rtps::StatefulWriter*>(_writer)->getMatchedReadersSize() != 1) {
         return 0;
     }
     std::int64_t number = 0;
     _audience.for_each([&](const DDS_GUID_t& /*reader*/, const Discovered& peer) { number = _answered->last_of(peer.rtps_guid); });
-    return number > _matched_since && number <= _last_sent ? number : 0;
+    return number > _matched_since && number <= _window.last_sent() ? number : 0;
 }
 
 void Writer::sweep_locked() noexcept {
-    const std::int64_t answered = answered_locked();
-    while (_acknowledged < _last_sent && (_acknowledged < answered || is_acknowledged_locked(_acknowledged + 1))) {
-        ++_acknowledged;
-        _octets -= _sent.front().octets;
-        _sent.pop_front();
-    }
+    _window.advance(answered_locked(), [this](std::int64_t number) { return is_acknowledged_locked(number); });
     if (!_keeps) {
         while (_history->changesBegin() != _history->changesEnd() &&
-               static_cast<std::int64_t>((*_history->changesBegin())->sequenceNumber.to64long()) <= _acknowledged) {
+               static_cast<std::int64_t>((*_history->changesBegin())->sequenceNumber.to64long()) <= _window.acknowledged()) {
             _history->remove_min_change();
         }
     }
@@ -463,11 +423,9 @@ void Writer::ask_for_acknowledgments() noexcept {
     }
     auto& writer = *static_cast<rtps::StatefulWriter*>(_writer);
     const Lock lock(writer.getMutex());
-    const std::int64_t now_ns = platform::monotonic_ns();
-    if (_asks && now_ns - _lapsed_ns >= _nack_ns) {
+    if (_pace.begins_nack_check(platform::monotonic_ns())) {
         // From here on what was sent is sent again when it is asked for: before the heartbeat, whose answer may ask.
         _audience.for_each([&](const DDS_GUID_t& reader, const Discovered&) { writer.perform_nack_supression(to_rtps(reader)); });
-        _lapsed_ns = now_ns;
     }
     writer.send_periodic_heartbeat(false, false);
 }
@@ -492,59 +450,17 @@ void Writer::choose_sending_locked() noexcept {
     // the sample would wait for the next one. A single reader sees none, and is spared the acknowledgement of each sample.
     //
     // Together, Fast DDS repeats in one large datagram what was lost. A wire that cannot carry that loses it over and over.
-    _writer->set_separate_sending((_audience.size() > 1 && _audience.has_routed()) || _stuck);
-}
-
-// Looks whether what is on the way arrives. From one look to the next it has at least SWEEP_NS.
-void Writer::look_at_progress_locked() noexcept {
-    const bool all_arrived = on_the_way_locked() == 0;
-    const bool stands_still = !all_arrived && _acknowledged == _acknowledged_before;
-    if ((!_stuck && stands_still) || (_stuck && all_arrived)) {
-        _stuck = !_stuck;
-        choose_sending_locked();
-    }
-    _acknowledged_before = _acknowledged;
-}
-
-// @return when many writers are looked at, at or after the time when this one is due.
-std::int64_t Writer::with_others(std::int64_t due_ns) const noexcept {
-    const std::int64_t part_ns = std::max<std::int64_t>(_period_ns / LOOKS_PER_PERIOD, 1);
-    return due_ns + part_ns - due_ns % part_ns;
-}
-
-// While anything is on the way: sends a heartbeat when the oldest of it has been so for half a period, and another after each period.
-// @return when to look again.
-std::int64_t Writer::repeat_question_locked(std::int64_t now_ns) noexcept {
-    if (!_asks) {
-        return platform::NO_DEADLINE;
-    }
-    _question_ns = std::max(_question_ns, _sent.front().when_ns + _period_ns / 2);
-    if (now_ns >= _question_ns) {
-        ask_for_acknowledgments();
-        _question_ns = now_ns + _period_ns;
-    }
-    return with_others(_question_ns);
+    _writer->set_separate_sending((_audience.size() > 1 && _audience.has_routed()) || _pace.has_stalled());
 }
 
 void Writer::pace_sending_locked() noexcept {
-    const std::int64_t least_ns = _times.heartbeatPeriod.to_ns();
     const std::int64_t requesters = is_requester(_info) ? _domain->requester_count() : 0;
-    const std::int64_t each_ns = _asks ? HEARTBEAT_NS_PER_REQUESTER : TIMER_NS_PER_REQUESTER;
-    const std::int64_t period_ns = std::max({least_ns, static_cast<std::int64_t>(_audience.size()) * HEARTBEAT_NS_PER_READER,
-                                             std::min(requesters * each_ns, LONGEST_FOR_REQUESTERS_NS)});
-    if (!_reliable || (period_ns < 2 * _period_ns && 2 * period_ns > _period_ns)) {
-        return;  // near enough
-    }
-    _period_ns = period_ns;
-    _sweep_ns = std::max(SWEEP_NS, HEARTBEATS_PER_SWEEP * period_ns);
-    // What is asked for sooner after it was sent is not sent again. Just before the heartbeat, whose answer may ask.
-    _nack_ns = std::max(_times.nackSupressionDuration.to_ns(), period_ns - NACK_MARGIN_NS);
-    if (_asks) {
+    if (!_reliable || !_pace.adapt(static_cast<std::int64_t>(_audience.size()), requesters) || _pace.drives_heartbeats()) {
         return;
     }
     rtps::WriterTimes times = _times;
-    times.heartbeatPeriod = to_duration(period_ns);
-    times.nackSupressionDuration = to_duration(_nack_ns);
+    times.heartbeatPeriod = to_duration(_pace.period_ns());
+    times.nackSupressionDuration = to_duration(_pace.nack_ns());
     static_cast<rtps::StatefulWriter*>(_writer)->updateTimes(times);
 }
 
@@ -571,8 +487,8 @@ DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait
                 return DDS_RETCODE_ALREADY_DELETED;
             }
             sweep_locked();
-            goal = goal < 0 || !_held.is_empty() ? _last_sent : goal;
-            if (_held.is_empty() && _acknowledged >= goal && (!_keeps || is_all_acknowledged_locked())) {
+            goal = goal < 0 || !_held.is_empty() ? _window.last_sent() : goal;
+            if (_held.is_empty() && _window.acknowledged() >= goal && (!_keeps || is_all_acknowledged_locked())) {
                 return DDS_RETCODE_OK;
             }
         }
@@ -614,20 +530,20 @@ std::int64_t Writer::attend() noexcept {
     }
     const Lock lock(_writer->getMutex());
     const std::int64_t now_ns = platform::monotonic_ns();
-    _sweep_due.store(false);
     sweep_locked();
-    std::int64_t again_ns = _audience.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
+    const std::int64_t again_ns = _audience.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
     pace_sending_locked();  // requesters come and go
-    if (now_ns >= _look_ns || on_the_way_locked() == 0) {
-        look_at_progress_locked();
-        _look_ns = now_ns + _sweep_ns;
+    const std::int64_t on_the_way = _window.on_the_way();
+    const Pace::Due due =
+        _pace.run_timer(now_ns, on_the_way, _window.acknowledged(), on_the_way > 0 ? _window.oldest_sent_ns() : now_ns);
+    if (due.progress_changed) {
+        choose_sending_locked();
     }
-    if (on_the_way_locked() > 0) {
-        _sweep_due.store(true);
-        again_ns = std::min({again_ns, _look_ns, repeat_question_locked(now_ns)});
+    if (due.heartbeat) {
+        ask_for_acknowledgments();
     }
     wake_up();
-    return again_ns;
+    return std::min(again_ns, due.next_ns);
 }
 
 // @return when to look again.
@@ -636,7 +552,7 @@ std::int64_t Writer::send_held_locked(std::int64_t now_ns) noexcept {
     const std::int64_t next_ns = _held.release(
         now_ns,
         [&] {
-            has_room = make_room_locked() < _window;
+            has_room = make_room_locked() < _window.most();
             return has_room;
         },
         [&](HeldAnswer& answer, bool is_sent, bool addressed) {
@@ -692,14 +608,14 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
         wake_up();
     } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && peer != nullptr &&
                _audience.add(to_guid(reader_guid), peer, reader_guid.is_on_same_process_as(_writer->getGuid()))) {
-        _met_stranger = _met_stranger || (_asks && !peer->ours);
+        _met_stranger = _met_stranger || (_pace.drives_heartbeats() && !peer->ours);
         if (!_held.is_empty()) {
             _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
         }
     } else {
         return;
     }
-    _matched_since = _last_sent;
+    _matched_since = _window.last_sent();
     choose_sending_locked();
     pace_sending_locked();
     if (_audience.is_outdated()) {

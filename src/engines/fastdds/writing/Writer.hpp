@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// A writer on Fast DDS: its numbers, its window, and when it asks for acknowledgements.
+// A writer on Fast DDS: it encodes samples, sends them or holds them, and bounds what is on the way.
 //
 // 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks: the audience, numbers and held samples are under it.
 //    Order: it, then the participant's directory or a sink. Encoding happens outside.
 // 2. Numbers of Fast DDS have no gaps. Once the application has chosen one, the number that it knows travels behind the sample.
-// 3. What is on the way is what some reader has not acknowledged. It is bounded by the window; nobody sleeps with the mutex held.
+// 3. What is on the way is bounded by the Window; heartbeats follow the Pace. No thread sleeps with the mutex held.
 // 4. A sample that answers a requester of ours goes when its HeldAnswers let it.
 #ifndef NORVANE_ENGINES_FASTDDS_WRITING_WRITER_HPP
 #define NORVANE_ENGINES_FASTDDS_WRITING_WRITER_HPP
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 
@@ -26,6 +25,8 @@
 #include "engines/fastdds/writing/AnsweredRequests.hpp"
 #include "engines/fastdds/writing/Audience.hpp"
 #include "engines/fastdds/writing/HeldAnswers.hpp"
+#include "engines/fastdds/writing/Pace.hpp"
+#include "engines/fastdds/writing/Window.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -66,11 +67,6 @@ public:
 private:
     typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
 
-    struct Sent {
-        std::uint32_t octets;
-        std::int64_t when_ns;  // 0 where nobody asks
-    };
-
     rtps::CacheChange_t* encode(const void* data);
     DDS_ReturnCode_t write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                      bool& addressed);
@@ -82,7 +78,6 @@ private:
     bool appear_locked();
     std::int64_t make_room_locked() noexcept;
     bool has_room_locked() noexcept;
-    std::int64_t on_the_way_locked() const noexcept;
     void sweep_locked() noexcept;
     std::int64_t answered_locked() const noexcept;
     bool is_acknowledged_locked(std::int64_t number) noexcept;
@@ -92,9 +87,6 @@ private:
     void introduce_locked() noexcept;
     void pace_sending_locked() noexcept;
     void choose_sending_locked() noexcept;
-    void look_at_progress_locked() noexcept;
-    std::int64_t with_others(std::int64_t due_ns) const noexcept;
-    std::int64_t repeat_question_locked(std::int64_t now_ns) noexcept;
     void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
     void wake_up() noexcept;
 
@@ -110,17 +102,10 @@ private:
     const bool _keeps;  // transient-local
     const bool _keeps_last_only;
     const std::int64_t _history_limit;
-    const std::int64_t _window;
     std::unique_ptr<rtps::WriterHistory> _history;
-    const bool _asks;                  // the worker sends its heartbeats, and no timer of Fast DDS
-    rtps::WriterTimes _times;          // as the QoS has them
-    std::int64_t _period_ns = 0;       // of heartbeats; 0 until the RTPS writer is made
-    std::int64_t _sweep_ns;            // from one look at the progress to the next, while anything is on the way
-    std::int64_t _nack_ns = 0;         // what was sent less than that ago is not sent again
-    std::int64_t _lapsed_ns = 0;       // when that was looked at last
-    std::int64_t _question_ns = 0;     // no heartbeat of the worker before that
-    std::int64_t _unasked_octets = 0;  // sent since one was sent for their sake
-    std::int64_t _look_ns = 0;         // when the next look is due, while anything is on the way
+    Window _window;
+    Pace _pace;                // its timer is the worker of the participant
+    rtps::WriterTimes _times;  // as the QoS has them
     rtps::RTPSWriter* _writer = nullptr;
     std::atomic<bool> _appears_later{false};           // that of a requester, whose reader is to come
     bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
@@ -132,21 +117,14 @@ private:
     bool _answers_prove = false;      // that requests have arrived
     std::int64_t _matched_since = 0;  // the last number before the readers were those that they are
     mw::WriteCounts _counts;
-    std::int64_t _last_number = 0;          // as the application knows it
-    std::int64_t _last_sent = 0;            // as Fast DDS knows it
-    std::int64_t _ahead = 0;                // the one before the other, when they were last different
-    std::int64_t _acknowledged = 0;         // up to here everybody has it
-    std::int64_t _acknowledged_before = 0;  // when the worker looked last
-    bool _leaves_gap = false;               // the last sample was for nobody
-    bool _met_stranger = false;             // since the last sample
-    bool _stuck = false;                    // nothing had got through since; until all has
-    std::deque<Sent> _sent;                 // the samples on the way
-    std::int64_t _octets = 0;               // their sum
-    rtps::CacheChange_t _probe;             // asks whether a number is acknowledged
-    std::uint32_t _redeliveries = 1;        // Fast DDS itself acknowledges with 1
-    std::atomic<bool> _renumbered{false};   // the application's numbers are others than those of Fast DDS
-    std::atomic<bool> _sweep_due{false};
-    platform::FutexWord _changes{0};  // acknowledged, peer gone, closed
+    std::int64_t _last_number = 0;         // as the application knows it
+    std::int64_t _ahead = 0;               // that number before the one of Fast DDS, when they were last different
+    bool _leaves_gap = false;              // the last sample was for nobody
+    bool _met_stranger = false;            // since the last sample
+    rtps::CacheChange_t _probe;            // asks whether a number is acknowledged
+    std::uint32_t _redeliveries = 1;       // Fast DDS itself acknowledges with 1
+    std::atomic<bool> _renumbered{false};  // the application's numbers are others than those of Fast DDS
+    platform::FutexWord _changes{0};       // acknowledged, peer gone, closed
     std::atomic<std::uint32_t> _sleepers{0};
 };
 
