@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Builds and runs strangers' programs against an installed tree, and tries the checks of the house on trees that break their rules.
+"""Builds and runs strangers' programs against an installed tree.
 
 usage: package_test.py <case> <source tree> <build tree> <scratch folder>     (CTest calls it; the cases are the functions below)
 """
@@ -92,51 +92,6 @@ def examples():
             check(run(build / "hello") == "Hello, world!\n", "the example hello does not greet")
 
 
-# A document, and what scripts/doc_snippets.py says of it; nothing when it is right. `a.cpp` has the regions good and nested, and half of another one.
-SNIPPETS = """//! [nested]
-int main() {
-    //! [good]
-    call([](int) {});
-    //! [good]
-}
-//! [nested]
-//! [half]
-"""
-DOCUMENTS = [
-    ("<!-- snippet: a.cpp good -->\n```cpp\ncall([](int) {});\n```\n", ""),
-    ("<!-- snippet: a.cpp nested -->\n```cpp\nint main() {\n    call([](int) {});\n}\n```\n\n```sh\nls\n```\n", ""),
-    ("<!-- snippet: a.cpp good -->\n```cpp\ncall([](char) {});\n```\n", "docs/a.md:2: differs"),
-    ("<!-- snippet: a.cpp half -->\n```cpp\n```\n", "docs/a.md:2: a.cpp has no region [half]"),
-    ("<!-- snippet: b.cpp good -->\n```cpp\n```\n", "docs/a.md:2: b.cpp has no region [good]"),
-    ("\n```cpp\ncall([](int) {});\n```\n", "docs/a.md:3: a block of C++ without"),
-    ("\n\n```c++\ncall([](int) {});\n```\n", "docs/a.md:4: a block of C++ without"),
-    ("<!-- snippet: a.cpp good -->\n\n```sh\nls\n```\n", "docs/a.md:2: no block"),
-    ("[this](a.md), [that](../a.cpp), [there](https://example.org/b)\n", ""),
-    ("\n[gone](b.md)\n", "docs/a.md:3: no file b.md"),
-]
-
-
-def documents():
-    """doc_snippets.py says which block is not as its source, and puts it right; and which link is dead."""
-    for text, complaint in DOCUMENTS:
-        with tempfile.TemporaryDirectory() as name:
-            tree = Path(name)
-            (tree / "docs").mkdir()
-            (tree / "README.md").write_text("")
-            (tree / "a.cpp").write_text(SNIPPETS)
-            (tree / "docs/a.md").write_text("# A\n" + text)
-
-            def say(mode):
-                done = subprocess.run([sys.executable, SOURCE / "scripts/doc_snippets.py", mode, tree], capture_output=True, text=True, timeout=60)
-                check(done.returncode == (1 if done.stdout else 0), "%s\nexit code %d, and it says:\n%s" % (text, done.returncode, done.stdout))
-                return done.stdout
-            said = say("--check")
-            check(said.startswith(complaint) and len(said.splitlines()) == (1 if complaint else 0), "%s\nshould be said %r of, not:\n%s" % (text, complaint, said))
-            if "differs" in complaint:
-                say("--write")
-                check(say("--check") == "" and "call([](int) {});" in (tree / "docs/a.md").read_text(), "not put right:\n" + text)
-
-
 def pkg_config():
     """The same program builds with what pkg-config says."""
     os.environ["PKG_CONFIG_PATH"] = str(next(PREFIX.rglob("norvane.pc")).parent)
@@ -144,63 +99,6 @@ def pkg_config():
     program = SCRATCH / "pkg_config_consumer"
     run(os.environ.get("CXX", "c++"), "-std=c++17", SOURCE / "tests/package/consumer/main.cpp", "-o", program, *flags)
     run(program, env=dict(os.environ, LD_LIBRARY_PATH=run("pkg-config", "--variable=libdir", "norvane").strip()))
-
-
-UNLICENSED = "// A file of unknown origin."
-# A file that breaks one rule of scripts/check_rooms.py, and words of the complaint.
-OUT_OF_ROOM = [
-    ("src/requestreply/A.cpp", '#include "middleware/Engine.hpp"', "src/requestreply/ may include"),
-    ("src/requestreply/A.cpp", '#include "norvane/Requester.hpp"', "never norvane/norvane.hpp"),
-    ("src/infrastructure/A.cpp", "#include <mutex>", "without threads"),
-    ("src/middleware/A.cpp", '#include "norvane/Exception.hpp"', "src/middleware/ may include"),
-    ("src/middleware/A.cpp", '#include "engines/embedded/Bus.hpp"', "src/middleware/ may include"),
-    ("src/engines/embedded/A.cpp", '#include "middleware/SampleStore.hpp"', "src/engines/embedded/ may include"),
-    ("src/engines/embedded/A.cpp", "#include <fastdds/rtps/RTPSDomain.h>", "of <...> the C++ library"),
-    ("src/engines/select.cpp", '#include "engines/embedded/Bus.hpp"', "src/engines/select.cpp may include"),
-    ("src/platform/A.cpp", '#include "middleware/Engine.hpp"', "src/platform/ may include"),
-    ("src/elsewhere/A.cpp", "", "in no room"),
-    ("include/norvane/dds/a.hpp", '#include "norvane/Exception.hpp"', "include/norvane/dds/ may include"),
-    ("include/norvane/details/a.hpp", '#include "norvane/Requester.hpp"', "include/norvane/details/ may include"),
-    ("include/norvane/a.hpp", '#include "norvane/norvane.hpp"', "never norvane/norvane.hpp"),
-    ("include/norvane/a.hpp", "#include <sys/types.h>", "of <...> the C++ library"),
-    ("include/norvane/details/a.hpp", "#include <fastcdr/Cdr.h>", "of <...> the C++ library"),
-    ("include/norvane/details/CdrEncoder.hpp", "#include <boost/describe/members.hpp>", "and fastcdr/Cdr.h"),
-    ("examples/a/main.cpp", '#include "norvane/details/FastObjectPool.hpp"', "never norvane/details"),
-    ("tests/conformance/a_test.cpp", '#include "norvane/Requester.hpp"', "tests/conformance/ may include"),
-    ("tests/requestreply/a_test.cpp", '#include "middleware/Engine.hpp"', "tests/requestreply/ may include"),
-    ("src/middleware/A.cpp", '#include "../platform/Clock.hpp"', "no .. in an include"),
-    ("src/middleware/A.cpp", '#include "Missing.hpp"', "a plain name means"),
-    ("src/middleware/A.cpp", "namespace x {\n#include <string>\n}", "inside a namespace"),
-    ("src/middleware/A.cpp", "class PoolManager {};", "no Manager"),
-    ("src/middleware/B.cpp", "#include <string>\n#include \"middleware/B.hpp\"", "first include"),
-    ("src/middleware/A.cpp", UNLICENSED, "SPDX line"),
-    ("src/middleware/Unlisted.cpp", "", "every source of the folder is listed"),
-]
-IN_ROOM = [
-    ("src/middleware/B.hpp", "// namespace {\nconst char* const TEXT = \"{ // \"; // struct FreeUtil {\nconst char BRACE = '{';"),
-    ("src/middleware/B.cpp", '#include "middleware/B.hpp"\n\n#include <mutex>\n\n#include "norvane/dds/types.hpp"'),
-    ("src/engines/select.cpp", '#include "middleware/Engine.hpp"\n#include "engines/embedded/EmbeddedEngine.hpp"'),
-]
-
-
-def rooms():
-    """Each rule of check_rooms.py complains of a tree that breaks it, at its line, and of nothing else."""
-    def complaints(files):
-        with tempfile.TemporaryDirectory() as name:
-            tree = Path(name)
-            for path, text in IN_ROOM + files:
-                (tree / path).parent.mkdir(parents=True, exist_ok=True)
-                (tree / path).write_text(("" if text.startswith(UNLICENSED) else "// SPDX-License-Identifier: Apache-2.0\n") + text + "\n")
-                (tree / path).with_name("CMakeLists.txt").write_text("A.cpp B.cpp select.cpp")
-            done = subprocess.run([sys.executable, SOURCE / "scripts/check_rooms.py", tree], capture_output=True, text=True, timeout=60)
-            return done.returncode, done.stdout
-    code, printed = complaints([])
-    check(code == 0, "a tree that obeys is complained of:\n" + printed)
-    for path, text, words in OUT_OF_ROOM:
-        code, printed = complaints([(path, text)])
-        place = "CMakeLists.txt:1: " if "Unlisted" in path else path + ":"
-        check(code == 1 and words in printed and place in printed and len(printed.splitlines()) == 2,
-              "%s with\n%s\nshould give one complaint with %r, gives:\n%s" % (path, text, words, printed))
 
 
 # A request type, how it is described, the beginning of the sentence that the compiler says of it, and the member that its notes name.
@@ -241,4 +139,4 @@ def wrong_types():
             check(notes, "%s\nno note names %s\n%s" % (program, member, done.stderr))
 
 
-{"install": install, "consumer": consumer, "examples": examples, "documents": documents, "engine_module": engine_module, "pkg_config": pkg_config, "rooms": rooms, "wrong_types": wrong_types}[sys.argv[1]]()
+{"install": install, "consumer": consumer, "examples": examples, "engine_module": engine_module, "pkg_config": pkg_config, "wrong_types": wrong_types}[sys.argv[1]]()
