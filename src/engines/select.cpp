@@ -13,7 +13,7 @@ Engine* select_engine(const std::string& name, std::string& failure) {
         return &embedded::embedded_engine();
     }
     if (name == "fastdds") {
-        return open_engine_module("libnorvane_fastdds.so", failure);
+        return open_engine_module("libnorvane_fastdds" NORVANE_MODULE_SUFFIX, failure);
     }
     failure = "there is no engine \"" + name + "\"; known are \"embedded\" and \"fastdds\"";
     return nullptr;

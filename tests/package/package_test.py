@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Builds and runs strangers' programs against an installed tree.
+"""Configures the tree as users do, and builds and runs programs of applications against an installed one.
 
 usage: package_test.py <case> <source tree> <build tree> <scratch folder>     (CTest calls it; the cases are the functions below)
 """
@@ -14,6 +14,9 @@ from pathlib import Path
 
 SOURCE, BUILD, SCRATCH = (Path(p).resolve() for p in sys.argv[2:5])
 PREFIX = SCRATCH / "prefix"
+# Programs that were built with one minor version do not run with the next, until 1.0.
+BREAKS = re.search(r'VERSION_TEXT\[\] = "(0\.\d+|[1-9]\d*)', (SOURCE / "include/norvane/version.hpp").read_text())[1]
+SONAME = "libnorvane.so." + BREAKS
 
 
 def run(*command, **more):
@@ -34,8 +37,8 @@ def install():
     shutil.rmtree(SCRATCH, ignore_errors=True)
     run("cmake", "--install", BUILD, "--prefix", PREFIX)
     library = next(PREFIX.rglob("libnorvane.so"))
-    check(library.is_symlink() and os.readlink(library) == "libnorvane.so.0", "libnorvane.so does not lead to its SONAME")
-    check("SONAME" in run("readelf", "-d", library) and "[libnorvane.so.0]" in run("readelf", "-d", library), "wrong SONAME")
+    check(library.is_symlink() and os.readlink(library) == SONAME, "libnorvane.so does not lead to its SONAME")
+    check("soname: [%s]" % SONAME in run("readelf", "-d", library), "wrong SONAME")
     here = {p.relative_to(SOURCE / "include") for p in (SOURCE / "include").rglob("*.hpp")}
     there = {p.relative_to(PREFIX / "include") for p in (PREFIX / "include").rglob("*.hpp")}
     check(here == there, "headers that are not installed, or should not be: %s" % (here ^ there))
@@ -73,9 +76,9 @@ def engine_module():
     # The same program on a library that has no module beside it.
     elsewhere = SCRATCH / "without_module"
     elsewhere.mkdir(exist_ok=True)
-    shutil.copy(library.resolve(), elsewhere / "libnorvane.so.0")
+    shutil.copy(library.resolve(), elsewhere / SONAME)
     code, said = call(NORVANE_ENGINE="fastdds", LD_LIBRARY_PATH=str(elsewhere))
-    check(code == 1 and "libnorvane_fastdds.so cannot be opened" in said and "could not create: participant" in said,
+    check(code == 1 and "libnorvane_fastdds.so.%s cannot be opened" % BREAKS in said and "could not create: participant" in said,
           "without the module: exit code %d, and it says:\n%s" % (code, said))
     code, said = call(NORVANE_ENGINE="embedded", LD_LIBRARY_PATH=str(elsewhere))
     check((code, said) == (0, "hello!\n"), "embedded without the module: exit code %d, and it says:\n%s" % (code, said))
@@ -99,6 +102,31 @@ def pkg_config():
     program = SCRATCH / "pkg_config_consumer"
     run(os.environ.get("CXX", "c++"), "-std=c++17", SOURCE / "tests/package/consumer/main.cpp", "-o", program, *flags)
     run(program, env=dict(os.environ, LD_LIBRARY_PATH=run("pkg-config", "--variable=libdir", "norvane").strip()))
+
+
+HIDDEN, SHOWN = "-DCMAKE_DISABLE_FIND_PACKAGE_fastrtps=ON", "-DCMAKE_DISABLE_FIND_PACKAGE_fastrtps=OFF"
+# Options of one configuration after the other in the same tree, whether there is an engine on Fast DDS then, and words of the output. None: it fails.
+CONFIGURATIONS = [
+    ([HIDDEN], False, "Without the engine on Fast DDS"),
+    ([SHOWN], True, ""),
+    ([SHOWN, "-DNORVANE_FASTDDS=OFF"], False, "NORVANE_FASTDDS=OFF"),
+    ([HIDDEN, "-DNORVANE_FASTDDS=ON"], None, "apt-get install libfastrtps-dev"),
+    ([SHOWN], True, ""),
+    (["-DBUILD_SHARED_LIBS=OFF"], None, "BUILD_SHARED_LIBS=OFF: norvane is a shared library only"),
+]
+
+
+def configurations():
+    """A tree that was made without Fast DDS has the engine once its package is there; what was asked for and cannot be had fails by name."""
+    with tempfile.TemporaryDirectory() as tree:
+        for options, has_engine, words in CONFIGURATIONS:
+            done = subprocess.run(["cmake", "-S", SOURCE, "-B", tree, "-DNORVANE_BUILD_TESTS=OFF", "-DNORVANE_BUILD_EXAMPLES=OFF"] + options,
+                                  capture_output=True, text=True, timeout=120)
+            said = done.stdout + done.stderr
+            check((done.returncode == 0) == (has_engine is not None) and words in said, "%s: exit code %d\n%s" % (options, done.returncode, said))
+            if has_engine is not None:
+                targets = run("cmake", "--build", tree, "--target", "help")
+                check(("norvane_fastdds" in targets) == has_engine, "%s: the targets are\n%s" % (options, targets))
 
 
 # A request type, how it is described, the beginning of the sentence that the compiler says of it, and the member that its notes name.
@@ -139,4 +167,4 @@ def wrong_types():
             check(notes, "%s\nno note names %s\n%s" % (program, member, done.stderr))
 
 
-{"install": install, "consumer": consumer, "examples": examples, "engine_module": engine_module, "pkg_config": pkg_config, "wrong_types": wrong_types}[sys.argv[1]]()
+{"configurations": configurations, "install": install, "consumer": consumer, "examples": examples, "engine_module": engine_module, "pkg_config": pkg_config, "wrong_types": wrong_types}[sys.argv[1]]()
