@@ -17,7 +17,7 @@ typedef norvane::Replier<std::string, std::string> TextReplier;
 std::future<void> answer_later(TextReplier& replier) {
     std::optional<norvane::Sample<std::string>> request = replier.receive_request();  // a copy: no loan is kept
     if (!request) {
-        throw norvane::TimeoutException("nobody asked");
+        throw norvane::TimeoutException("no request came");
     }
     return std::async(std::launch::async, [&replier, request = std::move(*request)] {
         replier.send_reply(request.data() + ", done", request.identity());  // the identity is all that an answer needs

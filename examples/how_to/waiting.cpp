@@ -11,7 +11,7 @@ typedef norvane::Requester<std::string, std::string> TextRequester;
 
 //! [wait_for_service]
 bool is_there(TextRequester& requester) {
-    return requester.wait_for_service(std::chrono::seconds(2));  // false when nobody came
+    return requester.wait_for_service(std::chrono::seconds(2));  // false when none was ready in time
 }
 //! [wait_for_service]
 

@@ -13,7 +13,7 @@ struct Word {
 BOOST_DESCRIBE_STRUCT(Word, (), (text))
 
 //! [listener]
-// The middleware calls a listener from one thread at a time. It must not block: it holds up whoever sends.
+// The middleware calls a listener from one thread at a time. It must not block: it delays the sender.
 class Reverser : public DDSDataReaderListener {
 public:
     explicit Reverser(DDSDomainParticipant* participant) : _replier(norvane::ReplierParams(participant).service_name("Reverser")) {
