@@ -136,7 +136,8 @@ private:
                 const auto requests = _both_ends.replier().take_requests();
                 _both_ends.replier().send_reply(requests[0].data(), requests[0].identity());
             }
-            check_echo(_both_ends.requester().take_replies(id)[0].data(), number);
+            const auto replies = _both_ends.requester().take_replies(id);
+            check_echo(replies[0].data(), number);
         }
     }
 

@@ -45,12 +45,16 @@ public:
     explicit operator bool() const noexcept { return has_value(); }
     /// @return the reply, on loan from the reader: it is valid while this result lives.
     /// @throws the error, when there is no reply.
-    Value value() const { return ref().data(); }
+    Value value() const& { return ref().data(); }
+    /// Of a result that is a temporary: a copy.
+    Reply value() const&& { return copy(); }
     /// @return the reply, as a copy of one's own. @throws the error, when there is no reply.
     Reply copy() const { return details::copy_of<Reply>(ref()); }
     /// @return the metadata of the reply. @throws the error, when there is no reply.
-    const DDS_SampleInfo& info() const { return ref().info(); }
-    /// @return TimeoutException, AlreadyDeletedException, or what else kept the reply from coming; null when it came.
+    const DDS_SampleInfo& info() const& { return ref().info(); }
+    /// Of a result that is a temporary: a copy.
+    DDS_SampleInfo info() const&& { return ref().info(); }
+    /// @return CallTimeoutException, AlreadyDeletedException, or what else kept the reply from coming; null when it came.
     std::exception_ptr error() const noexcept { return _error; }
 
 private:

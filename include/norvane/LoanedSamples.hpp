@@ -13,6 +13,7 @@
 #include <string>
 
 #include "norvane/Exception.hpp"
+#include "norvane/Sample.hpp"
 #include "norvane/SampleIterator.hpp"
 #include "norvane/dds_type_traits.hpp"
 #include "norvane/details/precondition.hpp"
@@ -163,26 +164,35 @@ public:
     std::size_t size() const noexcept { return static_cast<std::size_t>(_seq.length()); }
     bool empty() const noexcept { return _seq.length() == 0; }
 
+    /// @return a reference to the sample, valid as long as the loan.
     /// @throws PreconditionNotMetException  there is no such sample.
-    value_type operator[](std::size_t index) {
+    value_type operator[](std::size_t index) & {
         NORVANE_CHECK_PRECONDITION(index < size(), "operator[]");
         return begin()[static_cast<std::ptrdiff_t>(index)];
     }
-    const_value_type operator[](std::size_t index) const {
+    const_value_type operator[](std::size_t index) const& {
         NORVANE_CHECK_PRECONDITION(index < size(), "operator[]");
         return begin()[static_cast<std::ptrdiff_t>(index)];
     }
+    /// Of a container that is a temporary: its loan is back at the end of the expression, so this is a copy.
+    /// @throws PreconditionNotMetException  there is no such sample. @throws what the copy throws.
+    Sample<T> operator[](std::size_t index) const&& { return Sample<T>((*this)[index]); }
 
-    iterator begin() noexcept { return iterator(_seq, _infoseq, 0); }
-    iterator end() noexcept { return iterator(_seq, _infoseq, length()); }
-    const_iterator begin() const noexcept { return const_iterator(_seq, _infoseq, 0); }
-    const_iterator end() const noexcept { return const_iterator(_seq, _infoseq, length()); }
+    // A loop over a temporary, `for (const auto& reply : requester.take_replies(id))`, keeps it, and is in good order.
+    iterator begin() & noexcept { return iterator(_seq, _infoseq, 0); }
+    iterator end() & noexcept { return iterator(_seq, _infoseq, length()); }
+    const_iterator begin() const& noexcept { return const_iterator(_seq, _infoseq, 0); }
+    const_iterator end() const& noexcept { return const_iterator(_seq, _infoseq, length()); }
+    const_iterator begin() const&& = delete;  // keep the LoanedSamples in a variable
+    const_iterator end() const&& = delete;    // keep the LoanedSamples in a variable
 
-    /// The sequences of the loan. Their elements are shared with other readers: look, do not touch.
-    TSeq& data_seq() noexcept { return _seq; }
-    const TSeq& data_seq() const noexcept { return _seq; }
-    SampleInfoSeq& info_seq() noexcept { return _infoseq; }
-    const SampleInfoSeq& info_seq() const noexcept { return _infoseq; }
+    /// The sequences of the loan. Their elements are shared with other readers and must not be changed.
+    TSeq& data_seq() & noexcept { return _seq; }
+    const TSeq& data_seq() const& noexcept { return _seq; }
+    const TSeq& data_seq() const&& = delete;  // keep the LoanedSamples in a variable
+    SampleInfoSeq& info_seq() & noexcept { return _infoseq; }
+    const SampleInfoSeq& info_seq() const& noexcept { return _infoseq; }
+    const SampleInfoSeq& info_seq() const&& = delete;  // keep the LoanedSamples in a variable
 
     /// Says which reader the loan goes back to.
     /// @param reader  borrowed; null: the loan will not be returned.

@@ -62,9 +62,11 @@ public:
     Participant(const Participant&) = delete;
     Participant& operator=(const Participant&) = delete;
 
-    DDSDomainParticipant* get() const noexcept { return _participant; }
+    DDSDomainParticipant* get() const& noexcept { return _participant; }
+    DDSDomainParticipant* get() const&& = delete;  // it leaves its domain at once: use a variable
     DDSDomainParticipant* operator->() const noexcept { return _participant; }
-    operator DDSDomainParticipant*() const noexcept { return _participant; }
+    operator DDSDomainParticipant*() const& noexcept { return _participant; }
+    operator DDSDomainParticipant*() const&& = delete;  // it leaves its domain at once: use a variable
 
 private:
     DDSDomainParticipant* _participant;  // owned

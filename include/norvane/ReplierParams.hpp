@@ -28,14 +28,16 @@ public:
     ReplierParams& qos_profile(const std::string& library_name, const std::string& profile_name);
     /// QoS of the reply writer. Only the address is kept: the record must live until the replier is made.
     ReplierParams& datawriter_qos(const DDS_DataWriterQos& qos);
+    ReplierParams& datawriter_qos(const DDS_DataWriterQos&& qos) = delete;  // only its address is kept: use a variable
     /// QoS of the request reader. Only the address is kept.
     ReplierParams& datareader_qos(const DDS_DataReaderQos& qos);
+    ReplierParams& datareader_qos(const DDS_DataReaderQos&& qos) = delete;  // only its address is kept: use a variable
     ReplierParams& publisher(DDSPublisher* publisher);
     ReplierParams& subscriber(DDSSubscriber* subscriber);
     ReplierParams& request_type_support(DDSTypeSupport* type_support);
     ReplierParams& reply_type_support(DDSTypeSupport* type_support);
     /// Limits the requests that are queued: received, and not yet taken or still on loan. At the limit a requester's write waits for room, up to
-    /// its `max_blocking_time` and the time-out of its call, and then fails with TimeoutException: nothing is dropped.
+    /// its `max_blocking_time` and the time-out of its call, and then fails with TimeoutException (of a call: CallTimeoutException, NO_ROOM): nothing is dropped.
     /// @param count  at least 1; DDS_LENGTH_UNLIMITED, as at start, for what the QoS of the reader says.
     ReplierParams& max_queued_requests(int count);
     int max_queued_requests() const { return _max_queued_requests; }

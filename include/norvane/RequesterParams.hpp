@@ -27,8 +27,10 @@ public:
     RequesterParams& reply_topic_name(const std::string& name);
     /// Takes the QoS of both endpoints from a profile, unless one is given explicitly.
     RequesterParams& qos_profile(const std::string& library_name, const std::string& profile_name);
+    RequesterParams& datawriter_qos(const DDS_DataWriterQos&& qos) = delete;  // only its address is kept: use a variable
     /// QoS of the request writer. Only the address is kept: the record must live until the requester is made.
     RequesterParams& datawriter_qos(const DDS_DataWriterQos& qos);
+    RequesterParams& datareader_qos(const DDS_DataReaderQos&& qos) = delete;  // only its address is kept: use a variable
     /// QoS of the reply reader. Only the address is kept.
     RequesterParams& datareader_qos(const DDS_DataReaderQos& qos);
     RequesterParams& publisher(DDSPublisher* publisher);

@@ -50,8 +50,18 @@ class SampleFields {
 public:
     typedef const T& Value;
 
-    T& data() noexcept { return _data; }
-    const T& data() const noexcept { return _data; }
+    T& data() & noexcept { return _data; }
+    const T& data() const& noexcept { return _data; }
+    /// Of a temporary object: the data itself, moved out.
+    T data() && {
+        if constexpr (std::is_nothrow_move_constructible<T>::value) {
+            return std::move(_data);
+        } else {
+            T taken{};  // exchanged, since a built-in type has no move, and its copy does not report that memory is short
+            exchange(taken, _data, 0);
+            return taken;
+        }
+    }
     operator T&() noexcept { return _data; }
     operator const T&() const noexcept { return _data; }
 
@@ -183,8 +193,10 @@ public:
     typedef const std::string& Value;
     typedef I Info;
 
-    std::string& data() noexcept { return _str; }
-    const std::string& data() const noexcept { return _str; }
+    std::string& data() & noexcept { return _str; }
+    const std::string& data() const& noexcept { return _str; }
+    /// Of a temporary object: the text itself, moved out.
+    std::string data() && { return std::move(_str); }
     operator std::string&() noexcept { return _str; }
     operator const std::string&() const noexcept { return _str; }
 

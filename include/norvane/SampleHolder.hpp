@@ -116,8 +116,10 @@ public:
     /// Copies the metadata, and keeps the data.
     void set_info(const Info& info) { this->_info = info; }
 
-    Info& info() noexcept { return this->_info; }
-    const Info& info() const noexcept { return this->_info; }
+    Info& info() & noexcept { return this->_info; }
+    const Info& info() const& noexcept { return this->_info; }
+    /// Of a temporary object: a copy.
+    Info info() && { return this->_info; }
     /// @return of a received sample: its identity, which a reply to it is bound to. Of one to be written: the `identity` of its parameters,
     ///         which a write fills in.
     DDS_SampleIdentity_t identity() const { return identity_of(this->_info); }

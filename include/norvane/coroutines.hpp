@@ -27,14 +27,14 @@ inline constexpr use_awaitable_t use_awaitable{};
 
 namespace details {
 
-/// The call that `co_await` makes: nothing is sent before. The coroutine goes on in the thread that completes the call, or at once when
-/// the call could not be made. Nothing is allocated: the state is in the coroutine's frame.
+/// A call while it is awaited. The coroutine goes on in the thread that completes the call, or at once when the call could not be made.
+/// Nothing is allocated: the state is in the coroutine's frame.
 template <class Request, class Reply, class Reader>
-class [[nodiscard]] AwaitableCall {
+class CallAwaiter {
 public:
-    explicit AwaitableCall(const AsyncCall<Request, Reply, Reader>& call) : _call(call) {}
-    AwaitableCall(const AwaitableCall&) = delete;
-    AwaitableCall& operator=(const AwaitableCall&) = delete;
+    explicit CallAwaiter(const AsyncCall<Request, Reply, Reader>& call) : _call(call) {}
+    CallAwaiter(const CallAwaiter&) = delete;
+    CallAwaiter& operator=(const CallAwaiter&) = delete;
 
     bool await_ready() const noexcept { return false; }
     // Once the call is started this object may be gone: the coroutine may be running elsewhere already. Not inlined, since some compilers
@@ -49,8 +49,24 @@ public:
     Reply await_resume() const { return _result->copy(); }
 
 private:
-    const AsyncCall<Request, Reply, Reader> _call;
+    const AsyncCall<Request, Reply, Reader>& _call;
     std::optional<CallResult<Reply>> _result;
+};
+
+/// The call that `co_await` makes: nothing is sent before. It borrows the request, which may be a temporary: so it is awaited in the
+/// expression that makes it, and not once it has a name.
+template <class Request, class Reply, class Reader>
+class [[nodiscard]] AwaitableCall {
+public:
+    explicit AwaitableCall(const AsyncCall<Request, Reply, Reader>& call) : _call(call) {}
+    AwaitableCall(const AwaitableCall&) = delete;
+    AwaitableCall& operator=(const AwaitableCall&) = delete;
+
+    CallAwaiter<Request, Reply, Reader> operator co_await() && { return CallAwaiter<Request, Reply, Reader>(_call); }
+    CallAwaiter<Request, Reply, Reader> operator co_await() & = delete;  // it borrows the request: await it at once
+
+private:
+    const AsyncCall<Request, Reply, Reader> _call;
 };
 
 template <>

@@ -265,7 +265,8 @@ TEST_P(Calls, take_the_first_reply_and_drop_the_others) {
 
 TEST_P(Calls, end_with_a_clear_error_when_either_side_is_closed) {
     TextReplier replier(replier_params().max_queued_requests(1));
-    auto requester = std::make_unique<TextRequester>(requester_params().datawriter_qos(one_on_the_way()));
+    const DDS_DataWriterQos qos = one_on_the_way();
+    auto requester = std::make_unique<TextRequester>(requester_params().datawriter_qos(qos));
     ASSERT_TRUE(requester->wait_for_service(PATIENCE));
     const DDS_SampleIdentity_t id = requester->send_request("fills the queue");
     EXPECT_TRUE(eventually([&] { return replier.stats().queued == 1; }));
@@ -309,7 +310,8 @@ TEST_P(Calls, end_with_a_clear_error_when_either_side_is_closed) {
 TEST_P(Calls, find_a_limit_on_queued_requests_and_nothing_is_lost_at_it) {
     LogCapture log;
     TextReplier replier(replier_params().max_queued_requests(2));
-    TextRequester requester(requester_params().datawriter_qos(one_on_the_way()));
+    const DDS_DataWriterQos qos = one_on_the_way();
+    TextRequester requester(requester_params().datawriter_qos(qos));
     ASSERT_TRUE(requester.wait_for_service(PATIENCE));
     std::vector<std::future<std::string>> calls;
     for (int number = 0; number < 8; ++number) {

@@ -402,7 +402,7 @@ TEST_F(Frontend, a_text_that_is_on_loan_takes_room_until_it_is_returned) {
     EXPECT_STREQ("first", moved[0].c_str());
     moved.return_loan();
     requester.send_request("third");
-    EXPECT_STREQ("third", replier.take_requests()[0].c_str());
+    EXPECT_EQ("third", replier.take_requests()[0].data());
 }
 
 TEST_F(Frontend, a_loan_is_a_random_access_range) {

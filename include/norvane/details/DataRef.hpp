@@ -31,6 +31,7 @@ public:
     Info& info() const noexcept { return *_info_ptr; }
     /// Refers to other metadata from now on; what it referred to stays as it is.
     void set_info(Info& info) noexcept { _info_ptr = &info; }
+    void set_info(const Info&& info) = delete;  // only its address is kept: use a variable
     /// @return of a received sample: its identity, which a reply to it is bound to. Of one to be written: the `identity` of its parameters,
     ///         which a write fills in.
     DDS_SampleIdentity_t identity() const { return identity_of(*_info_ptr); }
@@ -57,6 +58,7 @@ public:
     T& data() const noexcept { return *this->_data_ptr; }
     /// Refers to other data from now on; what it referred to stays as it is.
     void set_data(T& data) noexcept { this->_data_ptr = &data; }
+    void set_data(const T&& data) = delete;  // only its address is kept: use a variable
 };
 
 /// Refers to a text: the pointer to the data is the text.
@@ -67,9 +69,11 @@ public:
     TextRef() = default;
     TextRef(CharPtr text, Info& info) noexcept : RefFields<CharPtr, Info>(text, &info) {}
 
-    /// @return the text, terminated; null when it is nil, as for a null string. The reference is to the pointer in this object.
-    CharPtr& data() noexcept { return this->_data_ptr; }
-    const CharPtr& data() const noexcept { return this->_data_ptr; }
+    /// @return the text, terminated; null when it is nil, as for a null string. The reference is to the pointer in this object; of a temporary
+    ///         object it is the pointer itself.
+    CharPtr& data() & noexcept { return this->_data_ptr; }
+    const CharPtr& data() const& noexcept { return this->_data_ptr; }
+    CharPtr data() const&& noexcept { return this->_data_ptr; }
     /// @return the text, terminated; empty when it is null.
     const char* c_str() const noexcept { return this->_data_ptr != nullptr ? this->_data_ptr : ""; }
     operator std::string() const { return c_str(); }
