@@ -50,7 +50,7 @@ int run() {
                                              [](const Number& number) { return Number{number.value * 2}; });
     //! [dispatcher]
     norvane::Dispatcher dispatcher;
-    NumberRequester requester(norvane::RequesterParams(participant).service_name("Doubler").dispatcher(dispatcher));
+    NumberRequester requester(norvane::RequesterParams(participant).service_name("Doubler"), dispatcher);
     //! [dispatcher]
     requester.wait_for_service();
     const std::int64_t sum = sum_of_doubles(requester);

@@ -44,7 +44,7 @@ int main() {
             [](const std::string& text) { return std::string(text.rbegin(), text.rend()); });
         //! [loop]
         norvane::Dispatcher dispatcher(norvane::Dispatcher::CALLERS);
-        TextRequester requester(norvane::RequesterParams(participant).service_name("Mirror").dispatcher(dispatcher));
+        TextRequester requester(norvane::RequesterParams(participant).service_name("Mirror"), dispatcher);
         std::promise<std::string> answer;
         ask_twice(requester, answer);
         while (dispatcher.pending() > 0) {

@@ -18,7 +18,7 @@ class DispatcherLink;
 /// Serves the asynchronous calls of any number of requesters, thousands at a time, on one thread.
 /// @code
 ///     norvane::Dispatcher dispatcher;
-///     norvane::Requester<Question, Answer> requester(norvane::RequesterParams(participant).service_name("Oracle").dispatcher(dispatcher));
+///     norvane::Requester<Question, Answer> requester(norvane::RequesterParams(participant).service_name("Oracle"), dispatcher);
 ///     std::future<Answer> answer = requester.call_async(question);
 /// @endcode
 /// Futures, callbacks and coroutines are completed by the thread of the loop, those of closed requesters and dispatchers by the thread that

@@ -39,23 +39,20 @@ class Requester : protected details::CallingRequester {
 public:
     /// Joins the service: makes a writer of requests and a reader of the replies to them.
     /// @param params  read during the call only.
+    /// @throws as the other constructor.
+    explicit Requester(const RequesterParams& params) : Requester(params, nullptr) {}
+
+    /// Joins the service, and has a dispatcher serve the requester's asynchronous calls.
+    /// @param params      read during the call only.
+    /// @param dispatcher  may be destroyed before or after the requester. Once it is destroyed or closed, asynchronous calls end, and are
+    ///                    refused, with AlreadyDeletedException.
     /// @throws BadParameterException        the parameters are invalid; or a type support is given for samples of another size.
     /// @throws PreconditionNotMetException  a topic of the service carries another type, or the participant knows another type under one of
     ///                                      the names: topic or name, expected and found type are named.
     /// @throws RuntimeException             a topic or endpoint could not be made.
     /// @throws std::bad_alloc               memory is short.
     /// @par Blocks  Never.
-    explicit Requester(const RequesterParams& params)
-        : details::CallingRequester(params, &details::register_sample_type<Request>, &details::register_sample_type<Reply>,
-                                    details::sample_size<Reply>(), details::IS_STRING<Reply>),
-          _reply_reader(nullptr) {
-        details::require_topic_type(*get_datawriter()->get_topic(),
-                                    details::chosen_type_support<Request>(params.datawriter_type_support()),
-                                    "Requester::Requester");
-        details::require_topic_type(*get_datareader()->get_topicdescription(),
-                                    details::chosen_type_support<Reply>(params.datareader_type_support()), "Requester::Requester");
-        _reply_reader = details::typed_datareader<Reply>(get_datareader());
-    }
+    Requester(const RequesterParams& params, Dispatcher& dispatcher) : Requester(params, &dispatcher) {}
     /// Leaves the service. Asynchronous calls end as they do in `close`. No other operation may be running; a callback may.
     /// @par Blocks  While a callback of this requester runs in another thread; not inside a callback.
     ~Requester() override { end_async_calls(); }
@@ -95,7 +92,7 @@ public:
 
     // ---- asynchronous calls
     //
-    // A call that expires ends with TimeoutException, one of a requester or dispatcher that is closed with AlreadyDeletedException. What is
+    // A call that expires ends with CallTimeoutException, one of a requester or dispatcher that is closed with AlreadyDeletedException. What is
     // wrong at once, and what the write itself refuses, is thrown by call_async instead; the future or callback is not told then.
     // While no replier is ready, or one has no room, a copy of the request waits in the dispatcher, inside the call's time-out.
     // In steady state, when the request can be sent at once, nothing is allocated here: a callback of up to 80 octets is kept in place.
@@ -275,6 +272,19 @@ public:
     DDSDataWriter* get_request_datawriter() const { return get_datawriter(); }
     /// @return the requester's own reader of replies; not to be deleted. Its listener is the requester's: leave it.
     DDSDataReader* get_reply_datareader() const { return get_datareader(); }
+
+    Requester(const RequesterParams& params, Dispatcher* dispatcher)
+        : details::CallingRequester(params, dispatcher, &details::register_sample_type<Request>,
+                                    &details::register_sample_type<Reply>, details::sample_size<Reply>(),
+                                    details::IS_STRING<Reply>),
+          _reply_reader(nullptr) {
+        details::require_topic_type(*get_datawriter()->get_topic(),
+                                    details::chosen_type_support<Request>(params.datawriter_type_support()),
+                                    "Requester::Requester");
+        details::require_topic_type(*get_datareader()->get_topicdescription(),
+                                    details::chosen_type_support<Reply>(params.datareader_type_support()), "Requester::Requester");
+        _reply_reader = details::typed_datareader<Reply>(get_datareader());
+    }
 
 private:
     DDS_SampleIdentity_t send(const details::SampleArgument<Request>& request) {

@@ -7,8 +7,6 @@
 
 namespace norvane {
 
-class Dispatcher;
-
 /// Builder of a requester's configuration. Setters chain, check nothing, and may be called again: the last value wins.
 ///
 /// Needed: a participant, and either a service name or both topic names.
@@ -27,21 +25,16 @@ public:
     RequesterParams& reply_topic_name(const std::string& name);
     /// Takes the QoS of both endpoints from a profile, unless one is given explicitly.
     RequesterParams& qos_profile(const std::string& library_name, const std::string& profile_name);
-    RequesterParams& datawriter_qos(const DDS_DataWriterQos&& qos) = delete;  // only its address is kept: use a variable
     /// QoS of the request writer. Only the address is kept: the record must live until the requester is made.
     RequesterParams& datawriter_qos(const DDS_DataWriterQos& qos);
-    RequesterParams& datareader_qos(const DDS_DataReaderQos&& qos) = delete;  // only its address is kept: use a variable
+    RequesterParams& datawriter_qos(const DDS_DataWriterQos&& qos) = delete;  // only its address is kept: use a variable
     /// QoS of the reply reader. Only the address is kept.
     RequesterParams& datareader_qos(const DDS_DataReaderQos& qos);
+    RequesterParams& datareader_qos(const DDS_DataReaderQos&& qos) = delete;  // only its address is kept: use a variable
     RequesterParams& publisher(DDSPublisher* publisher);
     RequesterParams& subscriber(DDSSubscriber* subscriber);
     RequesterParams& request_type_support(DDSTypeSupport* type_support);
     RequesterParams& reply_type_support(DDSTypeSupport* type_support);
-    /// Serves the requester's asynchronous calls. Only the address is kept: the dispatcher must live until the requester is made, and may go
-    /// before or after it.
-    RequesterParams& dispatcher(Dispatcher& dispatcher);
-    /// @return null when not set.
-    Dispatcher* dispatcher() const { return _dispatcher; }
 
     using details::EntityParams::datareader_qos;
     using details::EntityParams::datawriter_qos;
@@ -51,9 +44,6 @@ public:
     using details::EntityParams::request_topic_name;
     using details::EntityParams::service_name;
     using details::EntityParams::subscriber;
-
-private:
-    Dispatcher* _dispatcher;
 };
 
 }  // namespace norvane

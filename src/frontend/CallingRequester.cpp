@@ -36,7 +36,7 @@ private:
 
 }  // namespace
 
-CallingRequester::CallingRequester(const RequesterParams& params, RegisterTypeFunc register_request_type,
+CallingRequester::CallingRequester(const RequesterParams& params, Dispatcher* dispatcher, RegisterTypeFunc register_request_type,
                                    RegisterTypeFunc register_reply_type, int reply_size, bool is_string)
     : RequesterUntypedImpl(params, register_request_type, register_reply_type, reply_size, is_string),
       _repliers(*get_datawriter(), *get_datareader()) {
@@ -45,8 +45,8 @@ CallingRequester::CallingRequester(const RequesterParams& params, RegisterTypeFu
     DDS_DataWriterQos writer_qos;
     check_retcode(get_datawriter()->get_qos(writer_qos), "Requester::Requester", VOST_LOG_GET_FAILURE_s, "DataWriter qos", true);
     _writer_guid = writer_qos.protocol.virtual_guid;
-    if (params.dispatcher() != nullptr) {
-        _dispatcher_link = DispatcherLink::join(*params.dispatcher(), *this);
+    if (dispatcher != nullptr) {
+        _dispatcher_link = DispatcherLink::join(*dispatcher, *this);
         _repliers.set_on_change([this] { _dispatcher_link->repliers_changed(); });
     }
 }

@@ -44,8 +44,8 @@ std::shared_ptr<DispatcherLink> DispatcherLink::join(Dispatcher& dispatcher, Cal
 DispatcherLink& DispatcherLink::require(const std::shared_ptr<DispatcherLink>& link) {
     if (link == nullptr) {
         throw PreconditionNotMetException(
-            "Requester::call_async: the requester has no dispatcher: make a norvane::Dispatcher, and name it with "
-            "RequesterParams::dispatcher()");
+            "Requester::call_async: the requester has no dispatcher: make a norvane::Dispatcher, and give it to the constructor of "
+            "the Requester");
     }
     return *link;
 }

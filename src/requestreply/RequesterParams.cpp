@@ -4,7 +4,7 @@
 
 namespace norvane {
 
-RequesterParams::RequesterParams(DDSDomainParticipant* participant) : details::EntityParams(participant), _dispatcher(nullptr) {}
+RequesterParams::RequesterParams(DDSDomainParticipant* participant) : details::EntityParams(participant) {}
 
 RequesterParams::~RequesterParams() = default;
 
@@ -61,11 +61,6 @@ RequesterParams& RequesterParams::request_type_support(DDSTypeSupport* type_supp
 
 RequesterParams& RequesterParams::reply_type_support(DDSTypeSupport* type_support) {
     _datareader_type_support = type_support;
-    return *this;
-}
-
-RequesterParams& RequesterParams::dispatcher(Dispatcher& dispatcher) {
-    _dispatcher = &dispatcher;
     return *this;
 }
 

@@ -90,9 +90,6 @@ private:
 
 class AsyncCalls : public ServiceFixture {
 protected:
-    RequesterParams async_params(Dispatcher& dispatcher, const std::string& service = "S") {
-        return requester_params(nullptr, service).dispatcher(dispatcher);
-    }
     /// Answers so many requests.
     static void answer(TextReplier& replier, int count) {
         EXPECT_TRUE(eventually([&] { return (count -= answer_all(replier, "!")) <= 0; }));
@@ -115,7 +112,7 @@ TEST_P(AsyncCalls, end_with_their_reply_in_either_form_and_loop) {
     for (const Dispatcher::Loop loop : {Dispatcher::OWN_THREAD, Dispatcher::CALLERS}) {
         Served served(loop);
         TextReplier replier(replier_params());
-        TextRequester requester(async_params(*served.dispatcher));
+        TextRequester requester(requester_params(), *served.dispatcher);
         Record record;
         std::future<std::string> first = requester.call_async("a");
         requester.call_async("dropped");
@@ -144,7 +141,7 @@ TEST_P(AsyncCalls, say_at_once_what_is_wrong_at_once) {
     TextRequester without(requester_params());
     TextRequester requester(async_params(callers));
     Record record;
-    expect_thrown("PreconditionNotMetException", "RequesterParams::dispatcher", thrown_by([&] { without.call_async("x"); }));
+    expect_thrown("PreconditionNotMetException", "make a norvane::Dispatcher", thrown_by([&] { without.call_async("x"); }));
     expect_thrown("PreconditionNotMetException", "thread of its own", thrown_by([&] { own.run_once(AT_ONCE); }));
     expect_thrown("BadParameterException", "NUL", thrown_by([&] {
                       requester.call_async({"a\0b", 3}, PATIENCE, record.callback());
@@ -171,7 +168,7 @@ TEST_P(AsyncCalls, say_at_once_what_is_wrong_at_once) {
 TEST_P(AsyncCalls, expire_in_the_order_of_their_deadlines_and_leave_nothing_behind) {
     Dispatcher dispatcher(Dispatcher::CALLERS);
     TextReplier replier(replier_params());
-    TextRequester requester(async_params(dispatcher));
+    TextRequester requester(requester_params(), dispatcher);
     EXPECT_TRUE(requester.wait_for_service());
     Record record;
     const char* const names[] = {"3", "1", "2"};
@@ -220,8 +217,8 @@ TEST_P(AsyncCalls, expire_in_the_order_of_their_deadlines_and_leave_nothing_behi
 
 TEST_P(AsyncCalls, wait_in_line_for_a_replier_and_for_room) {
     Served served;
-    TextRequester requester(async_params(*served.dispatcher));
-    TextRequester elsewhere(async_params(*served.dispatcher, "elsewhere"));
+    TextRequester requester(requester_params(), *served.dispatcher);
+    TextRequester elsewhere(requester_params(nullptr, "elsewhere"), *served.dispatcher);
     std::future<std::string> expired = requester.call_async("x", SHORT);
     std::future<std::string> nowhere = elsewhere.call_async("x", SHORT);
     std::vector<std::future<std::string>> replies;
@@ -279,7 +276,7 @@ TEST_P(AsyncCalls, are_all_told_when_something_is_closed_wherever_that_is_done) 
             if (loop == Dispatcher::CALLERS && number / 3 == 3 && number % 3 != 1) {
                 continue;  // destroyed while another thread is in run_once: not allowed
             }
-            world.requester.emplace(async_params(*world.served.dispatcher));
+            world.requester.emplace(requester_params(), *world.served.dispatcher);
             EXPECT_TRUE(world.requester->wait_for_service());
             Record record;
             std::vector<std::future<std::string>> futures;
@@ -316,7 +313,7 @@ TEST_P(AsyncCalls, are_all_told_when_something_is_closed_wherever_that_is_done) 
 TEST_P(AsyncCalls, that_are_being_told_are_waited_for_by_who_closes) {
     for (const bool closes_dispatcher : {false, true}) {
         Served served;
-        TextRequester requester(async_params(*served.dispatcher));
+        TextRequester requester(requester_params(), *served.dispatcher);
         std::promise<void> inside;
         std::promise<void> go_on;
         std::atomic<bool> told{false};
@@ -342,8 +339,8 @@ TEST_P(AsyncCalls, that_are_being_told_are_waited_for_by_who_closes) {
 TEST_P(AsyncCalls, of_other_requesters_go_on_when_one_reader_is_interrupted) {
     Served served;
     TextReplier replier(replier_params());
-    TextRequester interrupted(async_params(*served.dispatcher));
-    TextRequester other(async_params(*served.dispatcher));
+    TextRequester interrupted(requester_params(), *served.dispatcher);
+    TextRequester other(requester_params(), *served.dispatcher);
     EXPECT_TRUE(interrupted.wait_for_service() && other.wait_for_service());
     std::future<std::string> ended[] = {interrupted.call_async("a", PATIENCE), interrupted.call_async("b", PATIENCE)};
     std::future<std::string> answered = other.call_async("c", PATIENCE);
@@ -361,7 +358,7 @@ TEST_P(AsyncCalls, of_other_requesters_go_on_when_one_reader_is_interrupted) {
 TEST_P(AsyncCalls, by_the_thousand_and_blocking_ones_and_an_onlooker_do_not_disturb_each_other) {
     Served served;
     TextReplier replier(replier_params());
-    TextRequester requester(async_params(*served.dispatcher));
+    TextRequester requester(requester_params(), *served.dispatcher);
     EXPECT_TRUE(requester.wait_for_service());
     constexpr int IN_FLIGHT = 3000;
     constexpr int CALLERS = 64;
@@ -428,7 +425,7 @@ TEST_P(AsyncCalls, allocate_nothing_in_steady_state_but_what_their_form_needs) {
     typedef norvane::Replier<Number, Number> NumberReplier;
     Dispatcher dispatcher(Dispatcher::CALLERS);
     NumberReplier replier(replier_params());
-    NumberRequester requester(async_params(dispatcher));
+    NumberRequester requester(requester_params(), dispatcher);
     int sum = 0;
     const auto round = [&](auto call) {
         for (int number = 0; number < 10; ++number) {
@@ -505,7 +502,7 @@ TEST_P(AsyncCalls, are_told_exactly_once_whatever_comes_and_goes_meanwhile) {
                 Served served(random() % 2 == 0 ? Dispatcher::OWN_THREAD : Dispatcher::CALLERS);
                 std::array<std::optional<TextRequester>, 2> requesters;
                 for (auto& requester : requesters) {
-                    requester.emplace(async_params(*served.dispatcher));
+                    requester.emplace(requester_params(), *served.dispatcher);
                 }
                 for (int step = 0; step < 100; ++step) {
                     auto& requester = requesters[random() % 2];

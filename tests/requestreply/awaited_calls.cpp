@@ -35,7 +35,7 @@ class AwaitedCalls : public ServiceFixture {};
 TEST_P(AwaitedCalls, go_on_with_the_reply_or_the_error) {
     Dispatcher dispatcher;
     TextReplier replier(replier_params());
-    TextRequester requester(requester_params().dispatcher(dispatcher));
+    TextRequester requester(requester_params(), dispatcher);
     std::future<std::string> answered = ask_twice(requester, PATIENCE).outcome;
     EXPECT_TRUE(eventually([&] { return answer_all(replier, "!") == 1; }));
     EXPECT_TRUE(eventually([&] { return answer_all(replier, "?") == 1; }));

@@ -73,8 +73,10 @@ public:
     void close();
 
 protected:
-    CallingRequester(const RequesterParams& params, RegisterTypeFunc register_request_type, RegisterTypeFunc register_reply_type,
-                     int reply_size, bool is_string);
+    /// @param dispatcher  of the asynchronous calls; null for none. It must live during the constructor, and may be destroyed before or after
+    ///                    the requester.
+    CallingRequester(const RequesterParams& params, Dispatcher* dispatcher, RegisterTypeFunc register_request_type,
+                     RegisterTypeFunc register_reply_type, int reply_size, bool is_string);
 
     /// Writes a request.
     /// @throws AlreadyDeletedException  closed. @throws as EntityUntypedImpl::send_sample.
