@@ -38,7 +38,7 @@ ROOMS = [
     Room("include/norvane/generated_types.hpp", ("norvane/details/*",), THREADS, system=FASTCDR),
     Room("include/norvane/details/",
          OBJECT_API + ("norvane/details/*", "norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/RequesterParams.hpp",
-                       "norvane/ReplierParams.hpp", "norvane/Statistics.hpp", "norvane/Timeout.hpp"), THREADS),
+                       "norvane/ReplierParams.hpp", "norvane/CallTimeoutException.hpp", "norvane/Statistics.hpp", "norvane/Timeout.hpp"), THREADS),
     Room("include/norvane/norvane.hpp", ("norvane/*",)),
     Room("include/norvane/", ("norvane/*",), UMBRELLA + THREADS),
     Room("src/requestreply/", ("norvane/*",), FRONT_ENDS + THREADS),

@@ -19,8 +19,11 @@ bool is_there(TextRequester& requester) {
 std::string ask(TextRequester& requester) {
     try {
         return requester.call("how are you?", std::chrono::milliseconds(200));
-    } catch (const norvane::TimeoutException& error) {
-        return error.what();  // the message says why, as far as it is known
+    } catch (const norvane::CallTimeoutException& error) {
+        if (error.reason() == norvane::TimeoutReason::NO_REPLIER) {
+            return "start the service first";
+        }
+        return error.what();  // says why, as far as it is known
     }
 }
 //! [timeout]
@@ -47,11 +50,11 @@ int main() {
         TextRequester requester(norvane::RequesterParams(participant).service_name("Mood"));
 
         std::printf("%s\n", ask(requester).c_str());
-        bool right = has(ask(requester), "no replier is there");
+        bool right = ask(requester) == "start the service first";
         try {
             ask_at_once(requester);
             right = false;
-        } catch (const norvane::TimeoutException& error) {
+        } catch (const norvane::CallTimeoutException& error) {
             right = right && has(error.what(), "nothing was sent");
         }
 

@@ -4,10 +4,12 @@
 #define NORVANE_CALLRESULT_HPP
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
 
+#include "norvane/CallTimeoutException.hpp"
 #include "norvane/LoanedSamples.hpp"
 #include "norvane/details/DispatcherLink.hpp"
 #include "norvane/details/sample_copy.hpp"
@@ -56,6 +58,19 @@ public:
     DDS_SampleInfo info() const&& { return ref().info(); }
     /// @return CallTimeoutException, AlreadyDeletedException, or what else kept the reply from coming; null when it came.
     std::exception_ptr error() const noexcept { return _error; }
+    /// @return why the time ran out; nothing when the call ended otherwise.
+    std::optional<TimeoutReason> timeout_reason() const noexcept {
+        try {
+            if (_error != nullptr) {
+                std::rethrow_exception(_error);
+            }
+        } catch (const CallTimeoutException& timeout) {
+            return timeout.reason();
+        } catch (...) {
+            // Another error has no such reason.
+        }
+        return std::nullopt;
+    }
 
 private:
     Ref ref() const {

@@ -37,7 +37,7 @@ namespace norvane {
 template <class Request, class Reply>
 class Requester : protected details::CallingRequester {
 public:
-    /// Joins the service: makes a writer of requests and a reader of the replies to them.
+    /// Joins the service: makes a writer of requests and a reader of the replies to them. A requester made so makes no asynchronous calls.
     /// @param params  read during the call only.
     /// @throws as the other constructor.
     explicit Requester(const RequesterParams& params) : Requester(params, nullptr) {}
@@ -73,8 +73,7 @@ public:
     /// @param timeout       of the whole call: waiting for a replier, for room, and for the reply. Zero finds only a reply that is sent at once.
     /// @param when_nobody   whether to wait for a replier when none is ready, or to fail at once.
     /// @return the reply.
-    /// @throws TimeoutException         no reply in time. The message says why as far as it is known: nobody there, a QoS that can never
-    ///                                  match, another type, no room, or silence.
+    /// @throws CallTimeoutException     no reply in time. Its `reason()` and its message say why, as far as it is known.
     /// @throws AlreadyDeletedException  the requester was closed.
     /// @throws BadParameterException    a string that is null or holds a NUL.
     /// @throws OutOfResourcesException  memory is short.
@@ -273,6 +272,7 @@ public:
     /// @return the requester's own reader of replies; not to be deleted. Its listener is the requester's: leave it.
     DDSDataReader* get_reply_datareader() const { return get_datareader(); }
 
+private:
     Requester(const RequesterParams& params, Dispatcher* dispatcher)
         : details::CallingRequester(params, dispatcher, &details::register_sample_type<Request>,
                                     &details::register_sample_type<Reply>, details::sample_size<Reply>(),
@@ -286,7 +286,6 @@ public:
         _reply_reader = details::typed_datareader<Reply>(get_datareader());
     }
 
-private:
     DDS_SampleIdentity_t send(const details::SampleArgument<Request>& request) {
         DDS_WriteParams_t params;
         details::CallingRequester::send_request(request.sample(), params);

@@ -12,7 +12,7 @@ struct RequesterStatistics {
     std::int64_t sent = 0;       ///< Requests written, by `send_request`, `call` and `call_async`.
     std::int64_t unmatched = 0;  ///< Of these, those that went to nobody: no replier was there.
     std::int64_t completed = 0;  ///< Calls that ended with a reply.
-    std::int64_t timed_out = 0;  ///< Calls that ended with TimeoutException.
+    std::int64_t timed_out = 0;  ///< Calls that ended with CallTimeoutException.
     std::int64_t pending = 0;    ///< Calls that have not ended.
     std::int64_t received = 0;   ///< Replies taken in.
     std::int64_t queued = 0;     ///< Replies that nobody has taken yet.

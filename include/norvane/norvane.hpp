@@ -4,6 +4,7 @@
 #define NORVANE_NORVANE_HPP
 
 #include "norvane/CallResult.hpp"
+#include "norvane/CallTimeoutException.hpp"
 #include "norvane/Dispatcher.hpp"
 #include "norvane/Exception.hpp"
 #include "norvane/LoanedSamples.hpp"

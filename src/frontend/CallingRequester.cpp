@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The road of a call: a replier is ready; the request is written; its key is open; its condition holds; its reply is taken; its key is closed.
+// The steps of a call: a replier is ready; the request is written; its key is open; its condition holds; its reply is taken; its key is closed.
 #include "norvane/details/CallingRequester.hpp"
 
 #include "frontend/log_line.hpp"
@@ -142,7 +142,7 @@ void CallingRequester::send_request(const void* request, DDS_WriteParams_t& para
     // Before the write: a listener that the write runs may end the requester.
     if (_repliers.count() == 0 && !_said_unmatched.exchange(true, std::memory_order_relaxed)) {
         log_line(LOG_ERROR, (title() + "::send_request").c_str(),
-                 ("the request may be lost (said once; stats() counts): " + _repliers.explanation()).c_str());
+                 ("the request may be lost (said once; stats() counts): " + _repliers.obstacle().text).c_str());
     }
     unless_closed("send_request", [&] { send_sample(request, params); });
 }
@@ -150,22 +150,26 @@ void CallingRequester::send_request(const void* request, DDS_WriteParams_t& para
 void CallingRequester::throw_nobody(const char* method_name, const Timeout& timeout) {
     throw_if_closed(method_name);
     _timed_out.fetch_add(1, std::memory_order_relaxed);
-    throw TimeoutException(title() + "::" + method_name + ": nothing was sent, since no replier was ready within " +
-                           seconds_of(timeout) + ": " + _repliers.explanation());
+    const NoReply obstacle = _repliers.obstacle();
+    throw CallTimeoutException(title() + "::" + method_name + ": nothing was sent, since no replier was ready within " +
+                                   seconds_of(timeout) + ": " + obstacle.text,
+                               obstacle.reason);
 }
 
 OpenCall CallingRequester::open_call(const void* request, const Deadline& deadline, WhenNobodyIsThere when_nobody) {
     if (_repliers.count() == 0 && (when_nobody == WhenNobodyIsThere::FAIL || !_repliers.wait(deadline, 1))) {
         throw_nobody("call", when_nobody == WhenNobodyIsThere::FAIL ? Timeout(DDS_DURATION_ZERO) : deadline.initial());
     }
+    const std::uint64_t newest_replier = _repliers.newest();
     DDS_WriteParams_t params;
     params.max_blocking_time = deadline.left();
     if (write_request(request, params, "call") == DDS_RETCODE_TIMEOUT) {
         _timed_out.fetch_add(1, std::memory_order_relaxed);
-        throw TimeoutException(title() + "::call: nothing was sent, since a replier had no room for the request within " +
-                               seconds_of(deadline.initial()) + " (or the writer's max_blocking_time): its queue is full");
+        throw CallTimeoutException(title() + "::call: nothing was sent, since a replier had no room for the request within " +
+                                       seconds_of(deadline.initial()) + " (or the writer's max_blocking_time): its queue is full",
+                                   TimeoutReason::NO_ROOM);
     }
-    return opened(params.identity);
+    return opened(params.identity, newest_replier);
 }
 
 bool CallingRequester::try_open_call(const void* request, OpenCall& call) {
@@ -173,12 +177,13 @@ bool CallingRequester::try_open_call(const void* request, OpenCall& call) {
     if (_repliers.count() == 0) {
         return false;
     }
+    const std::uint64_t newest_replier = _repliers.newest();
     DDS_WriteParams_t params;
     params.max_blocking_time = DDS_DURATION_ZERO;
     if (write_request(request, params, "call_async") == DDS_RETCODE_TIMEOUT) {
         return false;
     }
-    call = opened(params.identity);
+    call = opened(params.identity, newest_replier);
     return true;
 }
 
@@ -195,8 +200,9 @@ DDS_ReturnCode_t CallingRequester::write_request(const void* request, DDS_WriteP
 }
 
 // The request is written: its reply is wanted from here on.
-OpenCall CallingRequester::opened(const DDS_SampleIdentity_t& request_id) {
+OpenCall CallingRequester::opened(const DDS_SampleIdentity_t& request_id, std::uint64_t newest_replier) {
     OpenCall call;
+    call.newest_replier = newest_replier;
     call.request_id = request_id;
     _pending.fetch_add(1, std::memory_order_relaxed);
     try {
@@ -222,15 +228,14 @@ void CallingRequester::close_call(const OpenCall& call) noexcept {
     _pending.fetch_sub(1, std::memory_order_relaxed);
 }
 
-std::exception_ptr CallingRequester::timeout_of(const Timeout& timeout, bool was_sent) {
+std::exception_ptr CallingRequester::timeout_of(const Timeout& timeout, const OpenCall* sent) {
     _timed_out.fetch_add(1, std::memory_order_relaxed);
-    if (!was_sent) {
-        return std::make_exception_ptr(TimeoutException(
-            title() + "::call_async: nothing was sent within " + seconds_of(timeout) + ": " +
-            (is_service_ready() ? "a replier had no room for the request: its queue is full" : _repliers.explanation())));
-    }
-    return std::make_exception_ptr(
-        TimeoutException(title() + "::call: no reply within " + seconds_of(timeout) + ": " + _repliers.explanation()));
+    const NoReply why = sent != nullptr ? _repliers.silence(sent->newest_replier)
+                        : is_service_ready()
+                            ? NoReply{TimeoutReason::NO_ROOM, "a replier had no room for the request: its queue is full"}
+                            : _repliers.obstacle();
+    const std::string what = sent != nullptr ? "::call: no reply within " : "::call_async: nothing was sent within ";
+    return std::make_exception_ptr(CallTimeoutException(title() + what + seconds_of(timeout) + ": " + why.text, why.reason));
 }
 
 void CallingRequester::call(const void* request, const Timeout& timeout, WhenNobodyIsThere when_nobody, void*** reply, int* count,
@@ -250,13 +255,13 @@ void CallingRequester::call(const void* request, const Timeout& timeout, WhenNob
     do {
         const DDS_ReturnCode_t code = waitset->wait(active, deadline.left());
         if (code == DDS_RETCODE_TIMEOUT) {
-            std::rethrow_exception(timeout_of(timeout));
+            std::rethrow_exception(timeout_of(timeout, &open));
         }
         if (code != DDS_RETCODE_OK) {
             throw_if_closed("call");
             check_retcode(code, "Requester::call", VOST_LOG_ANY_FAILURE_s, "wait for the reply", true);
         }
-        // Nothing is there when somebody has taken all replies, whoever they were for: then there may be another one.
+        // Nothing is there when another thread took the replies to all requests: then there may be another one.
     } while (!take_reply(open, reply, count, infos));
     count_completed();
 }

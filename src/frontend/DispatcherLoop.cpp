@@ -132,7 +132,7 @@ int Dispatcher::Calls::end_expired(Lock& lock) {
                 CallingRequester& requester = call.link->requester;
                 ending.error = error_from([&] {
                     if (call.interruption == DDS_RETCODE_OK) {
-                        return requester.timeout_of(call.timeout, was_sent);
+                        return requester.timeout_of(call.timeout, was_sent ? &call.open : nullptr);
                     }
                     requester.throw_if_closed("call_async");
                     throw_retcode(call.interruption, "Requester::call_async: the wait for the reply was interrupted");

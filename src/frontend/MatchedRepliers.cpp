@@ -131,21 +131,27 @@ public:
         _changed.notify_all();
     }
 
-    std::string explanation();
+    std::uint64_t newest() const noexcept { return _newest.load(std::memory_order_relaxed); }
+    NoReply obstacle();
+    NoReply silence(std::uint64_t newest);
 
 private:
+    typedef std::map<DDS_GUID_t, std::uint64_t, GuidOrder> Numbers;
+
     void recount() noexcept;
     void recount_locked();
     void try_recount_locked() noexcept;
-    std::string obstacle();
+    NoReply incompatibility();
 
     DDSDataWriter& _writer;
     DDSDataReader& _reader;
     std::mutex _mutex;
     std::condition_variable _changed;
     std::atomic<int> _count{0};
-    std::atomic<bool> _is_stale{false};  // memory was too short to count: whoever asks next counts
-    std::function<void()> _on_change;    // set once, if at all
+    std::atomic<bool> _is_stale{false};  // memory was too short to count: the next question counts again
+    Numbers _ready;                      // repliers by their writer (plain ones by their participant), each with its number
+    std::atomic<std::uint64_t> _newest{0};
+    std::function<void()> _on_change;  // set once, if at all
     bool _closed = false;
 };
 
@@ -195,6 +201,12 @@ void MatchedRepliers::State::recount_locked() {
         }
     }
     int count = 0;
+    Numbers ready;
+    std::uint64_t newest = _newest.load(std::memory_order_relaxed);
+    const auto number = [&](const DDS_GUID_t& replier) {
+        const auto known = _ready.find(replier);
+        ready[replier] = known != _ready.end() ? known->second : ++newest;
+    };
     check_retcode(_reader.get_matched_publications(handles), CLASS_NAME, VOST_LOG_GET_FAILURE_s, "matched reply writers", true);
     for (DDS_Long index = 0; index < handles.length(); ++index) {
         DDS_PublicationBuiltinTopicData writer;
@@ -203,19 +215,26 @@ void MatchedRepliers::State::recount_locked() {
         }
         if (partners.count(writer.key) != 0) {
             ++count;
+            number(writer.key);
         } else {
             ++plain[writer.participant_key].writers;
         }
     }
     for (const auto& participant : plain) {
-        count += std::min(participant.second.readers, participant.second.writers);
+        const int pairs = std::min(participant.second.readers, participant.second.writers);
+        if (pairs > 0) {
+            count += pairs;
+            number(participant.first);
+        }
     }
+    _ready.swap(ready);
+    _newest.store(newest, std::memory_order_relaxed);
     _count.store(count, std::memory_order_release);
 }
 
-// What stood between the requester and a replier that was found; empty when nothing did. That replier may be gone by now: the middleware tells of
-// the obstacle, not of its end.
-std::string MatchedRepliers::State::obstacle() {
+// What stood between the requester and a replier that was found; without text when nothing did. That replier may be gone by now: the
+// middleware reports the incompatibility, not its end.
+NoReply MatchedRepliers::State::incompatibility() {
     DDS_OfferedIncompatibleQosStatus offered;
     DDS_RequestedIncompatibleQosStatus requested;
     DDS_IncompatibleTypeStatus request_type;
@@ -225,51 +244,68 @@ std::string MatchedRepliers::State::obstacle() {
     _writer.get_incompatible_type_status(request_type);
     _reader.get_incompatible_type_status(reply_type);
     if (request_type.total_count > 0) {
-        return std::string("a replier was found, but reads requests of another type, \"") + request_type.last_type_name + "\"";
+        return {TimeoutReason::INCOMPATIBLE_TYPE,
+                std::string("a replier was found, but reads requests of another type, \"") + request_type.last_type_name + "\""};
     }
     if (reply_type.total_count > 0) {
-        return std::string("a replier was found, but writes replies of another type, \"") + reply_type.last_type_name + "\"";
+        return {TimeoutReason::INCOMPATIBLE_TYPE,
+                std::string("a replier was found, but writes replies of another type, \"") + reply_type.last_type_name + "\""};
     }
     if (offered.total_count > 0) {
-        return "a replier was found, but its request reader can never match: " + mismatch(offered);
+        return {TimeoutReason::INCOMPATIBLE_QOS,
+                "a replier was found, but its request reader can never match: " + mismatch(offered)};
     }
     if (requested.total_count > 0) {
-        return "a replier was found, but its reply writer can never match: " + mismatch(requested);
+        return {TimeoutReason::INCOMPATIBLE_QOS,
+                "a replier was found, but its reply writer can never match: " + mismatch(requested)};
     }
-    return "";
+    return {TimeoutReason::NO_REPLIER, ""};
 }
 
-std::string MatchedRepliers::State::explanation() {
-    const int ready = count();
-    if (ready > 0) {
-        return std::to_string(ready) + (ready == 1 ? " replier is" : " repliers are") +
-               " ready, and has not answered: it is slow, it is silent, or it has not read the request";
-    }
-    const std::string in_the_way = obstacle();
+NoReply MatchedRepliers::State::obstacle() {
+    const NoReply incompatible = incompatibility();
     DDS_PublicationMatchedStatus requests;
     DDS_SubscriptionMatchedStatus replies;
     _writer.get_publication_matched_status(requests);
     _reader.get_subscription_matched_status(replies);
-    // One that could be called and is gone was no other one's obstacle.
-    if (!in_the_way.empty() && (requests.current_count > 0 || replies.current_count > 0 || requests.total_count == 0)) {
-        return in_the_way;
+    // One that could be called and has left was no obstacle to others.
+    if (!incompatible.text.empty() && (requests.current_count > 0 || replies.current_count > 0 || requests.total_count == 0)) {
+        return incompatible;
     }
     if (requests.current_count > 0 || replies.current_count > 0) {
-        return requests.current_count > 0 ? "a replier reads the requests, but the way of its replies is not there (yet)"
-                                          : "a replier is there, but the way of the requests to it is not there (yet)";
+        return {TimeoutReason::NOT_MATCHED_YET, requests.current_count > 0
+                                                    ? "a replier reads the requests, but the way of its replies is not there (yet)"
+                                                    : "a replier is there, but the way of the requests to it is not there (yet)"};
     }
-    std::string text = requests.total_count > 0 ? "no replier is there any more: the last one has left" : "no replier is there";
-    if (!in_the_way.empty()) {
-        text += "; besides, " + in_the_way;
+    NoReply none = {TimeoutReason::NO_REPLIER,
+                    requests.total_count > 0 ? "no replier is there any more: the last one has left" : "no replier is there"};
+    if (!incompatible.text.empty()) {
+        none.text += "; besides, " + incompatible.text;
     }
     DDSPublisher* publisher = _writer.get_publisher();
     DDSDomainParticipant* participant = publisher != nullptr ? publisher->get_participant() : nullptr;
     if (participant != nullptr && std::strcmp(participant->get_engine_name(), "embedded") == 0) {
-        text +=
+        none.text +=
             "; the engine \"embedded\" reaches this process only: for others, set the environment variable NORVANE_ENGINE, or the "
             "participant's property \"norvane.engine\", to \"fastdds\"";
     }
-    return text;
+    return none;
+}
+
+NoReply MatchedRepliers::State::silence(std::uint64_t newest) {
+    const int ready = count();
+    bool one_is_left = false;
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        one_is_left = std::any_of(_ready.begin(), _ready.end(), [&](const auto& replier) { return replier.second <= newest; });
+    }
+    const std::string how_many = std::to_string(ready) + (ready == 1 ? " replier is" : " repliers are") + " ready";
+    if (one_is_left) {
+        return {TimeoutReason::SILENT,
+                how_many + ", and has not answered: it is slow, it is silent, or it has not read the request"};
+    }
+    return {TimeoutReason::REPLIER_LEFT,
+            ready > 0 ? "every replier that the request was sent to has left; " + how_many + " that came later" : obstacle().text};
 }
 
 MatchedRepliers::MatchedRepliers(DDSDataWriter& writer, DDSDataReader& reader) : _state(new State(writer, reader)) {
@@ -286,7 +322,11 @@ bool MatchedRepliers::wait(const Deadline& deadline, int wanted) { return _state
 
 void MatchedRepliers::close() noexcept { _state->close(); }
 
-std::string MatchedRepliers::explanation() const { return _state->explanation(); }
+std::uint64_t MatchedRepliers::newest() const noexcept { return _state->newest(); }
+
+NoReply MatchedRepliers::obstacle() const { return _state->obstacle(); }
+
+NoReply MatchedRepliers::silence(std::uint64_t newest) const { return _state->silence(newest); }
 
 }  // namespace details
 }  // namespace norvane

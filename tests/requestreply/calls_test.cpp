@@ -73,8 +73,8 @@ TEST_P(Calls, wait_for_a_replier_inside_their_time_or_fail_at_once) {
     TextRequester requester(requester_params());
     EXPECT_FALSE(requester.is_service_ready());
     EXPECT_FALSE(requester.wait_for_service(SHORT));
-    expect_thrown("TimeoutException", "no replier is there", thrown_by([&] { requester.call("x", SHORT); }));
-    expect_thrown("TimeoutException", "no replier is there",
+    expect_thrown("CallTimeoutException NO_REPLIER", "no replier is there", thrown_by([&] { requester.call("x", SHORT); }));
+    expect_thrown("CallTimeoutException NO_REPLIER", "no replier is there",
                   thrown_by([&] { requester.call("x", PATIENCE, WhenNobodyIsThere::FAIL); }));
     expect_thrown("BadParameterException", "count", thrown_by([&] { requester.wait_for_service(SHORT, 0); }));
     EXPECT_EQ(0, requester.stats().sent) << "to nobody";
@@ -91,7 +91,7 @@ TEST_P(Calls, wait_for_a_replier_inside_their_time_or_fail_at_once) {
         EXPECT_EQ(2, requester.matched_repliers());
     }
     EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }));
-    expect_thrown("TimeoutException", "has left", thrown_by([&] { requester.call("x", SHORT); }));
+    expect_thrown("CallTimeoutException NO_REPLIER", "has left", thrown_by([&] { requester.call("x", SHORT); }));
 }
 
 TEST_P(Calls, find_out_which_writer_belongs_to_a_repliers_reader) {
@@ -123,12 +123,14 @@ TEST_P(Calls, count_plain_peers_as_repliers_when_both_their_ends_are_there) {
         return status.current_count == 1;
     }));
     EXPECT_EQ(0, requester.matched_repliers());
-    expect_thrown("TimeoutException", "the way of its replies is not there", thrown_by([&] { requester.call("x", SHORT); }));
+    expect_thrown("CallTimeoutException NOT_MATCHED_YET", "the way of its replies is not there",
+                  thrown_by([&] { requester.call("x", SHORT); }));
     DDSDataWriter* writer = peer.create_datawriter(replies, DDS_DATAWRITER_QOS_DEFAULT, nullptr, 0);
     EXPECT_TRUE(requester.wait_for_service(PATIENCE));
     EXPECT_EQ(DDS_RETCODE_OK, peer.delete_datareader(reader));
     EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }));
-    expect_thrown("TimeoutException", "the way of the requests to it is not there", thrown_by([&] { requester.call("x", SHORT); }));
+    expect_thrown("CallTimeoutException NOT_MATCHED_YET", "the way of the requests to it is not there",
+                  thrown_by([&] { requester.call("x", SHORT); }));
     EXPECT_EQ(DDS_RETCODE_OK, peer.delete_datawriter(writer));
 }
 
@@ -143,8 +145,25 @@ TEST_P(Calls, that_time_out_say_why) {
     {
         const TextReplier silent(replier_params());
         ASSERT_TRUE(requester.wait_for_service(PATIENCE));
-        expect_thrown("TimeoutException", "1 replier is ready, and has not answered",
+        expect_thrown("CallTimeoutException SILENT", "1 replier is ready, and has not answered",
                       thrown_by([&] { requester.call("x", SHORT); }));
+    }
+    // The request is with one that leaves while another one comes.
+    for (const bool has_successor : {false, true}) {
+        EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }));
+        std::optional<TextReplier> leaving(std::in_place, replier_params());
+        ASSERT_TRUE(requester.wait_for_service(PATIENCE));
+        std::future<Thrown> call = started([&] { requester.call("x", std::chrono::seconds(2)); });
+        EXPECT_TRUE(eventually([&] { return leaving->stats().queued == 1; }));
+        std::optional<TextReplier> successor;
+        if (has_successor) {
+            successor.emplace(replier_params());
+            EXPECT_TRUE(requester.wait_for_service(PATIENCE, 2));
+        }
+        leaving.reset();
+        EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == (has_successor ? 1 : 0); }));
+        expect_thrown("CallTimeoutException REPLIER_LEFT",
+                      has_successor ? "1 replier is ready that came later" : "the last one has left", call.get());
     }
     {
         DDS_DataReaderQos reader_qos;
@@ -153,26 +172,30 @@ TEST_P(Calls, that_time_out_say_why) {
         writer_qos.reliability.kind = DDS_BEST_EFFORT_RELIABILITY_QOS;
         TextRequester stranger(requester_params(nullptr, "Q"));
         const TextReplier replier(replier_params(nullptr, "Q").datawriter_qos(writer_qos).datareader_qos(reader_qos));
+        Thrown thrown;
         EXPECT_TRUE(eventually([&] {
-            return thrown_by([&] {
-                       stranger.call("x", SHORT);
-                   }).message.find("RELIABILITY, offered BEST_EFFORT, requested RELIABLE") != std::string::npos;
+            thrown = thrown_by([&] { stranger.call("x", SHORT); });
+            return thrown.type == "CallTimeoutException INCOMPATIBLE_QOS";
         }));
+        EXPECT_NE(std::string::npos, thrown.message.find("RELIABILITY, offered BEST_EFFORT, requested RELIABLE")) << thrown.message;
     }
     std::optional<Replier<Number, Number>> another_type;
     another_type.emplace(replier_params(join(), "T"));
     TextRequester mistaken(requester_params(nullptr, "T"));
-    const auto says = [&](const std::string& words) {
-        return eventually([&] { return thrown_by([&] { mistaken.call("x", SHORT); }).message.find(words) != std::string::npos; });
+    const auto says = [&](const std::string& reason, const std::string& words) {
+        return eventually([&] {
+            const Thrown thrown = thrown_by([&] { mistaken.call("x", SHORT); });
+            return thrown.type == "CallTimeoutException " + reason && thrown.message.find(words) != std::string::npos;
+        });
     };
-    EXPECT_TRUE(says(": a replier was found, but reads requests of another type"));
+    EXPECT_TRUE(says("INCOMPATIBLE_TYPE", ": a replier was found, but reads requests of another type"));
     // It was taken for one that is there when it had left long ago, and the right one after it.
     another_type.reset();
     {
         const TextReplier right(replier_params(nullptr, "T"));
-        EXPECT_TRUE(says("1 replier is ready"));
+        EXPECT_TRUE(says("SILENT", "1 replier is ready"));
     }
-    EXPECT_TRUE(says(": no replier is there any more: the last one has left; besides, a replier was found"));
+    EXPECT_TRUE(says("NO_REPLIER", ": no replier is there any more: the last one has left; besides, a replier was found"));
 }
 
 TEST_P(Calls, count_the_repliers_that_came_while_memory_was_short) {
@@ -215,7 +238,7 @@ TEST_P(Calls, leave_nothing_behind_when_their_reply_comes_too_late) {
         if (number == 100) {
             AllocationProbe::fail(0);  // the pools are as large as they will be
         }
-        EXPECT_EQ("TimeoutException", thrown_by([&] { requester.call("x", milliseconds(0)); }).type);
+        EXPECT_EQ("CallTimeoutException SILENT", thrown_by([&] { requester.call("x", milliseconds(0)); }).type);
         if (number % 100 == 99) {
             EXPECT_TRUE(eventually([&] { return replier.stats().queued == 100; }));
             EXPECT_EQ(100, answer_all(replier, "!"));
@@ -323,7 +346,7 @@ TEST_P(Calls, find_a_limit_on_queued_requests_and_nothing_is_lost_at_it) {
         return replier.stats().queued == 2 && counts.written == (encodes() ? 3 : 2);
     }));
     const Thrown refused = thrown_by([&] { requester.call("x", SHORT); });
-    expect_thrown("TimeoutException", "had no room", refused);
+    expect_thrown("CallTimeoutException NO_ROOM", "had no room", refused);
     EXPECT_TRUE(log.library_lines().empty()) << "a line for each call that is refused would fill the log when all else is full";
     int answered = 0;
     EXPECT_TRUE(eventually([&] { return (answered += answer_all(replier, "!")) >= 8; }));

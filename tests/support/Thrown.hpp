@@ -11,6 +11,7 @@
 #include <string>
 #include <typeinfo>
 
+#include "norvane/CallTimeoutException.hpp"
 #include "norvane/dds/log.hpp"
 
 namespace norvane {
@@ -25,7 +26,7 @@ inline std::string class_name(const std::type_info& type) {
 
 /// What came out of a call. Without an exception both are empty.
 struct Thrown {
-    std::string type;  ///< Name of the exact class, without its namespace.
+    std::string type;  ///< Name of the exact class, without its namespace; of a CallTimeoutException its reason, too.
     std::string message;
 };
 
@@ -34,6 +35,10 @@ Thrown thrown_by(Call call) {
     try {
         call();
         return {};
+    } catch (const CallTimeoutException& timeout) {
+        constexpr const char* REASONS[] = {"NO_REPLIER", "INCOMPATIBLE_QOS", "INCOMPATIBLE_TYPE", "NOT_MATCHED_YET",
+                                           "NO_ROOM",    "SILENT",           "REPLIER_LEFT"};
+        return {class_name(typeid(timeout)) + " " + REASONS[static_cast<int>(timeout.reason())], timeout.what()};
     } catch (const std::exception& exception) {
         return {class_name(typeid(exception)), exception.what()};
     }

@@ -8,6 +8,7 @@
 #define NORVANE_DETAILS_CALLINGREQUESTER_HPP
 
 #include <atomic>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <string>
@@ -33,6 +34,7 @@ namespace details {
 struct OpenCall {
     DDS_SampleIdentity_t request_id;
     DDSReadCondition* condition = nullptr;
+    std::uint64_t newest_replier = 0;  ///< MatchedRepliers::newest when it was sent.
 };
 
 /// Where asynchronous calls wait for their replies. See norvane::Dispatcher.
@@ -83,7 +85,7 @@ protected:
     void send_request(const void* request, DDS_WriteParams_t& params);
 
     /// One whole call. On return exactly one reply is lent: give it back with `return_loan`. On an exception nothing of the call remains.
-    /// @throws TimeoutException         no reply in time, or no room for the request; the message says why, as far as it is known.
+    /// @throws CallTimeoutException     no reply in time.
     /// @throws AlreadyDeletedException  closed.
     void call(const void* request, const Timeout& timeout, WhenNobodyIsThere when_nobody, void*** reply, int* count,
               DDS_SampleInfoSeq& infos);
@@ -117,8 +119,8 @@ protected:
     bool take_reply(const OpenCall& call, void*** reply, int* count, DDS_SampleInfoSeq& infos);
     /// Ends a call: the condition is deleted, the key is closed. Must follow every `open_call`.
     void close_call(const OpenCall& call) noexcept;
-    /// @return what a call that got no reply in time ends with; it is counted. @param was_sent  whether its request was.
-    std::exception_ptr timeout_of(const Timeout& timeout, bool was_sent = true);
+    /// @return what a call that got no reply in time ends with; it is counted. @param sent  null when its request was not sent.
+    std::exception_ptr timeout_of(const Timeout& timeout, const OpenCall* sent);
     /// @return what ends the calls of a closed requester.
     std::exception_ptr closure(const char* method_name) const;
     void count_completed() noexcept { _completed.fetch_add(1, std::memory_order_relaxed); }
@@ -129,7 +131,7 @@ protected:
 private:
     [[noreturn]] void throw_nobody(const char* method_name, const Timeout& timeout);
     DDS_ReturnCode_t write_request(const void* request, DDS_WriteParams_t& params, const char* method_name);
-    OpenCall opened(const DDS_SampleIdentity_t& request_id);
+    OpenCall opened(const DDS_SampleIdentity_t& request_id, std::uint64_t newest_replier);
     std::string title() const;
 
     DDS_GUID_t _writer_guid = DDS_GUID_UNKNOWN;  // in the identity of each of its requests

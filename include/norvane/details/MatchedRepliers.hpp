@@ -7,10 +7,12 @@
 #ifndef NORVANE_DETAILS_MATCHEDREPLIERS_HPP
 #define NORVANE_DETAILS_MATCHEDREPLIERS_HPP
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "norvane/CallTimeoutException.hpp"
 #include "norvane/Timeout.hpp"
 #include "norvane/dds/DataReader.hpp"
 #include "norvane/dds/DataWriter.hpp"
@@ -18,6 +20,12 @@
 
 namespace norvane {
 namespace details {
+
+/// Why no reply came: as a value, and in words.
+struct NoReply {
+    TimeoutReason reason;
+    std::string text;
+};
 
 class NORVANE_EXPORT MatchedRepliers {
 public:
@@ -36,8 +44,12 @@ public:
     void set_on_change(std::function<void()> on_change);
     /// Ends every wait, now and later.
     void close() noexcept;
-    /// @return in words, why no reply has come or can come: nobody there, another QoS, another type, or silence.
-    std::string explanation() const;
+    /// @return number of the replier that became ready last; they are numbered from 1 on. 0 before the first. Never blocks.
+    std::uint64_t newest() const noexcept;
+    /// @return why no replier is ready: none is there, another QoS, another type, or one direction is missing.
+    NoReply obstacle() const;
+    /// @return why a request that was sent has no reply. @param newest  what `newest` returned before it was sent.
+    NoReply silence(std::uint64_t newest) const;
 
 private:
     class State;
