@@ -26,11 +26,12 @@ class LoanedSamples;
 /// The middleware types that go with a data type of the application's own.
 ///
 /// A request or reply type is one of these:
-/// - a struct described with `BOOST_DESCRIBE_STRUCT(Type, (bases), (every member))`. A member is an integer of up to 64 bits, float, double, bool,
+/// - a struct described with `BOOST_DESCRIBE_STRUCT(Type, (bases), (every member))`, or, if members are private, inside it with
+///   `BOOST_DESCRIBE_CLASS`. A member is an integer of up to 64 bits, float, double, bool,
 ///   std::byte, an enumeration, std::string, a std::vector, std::array or C array of such, or another described struct; a member (but no element) may
 ///   be a std::optional of such. It is encoded as XCDR1, little-endian: an enumeration in 32 bits, an optional member by the parameter header of
-///   its index. Enumerations that are described (BOOST_DESCRIBE_ENUM) take no other value than their enumerators: a sample with another one cannot be
-///   encoded, nor can one with a NUL inside a std::string; one received is dropped. A member may not be more aligned than its type is;
+///   its index. Enumerations that are described (BOOST_DESCRIBE_ENUM) take no other value than their enumerators. A sample with another one, or with
+///   a NUL inside a std::string, is refused with BadParameterException, which names the member; one received is dropped. A member may not be more aligned than its type is;
 /// - a built-in type: std::string, DDS_KeyedString, DDS_Octets, DDS_KeyedOctets;
 /// - a class generated from IDL (is_generated_type);
 /// - any other trivially copyable struct with a default constructor. It stays in its process: an engine that goes further refuses it by name.

@@ -15,6 +15,7 @@
 #include "support/AllocationProbe.hpp"
 #include "support/LogCapture.hpp"
 #include "support/ServiceFixture.hpp"
+#include "support/Thrown.hpp"
 
 namespace norvane {
 namespace test {
@@ -264,16 +265,39 @@ TEST(DescribedTypes, a_struct_of_fixed_size_is_encoded_and_copied_without_the_he
 }
 
 TEST(DescribedTypes, what_cannot_be_encoded_is_not) {
-    const auto size_of = [](const std::function<void(Everything&)>& spoil) {
-        Everything value = everything();
-        spoil(value);
-        Octets octets(1000);
-        return table<Everything>().encode(table<Everything>(), &value, octets.data(), octets.size());
+    const DDS_TypeOperations& type = table<Everything>();
+    const struct {
+        std::function<void(Everything&)> spoil;
+        const char* reason;
+    } cases[] = {
+        {[](Everything&) {}, ""},
+        {[](Everything& value) { value.text.assign("a\0b", 3); },
+         "norvane::test::described::Everything.text: a NUL inside a string"},
+        {[](Everything& value) { value.note = std::string(1, '\0'); },
+         "norvane::test::described::Everything.note: a NUL inside a string"},
+        {[](Everything& value) {
+             value.words = {"a", std::string(2, '\0')};
+         },
+         "norvane::test::described::Everything.words[1]: a NUL inside a string"},
+        {[](Everything& value) { value.colour = static_cast<Colour>(2); },
+         "norvane::test::described::Everything.colour: 2 is no enumerator of norvane::test::described::Colour"},
     };
-    EXPECT_EQ(EVERYTHING.size(), size_of([](Everything&) {}));
-    EXPECT_EQ(0U, size_of([](Everything& value) { value.text.assign("a\0b", 3); }));
-    EXPECT_EQ(0U, size_of([](Everything& value) { value.note = std::string("\0", 1); }));
-    EXPECT_EQ(0U, size_of([](Everything& value) { value.colour = static_cast<Colour>(2); }));
+    for (const auto& each : cases) {
+        Everything value = everything();
+        each.spoil(value);
+        Octets octets(1000);
+        const bool is_right = *each.reason == '\0';
+        EXPECT_EQ(is_right ? EVERYTHING.size() : 0U, type.encode(type, &value, octets.data(), octets.size())) << each.reason;
+        for (const std::size_t capacity : {200, 30, 1, 0}) {
+            std::string reason(200, '#');
+            EXPECT_EQ(!is_right, type.unencodable(type, &value, &reason[0], capacity)) << each.reason;
+            if (capacity > 0) {
+                EXPECT_EQ(std::string(each.reason).substr(0, capacity - 1), reason.c_str());
+            }
+            EXPECT_EQ(std::string::npos, reason.find_first_not_of('#', capacity)) << "beyond its end";
+        }
+    }
+    EXPECT_EQ(nullptr, table<Fixed>().unencodable) << "every value can be encoded: none need be looked at";
 }
 
 TEST(DescribedTypes, hostile_octets_are_refused_or_decoded_but_never_believed) {
@@ -511,7 +535,7 @@ TEST_P(TypesOnTheRoad, described_and_built_in_types_go_there_and_back) {
     EXPECT_STREQ("DDS::KeyedOctets", details::type_support<DDS_KeyedOctets>().get_type_name());
 }
 
-TEST_P(TypesOnTheRoad, octets_that_contradict_themselves_are_not_sent) {
+TEST_P(TypesOnTheRoad, what_no_engine_could_encode_is_refused_on_every_engine) {
     const LogCapture quiet;
     Requester<DDS_Octets, DDS_KeyedOctets> requester(requester_params());
     Replier<DDS_Octets, DDS_KeyedOctets> replier(replier_params());
@@ -522,6 +546,17 @@ TEST_P(TypesOnTheRoad, octets_that_contradict_themselves_are_not_sent) {
     DDS_KeyedOctets keyed(3, 1);
     keyed.length = -1;
     EXPECT_THROW(replier.send_reply(keyed, requester.send_request(octets)), BadParameterException);
+
+    Requester<Everything, Everything> described(requester_params(nullptr, "described"));
+    Everything value = everything();
+    value.words = {"fine", "fine", std::string(1, '\0')};
+    for (const std::function<void()>& send : {std::function<void()>([&] { described.send_request(value); }),
+                                              std::function<void()>([&] { described.call(value, PATIENCE); })}) {
+        const Thrown thrown = thrown_by(send);
+        EXPECT_EQ("BadParameterException", thrown.type);
+        EXPECT_NE(std::string::npos, thrown.message.find("Everything.words[2]: a NUL inside a string")) << thrown.message;
+    }
+    EXPECT_EQ(0, described.stats().sent);
 }
 
 TEST_P(TypesOnTheRoad, a_type_support_of_another_type_is_refused_where_samples_hold_memory) {

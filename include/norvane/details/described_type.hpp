@@ -13,6 +13,7 @@
 #include "norvane/details/CdrDecoder.hpp"
 #include "norvane/details/CdrEncoder.hpp"
 #include "norvane/details/described_fields.hpp"
+#include "norvane/details/encodability.hpp"
 #include "norvane/details/plain_type.hpp"
 
 namespace norvane {
@@ -185,3 +186,6 @@ inline constexpr DDS_TypeOperations DESCRIBED_OPERATIONS = described_operations<
 }  // namespace norvane
 
 #endif
+    if constexpr (!is_always_encodable<T>()) {
+        table.unencodable = unencodable_described<T>;
+    }
