@@ -142,9 +142,22 @@ WRONG_TYPES = [
     ("struct I { void* p; }; BOOST_DESCRIBE_STRUCT(I, (), (p)) struct T { std::optional<I> i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))",
      "give this member", r"Struct = I; Member = void\s*\*"),
     ("struct T { int i; std::vector<T> t; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, t))", "give this member", "Member = T"),
+    ("struct T { std::deque<int> d; };", "BOOST_DESCRIBE_STRUCT(T, (), (d))", "give this member", "Member = std::deque<int>"),
+    ("struct T { std::unique_ptr<int> u; };", "BOOST_DESCRIBE_STRUCT(T, (), (u))", "give this member", "Member = std::unique_ptr<int>"),
+    ("class I { int i; }; class T { I i;", "BOOST_DESCRIBE_CLASS(T, (), (), (), (i)) };", "give this member", "Member = I"),
+    ("struct T { const int c = 1; int i; };", "BOOST_DESCRIBE_STRUCT(T, (), (c, i))", "a member of a described type must be neither const", "Member = const int"),
+    ("enum class E : long { A = 1L << 32 }; BOOST_DESCRIBE_ENUM(E, A) struct T { E e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))",
+     "an enumeration is sent in 32 bits", "Member = E"),
+    ("enum class E : long {}; struct T { std::vector<E> e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))", "an enumeration is sent in 32 bits", "Member = E"),
+    ("enum class E : long { A = -1 }; BOOST_DESCRIBE_ENUM(E, A) struct T { E e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))", "", ""),
+    ("class T { int hidden; public: int i;", "BOOST_DESCRIBE_CLASS(T, (), (i), (), ()) };", "name every member", "T = T"),
+    ("class T { char c; std::string s; bool b; public: int i; virtual ~T() = default; T() = default; T(const T&) = default; T& operator=(const T&) = default;",
+     "T(T&&) = default; BOOST_DESCRIBE_CLASS(T, (), (i), (), (c, s, b)) };", "", ""),
     ("struct T { int i; std::string forgotten; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))", "name every member", "T = T"),
     ("struct T { double d; bool told; bool in_padding; };", "BOOST_DESCRIBE_STRUCT(T, (), (d, told))", "name every member", "T = T"),
     ("struct T { T(int); int i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))", "give the described type a default constructor", ""),
+    ("struct T { T() = default; T(const T&); T& operator=(const T&) = default; int i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))",
+     "give the described type a move constructor", ""),
     ("struct T { int i; std::string s; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, s))", "", ""),
 ]
 
@@ -154,7 +167,7 @@ def wrong_types():
     compiler = os.environ.get("CXX", "c++")
     flags = ["-std=c++17", "-fsyntax-only", "-I%s" % (SOURCE / "include"), "-x", "c++", "-"]
     for types, description, sentence, member in WRONG_TYPES:
-        program = "\n".join(["#include <map>", "#include <variant>", '#include "norvane/norvane.hpp"', types, description,
+        program = "\n".join(["#include <deque>", "#include <map>", "#include <memory>", "#include <variant>", '#include "norvane/norvane.hpp"', types, description,
                              "void make(norvane::RequesterParams& params) { norvane::Requester<T, T> requester(params); }", ""])
         done = subprocess.run([compiler] + flags, input=program, capture_output=True, text=True, timeout=120)
         errors = [line for line in done.stderr.splitlines() if " error: " in line]
@@ -167,4 +180,57 @@ def wrong_types():
             check(notes, "%s\nno note names %s\n%s" % (program, member, done.stderr))
 
 
-{"configurations": configurations, "install": install, "consumer": consumer, "examples": examples, "engine_module": engine_module, "pkg_config": pkg_config, "wrong_types": wrong_types}[sys.argv[1]]()
+# Statements about a requester of T that would refer to what is gone at their end, and the words of the compiler's complaint; none where the
+# statement is right.
+WRONG_USES = [
+    ("(void)requester.take_replies().begin();", "keep the LoanedSamples in a variable"),
+    ("(void)requester.take_replies().info_seq().length();", "keep the LoanedSamples in a variable"),
+    ("(void)requester.take_replies().data_seq().length();", "keep the LoanedSamples in a variable"),
+    ("T& data = requester.take_replies()[0].data();", "cannot bind"),
+    ("T& data = requester.take_reply().value().data();", "cannot bind"),
+    ("text = &texts.take_replies()[0].data();", "taking .*address of"),
+    ("params.datawriter_qos(DDS_DataWriterQos());", "only its address is kept"),
+    ("norvane::ReplierParams(nullptr).datareader_qos(DDS_DataReaderQos());", "only its address is kept"),
+    ("params.participant(norvane::Participant());", "it leaves its domain"),
+    ("(void)norvane::Participant().get();", "it leaves its domain"),
+    ("norvane::SampleRef<const T>().set_data(T());", "only its address is kept"),
+    ("norvane::SampleRef<const T>().set_info(DDS_SampleInfo());", "only its address is kept"),
+    ("auto call = requester.call_async(T(), norvane::DEFAULT_TIMEOUT, norvane::use_awaitable); co_await call;", "it borrows the request: await it at once"),
+    ("co_await requester.call_async(T(), norvane::DEFAULT_TIMEOUT, norvane::use_awaitable);", ""),
+    ("for (const auto& each : requester.take_replies()) { use(each.data()); }", ""),
+    ("const T& copied = requester.take_replies()[0].data(); use(copied); use(requester.take_reply()->data()); use(*requester.take_reply());", ""),
+    ("const std::string& copied = texts.take_replies()[0].data(); const DDS_SampleInfo& info = texts.take_replies()[0].info();", ""),
+]
+USES = """#include <coroutine>
+#include "norvane/coroutines.hpp"
+#include "norvane/norvane.hpp"
+struct T { std::string s; };
+BOOST_DESCRIBE_STRUCT(T, (), (s))
+struct Task {
+    struct promise_type {
+        Task get_return_object() { return {}; }
+        std::suspend_never initial_suspend() { return {}; }
+        std::suspend_never final_suspend() noexcept { return {}; }
+        void return_void() {}
+        void unhandled_exception() {}
+    };
+};
+void use(const T&);
+Task make(norvane::RequesterParams& params, norvane::Requester<T, T>& requester, norvane::Requester<std::string, std::string>& texts, const char* const* text) {
+    co_await std::suspend_never();
+"""
+
+
+def wrong_uses():
+    """What would refer to a temporary that is gone is refused at its line, in words that say what to do; what is right compiles."""
+    program = USES + "\n".join("{ %s }" % use for use, _ in WRONG_USES) + "\n}\n"
+    done = subprocess.run([os.environ.get("CXX", "c++"), "-std=c++20", "-fsyntax-only", "-I%s" % (SOURCE / "include"), "-x", "c++", "-"],
+                          input=program, capture_output=True, text=True, timeout=120)
+    for number, (use, words) in enumerate(WRONG_USES, USES.count("\n") + 1):
+        said = re.findall(r"^<stdin>:%d:.*?(?=^<stdin>|\Z)" % number, done.stderr, re.MULTILINE | re.DOTALL)
+        errors = [each for each in said if " error: " in each.splitlines()[0]]
+        check(bool(errors) == bool(words) and (not words or re.search(words, errors[0])),
+              "%s\nshould be %s:\n%s" % (use, "refused: " + words if words else "accepted", "".join(said)))
+
+
+{"configurations": configurations, "install": install, "consumer": consumer, "examples": examples, "engine_module": engine_module, "pkg_config": pkg_config, "wrong_types": wrong_types, "wrong_uses": wrong_uses}[sys.argv[1]]()

@@ -21,7 +21,7 @@ namespace details {
 
 typedef boost::mp11::mp_list<> NoStruct;
 
-/// Whether T can be a sample: members that can be encoded, and a life of its own.
+/// Whether T can be a sample: members that can be encoded, and the operations that the library needs of a sample.
 template <class T>
 constexpr bool is_described_sample() noexcept {
     if constexpr (std::is_default_constructible<T>::value && std::is_copy_assignable<T>::value &&
@@ -40,11 +40,23 @@ struct Refused {
 /// Fails to compile with a sentence that says what to do; the compiler's note on the instantiation shows struct and member.
 template <class Struct, class Member>
 constexpr void refuse_member() noexcept {
-    static_assert(
-        Refused<Struct, Member>::MEMBER,
-        "norvane: give this member of the described type a type that can be sent: a number (no wchar_t or long double), bool, an "
-        "enumeration, std::string, a std::vector or std::array of such, a std::optional (as a member only), or another struct "
-        "described with BOOST_DESCRIBE_STRUCT.");
+    if constexpr (std::is_const<Member>::value || std::is_volatile<Member>::value) {
+        static_assert(
+            Refused<Struct, Member>::MEMBER,
+            "norvane: a member of a described type must be neither const nor volatile, since a received value is written into it.");
+    } else if constexpr (std::is_enum<Member>::value) {
+        static_assert(
+            Refused<Struct, Member>::MEMBER,
+            "norvane: an enumeration is sent in 32 bits: give this one an underlying type of at most 32 bits, or describe it with "
+            "BOOST_DESCRIBE_ENUM and keep every enumerator within 32 bits.");
+    } else {
+        static_assert(
+            Refused<Struct, Member>::MEMBER,
+            "norvane: give this member of the described type a type that can be sent: a number (no wchar_t or long double), "
+            "bool, an enumeration, std::string, a std::vector or std::array of such (no other container, no pointer of any "
+            "kind), a std::optional (as a member only), or another described struct (BOOST_DESCRIBE_STRUCT beside it, or "
+            "BOOST_DESCRIBE_CLASS inside it where members are private).");
+    }
 }
 
 template <class T, class Outer>
@@ -79,8 +91,8 @@ template <class T, class Outer>
 constexpr void refuse_struct() noexcept {
     static_assert(
         describes_whole<T>(),
-        "norvane: name every member of the struct in its BOOST_DESCRIBE_STRUCT, in the order of their declaration, since one that "
-        "is left out would not be sent.");
+        "norvane: name every member of the struct in its BOOST_DESCRIBE_STRUCT (private ones need BOOST_DESCRIBE_CLASS, inside the "
+        "class), in the order of their declaration, since one that is left out would not be sent.");
     if constexpr (describes_whole<T>()) {
         refuse_members<T, boost::mp11::mp_push_back<Outer, T>>(static_cast<MembersOf<T>*>(nullptr));
     }
@@ -89,13 +101,19 @@ constexpr void refuse_struct() noexcept {
 /// Fails to compile for a described type that cannot be a sample.
 template <class T>
 constexpr void refuse_described() noexcept {
-    constexpr bool HAS_LIFE = std::is_default_constructible<T>::value && std::is_copy_assignable<T>::value &&
-                              std::is_nothrow_move_constructible<T>::value;
-    static_assert(
-        HAS_LIFE,
-        "norvane: give the described type a default constructor, a copy assignment, and a move constructor that is noexcept.");
-    if constexpr (HAS_LIFE) {
+    // Members first: one that cannot be sent is often also what keeps the type from being copied or moved.
+    if constexpr (!is_encodable<T, NoStruct>()) {
         refuse_struct<T, NoStruct>();
+    } else if constexpr (!std::is_default_constructible<T>::value) {
+        static_assert(
+            std::is_default_constructible<T>::value,
+            "norvane: give the described type a default constructor, since a received sample is decoded into an empty one.");
+    } else if constexpr (!std::is_copy_assignable<T>::value) {
+        static_assert(std::is_copy_assignable<T>::value,
+                      "norvane: give the described type a copy assignment, since a sample is copied when it is sent.");
+    } else {
+        static_assert(std::is_nothrow_move_constructible<T>::value,
+                      "norvane: give the described type a move constructor that is noexcept.");
     }
 }
 
@@ -170,6 +188,9 @@ constexpr DDS_TypeOperations described_operations() noexcept {
     table.encoded_size = encoded_size_of_described<T>;
     table.encode = encode_described<T>;
     table.decode = decode_described<T>;
+    if constexpr (!is_always_encodable<T>()) {
+        table.unencodable = unencodable_described<T>;
+    }
     table.find_field = [](const DDS_TypeOperations&, const char* path, DDS_FieldKind* kind) {
         return find_field<T>(std::string_view(path), kind, 0);
     };
@@ -186,6 +207,3 @@ inline constexpr DDS_TypeOperations DESCRIBED_OPERATIONS = described_operations<
 }  // namespace norvane
 
 #endif
-    if constexpr (!is_always_encodable<T>()) {
-        table.unencodable = unencodable_described<T>;
-    }

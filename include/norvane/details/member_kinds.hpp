@@ -140,7 +140,7 @@ constexpr auto wire_value() noexcept {
 template <class M>
 using Wire = decltype(wire_value<M>());
 
-/// Whether a number is a value of the enumeration: one of its enumerators where they are described.
+/// Whether a number is a value of the enumeration: one of its enumerators if they are described.
 template <class E, class Number>
 constexpr bool is_value_of(Number number) noexcept {
     typedef std::underlying_type_t<E> Underlying;
@@ -202,10 +202,24 @@ constexpr bool has_no_other_member(List<D...>*) noexcept {
     }
 }
 
-/// Whether the described members are all members. One that was forgotten would be lost without a word on the way to another process.
+/// @return octets that an object of these members has at most, whatever their order, when it has no others.
+template <class T, template <class...> class List, class... D>
+constexpr std::size_t most_octets(List<D...>*) noexcept {
+    const std::size_t of_vtable = std::is_polymorphic<T>::value ? sizeof(void*) : 0;
+    std::size_t least_alignment = of_vtable != 0 ? alignof(void*) : alignof(T);
+    ((least_alignment = alignof(MemberType<D>) < least_alignment ? alignof(MemberType<D>) : least_alignment), ...);
+    // Each starts at a multiple of the least alignment, and so needs no more padding in front than its own alignment asks for beyond that.
+    std::size_t octets = of_vtable;
+    ((octets += sizeof(MemberType<D>) + alignof(MemberType<D>) - least_alignment), ...);
+    octets = (octets + alignof(T) - 1) / alignof(T) * alignof(T);
+    return octets != 0 ? octets : alignof(T);
+}
+
+/// Whether the described members are all members. One that was left out would be lost on the way to another process, without an error.
 ///
-/// Only an aggregate without described bases can be looked at: by its size (where members lie is not known before run time, but without
-/// alignment of its own each lies where the ones before it end), and, for those that hide in padding, by its initialisers.
+/// Only a class without described bases can be checked. An aggregate: by its size (where members lie is not known before run time, but without
+/// alignment of its own each lies where the ones before it end), and, for those that hide in padding, by its initialisers. Another class, whose
+/// members are described by access and not in their order, by the largest size that those described can need.
 template <class T>
 constexpr bool describes_whole() noexcept {
     if constexpr (std::is_aggregate<T>::value &&
@@ -218,9 +232,26 @@ constexpr bool describes_whole() noexcept {
         });
         end = (end + alignof(T) - 1) / alignof(T) * alignof(T);
         return (end != 0 ? end : alignof(T)) == sizeof(T) && has_no_other_member<T>(static_cast<MembersOf<T>*>(nullptr));
+    } else if constexpr (boost::mp11::mp_empty<boost::describe::describe_bases<T, boost::describe::mod_any_access>>::value) {
+        return sizeof(T) <= most_octets<T>(static_cast<MembersOf<T>*>(nullptr));
     } else {
         return true;
     }
+}
+
+/// Whether an enumeration can be encoded in 32 bits: its underlying type has no more, or it has no enumerator that needs more.
+template <class E>
+constexpr bool fits_wire() noexcept {
+    typedef std::underlying_type_t<E> Underlying;
+    bool fits = sizeof(E) <= sizeof(Wire<E>);
+    if constexpr (boost::describe::has_describe_enumerators<E>::value) {
+        fits = true;
+        boost::mp11::mp_for_each<boost::describe::describe_enumerators<E>>([&](auto described) {
+            const auto number = static_cast<Underlying>(described.value);
+            fits = fits && static_cast<Underlying>(static_cast<Wire<E>>(number)) == number;
+        });
+    }
+    return fits;
 }
 
 /// Least octets of an encoding, wherever it starts. Only for what can be encoded.
@@ -288,6 +319,8 @@ constexpr bool is_encodable() noexcept {
         } else {
             return are_encodable<boost::mp11::mp_push_back<Outer, M>>(static_cast<MembersOf<M>*>(nullptr));
         }
+    } else if constexpr (KIND == MemberKind::ENUMERATION) {
+        return fits_wire<M>();
     } else {
         return KIND != MemberKind::NONE && KIND != MemberKind::OPTIONAL;
     }
