@@ -27,7 +27,14 @@ std::string call_until_closed(TextRequester& requester) {
 
 //! [drain]
 // True: every request that has come is answered, and every reply has arrived.
-bool shut_down(TextService& service) { return service.drain(std::chrono::seconds(5)); }
+bool shut_down(TextService& service) {
+    const norvane::ShutdownResult result = service.drain(std::chrono::seconds(5));
+    if (!result) {
+        std::printf("%d handlers still run, %lld requests are queued\n", result.running_handlers,
+                    static_cast<long long>(result.queued_requests));
+    }
+    return result;
+}
 //! [drain]
 
 //! [log]

@@ -47,36 +47,36 @@ private:
 namespace details {
 
 template <class Request, class Reply>
-class ServiceWork : public CrewWork {
+class ServiceWork : public WorkSource {
 public:
     typedef std::function<Reply(const Request&)> Handler;
     typedef std::function<Reply(const Request&, const DDS_SampleInfo&)> InfoHandler;
 
     ServiceWork(const ReplierParams& params, Handler handler, InfoHandler info_handler, const ServiceOptions<Reply>& options)
-        : CrewWork(params, options.workers()),
+        : WorkSource(params, options.workers()),
           _handler(std::move(handler)),
           _info_handler(std::move(info_handler)),
           _on_error(options.on_error()),
           _replier(params),
-          _watch(*_replier.get_request_datareader()) {
+          _leader_wait(*_replier.get_request_datareader()) {
         if (!_handler && !_info_handler) {
             check_retcode(DDS_RETCODE_BAD_PARAMETER, "Service::Service", DDS_LOG_BAD_PARAMETER_s, "null handler", false);
         }
     }
 
-    std::unique_ptr<CrewHand> new_hand() override { return std::make_unique<Hand>(*this); }
-    bool wait() override { return _watch.wait(); }
+    std::unique_ptr<Worker> new_worker() override { return std::make_unique<TypedWorker>(*this); }
+    bool wait() override { return _leader_wait.wait(); }
     void stop_receiving() override { _replier.stop_receiving(); }
     int discard_some() override { return _replier.take_requests().length(); }
     bool wait_for_acknowledgments(const Timeout& max_wait) override { return _replier.wait_for_acknowledgments(max_wait); }
     void close() override { _replier.close(); }
 
-    ReplierStatistics replier_stats() const { return _replier.stats(); }
+    ReplierStatistics replier_stats() const override { return _replier.stats(); }
 
 private:
-    class Hand : public CrewHand {
+    class TypedWorker : public Worker {
     public:
-        explicit Hand(ServiceWork& work) : _work(work) {}
+        explicit TypedWorker(ServiceWork& work) : _work(work) {}
 
         bool take() override {
             _loan = _work._replier.take_requests(1);
@@ -86,7 +86,7 @@ private:
             const DDS_SampleIdentity_t request_id = _loan[0].identity();
             bool returned = false;
             const std::optional<Reply> reply = reply_to_request(returned);
-            // Before the reply: who gets it may send the next request at once, and there is room for that.
+            // Before the reply: its requester may send the next request at once, and there must be room for that.
             _loan.return_loan();
             if (!reply.has_value()) {
                 return;
@@ -143,7 +143,7 @@ private:
     const InfoHandler _info_handler;
     const typename ServiceOptions<Reply>::ErrorHandler _on_error;
     Replier<Request, Reply> _replier;
-    RequestWatch _watch;
+    LeaderWait _leader_wait;
 };
 
 }  // namespace details
@@ -158,7 +158,11 @@ private:
 /// ReplierParams::max_queued_requests for a limit.
 ///
 /// Handlers may call services. One that calls its own service needs another worker that is free: with one worker, or when every worker does
-/// so at once, the call times out. A handler that never returns keeps `stop`, `drain` and the destructor waiting: nobody can end it.
+/// so at once, the call times out.
+///
+/// A handler cannot be ended from outside. When `drain` or `stop` returns before a handler does, the handler goes on, its reply is sent, and the
+/// service must still live. The destructor therefore waits for every handler, however long that takes (and logs that it does): what a handler
+/// uses may be destroyed right after the service. Give a handler that may take long a flag or a deadline of its own.
 /// @tparam Request, Reply  as for Replier.
 /// @par Threads  Same object: any. Destruction overlaps with nothing but handlers.
 template <class Request, class Reply>
@@ -178,25 +182,29 @@ public:
     template <class Handler>
     Service(const ReplierParams& params, Handler handler, const ServiceOptions<Reply>& options = ServiceOptions<Reply>())
         : _work(make_work(params, std::move(handler), options)), _crew(_work) {}
-    /// As `stop`, and ends the threads. Allowed in a handler: its reply is still written, and the participant must live until then.
-    /// @par Blocks  While other handlers run, and up to DEFAULT_TIMEOUT until the last replies are acknowledged.
+    /// As `stop`, but waits for every handler, and ends the threads. Allowed in a handler: its reply is still written, and the participant
+    /// must live until then.
+    /// @par Blocks  While other handlers run, without limit, and then up to DEFAULT_TIMEOUT until the last replies are acknowledged.
     ~Service() = default;
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
     /// Leaves the service without losing a request: takes no more in, has the queued ones handled, and waits until every reply has reached its
-    /// requester. May be called again, and is ended by `stop`.
-    /// @param max_wait  longest wait for the acknowledgments, once the last handler has returned.
-    /// @return whether all that was done. false when acknowledgments are missing; and at once when it is called from a handler of this
-    ///         service: it has begun then, and goes on without the caller.
+    /// requester. What is not done in time goes on without the caller: call it again to wait longer, or `stop` to discard what is queued.
+    /// @param max_wait  longest time for all of it. Zero begins, and looks once; infinite never gives up.
+    /// @return true when all was done; else what is left, which is also logged. Called from a handler of this service, it only begins: it
+    ///         returns at once, with what is left, and logs nothing.
+    /// @throws RuntimeException  the middleware could not leave the topic.
     /// @par Threads  Any.
-    /// @par Blocks   While there are requests to handle, then up to `max_wait`.
-    bool drain(const Timeout& max_wait = DEFAULT_TIMEOUT) { return _crew.drain(max_wait); }
+    /// @par Blocks   Up to `max_wait`.
+    ShutdownResult drain(const Timeout& max_wait = DEFAULT_TIMEOUT) { return _crew.drain(max_wait); }
 
     /// Leaves the service quickly: as `drain`, but requests that no handler has begun with are discarded and counted.
+    /// @param max_wait  longest time until the running handlers have returned and every reply has reached its requester.
+    /// @return as `drain`. @throws as `drain`.
     /// @par Threads  Any.
-    /// @par Blocks   While handlers run, then up to `max_wait`.
-    bool stop(const Timeout& max_wait = DEFAULT_TIMEOUT) { return _crew.stop(max_wait); }
+    /// @par Blocks   Up to `max_wait`.
+    ShutdownResult stop(const Timeout& max_wait = DEFAULT_TIMEOUT) { return _crew.stop(max_wait); }
 
     /// @return what was done with the requests. @par Blocks  Never.
     ServiceStatistics stats() const { return _work->stats(); }
@@ -216,7 +224,7 @@ private:
     }
 
     std::shared_ptr<Work> _work;  // shared with the crew
-    details::WorkerCrew _crew;    // goes first: ends the threads
+    details::WorkerCrew _crew;    // destroyed first: ends the threads
 };
 
 }  // namespace norvane

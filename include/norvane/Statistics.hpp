@@ -22,11 +22,12 @@ struct RequesterStatistics {
 
 /// What a replier has done since it was made. The figures are read one after another: while requests come they need not add up.
 struct ReplierStatistics {
-    std::int64_t received = 0;   ///< Requests taken in.
-    std::int64_t queued = 0;     ///< Requests that nobody has taken yet.
-    std::int64_t answered = 0;   ///< Replies written.
-    std::int64_t unmatched = 0;  ///< Of these, those that went to nobody: their requester was gone.
-    std::int64_t lost = 0;       ///< Requests dropped for want of room (never with the default QoS).
+    std::int64_t received = 0;        ///< Requests taken in.
+    std::int64_t queued = 0;          ///< Requests that nobody has taken yet.
+    std::int64_t answered = 0;        ///< Replies written.
+    std::int64_t unmatched = 0;       ///< Of these, those that went to nobody: their requester was gone.
+    std::int64_t unacknowledged = 0;  ///< Of these, those that have not reached their requester yet, as far as is known.
+    std::int64_t lost = 0;            ///< Requests dropped for want of room (never with the default QoS).
 };
 
 /// What a service has done with its requests.
@@ -35,6 +36,16 @@ struct ServiceStatistics {
     std::int64_t failed = 0;     ///< Requests whose handler threw.
     std::int64_t unsent = 0;     ///< Replies that could not be written: the log says why.
     std::int64_t discarded = 0;  ///< Requests that were queued when the service was stopped.
+};
+
+/// How `Service::drain` or `Service::stop` ended, and what was left undone when its time was over. True when nothing was.
+struct ShutdownResult {
+    bool complete = false;             ///< Every handler has returned, no request is queued, every reply has reached its requester.
+    int running_handlers = 0;          ///< Handlers that had not returned. They go on, and their replies are still sent.
+    std::int64_t queued_requests = 0;  ///< Requests that no handler had begun with.
+    std::int64_t unacknowledged_replies = 0;  ///< Replies that had not reached their requester, as far as is known.
+
+    operator bool() const noexcept { return complete; }
 };
 
 }  // namespace norvane

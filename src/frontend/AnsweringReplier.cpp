@@ -57,6 +57,7 @@ ReplierStatistics AnsweringReplier::stats() const {
     statistics.lost = read.lost;
     statistics.answered = written.written;
     statistics.unmatched = written.unaddressed;
+    statistics.unacknowledged = written.unacknowledged;
     return statistics;
 }
 

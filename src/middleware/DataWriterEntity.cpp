@@ -115,6 +115,7 @@ DDS_ReturnCode_t DataWriterEntity::get_counts(DDS_DataWriterCounts& counts) {
     const WriteCounts written = _port->counts();
     counts.written = written.written;
     counts.unaddressed = written.unaddressed;
+    counts.unacknowledged = written.unacknowledged;
     return DDS_RETCODE_OK;
 }
 

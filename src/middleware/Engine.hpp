@@ -26,7 +26,7 @@ namespace norvane {
 namespace mw {
 
 /// Changes with every change of this file. An engine module of another number is refused by name.
-constexpr std::uint32_t ENGINE_ABI = 3;
+constexpr std::uint32_t ENGINE_ABI = 4;
 
 // ---- samples ----------------------------------------------------------------------------------------------------
 
@@ -185,8 +185,9 @@ struct WriteRequest {
 
 /// What a writer has written.
 struct WriteCounts {
-    std::int64_t written = 0;      ///< Successful writes.
-    std::int64_t unaddressed = 0;  ///< Of these, those for which there was no reader at all.
+    std::int64_t written = 0;         ///< Successful writes.
+    std::int64_t unaddressed = 0;     ///< Of these, those for which there was no reader at all.
+    std::int64_t unacknowledged = 0;  ///< Of these, those that some reader has not acknowledged yet, as far as is known.
 };
 
 /// A writer in an engine. Disabled until `enable`; no upcall before that.

@@ -343,7 +343,7 @@ TEST_P(Calls, find_a_limit_on_queued_requests_and_nothing_is_lost_at_it) {
     EXPECT_TRUE(eventually([&] {
         DDS_DataWriterCounts counts;
         EXPECT_EQ(DDS_RETCODE_OK, requester.get_request_datawriter()->get_counts(counts));
-        return replier.stats().queued == 2 && counts.written == (encodes() ? 3 : 2);
+        return replier.stats().queued == 2 && counts.written == (encodes() ? 3 : 2) && counts.unacknowledged == (encodes() ? 1 : 0);
     }));
     const Thrown refused = thrown_by([&] { requester.call("x", SHORT); });
     expect_thrown("CallTimeoutException NO_ROOM", "had no room", refused);

@@ -53,8 +53,9 @@ struct DDS_SampleLostStatus {
 
 /// Samples that a writer sent and that went to nobody, and the like.
 struct DDS_DataWriterCounts {
-    DDS_LongLong written = 0;      ///< Successful writes.
-    DDS_LongLong unaddressed = 0;  ///< Of these, those for which there was no reader at all.
+    DDS_LongLong written = 0;         ///< Successful writes.
+    DDS_LongLong unaddressed = 0;     ///< Of these, those for which there was no reader at all.
+    DDS_LongLong unacknowledged = 0;  ///< Of these, those that some reader has not acknowledged yet, as far as is known.
 };
 
 /// Samples of a reader, from its start on and now.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The threads of a service. Of n workers one at a time leads: it waits for a request, takes exactly one, passes the lead on, handles it and
-// answers. Requests wait in the reader, where their limit holds; there is no second queue, and no thread that only hands over.
+// The threads of a service. One of n workers at a time is the leader: it waits for a request, takes exactly one, passes the lead on, handles
+// the request and answers it. Requests wait in the reader, where their limit holds; there is no second queue, and no dispatching thread.
 //
 // Thread rule: any number of threads, handlers included; construction and destruction overlap with nothing else.
 #ifndef NORVANE_DETAILS_WORKERCREW_HPP
@@ -21,10 +21,10 @@
 namespace norvane {
 namespace details {
 
-/// One worker's own part of the work: the request that it has in hand.
-class NORVANE_EXPORT CrewHand {
+/// What one worker thread has of its own: the request that it handles.
+class NORVANE_EXPORT Worker {
 public:
-    virtual ~CrewHand();
+    virtual ~Worker();
     /// Takes one request, if there is one. Called with the lead.
     /// @return whether there was one.
     virtual bool take() = 0;
@@ -32,18 +32,18 @@ public:
     virtual void handle() noexcept = 0;
 };
 
-/// Waits for the requests of a reader. A wait that ends because the replier leaves is in good order: no exception, and no line in the log.
+/// How the leader waits for the requests of a reader. A wait that ends because the replier leaves is no error: no exception, no log line.
 /// @par Threads  `wait`: one at a time.
-class NORVANE_EXPORT RequestWatch {
+class NORVANE_EXPORT LeaderWait {
 public:
-    /// @param reader  outlives the watch.
+    /// @param reader  outlives this object.
     /// @throws RuntimeException  the middleware could not make a condition.
-    explicit RequestWatch(DDSDataReader& reader);
-    ~RequestWatch();
-    RequestWatch(const RequestWatch&) = delete;
-    RequestWatch& operator=(const RequestWatch&) = delete;
+    explicit LeaderWait(DDSDataReader& reader);
+    ~LeaderWait();
+    LeaderWait(const LeaderWait&) = delete;
+    LeaderWait& operator=(const LeaderWait&) = delete;
 
-    /// As CrewWork::wait.
+    /// As WorkSource::wait.
     bool wait();
 
 private:
@@ -52,34 +52,35 @@ private:
     DDSWaitSet _waitset;
 };
 
-/// What a crew works at: a replier and a handler, typed by whoever derives. Counts and reports for them.
-class NORVANE_EXPORT CrewWork {
+/// Where the workers get requests and leave replies: a replier and a handler, typed by the derived class. Counts, and reports to the log.
+class NORVANE_EXPORT WorkSource {
 public:
-    virtual ~CrewWork();
+    virtual ~WorkSource();
 
-    /// @return the part of one more worker; does not outlive the work.
-    virtual std::unique_ptr<CrewHand> new_hand() = 0;
+    /// @return one more worker; does not outlive this object.
+    virtual std::unique_ptr<Worker> new_worker() = 0;
     /// Waits without limit until there is a request. Called with the lead.
     /// @return false when no more requests are received: those that are queued are the last.
     virtual bool wait() = 0;
     virtual void stop_receiving() = 0;
-    /// Takes some of the queued requests and lets them go. @return how many; 0 when none was there.
+    /// Takes some of the queued requests and drops them. @return how many; 0 when none was queued.
     virtual int discard_some() = 0;
     virtual bool wait_for_acknowledgments(const Timeout& max_wait) = 0;
-    /// The last resort: ends every wait, whatever else fails.
+    virtual ReplierStatistics replier_stats() const = 0;
+    /// Ends every wait, also when `stop_receiving` has failed.
     virtual void close() = 0;
 
     ServiceStatistics stats() const noexcept;
     void count_discarded(int count) noexcept { _discarded.fetch_add(count, std::memory_order_relaxed); }
-    /// Logs a failure of the crew. Called from a catch clause: the exception says what happened.
+    /// Logs a failure of a worker. Called from a catch clause: the exception says what happened.
     void report(const char* what) const noexcept;
 
 protected:
     /// @param params  name the service in the log; read during the call only. @param workers  at least 1.
     /// @throws BadParameterException  `workers` is below 1.
-    CrewWork(const EntityParams& params, int workers);
+    WorkSource(const EntityParams& params, int workers);
 
-    // Called by the hands; those that report, from a catch clause.
+    // Called by the workers; those that report, from a catch clause.
     void count_handled() noexcept { _handled.fetch_add(1, std::memory_order_relaxed); }
     void handler_failed() noexcept;
     void error_handler_failed() noexcept;
@@ -100,16 +101,16 @@ class NORVANE_EXPORT WorkerCrew {
 public:
     /// Starts the workers.
     /// @throws OutOfResourcesException  a thread could not be started; none is left then.
-    explicit WorkerCrew(std::shared_ptr<CrewWork> work);
-    /// Stops. From inside a handler: all but the handler that calls have ended afterwards, and its worker keeps the work alive until it has
-    /// answered.
+    explicit WorkerCrew(std::shared_ptr<WorkSource> work);
+    /// Stops, and waits for every handler; logs once when that takes longer than DEFAULT_TIMEOUT. Called inside a handler, it waits for the
+    /// others; the calling worker keeps the work source until it has answered.
     ~WorkerCrew();
     WorkerCrew(const WorkerCrew&) = delete;
     WorkerCrew& operator=(const WorkerCrew&) = delete;
 
     /// What Service says.
-    bool drain(const Timeout& max_wait);
-    bool stop(const Timeout& max_wait);
+    ShutdownResult drain(const Timeout& max_wait);
+    ShutdownResult stop(const Timeout& max_wait);
 
 private:
     class State;

@@ -470,7 +470,10 @@ mw::WriteCounts Writer::counts() noexcept {
         return _counts;
     }
     const Lock lock(_writer->getMutex());
-    return _counts;
+    sweep_locked();
+    mw::WriteCounts counts = _counts;
+    counts.unacknowledged = _window.on_the_way() + _held.size();
+    return counts;
 }
 
 DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept {
