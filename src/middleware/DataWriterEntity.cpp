@@ -161,6 +161,12 @@ DDS_ReturnCode_t DataWriterEntity::write_w_params_untyped_general(void* /*reserv
     DDS_SampleIdentity_t identity;
     bool addressed = false;
     const DDS_ReturnCode_t code = _port->write(request, identity, addressed);
+    if (code == DDS_RETCODE_UNSUPPORTED) {  // nothing was written, so that no listener has run
+        log_error(METHOD, [this] {
+            return "topic \"" + _topic.name() +
+                   "\": this engine assigns every sequence number itself; leave that of the identity automatic";
+        });
+    }
     // No member is touched from here on: a listener that the write ran may have deleted this writer.
     if (code == DDS_RETCODE_OK && params.replace_auto != DDS_BOOLEAN_FALSE) {
         params.identity = identity;

@@ -202,7 +202,8 @@ public:
     /// Writes one sample. All or none: a reliable write that finds a reader full stores nothing until there is room everywhere.
     /// @param identity   gets the identity assigned; unknown when the engine will assign it later.
     /// @param addressed  gets whether there was a reader to send it to.
-    /// @return OK; TIMEOUT; OUT_OF_RESOURCES; BAD_PARAMETER for a number that is not above those used; ALREADY_DELETED once closed.
+    /// @return OK; TIMEOUT; OUT_OF_RESOURCES; BAD_PARAMETER for a number that is not above those used, UNSUPPORTED where the engine
+    ///         assigns all of them; ALREADY_DELETED once closed.
     virtual DDS_ReturnCode_t write(const WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept = 0;
     /// Counted below the seam: once `write` is through with its listeners, whoever called it may have been deleted by one of them.
     virtual WriteCounts counts() noexcept = 0;

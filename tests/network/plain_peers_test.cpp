@@ -185,27 +185,6 @@ TEST_P(PlainPeers, a_plain_replier_answers_each_of_our_requesters) {
         eventually([&] { return std::stoi(server.ask("answered")) >= 102 + AT_ONCE; }));  // counted after the answer is written
 }
 
-TEST_P(PlainPeers, a_plain_replier_answers_the_numbers_that_the_application_chose) {
-    PeerProcess server("plain_echo", {std::to_string(_domain)});
-    TextRequester requester(requester_params());
-    await_repliers(requester, 1);
-    EXPECT_TRUE(eventually([&] { return thrown_by([&] { requester.call("first", std::chrono::seconds(1)); }).type.empty(); }));
-    constexpr DDS_UnsignedLong FIRST = 1000;
-    for (DDS_UnsignedLong step = 0; step < 20; ++step) {
-        // Now and then with a gap: what Fast DDS counts is soon the number of an earlier request.
-        const std::string text = std::to_string(step);
-        const char* const sample = text.c_str();
-        DDS_WriteParams_t params;
-        if (step % 3 == 0) {
-            params.identity.sequence_number = {0, FIRST + 2 * step};
-        }
-        ASSERT_EQ(DDS_RETCODE_OK, DDS_DataWriter_write_w_params_untyped_generalI(
-                                      requester.get_request_datawriter()->get_c_datawriter(), nullptr, &sample, params));
-        ASSERT_TRUE(requester.wait_for_replies(PATIENCE, 1, params.identity)) << step;
-        EXPECT_EQ(std::vector<std::string>{text + "!"}, strings_of(requester.take_replies(params.identity)));
-    }
-}
-
 TEST_P(PlainPeers, a_plain_requester_gets_its_answers_from_our_replier) {
     PeerProcess server("echo", {std::to_string(_domain), "S", "!"});
     PlainParticipant participant(_domain);

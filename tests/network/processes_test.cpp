@@ -60,8 +60,8 @@ int echo(const std::vector<std::string>& arguments) {
     return 0;
 }
 
-// A reader with room for some samples; reliable, unless it is told otherwise, and of which datagrams. "held": how many it holds; "take": what there is, taken; "take
-// numbers": each with its number.
+// A reader with room for some samples; reliable, unless it is told otherwise, and of which datagrams. "held": how many it holds; "take": what
+// there is, taken.
 int small_reader(const std::vector<std::string>& arguments) {
     DDSDomainParticipant& participant = arguments.size() > 3 ? join_domain(arguments[0], arguments[3]) : join_domain(arguments[0]);
     DDSStringTypeSupport::get_instance().register_type(&participant);
@@ -87,9 +87,6 @@ int small_reader(const std::vector<std::string>& arguments) {
             DDS_RETCODE_OK) {
             for (DDS_Long index = 0; index < texts.length(); ++index) {
                 all += std::string(texts[index]) + " ";
-                if (line == "take numbers") {
-                    all += std::to_string(infos[index].original_publication_virtual_sequence_number.low) + " ";
-                }
             }
             reader->return_loan(texts, infos);
         }
@@ -284,26 +281,6 @@ TEST_P(Processes, a_full_reader_stops_its_writer_and_nothing_is_lost) {
         got += peer.ask("take");
         return got.size() == expected.size() + 200;
     })) << got.size();
-}
-
-// On the wire payloads are filled up to whole words.
-TEST_P(Processes, numbers_that_the_application_chose_arrive_with_texts_of_any_length) {
-    PeerProcess peer("small_reader", {domain(), "100"});
-    DDSDataWriter& sender = writer(writer_qos());
-    EXPECT_TRUE(eventually([&] {
-        DDS_PublicationMatchedStatus status;
-        return sender.get_publication_matched_status(status) == DDS_RETCODE_OK && status.current_count == 1;
-    }));
-    std::string expected;
-    for (DDS_UnsignedLong length = 1; length <= 9; ++length) {
-        DDS_WriteParams_t params;
-        params.identity.sequence_number = {0, length * 10};
-        const std::string text(length, 'x');
-        EXPECT_EQ(DDS_RETCODE_OK, write(sender, text.c_str(), params));
-        expected += text + " " + std::to_string(length * 10) + " ";
-    }
-    EXPECT_EQ(DDS_RETCODE_OK, sender.wait_for_acknowledgments(LONG_TIME));
-    EXPECT_EQ(expected, peer.ask("take numbers"));
 }
 
 // What is not for a reader is not sent to it: one that is stopped keeps nobody waiting but those who answer it.

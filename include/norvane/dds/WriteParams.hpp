@@ -38,7 +38,8 @@ inline void DDS_Cookie_t_finalize(DDS_Cookie_t* self) { self->value.maximum(0); 
 /// Parameters of one write, and what the middleware tells of it. Copies are deep.
 struct DDS_WriteParams_t {
     /// In: the identity to write under, automatic to have one assigned. A GUID other than the writer's own is refused; a
-    /// number must be above every number that the writer has used.
+    /// number must be above every number that the writer has used. The Fast DDS engine assigns every number itself, and
+    /// refuses one that is not automatic.
     /// Out: the identity assigned, when `replace_auto` is set.
     DDS_SampleIdentity_t identity = DDS_AUTO_SAMPLE_IDENTITY;
     /// Identity of the sample that this one answers; unknown when it answers none.

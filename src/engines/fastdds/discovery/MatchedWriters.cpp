@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "engines/fastdds/discovery/LocalWriters.hpp"
-#include "engines/fastdds/writing/number_trailer.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -43,22 +42,12 @@ std::shared_ptr<const Discovered> MatchedWriters::remove(const rtps::GUID_t& wri
     return gone.fits && gone.told ? gone.peer : nullptr;
 }
 
-mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change, std::size_t& length) {
+mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change) {
     mw::SampleMetadata metadata;
     const Match* const match = find(change.writerGUID);
     metadata.identity.writer_guid = match == nullptr ? to_guid(change.writerGUID) : match->peer->info.guid;
     metadata.identity.sequence_number = to_sequence_number(change.sequenceNumber);
-    length = change.serializedPayload.length;
-    std::int64_t number = 0;
-    if (match != nullptr && match->peer->ours && take_number(change.serializedPayload.data, length, number)) {
-        metadata.identity.sequence_number = to_sequence_number(number);
-    }
     metadata.related_identity = to_identity(change.write_params.sample_identity());
-    if (match != nullptr && !match->peer->ours && metadata.related_identity.writer_guid != DDS_GUID_UNKNOWN) {
-        // As for the GUID: a plain peer answers the number that Fast DDS knows.
-        metadata.related_identity.sequence_number = to_sequence_number(LocalWriters::get().number_of(
-            metadata.related_identity.writer_guid, to_integer(metadata.related_identity.sequence_number)));
-    }
     metadata.related_identity.writer_guid = answered_writer(change);
     metadata.source_timestamp = to_time(change.sourceTimestamp);
     metadata.reception_timestamp = platform::current_time();

@@ -3,7 +3,6 @@
 #ifndef NORVANE_ENGINES_FASTDDS_DISCOVERY_MATCHEDWRITERS_HPP
 #define NORVANE_ENGINES_FASTDDS_DISCOVERY_MATCHEDWRITERS_HPP
 
-#include <cstddef>
 #include <memory>
 #include <unordered_map>
 
@@ -43,9 +42,8 @@ public:
         }
     }
 
-    /// @param length  gets that of the encoded data, without what we put behind it.
     /// @throws std::bad_alloc
-    mw::SampleMetadata metadata_of(const rtps::CacheChange_t& change, std::size_t& length);
+    mw::SampleMetadata metadata_of(const rtps::CacheChange_t& change);
 
 private:
     Domain& _domain;

@@ -179,8 +179,7 @@ mw::Admission Reader::ask_locked(const rtps::CacheChange_t& change) {
         _intake.sink().abandon();  // Fast DDS had no memory for it
     }
     const auto refused = _refused.emplace(to_guid(change.writerGUID), change.sequenceNumber);
-    std::size_t length = 0;
-    const mw::SampleMetadata metadata = _matches.metadata_of(change, length);
+    const mw::SampleMetadata metadata = _matches.metadata_of(change);
     _question.writer = change.writerGUID;
     _question.number = change.sequenceNumber;
     _question.open = true;
@@ -188,7 +187,7 @@ mw::Admission Reader::ask_locked(const rtps::CacheChange_t& change) {
     const void* data = nullptr;
     if (_looks_inside) {
         // What does not pass must not wait for room.
-        _question.sample = _intake.decode(change.serializedPayload.data, length);
+        _question.sample = _intake.decode(change.serializedPayload.data, change.serializedPayload.length);
         data = _question.sample ? _question.sample->data : nullptr;
     }
     _question.answer = _looks_inside && data == nullptr ? mw::Admission::NO_MEMORY : _intake.sink().admit(metadata, data);
@@ -233,8 +232,7 @@ void Reader::onNewCacheChangeAdded(rtps::RTPSReader* /*reader*/, const rtps::Cac
 }
 
 void Reader::deliver_locked(const rtps::CacheChange_t& change) {
-    std::size_t length = 0;
-    const mw::SampleMetadata metadata = _matches.metadata_of(change, length);
+    const mw::SampleMetadata metadata = _matches.metadata_of(change);
     mw::Admission admission = mw::Admission::SLOT;
     SampleReference sample;
     if (is_asked_locked(change) && _question.answer == mw::Admission::SLOT) {
@@ -250,7 +248,7 @@ void Reader::deliver_locked(const rtps::CacheChange_t& change) {
         return;
     }
     if (!sample) {
-        sample = _intake.decode(change.serializedPayload.data, length);
+        sample = _intake.decode(change.serializedPayload.data, change.serializedPayload.length);
     }
     _intake.store(std::move(sample), metadata);
 }

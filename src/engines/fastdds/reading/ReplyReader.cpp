@@ -89,11 +89,10 @@ void ReplyReader::remove(const ReplyRoute& route) noexcept {
 // ---- callbacks of Fast DDS ----------------------------------------------------------------------------------------
 
 void ReplyReader::deliver_locked(const rtps::CacheChange_t& change) {
-    std::size_t length = 0;
-    const mw::SampleMetadata metadata = _matches.metadata_of(change, length);
+    const mw::SampleMetadata metadata = _matches.metadata_of(change);
     const auto range = _routes.equal_range(metadata.related_identity.writer_guid);
     for (auto place = range.first; place != range.second; ++place) {
-        place->second->deliver(change.writerGUID, metadata, change.serializedPayload.data, length);
+        place->second->deliver(change.writerGUID, metadata, change.serializedPayload.data, change.serializedPayload.length);
     }
 }
 

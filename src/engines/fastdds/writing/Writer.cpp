@@ -12,7 +12,6 @@
 
 #include "engines/fastdds/attributes.hpp"
 #include "engines/fastdds/discovery/LocalWriters.hpp"
-#include "engines/fastdds/writing/number_trailer.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -191,6 +190,9 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     if (!call.may_run()) {
         return DDS_RETCODE_ALREADY_DELETED;
     }
+    if (request.sequence_number != DDS_AUTO_SEQUENCE_NUMBER) {
+        return DDS_RETCODE_UNSUPPORTED;
+    }
     const Outbox::Writing writing(_domain->outbox());
     rtps::CacheChange_t* change = nullptr;
     DDS_ReturnCode_t code = DDS_RETCODE_OUT_OF_RESOURCES;
@@ -214,11 +216,10 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
 // @throws std::bad_alloc
 rtps::CacheChange_t* Writer::encode(const void* data) {
     const std::size_t size = _pool.encoded_size(data);
-    if (size == 0 || size > std::numeric_limits<std::uint32_t>::max() - NUMBER_ROOM) {
+    if (size == 0 || size > std::numeric_limits<std::uint32_t>::max()) {
         return nullptr;
     }
-    rtps::CacheChange_t* const change =
-        _writer->new_change([size] { return static_cast<std::uint32_t>(size + NUMBER_ROOM); }, rtps::ALIVE);
+    rtps::CacheChange_t* const change = _writer->new_change([size] { return static_cast<std::uint32_t>(size); }, rtps::ALIVE);
     if (change == nullptr) {
         return nullptr;
     }
@@ -265,16 +266,6 @@ DDS_ReturnCode_t Writer::write_patiently(const mw::WriteRequest& request, rtps::
 
 DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                       bool& addressed) {
-    std::int64_t number = _last_number + 1;
-    const bool chosen = request.sequence_number != DDS_AUTO_SEQUENCE_NUMBER;
-    if (chosen) {
-        number = to_integer(request.sequence_number);
-        if (number <= _last_number || number == std::numeric_limits<std::int64_t>::max()) {
-            return DDS_RETCODE_BAD_PARAMETER;
-        }
-    } else if (number == std::numeric_limits<std::int64_t>::max()) {
-        return DDS_RETCODE_OUT_OF_RESOURCES;
-    }
     sweep_locked();
     if (!has_room_locked()) {
         return DDS_RETCODE_TIMEOUT;
@@ -285,7 +276,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
         to_rtps(request.source_timestamp == DDS_TIME_INVALID ? platform::current_time() : request.source_timestamp));
     const DDS_GUID_t& asker = request.related_identity.writer_guid;
     DDS_GUID_t participant = DDS_GUID_UNKNOWN;
-    const std::int64_t deadline_ns = chosen ? 0 : _held.deadline_of(asker, participant);
+    const std::int64_t deadline_ns = _held.deadline_of(asker, participant);
     if (deadline_ns != 0) {
         _held.add({change, params, asker, participant, deadline_ns});
         change = nullptr;
@@ -294,29 +285,18 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
         _domain->dispatcher().attend(shared_from_this(), deadline_ns);
         return DDS_RETCODE_OK;
     }
-    if (number != _window.last_sent() + 1) {
-        _renumbered.store(true);
-    }
     addressed = _audience.wants(asker);
-    if (!send_locked(*change, params, number, addressed)) {
+    if (!send_locked(*change, params, addressed)) {
         return DDS_RETCODE_ERROR;
     }
     change = nullptr;
     ++_counts.written;
     _counts.unaddressed += addressed ? 0 : 1;
-    identity = {_info.guid, to_sequence_number(number)};
+    identity = {_info.guid, to_sequence_number(_window.last_sent())};
     return DDS_RETCODE_OK;
 }
 
-bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed) {
-    if (_renumbered.load(std::memory_order_relaxed)) {
-        append_number(change.serializedPayload, number);
-        const std::int64_t next = _window.last_sent() + 1;
-        const std::int64_t ahead = number - next;
-        if (ahead != _ahead && LocalWriters::get().note_numbers(to_guid(_writer->getGuid()), next, ahead)) {
-            _ahead = ahead;
-        }
-    }
+bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, bool addressed) {
     if (_keeps && _keeps_last_only && static_cast<std::int64_t>(_history->getHistorySize()) >= _history_limit) {
         _history->remove_min_change();
     }
@@ -326,9 +306,7 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     const std::uint32_t length = change.serializedPayload.length;
     // Before the history has it: while it is added, readers of this process get it and may acknowledge it.
     _window.add(length, _pace.drives_heartbeats() ? platform::monotonic_ns() : 0);
-    _last_number = number;
     if (!_history->add_change(&change, params)) {
-        --_last_number;
         _window.take_back();
         return false;
     }
@@ -398,7 +376,7 @@ bool Writer::is_all_acknowledged_locked() noexcept { return _writer->wait_for_al
 // nothing of the others. (Fast DDS has a reader some time before it tells.)
 // @return up to where requests have arrived, going by the answers; 0 when there is nothing to go by.
 std::int64_t Writer::answered_locked() const noexcept {
-    if (!_answers_prove || _window.on_the_way() == 0 || _renumbered.load(std::memory_order_relaxed) || _audience.size() != 1 ||
+    if (!_answers_prove || _window.on_the_way() == 0 || _audience.size() != 1 ||
         static_cast<const rtps::StatefulWriter*>(_writer)->getMatchedReadersSize() != 1) {
         return 0;
     }
@@ -561,7 +539,7 @@ std::int64_t Writer::send_held_locked(std::int64_t now_ns) noexcept {
         [&](HeldAnswer& answer, bool is_sent, bool addressed) {
             _counts.unaddressed += addressed ? 0 : 1;
             try {
-                is_sent = is_sent && send_locked(*answer.change, answer.params, _last_number + 1, addressed);
+                is_sent = is_sent && send_locked(*answer.change, answer.params, addressed);
             } catch (const std::exception&) {
                 is_sent = false;
             }

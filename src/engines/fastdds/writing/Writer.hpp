@@ -3,7 +3,7 @@
 //
 // 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks: the audience, numbers and held samples are under it.
 //    Order: it, then the participant's directory or a sink. Encoding happens outside.
-// 2. Numbers of Fast DDS have no gaps. Once the application has chosen one, the number that it knows travels behind the sample.
+// 2. Numbers are those of Fast DDS, which have no gaps.
 // 3. What is on the way is bounded by the Window; heartbeats follow the Pace. No thread sleeps with the mutex held.
 // 4. A sample that answers a requester of ours goes when its HeldAnswers let it.
 #ifndef NORVANE_ENGINES_FASTDDS_WRITING_WRITER_HPP
@@ -72,7 +72,7 @@ private:
                                      bool& addressed);
     DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                   bool& addressed);
-    bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, std::int64_t number, bool addressed);
+    bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, bool addressed);
     std::int64_t send_held_locked(std::int64_t now_ns) noexcept;
     eprosima::fastdds::dds::WriterQos announced_qos() const;
     bool appear_locked();
@@ -117,14 +117,11 @@ private:
     bool _answers_prove = false;      // that requests have arrived
     std::int64_t _matched_since = 0;  // the last number before the readers were those that they are
     mw::WriteCounts _counts;
-    std::int64_t _last_number = 0;         // as the application knows it
-    std::int64_t _ahead = 0;               // that number before the one of Fast DDS, when they were last different
-    bool _leaves_gap = false;              // the last sample was for nobody
-    bool _met_stranger = false;            // since the last sample
-    rtps::CacheChange_t _probe;            // asks whether a number is acknowledged
-    std::uint32_t _redeliveries = 1;       // Fast DDS itself acknowledges with 1
-    std::atomic<bool> _renumbered{false};  // the application's numbers are others than those of Fast DDS
-    platform::FutexWord _changes{0};       // acknowledged, peer gone, closed
+    bool _leaves_gap = false;         // the last sample was for nobody
+    bool _met_stranger = false;       // since the last sample
+    rtps::CacheChange_t _probe;       // asks whether a number is acknowledged
+    std::uint32_t _redeliveries = 1;  // Fast DDS itself acknowledges with 1
+    platform::FutexWord _changes{0};  // acknowledged, peer gone, closed
     std::atomic<std::uint32_t> _sleepers{0};
 };
 
