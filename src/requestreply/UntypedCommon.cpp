@@ -6,6 +6,7 @@
 #include "norvane/details/EntityUntypedImpl.hpp"
 
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "UntypedCommon.pkg.hpp"
@@ -141,6 +142,21 @@ void set_role_name(DDS_EntityNameQosPolicy& names, const char* role_name, const 
 
 }  // namespace
 
+namespace {
+
+// Whatever the source of the QoS says: it may be that of an endpoint of the other kind.
+void set_awaits_replies(DDS_PropertyQosPolicy& properties, bool awaits_replies) {
+    DDS_ReturnCode_t retcode = DDS_RETCODE_OK;
+    if (awaits_replies) {
+        retcode = DDSPropertyQosPolicyHelper::assert_property(properties, AWAITS_REPLIES_PROPERTY, "true", DDS_BOOLEAN_TRUE);
+    } else if (DDSPropertyQosPolicyHelper::lookup_property(properties, AWAITS_REPLIES_PROPERTY) != NULL) {
+        retcode = DDSPropertyQosPolicyHelper::remove_property(properties, AWAITS_REPLIES_PROPERTY);
+    }
+    check_code(retcode, "EntityUntypedImpl::initialize", VOST_LOG_ANY_FAILURE_s, "set DataWriter qos property");
+}
+
+}  // namespace
+
 void EntityUntypedImpl::get_datawriter_qos(DDS_DataWriterQos& qos, const EntityParams& params, const char* topic_name,
                                            const char* role_name) {
     const char* const METHOD_NAME = "EntityUntypedImpl::get_datawriter_qos";
@@ -237,6 +253,7 @@ void EntityUntypedImpl::initialize(const EntityParams& params, RegisterTypeFunc 
         const char* topic_name = _writer_topic->get_name();
         DDS_DataWriterQos writer_qos;
         get_datawriter_qos(writer_qos, params, topic_name, role_name);
+        set_awaits_replies(writer_qos.property, role_name != NULL && std::strcmp(role_name, "Requester") == 0);
         _writer = _publisher != NULL ? _publisher->create_datawriter(_writer_topic, writer_qos, NULL, DDS_STATUS_MASK_NONE)
                                      : _participant->create_datawriter(_writer_topic, writer_qos, NULL, DDS_STATUS_MASK_NONE);
         check_created(_writer, "DataWriter");

@@ -19,10 +19,13 @@ class FullPairs : public TextFixture {
 protected:
     FullPairs() : _elsewhere(*join()) {}
 
-    /// The half of a requester that asks. @param role  what it announces itself as; null: nothing.
-    DDSDataWriter& asker(const char* role) {
+    /// The half of a requester that asks. @param role  null: none.
+    DDSDataWriter& asker(bool awaits_replies = true, const char* role = nullptr) {
         DDS_DataWriterQos qos = writer_qos();
         qos.publication_name.role_name = role != nullptr ? DDS_String_dup(role) : nullptr;
+        if (awaits_replies) {
+            DDSPropertyQosPolicyHelper::add_property(qos.property, AWAITS_REPLIES_PROPERTY, "true", DDS_BOOLEAN_TRUE);
+        }
         DDSDataWriter* made = _elsewhere.create_datawriter(topic("Ask", &_elsewhere), qos, nullptr, 0);
         EXPECT_NE(nullptr, made);
         return *made;
@@ -40,7 +43,7 @@ protected:
         EXPECT_NE(nullptr, made);
         return *made;
     }
-    void wait_for_their_reader(DDS_Long max_samples);
+    void wait_for_their_reader(const char* role, DDS_Long max_samples);
     static DDS_SampleIdentity_t asked_by(DDSDataWriter& asking, DDS_UnsignedLong number) {
         DDS_SampleIdentity_t identity;
         std::memcpy(identity.writer_guid.value, asking.get_instance_handle().value, sizeof identity.writer_guid.value);
@@ -69,9 +72,9 @@ protected:
 };
 INSTANTIATE_TEST_SUITE_P(Engine, FullPairs, ::testing::Values("fastdds"), engine_of_test);
 
-void FullPairs::wait_for_their_reader(DDS_Long max_samples) {
-    DDSDataWriter& asking = asker("Requester");
-    DDSDataWriter& other = asker("Requester");
+void FullPairs::wait_for_their_reader(const char* role, DDS_Long max_samples) {
+    DDSDataWriter& asking = asker(true, role);
+    DDSDataWriter& other = asker();
     DDSDataWriter& answering = answerer(asking);
     meet(answering, hearer(other, max_samples));
     DDSDataReader& monitor = reader(reader_qos(), "Answer");
@@ -103,16 +106,15 @@ void FullPairs::wait_for_their_reader(DDS_Long max_samples) {
 }
 
 TEST_P(FullPairs, answers_wait_for_the_reader_of_their_requester_and_keep_their_order) {
-    for (const DDS_Long max_samples : {static_cast<DDS_Long>(DDS_LENGTH_UNLIMITED), 100}) {
-        SCOPED_TRACE(max_samples);
-        wait_for_their_reader(max_samples);
-    }
+    wait_for_their_reader("Requester", DDS_LENGTH_UNLIMITED);
+    wait_for_their_reader("Replier", DDS_LENGTH_UNLIMITED);
+    wait_for_their_reader("one of their own", 100);
 }
 
 // Those that share a reader come and go by themselves.
 TEST_P(FullPairs, readers_that_are_shared_serve_each_requester_for_as_long_as_it_stays) {
-    DDSDataWriter& first = asker("Requester");
-    DDSDataWriter& second = asker("Requester");
+    DDSDataWriter& first = asker();
+    DDSDataWriter& second = asker();
     DDSDataReader& first_ear = hearer(first, DDS_LENGTH_UNLIMITED);
     DDSDataWriter& answering = answerer(first);
     meet(answering, first_ear);
@@ -137,7 +139,7 @@ TEST_P(FullPairs, readers_that_are_shared_serve_each_requester_for_as_long_as_it
     EXPECT_TRUE(eventually([&] { return answer(answering, "nobody's", forgotten), counts(answering).back() != '0'; }));
     answer(answering, "3", asked_by(second, 2));
     EXPECT_TRUE(eventually([&] { return take(second_ear) == "3"; }));
-    DDSDataWriter& late = asker("Requester");
+    DDSDataWriter& late = asker();
     DDSDataReader& late_ear = hearer(late, DDS_LENGTH_UNLIMITED);
     EXPECT_EQ(OK, _elsewhere.delete_datareader(&second_ear));
     answer(answering, "4", asked_by(late, 1));
@@ -150,8 +152,8 @@ TEST_P(FullPairs, readers_that_are_shared_serve_each_requester_for_as_long_as_it
 // Gaps are what others got. Behind one, nothing that a full reader refused may count as received.
 TEST_P(FullPairs, a_reader_with_a_bound_gets_every_answer_of_its_own_among_those_of_others) {
     constexpr int ANSWERS = 50;
-    DDSDataWriter& asking = asker("Requester");
-    DDSDataWriter& other = asker("Requester");
+    DDSDataWriter& asking = asker();
+    DDSDataWriter& other = asker();
     DDSDataWriter& answering = answerer(asking);
     DDSDataReader& ear = hearer(asking, 5);
     meet(answering, ear);
@@ -170,8 +172,8 @@ TEST_P(FullPairs, a_reader_with_a_bound_gets_every_answer_of_its_own_among_those
 }
 
 TEST_P(FullPairs, an_answer_that_nobody_will_hear_is_given_up_and_counted) {
-    DDSDataWriter& asking = asker("Requester");
-    DDSDataWriter& silent = asker("Requester");
+    DDSDataWriter& asking = asker();
+    DDSDataWriter& silent = asker();
     DDSDataWriter& answering = answerer(asking);
     answer(answering, "too late", asked_by(asking, 1));
     EXPECT_EQ("1 0", counts(answering));
@@ -191,8 +193,8 @@ TEST_P(FullPairs, an_answer_that_nobody_will_hear_is_given_up_and_counted) {
 }
 
 TEST_P(FullPairs, those_who_announce_no_such_thing_are_answered_at_once) {
-    DDSDataWriter& plain = asker(nullptr);
-    DDSDataWriter& of_another_role = asker("Replier");
+    DDSDataWriter& plain = asker(false);
+    DDSDataWriter& of_another_role = asker(false, "Requester");
     DDSDataWriter& answering = answerer(plain);
     for (DDSDataWriter* each : {&plain, &of_another_role}) {
         EXPECT_NE(DDS_UNKNOWN_SAMPLE_IDENTITY, answer(answering, "x", asked_by(*each, 1)));

@@ -21,7 +21,7 @@ int namesake(const std::vector<std::string>& arguments) {
     DDS_DataWriterQos qos;
     qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
     qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
-    qos.publication_name.role_name = DDS_String_dup("Requester");
+    DDSPropertyQosPolicyHelper::add_property(qos.property, AWAITS_REPLIES_PROPERTY, "true", DDS_BOOLEAN_TRUE);
     qos.protocol.virtual_guid = {{7, 7, 7}};
     Participant participant(on_loopback(std::stoi(arguments[0])).property("norvane.fastdds.lease_ms", arguments[1]));
     Asker asker(RequesterParams(participant).service_name("Namesakes").datawriter_qos(qos));

@@ -194,6 +194,23 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
     EXPECT_EQ(DDS_RETCODE_OK, factory->remove_qos_profile("EntityTest", "P"));
 }
 
+// The QoS goes from one endpoint to the next, as an application may copy it.
+TEST_F(EntityTest, a_requester_awaits_replies_wherever_its_qos_comes_from_and_a_replier_does_not) {
+    DDS_DataWriterQos qos;
+    const auto told_by = [&](const auto& entity) -> std::string {
+        EXPECT_EQ(DDS_RETCODE_OK, entity.get_datawriter()->get_qos(qos));
+        qos.protocol.virtual_guid = DDS_GUID_AUTO;
+        const DDS_Property_t* told = DDSPropertyQosPolicyHelper::lookup_property(qos.property, AWAITS_REPLIES_PROPERTY);
+        return told == NULL ? "nothing" : std::string(told->value) + (told->propagate ? " propagated" : "");
+    };
+    ASSERT_EQ(DDS_RETCODE_OK, DDSDomainParticipantFactory::get_instance()->add_qos_profile("Awaiting", "P"));
+    EXPECT_EQ("true propagated", told_by(OpenRequester(params("S").qos_profile("Awaiting", "P"))));
+    EXPECT_EQ("true propagated", told_by(OpenRequester(params("S"))));
+    EXPECT_EQ("nothing", told_by(OpenReplier(params("S").datawriter_qos(qos))));
+    EXPECT_EQ("true propagated", told_by(OpenRequester(params("S").datawriter_qos(qos))));
+    EXPECT_EQ("true propagated", told_by(OpenRequester(params("S").datawriter_qos(qos))));
+}
+
 TEST_F(EntityTest, a_reader_listener_gets_data_available_and_nothing_else_and_the_qos_is_that_of_the_topic_that_is_filtered) {
     DDS_DataReaderQos reader_qos;
     reader_qos.reader_resource_limits.max_samples_per_read = 9;

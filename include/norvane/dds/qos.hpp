@@ -157,6 +157,15 @@ struct DDS_DataReaderResourceLimitsQosPolicy {
 /// as the reader's partner, and so know which writer and which reader are one application's.
 inline constexpr const char* DDS_PARTNER_WRITER_PROPERTY = "norvane.partner_writer_guid";
 
+namespace norvane {
+
+/// Property of a data writer, to be propagated, with the value "true": a reader that is filtered on the virtual GUID of the writer
+/// takes the answers to its samples. Network engines hold such an answer until that reader has matched. Every requester sets it on its
+/// request writer.
+inline constexpr const char* AWAITS_REPLIES_PROPERTY = "norvane.awaits_replies";
+
+}  // namespace norvane
+
 /// Settings of a participant. The property "norvane.engine" chooses its engine.
 struct DDS_DomainParticipantQos {
     DDS_UserDataQosPolicy user_data;

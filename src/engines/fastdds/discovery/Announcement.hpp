@@ -5,6 +5,7 @@
 #ifndef NORVANE_ENGINES_FASTDDS_DISCOVERY_ANNOUNCEMENT_HPP
 #define NORVANE_ENGINES_FASTDDS_DISCOVERY_ANNOUNCEMENT_HPP
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -12,6 +13,7 @@
 
 #include "engines/fastdds/identity.hpp"
 #include "middleware/Engine.hpp"
+#include "norvane/dds/qos.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -43,7 +45,10 @@ inline std::shared_ptr<const mw::EndpointInfo> info_of(const std::shared_ptr<con
 }
 
 /// @return whether that is the writer of a requester, which waits for answers.
-inline bool is_requester(const mw::EndpointInfo& writer) { return writer.role_name == "Requester"; }
+inline bool is_requester(const mw::EndpointInfo& writer) noexcept {
+    return std::any_of(writer.properties.begin(), writer.properties.end(),
+                       [](const auto& property) { return property.first == AWAITS_REPLIES_PROPERTY && property.second == "true"; });
+}
 
 /// A plain peer has no hash: its type is taken at its name.
 inline bool are_of_one_type(const mw::EndpointInfo& left, const mw::EndpointInfo& right) noexcept {
