@@ -58,8 +58,8 @@ NORVANE_EXPORT DDS_ReturnCode_t DDS_DataReader_read_or_take_w_condition_untypedI
 NORVANE_EXPORT DDS_ReturnCode_t DDS_DataReader_return_loan_untypedI(DDS_DataReader* reader, void** received_data,
                                                                     DDS_SampleInfoSeq& info_seq);
 
-/// Tells of what happens to a reader. Called without any lock of ours held, by one thread at a time for one reader: what arrives
-/// meanwhile makes that thread go round once more. A listener may read, write, and create and delete other entities.
+/// Notified of what happens to a reader. Called without any lock of ours held, by one thread at a time for one reader: what arrives
+/// meanwhile makes that thread call it once more. A listener may read, write, and create and delete other entities.
 /// An exception that leaves a listener is caught, logged and counted.
 class NORVANE_EXPORT DDSDataReaderListener {
 public:
@@ -124,7 +124,7 @@ public:
     virtual DDS_ReturnCode_t admit_open_keys_only(const char* index_name, DDS_Boolean open_only) = 0;
     /// Opens a key: its samples are admitted until it is closed.
     virtual DDS_ReturnCode_t open_index_key(const char* index_name, const DDS_SequenceNumber_t& key) = 0;
-    /// Closes a key. Its samples that nobody has taken are dropped and counted.
+    /// Closes a key. Its samples that were not taken are dropped and counted.
     virtual DDS_ReturnCode_t close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) = 0;
 
     /// Leaves the domain for good, before the reader is deleted: writers see it go, and nothing is received any more. What was received can

@@ -32,7 +32,7 @@ struct NORVANE_EXPORT DDS_DataWriter {
 NORVANE_EXPORT DDS_ReturnCode_t DDS_DataWriter_write_w_params_untyped_generalI(DDS_DataWriter* writer, void* reserved,
                                                                                const void* data, DDS_WriteParams_t& params);
 
-/// Tells of what happens to a writer. Called without any lock of ours held, by one thread at a time for one writer.
+/// Notified of what happens to a writer. Called without any lock of ours held, by one thread at a time for one writer.
 /// An exception that leaves a listener is caught, logged and counted.
 class NORVANE_EXPORT DDSDataWriterListener {
 public:

@@ -51,7 +51,7 @@ struct DDS_SampleLostStatus {
     DDS_LongLong closed_key_count = 0;  ///< For an index key that is not open (any more).
 };
 
-/// Samples that a writer sent and that went to nobody, and the like.
+/// Counts of a writer, for example of samples for which there was no reader.
 struct DDS_DataWriterCounts {
     DDS_LongLong written = 0;         ///< Successful writes.
     DDS_LongLong unaddressed = 0;     ///< Of these, those for which there was no reader at all.
@@ -63,7 +63,7 @@ struct DDS_DataReaderCounts {
     DDS_LongLong received = 0;    ///< Taken in, whatever became of them.
     DDS_LongLong held = 0;        ///< Not taken yet.
     DDS_LongLong closed_key = 0;  ///< Dropped for an index key that is not open (any more).
-    DDS_LongLong lost = 0;        ///< Dropped for want of room, or replaced.
+    DDS_LongLong lost = 0;        ///< Dropped because there was no room, or replaced.
 };
 
 /// What a writer knows of a matched reader.

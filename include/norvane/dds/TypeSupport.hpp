@@ -87,7 +87,7 @@ struct DDS_TypeOperations {
 
 /// Handle to a data type, to be registered with a participant.
 ///
-/// The handle belongs to whoever made it; a participant keeps the table it was registered with, not the handle.
+/// The handle belongs to the code that made it; a participant keeps the table it was registered with, not the handle.
 class NORVANE_EXPORT DDSTypeSupport {
 public:
     virtual ~DDSTypeSupport();

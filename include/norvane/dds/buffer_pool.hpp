@@ -52,7 +52,7 @@ NORVANE_EXPORT PALUFastBufferPool* PALUFastBufferPool_newWithParams(
 /// Takes a buffer out of the pool. Growth never moves a buffer.
 /// @param pool  not null.
 /// @param size  octets wanted; -1 means the pool's own size. More than that gives null.
-/// @return a buffer that nobody else has; null when there is none and none can be made.
+/// @return a buffer for the caller alone; null when none is free and none can be made.
 NORVANE_EXPORT void* PALUFastBufferPool_getBufferWithSize(PALUFastBufferPool* pool, DDS_Long size);
 
 /// Gives a buffer back. Nothing is finalised.

@@ -26,7 +26,7 @@ enum DDS_QosPolicyId_t { DDS_INVALID_QOS_POLICY_ID = 0, DDS_DURABILITY_QOS_POLIC
 /// Whether a sample may be lost. A reader that asks for reliable matches reliable writers only.
 struct DDS_ReliabilityQosPolicy {
     DDS_ReliabilityQosPolicyKind kind = DDS_BEST_EFFORT_RELIABILITY_QOS;
-    /// Longest time that a write blocks for want of room; zero never blocks, infinite waits for ever. (At a reader: unused.)
+    /// Longest time that a write blocks when there is no room; zero never blocks, infinite waits without limit. (At a reader: unused.)
     DDS_Duration_t max_blocking_time = {0, 100000000};
 };
 
@@ -74,7 +74,7 @@ struct NORVANE_EXPORT DDS_Property_t {
     DDS_Property_t() = default;
     DDS_Property_t(const DDS_Property_t& other);
     DDS_Property_t& operator=(const DDS_Property_t& other);
-    // A sequence that grows moves its elements: a copy could run out of memory half-way, and nobody would hear of it.
+    // A sequence that grows moves its elements: a copy could run out of memory half-way, unnoticed.
     DDS_Property_t(DDS_Property_t&& other) noexcept
         : name(std::exchange(other.name, nullptr)), value(std::exchange(other.value, nullptr)), propagate(other.propagate) {}
     DDS_Property_t& operator=(DDS_Property_t&& other) noexcept {

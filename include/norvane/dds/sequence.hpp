@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sequences of the object API: a length, a maximum, and elements that are either owned or on loan from somebody else.
+// Sequences of the object API: a length, a maximum, and elements that are either owned or on loan.
 //
 // A sequence may be moved as raw bytes (the loan container does so). Hence no sequence ever holds a pointer into
 // itself: room inside the object is reached by index.
@@ -59,7 +59,7 @@ public:
     /// A maximum that cannot be had is left at 0 (`maximum()` tells).
     explicit Sequence(DDS_Long new_maximum = 0) { maximum(new_maximum); }
 
-    /// Deep copy. Elements that cannot be copied for want of memory end the copy there (`length()` tells).
+    /// Deep copy. The copy ends at the first element that cannot be copied because memory is short (`length()` tells).
     Sequence(const Sequence& other) { copy_from(other); }
 
     /// Deep copy into owned elements; a loaned destination must have room, and keeps its loan.

@@ -33,7 +33,7 @@ struct DDS_GUID_t {
 /// Asks the middleware to choose the GUID. Not the identifier of anything.
 inline constexpr DDS_GUID_t DDS_GUID_AUTO = {
     {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}};
-/// No GUID: what a record holds that names nobody.
+/// No GUID: the value of a record that names no endpoint.
 inline constexpr DDS_GUID_t DDS_GUID_UNKNOWN = {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}};
 
 /// @return non-zero when the 16 octets of both are the same. Neither may be null.
@@ -72,7 +72,7 @@ inline constexpr DDS_SequenceNumber_t SEQUENCE_NUMBER_MAX = {0x7fffffff, 0xfffff
 inline constexpr DDS_SequenceNumber_t SEQUENCE_NUMBER_UNKNOWN = {-1, 0};
 }  // namespace DDS
 
-/// Identifies one written sample: who wrote it, and which one it was. Unknown after default construction.
+/// Identifies one written sample: its writer and its number. Unknown after default construction.
 struct DDS_SampleIdentity_t {
     DDS_GUID_t writer_guid = DDS_GUID_UNKNOWN;
     DDS_SequenceNumber_t sequence_number = DDS::SEQUENCE_NUMBER_UNKNOWN;
@@ -93,7 +93,7 @@ inline void DDS_SampleIdentity_t_initialize(DDS_SampleIdentity_t* self) noexcept
 /// Releases nothing: the record holds no memory. There for symmetry with the other records.
 inline void DDS_SampleIdentity_t_finalize(DDS_SampleIdentity_t*) noexcept {}
 
-/// Names a matched peer: its GUID. All octets zero means nobody (`DDS_HANDLE_NIL`).
+/// Names a matched peer: its GUID. All octets zero: no peer (`DDS_HANDLE_NIL`).
 struct DDS_InstanceHandle_t {
     DDS_Octet value[16] = {};
 };
@@ -135,7 +135,7 @@ constexpr bool operator!=(const DDS_Time_t& left, const DDS_Time_t& right) noexc
 
 namespace norvane {
 namespace details {
-// Saturates, since a caller that waits "almost for ever" must not wrap round into a time-out.
+// Saturates: the longest waits must not overflow into a time-out.
 constexpr DDS_Duration_t normalized_duration(DDS_LongLong sec, DDS_LongLong nanosec) noexcept {
     constexpr DDS_LongLong NANOSECONDS = 1000000000;
     sec += nanosec / NANOSECONDS;
