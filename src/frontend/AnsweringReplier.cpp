@@ -3,21 +3,10 @@
 
 #include <string>
 
+#include "norvane/details/guid_text.hpp"
+
 namespace norvane {
 namespace details {
-
-namespace {
-
-std::string hexadecimal(const DDS_GUID_t& guid) {
-    std::string text;
-    for (const DDS_Octet octet : guid.value) {
-        text += "0123456789abcdef"[octet >> 4];
-        text += "0123456789abcdef"[octet & 0xf];
-    }
-    return text;
-}
-
-}  // namespace
 
 AnsweringReplier::AnsweringReplier() : _max_queued_requests(DDS_LENGTH_UNLIMITED) {}
 
@@ -40,10 +29,11 @@ void AnsweringReplier::get_datareader_qos(DDS_DataReaderQos& qos, const EntityPa
     // Requesters learn which writer belongs to this reader, and count the replier as ready when they have matched both.
     DDS_DataWriterQos writer_qos;
     check_retcode(get_datawriter()->get_qos(writer_qos), METHOD_NAME, VOST_LOG_GET_FAILURE_s, "DataWriter qos", true);
-    check_retcode(
-        DDSPropertyQosPolicyHelper::assert_property(qos.property, DDS_PARTNER_WRITER_PROPERTY,
-                                                    hexadecimal(writer_qos.protocol.virtual_guid).c_str(), DDS_BOOLEAN_TRUE),
-        METHOD_NAME, VOST_LOG_ANY_FAILURE_s, "set DataReader qos property", true);
+    std::string writer_guid;
+    append_guid_text(writer_guid, writer_qos.protocol.virtual_guid);
+    check_retcode(DDSPropertyQosPolicyHelper::assert_property(qos.property, DDS_PARTNER_WRITER_PROPERTY, writer_guid.c_str(),
+                                                              DDS_BOOLEAN_TRUE),
+                  METHOD_NAME, VOST_LOG_ANY_FAILURE_s, "set DataReader qos property", true);
 }
 
 ReplierStatistics AnsweringReplier::stats() const {

@@ -284,10 +284,10 @@ NoReply MatchedRepliers::State::obstacle() {
     }
     DDSPublisher* publisher = _writer.get_publisher();
     DDSDomainParticipant* participant = publisher != nullptr ? publisher->get_participant() : nullptr;
-    if (participant != nullptr && std::strcmp(participant->get_engine_name(), "embedded") == 0) {
-        none.text +=
-            "; the engine \"embedded\" reaches this process only: for others, set the environment variable NORVANE_ENGINE, or the "
-            "participant's property \"norvane.engine\", to \"fastdds\"";
+    if (participant != nullptr && !participant->reaches_other_processes()) {
+        none.text += std::string("; the engine \"") + participant->get_engine_name() +
+                     "\" reaches this process only: for others, set the environment variable NORVANE_ENGINE, or the "
+                     "participant's property \"norvane.engine\", to \"fastdds\"";
     }
     return none;
 }

@@ -38,6 +38,7 @@ public:
     DDS_DomainId_t get_domain_id() override { return _domain_id; }
     DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos& qos) override;
     const char* get_engine_name() override { return _engine.name(); }
+    DDS_Boolean reaches_other_processes() override { return _engine.leaves_process() ? DDS_BOOLEAN_TRUE : DDS_BOOLEAN_FALSE; }
     DDS_ReturnCode_t get_current_time(DDS_Time_t& current_time) override;
 
     DDS_ReturnCode_t register_type(const char* type_name, const std::shared_ptr<const DDS_TypeOperations>& type) override;

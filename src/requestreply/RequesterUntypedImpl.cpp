@@ -3,6 +3,7 @@
 #include "norvane/details/RequesterUntypedImpl.hpp"
 
 #include "UntypedCommon.pkg.hpp"
+#include "norvane/details/guid_text.hpp"
 #include "norvane/details/precondition.hpp"
 #include "norvane/details/topic_names.hpp"
 
@@ -14,20 +15,6 @@ namespace details {
 const char* const CorrelationCFTBuilder::GUID_FIELD_NAME = "@related_sample_identity.writer_guid.value";
 const int CorrelationCFTBuilder::GUID_SIZE;
 const std::size_t CorrelationCFTBuilder::MAX_TOPIC_NAME_LENGTH;
-
-namespace {
-
-constexpr std::size_t GUID_TEXT_LENGTH = 32;
-
-void append_guid_text(std::string& text, const DDS_GUID_t& guid) {
-    const char* const DIGITS = "0123456789abcdef";
-    for (const DDS_Octet octet : guid.value) {
-        text.push_back(DIGITS[octet >> 4]);
-        text.push_back(DIGITS[octet & 0xf]);
-    }
-}
-
-}  // namespace
 
 DDSContentFilteredTopic* CorrelationCFTBuilder::create_correlation_cft(DDSDomainParticipant* participant, DDSTopic* topic,
                                                                        const DDS_GUID_t& correlation_guid) {

@@ -30,6 +30,7 @@ public:
     DDS_InstanceHandle_t get_instance_handle() override { return _real.get_instance_handle(); }
     DDS_DomainId_t get_domain_id() override { return _real.get_domain_id(); }
     const char* get_engine_name() override { return _real.get_engine_name(); }
+    DDS_Boolean reaches_other_processes() override { return _real.reaches_other_processes(); }
     std::shared_ptr<const DDS_TypeOperations> lookup_type(const char* type_name) override { return _real.lookup_type(type_name); }
 
     DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos& qos) override {

@@ -24,6 +24,8 @@ public:
     virtual DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos& qos) = 0;
     /// @return name of the engine that carries the samples: "embedded" or "fastdds"; lives as long as the participant.
     virtual const char* get_engine_name() = 0;
+    /// @return whether that engine carries samples to other processes.
+    virtual DDS_Boolean reaches_other_processes() { return DDS_BOOLEAN_TRUE; }
     /// Time on the participant's clock: wall time when the process started, going on steadily whatever is done to the wall clock.
     virtual DDS_ReturnCode_t get_current_time(DDS_Time_t& current_time) = 0;
 
