@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Asynchronous calls: a thousand are in flight at once, and nobody waits for any one of them. The dispatcher's one thread takes in the
+// Asynchronous calls: a thousand are in flight at once, and no thread waits for each. The dispatcher's one thread takes in the
 // replies and keeps the deadlines.
 #include <boost/describe.hpp>
 #include <chrono>

@@ -13,7 +13,7 @@
 
 typedef norvane::Requester<std::string, std::string> TextRequester;
 
-// The least that a coroutine can return: it starts at once, and nobody holds it. Programs have a task type of their library's.
+// The least that a coroutine can return: it starts at once, and has no owner. Programs have a task type of their library's.
 struct Detached {
     struct promise_type {
         Detached get_return_object() { return {}; }

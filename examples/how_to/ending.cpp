@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How to end: close wakes whoever waits, and a service finishes what is queued. And how to see what the library has to say.
+// How to end: close wakes every waiting thread, and a service finishes what is queued. And how to read the library's log.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -74,7 +74,7 @@ int main() {
         TextRequester requester(norvane::RequesterParams(participant).service_name("Watch"));
         std::future<std::string> told = std::async(std::launch::async, [&] { return call_until_closed(requester); });
         const bool ready = requester.wait_for_service();
-        const bool drained = shut_down(service);  // from here on the calls wait: nobody is there
+        const bool drained = shut_down(service);  // from here on the calls wait: no replier is there
         requester.close();
         const std::string message = told.get();
         const bool right = has_engine("embedded") && !has_engine("pigeons") && lines.count() > 0;

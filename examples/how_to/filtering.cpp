@@ -19,7 +19,8 @@ typedef norvane::Requester<Parcel, std::string> ParcelRequester;
 typedef norvane::Service<Parcel, std::string> Carrier;
 
 //! [filter]
-// A topic with the requests of the service "Post" that pass a filter. The topic of them all must be there: a requester or replier made it.
+// A topic with the requests of the service "Post" that pass a filter. The topic of them all must be there: a requester or replier
+// made it.
 DDSContentFilteredTopic* parcels(norvane::Participant& participant, const char* name, const char* filter) {
     DDSTopic* all = DDSTopic::narrow(participant->lookup_topicdescription("PostRequest"));
     DDS_StringSeq parameters;  // values of %0, %1 ...

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Large data: replies are looked at where they lie. A loan is the reader's own memory, so nothing is copied on the way out, however often
-// the reply is read.
+// Large data: replies are looked at where they lie. A loan is the reader's own memory, so nothing is copied on the way out, however
+// often the reply is read.
 #include <boost/describe.hpp>
 #include <cstdint>
 #include <cstdio>

@@ -24,7 +24,7 @@ namespace norvane {
 ///         }
 ///     });
 /// @endcode
-/// Can be moved, not copied: whoever holds it holds the loan.
+/// Can be moved, not copied: it owns the loan.
 /// @par Threads  Distinct objects: any. Same object: one at a time.
 template <class Reply>
 class CallResult {
@@ -34,7 +34,7 @@ public:
     /// `const char*` for std::string, else `const Reply&`.
     typedef typename std::conditional<std::is_same<Reply, std::string>::value, const char*, const Reply&>::type Value;
 
-    /// Takes over an ending. @param reader  what lent its reply.
+    /// Takes over the outcome of a call. @param reader  the reader that lent its reply.
     template <class Reader>
     CallResult(details::CallEnding& ending, Reader* reader) : _error(std::move(ending.error)) {
         if (_error == nullptr) {
@@ -50,7 +50,7 @@ public:
     Value value() const& { return ref().data(); }
     /// Of a result that is a temporary: a copy.
     Reply value() const&& { return copy(); }
-    /// @return the reply, as a copy of one's own. @throws the error, when there is no reply.
+    /// @return a copy of the reply. @throws the error, when there is no reply.
     Reply copy() const { return details::copy_of<Reply>(ref()); }
     /// @return the metadata of the reply. @throws the error, when there is no reply.
     const DDS_SampleInfo& info() const& { return ref().info(); }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Serves asynchronous calls: waits for their replies, keeps their deadlines, and tells the callers.
+// Serves asynchronous calls: waits for their replies, watches their deadlines, and completes them.
 #ifndef NORVANE_DISPATCHER_HPP
 #define NORVANE_DISPATCHER_HPP
 
@@ -21,15 +21,15 @@ class DispatcherLink;
 ///     norvane::Requester<Question, Answer> requester(norvane::RequesterParams(participant).service_name("Oracle"), dispatcher);
 ///     std::future<Answer> answer = requester.call_async(question);
 /// @endcode
-/// Futures, callbacks and coroutines are completed by the thread of the loop, those of closed requesters and dispatchers by the thread that
-/// closes. No lock of the library is held then: a callback may call (asynchronously), close and destroy whatever it likes. One that blocks holds
-/// up the other calls, their deadlines included.
+/// Futures, callbacks and coroutines are completed by the thread of the loop, those of closed requesters and dispatchers by the
+/// thread that closes. No lock of the library is held then: a callback may make asynchronous calls, and close and destroy
+/// requesters and dispatchers. While one blocks, no other call is completed, not even by its deadline.
 ///
 /// Dispatcher and requesters may be destroyed in any order.
 /// @par Threads  Same object: any, but destruction overlaps with nothing but callbacks.
 class NORVANE_EXPORT Dispatcher {
 public:
-    /// Who runs the loop.
+    /// Which thread runs the loop.
     enum Loop {
         OWN_THREAD,  ///< A thread that the dispatcher starts.
         CALLERS      ///< The application, with `run_once`.
@@ -45,8 +45,8 @@ public:
     /// One round of the loop: waits until at least one call can be ended, and ends all that can.
     /// @param max_wait  longest wait. Zero only looks; infinite never gives up.
     /// @return how many calls ended; 0 on time-out.
-    /// @throws PreconditionNotMetException  another thread is in here, or this one is inside a callback of this loop; or the loop is not the
-    ///                                      callers'.
+    /// @throws PreconditionNotMetException  another thread is in this function, or this one is inside a callback of this loop; or
+    ///                                      the dispatcher has a thread of its own.
     /// @throws AlreadyDeletedException      the dispatcher was closed.
     /// @par Threads  One at a time.
     /// @par Blocks   Up to `max_wait`, and while callbacks run.

@@ -30,8 +30,9 @@ public:
     EntityParams& operator=(const EntityParams&) = default;
 
     /// Checks that the record is complete and consistent. Changes nothing.
-    /// @throws BadParameterException  the participant is null; neither a service name nor both topic names are given, or a service name
-    ///         and a topic name are; the publisher or the subscriber is of another participant. Only the first failure is reported.
+    /// @throws BadParameterException  the participant is null; neither a service name nor both topic names are given, or a service
+    ///         name and a topic name are; the publisher or the subscriber is of another participant. Only the first failure is
+    ///         reported.
     virtual void validate() const;
     virtual ~EntityParams();
 

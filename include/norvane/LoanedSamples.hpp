@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Samples on loan from a reader, and the promise that the loan goes back exactly once.
+// Samples on loan from a reader. The loan is returned exactly once.
 //
 // A container holds a loan only while it has a reader and both its sequences are loans. The sequences change hands as raw bytes
-// and are never copied element by element: an element-wise copy would own what is the reader's.
-// Thread rule: one thread at a time. The loan may go back from another thread than the one that took it.
+// and are never copied element by element: an element-wise copy would own memory of the reader.
+// Thread rule: one thread at a time. The loan may be returned from another thread than the one that took it.
 #ifndef NORVANE_LOANEDSAMPLES_HPP
 #define NORVANE_LOANEDSAMPLES_HPP
 
@@ -37,15 +37,15 @@ DDS_ReturnCode_t give_back(DDSDataReader& reader, Sequence<T>& data, DDS_SampleI
 
 /// Samples lent by a reader. They may be looked at until the container is destroyed, moved from, or returns its loan.
 ///
-/// A loan may outlive the requester or replier that took it, and its participant's entities. While it is out, its samples take room in
-/// the reader. Can be moved, not copied.
+/// A loan may outlive the requester or replier that took it, and its participant's entities. While it is out, its samples take room
+/// in the reader. Can be moved, not copied.
 /// @par Threads  Distinct objects: any. Same object: one at a time.
 template <class T>
 class LoanedSamples {
     typedef dds_type_traits<T> Traits;
 
-    // The raw state of a sequence. A fresh one holds that of an empty owning sequence, which has no heap memory, so that its bytes may be
-    // doubled and overwritten freely.
+    // The raw state of a sequence. A fresh one holds that of an empty owning sequence, which has no heap memory, so that its bytes
+    // may be doubled and overwritten freely.
     template <class U>
     class SequenceMemento {
     public:
@@ -74,7 +74,8 @@ public:
     typedef SampleIterator<T, false> iterator;
     typedef SampleIterator<T, true> const_iterator;
 
-    /// A container's whole state on its way to another container. One that is never taken over keeps its loan from going back.
+    /// The whole state of a container, to be moved to another one. The loan of a memento that no container takes over is never
+    /// returned.
     struct LoanMemento {
         /// Carries nothing yet; the reader is to be set.
         explicit LoanMemento() noexcept {}
@@ -127,8 +128,8 @@ public:
         return memento;
     }
 
-    /// Returns the loan, if one is held; the container holds nothing afterwards. A refusal by the reader is not reported: there is nothing
-    /// that the caller could do.
+    /// Returns the loan, if one is held; the container holds nothing afterwards. A refusal by the reader is not reported: there is
+    /// nothing that the caller could do.
     /// @par Blocks  Never.
     void return_loan() {
         if (_datareader == nullptr || !is_loaning(_seq) || !is_loaning(_infoseq)) {
@@ -174,7 +175,7 @@ public:
         NORVANE_CHECK_PRECONDITION(index < size(), "operator[]");
         return begin()[static_cast<std::ptrdiff_t>(index)];
     }
-    /// Of a container that is a temporary: its loan is back at the end of the expression, so this is a copy.
+    /// Of a container that is a temporary: its loan is returned at the end of the expression, so this is a copy.
     /// @throws PreconditionNotMetException  there is no such sample. @throws what the copy throws.
     Sample<T> operator[](std::size_t index) const&& { return Sample<T>((*this)[index]); }
 
@@ -205,7 +206,7 @@ private:
         swap_sequence<DDS_SampleInfo>(_infoseq, info_seq);
     }
 
-    // Overwrites the sequences without destroying them: only right when their memory is somebody else's by now.
+    // Overwrites the sequences without destroying them: only right when they no longer own their memory.
     void set_default() noexcept {
         const LoanMemento fresh;
         fresh._seq_memento.push_state(_seq);
@@ -256,7 +257,8 @@ typename dds_type_traits<T>::LoanedSamplesType create_loaned_samples(void** data
 }
 
 /// Runs one untyped loaned read.
-/// @param read  called with (void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq); lends nothing when the count stays 0.
+/// @param read  called with (void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq); lends nothing when the count
+///              stays 0.
 template <class T, class Read>
 LoanedSamples<T> read_loaned_samples(typename dds_type_traits<T>::DataReader* datareader, Read&& read) {
     void** received_data = nullptr;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A participant in one line, for programs that need no more.
+// A participant made in one line, for programs that need no QoS of their own.
 #ifndef NORVANE_PARTICIPANT_HPP
 #define NORVANE_PARTICIPANT_HPP
 
@@ -12,17 +12,17 @@
 
 namespace norvane {
 
-/// What a participant may be told. Setters chain, check nothing, and may be called again: the last value wins.
+/// Configuration of a participant. Setters chain, check nothing, and may be called again: the last value wins.
 /// @par Threads  A plain value; one thread at a time.
 class ParticipantParams {
 public:
-    /// Those who talk to each other are in the same domain. @param id  from 0, which it is at start.
+    /// Participants reach each other in the same domain only. @param id  from 0 on; 0 at start.
     ParticipantParams& domain_id(int id) {
         _domain_id = id;
         return *this;
     }
-    /// @param name  "embedded" (this process) or "fastdds" (other processes and machines); empty, as at start, for what the environment
-    ///              variable NORVANE_ENGINE says, else embedded.
+    /// @param name  "embedded" (this process) or "fastdds" (other processes and machines); empty, as at start, for what the
+    ///              environment variable NORVANE_ENGINE says, else embedded.
     ParticipantParams& engine(const std::string& name) { return property("norvane.engine", name); }
     /// Sets a property of the participant, such as the settings of an engine (docs/engines.md).
     ParticipantParams& property(const std::string& name, const std::string& value) {
@@ -49,13 +49,13 @@ private:
 class NORVANE_EXPORT Participant {
 public:
     /// Joins a domain.
-    /// @param domain_id  from 0; those who talk to each other are in the same domain.
-    /// @param engine     "embedded" (this process) or "fastdds" (other processes and machines); empty for what the environment variable
-    ///                   NORVANE_ENGINE says, else embedded.
+    /// @param domain_id  from 0 on; participants reach each other in the same domain only.
+    /// @param engine     "embedded" (this process) or "fastdds" (other processes and machines); empty for what the environment
+    ///                   variable NORVANE_ENGINE says, else embedded.
     /// @throws RuntimeException  the middleware refused: the log says why.
     explicit Participant(int domain_id = 0, const std::string& engine = std::string())
         : Participant(ParticipantParams().domain_id(domain_id).engine(engine)) {}
-    /// The same with more to be told. @param params  read during the call only.
+    /// The same with properties. @param params  read during the call only.
     explicit Participant(const ParticipantParams& params);
     /// Deletes what was made in the participant, and the participant.
     ~Participant();

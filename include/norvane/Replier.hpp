@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The typed replier: receives requests of one type, and answers them with replies of another.
 //
-// Thread rule: any number of threads may take requests and send replies. Waiting for requests is for one thread at a time. Construction
-// and destruction overlap with nothing.
+// Thread rule: any number of threads may take requests and send replies. Waiting for requests is for one thread at a time.
+// Construction and destruction overlap with nothing.
 #ifndef NORVANE_REPLIER_HPP
 #define NORVANE_REPLIER_HPP
 
@@ -38,8 +38,8 @@ public:
     /// @param listener  its `on_data_available` is called, maybe before the constructor has returned; borrowed until the replier is
     ///                  destroyed; null for none.
     /// @throws BadParameterException        the parameters are invalid; or a type support is given for samples of another size.
-    /// @throws PreconditionNotMetException  a topic of the service carries another type, or the participant knows another type under one of
-    ///                                      the names: topic or name, expected and found type are named.
+    /// @throws PreconditionNotMetException  a topic of the service carries another type, or the participant knows another type
+    ///                                      under one of the names: topic or name, expected and found type are named.
     /// @throws RuntimeException             a topic or endpoint could not be made.
     /// @throws std::bad_alloc               memory is short.
     /// @par Blocks  Never.
@@ -68,7 +68,8 @@ public:
     /// @param min_count  requests wanted, or DDS_LENGTH_UNLIMITED to wait out the whole time.
     /// @return true when enough requests are there; false on time-out, which is not an error.
     /// @throws PreconditionNotMetException  another thread is in this wait.
-    /// @throws AlreadyDeletedException      the replier was closed; or it takes no more requests in, and fewer than that are queued.
+    /// @throws AlreadyDeletedException      the replier was closed; or it takes no more requests in, and fewer than that are
+    ///                                      queued.
     /// @par Threads  One at a time.
     /// @par Blocks   Up to `max_wait`.
     bool wait_for_requests(const Timeout& max_wait, int min_count = 1) {

@@ -36,8 +36,9 @@ public:
     ReplierParams& subscriber(DDSSubscriber* subscriber);
     ReplierParams& request_type_support(DDSTypeSupport* type_support);
     ReplierParams& reply_type_support(DDSTypeSupport* type_support);
-    /// Limits the requests that are queued: received, and not yet taken or still on loan. At the limit a requester's write waits for room, up to
-    /// its `max_blocking_time` and the time-out of its call, and then fails with TimeoutException (of a call: CallTimeoutException, NO_ROOM): nothing is dropped.
+    /// Limits the requests that are queued: received, and not yet taken or still on loan. At the limit a requester's write waits
+    /// for room, up to its `max_blocking_time` and the time-out of its call, and then fails with TimeoutException (of a call:
+    /// CallTimeoutException, NO_ROOM): nothing is dropped.
     /// @param count  at least 1; DDS_LENGTH_UNLIMITED, as at start, for what the QoS of the reader says.
     ReplierParams& max_queued_requests(int count);
     int max_queued_requests() const { return _max_queued_requests; }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The typed requester: sends requests of one type, and gets the replies of another that answer them.
 //
-// Thread rule: any number of threads may call, send, wait for the replies to a request, and collect them. Waiting for whatever reply comes
-// first (no request named) is for one thread at a time. Construction and destruction overlap with nothing.
+// Thread rule: any number of threads may call, send, wait for the replies to a request, and collect them. Waiting for any reply
+// (without an identity) is for one thread at a time. Construction and destruction overlap with nothing.
 #ifndef NORVANE_REQUESTER_HPP
 #define NORVANE_REQUESTER_HPP
 
@@ -29,26 +29,27 @@ namespace norvane {
 ///
 /// Most programs need `call` only:
 /// @snippet examples/hello/main.cpp requester
-/// Those that expect several replies to a request, or look for them later, use `send_request`, and wait for and take the replies to its
-/// identity. (Operations without an identity are about all replies, those to `call` included: beside calls, name the request.)
-/// @tparam Request, Reply  a described aggregate, a built-in type, a type generated from IDL, or a trivially copyable struct (which stays in
-///                         its process): see dds_type_traits.hpp.
+/// Those that expect several replies to a request, or look for them later, use `send_request`, and wait for and take the replies to
+/// its identity. (Operations without an identity are about all replies, those to `call` included: beside calls, name the request.)
+/// @tparam Request, Reply  a described aggregate, a built-in type, a type generated from IDL, or a trivially copyable struct (which
+///                         stays in its process): see dds_type_traits.hpp.
 /// @par Threads  Same object: any number of threads, except where an operation says otherwise.
 template <class Request, class Reply>
 class Requester : protected details::CallingRequester {
 public:
-    /// Joins the service: makes a writer of requests and a reader of the replies to them. A requester made so makes no asynchronous calls.
+    /// Joins the service: makes a writer of requests and a reader of the replies to them. A requester made so makes no asynchronous
+    /// calls.
     /// @param params  read during the call only.
     /// @throws as the other constructor.
     explicit Requester(const RequesterParams& params) : Requester(params, nullptr) {}
 
     /// Joins the service, and has a dispatcher serve the requester's asynchronous calls.
     /// @param params      read during the call only.
-    /// @param dispatcher  may be destroyed before or after the requester. Once it is destroyed or closed, asynchronous calls end, and are
-    ///                    refused, with AlreadyDeletedException.
+    /// @param dispatcher  may be destroyed before or after the requester. Once it is destroyed or closed, asynchronous calls end,
+    ///                    and are refused, with AlreadyDeletedException.
     /// @throws BadParameterException        the parameters are invalid; or a type support is given for samples of another size.
-    /// @throws PreconditionNotMetException  a topic of the service carries another type, or the participant knows another type under one of
-    ///                                      the names: topic or name, expected and found type are named.
+    /// @throws PreconditionNotMetException  a topic of the service carries another type, or the participant knows another type
+    ///                                      under one of the names: topic or name, expected and found type are named.
     /// @throws RuntimeException             a topic or endpoint could not be made.
     /// @throws std::bad_alloc               memory is short.
     /// @par Blocks  Never.
@@ -68,9 +69,11 @@ public:
 
     // ---- one request, one reply
 
-    /// Sends a request and waits for the first reply to it. Further replies to it are dropped. Nothing is left behind, however it ends.
+    /// Sends a request and waits for the first reply to it. Further replies to it are dropped. No state remains afterwards, however
+    /// it ends.
     /// @param request       copied or encoded before it is sent.
-    /// @param timeout       of the whole call: waiting for a replier, for room, and for the reply. Zero finds only a reply that is sent at once.
+    /// @param timeout       of the whole call: waiting for a replier, for room, and for the reply. Zero finds only a reply that is
+    ///                      sent at once.
     /// @param when_nobody   whether to wait for a replier when none is ready, or to fail at once.
     /// @return the reply.
     /// @throws CallTimeoutException     no reply in time. Its `reason()` and its message say why, as far as it is known.
@@ -91,10 +94,11 @@ public:
 
     // ---- asynchronous calls
     //
-    // A call that expires ends with CallTimeoutException, one of a requester or dispatcher that is closed with AlreadyDeletedException. What is
-    // wrong at once, and what the write itself refuses, is thrown by call_async instead; the future or callback is not told then.
-    // While no replier is ready, or one has no room, a copy of the request waits in the dispatcher, inside the call's time-out.
-    // In steady state, when the request can be sent at once, nothing is allocated here: a callback of up to 80 octets is kept in place.
+    // A call that expires ends with CallTimeoutException, one of a requester or dispatcher that is closed with
+    // AlreadyDeletedException. Arguments that are refused, and a write that fails, are thrown by call_async instead, and the future
+    // or callback is not completed. While no replier is ready, or one has no room, a copy of the request waits in the dispatcher,
+    // inside the call's time-out. In steady state, when the request can be sent at once, nothing is allocated here: a callback of
+    // up to 80 octets is kept in place.
 
     /// As `call`, but returns at once.
     /// @param request  copied or encoded before this returns.
@@ -113,9 +117,9 @@ public:
     }
 
     /// The same, with a callback. (norvane/coroutines.hpp adds a form that is awaited.)
-    /// @param callback  invocable with CallResult<Reply>: takes it by value or const reference. Moved in; called once, and dropped after. It
-    ///                  runs in the dispatcher's loop, or in the thread that closes, without any lock of the library; it may call, close and
-    ///                  destroy whatever it likes. What it throws is logged and counted.
+    /// @param callback  invocable with CallResult<Reply>: takes it by value or const reference. Moved in; called once, and dropped
+    ///                  after. It runs in the dispatcher's loop, or in the thread that closes, without any lock of the library; it
+    ///                  may make calls, and close and destroy requesters and dispatchers. What it throws is logged and counted.
     /// @throws as above, and then the callback is not called.
     /// @par Threads  Any number.
     /// @par Blocks   Never.
@@ -129,9 +133,11 @@ public:
 
     // ---- requests
 
-    /// Sends a request to every replier of the service. One that goes to nobody is counted, and the first is logged.
+    /// Sends a request to every replier of the service. A request sent while no replier is there is counted, and the first one is
+    /// logged.
     ///
-    /// Its replies stay until they are taken, or until `forget`. (Beside calls: a request is forgotten by itself once 65,536 later calls are over.)
+    /// Its replies stay until they are taken, or until `forget`. (Beside calls: a request is forgotten by itself once 65,536 later
+    /// calls are over.)
     /// @param request  copied or encoded before the call returns.
     /// @return the identity of the request, for `wait_for_replies` and `take_replies`.
     /// @throws TimeoutException         no room within the writer's `max_blocking_time`.

@@ -44,7 +44,8 @@ inline constexpr bool IS_LOANED_AS = std::is_same<U, const T>::value || IS_TEXT_
 /// `Sample<DDS_Octets>` takes null, and octets that find no memory, without a word (its sizes are checked all the same);
 /// `Sample<char*>` and `Sample<const char*>` do so when they are assigned a reference. They hold null then.
 /// For the rest see details::SampleHolder.
-/// @tparam T  std::string, `const char*`, `char*`, DDS_KeyedString, DDS_KeyedOctets, DDS_Octets, or a copyable type of the application's.
+/// @tparam T  std::string, `const char*`, `char*`, DDS_KeyedString, DDS_KeyedOctets, DDS_Octets, or a copyable type of the
+///            application's.
 /// @par Threads  Distinct objects: any. Same object: one at a time.
 template <class T>
 class Sample : public details::SampleHolder<Sample<T>, T, DDS_SampleInfo, SampleRef<T>> {

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a holder keeps its data and metadata: one class for each way. None of them checks whether a copy found memory; SampleHolder does.
+// How a holder keeps its data and metadata: one class for each way. None of them checks whether a copy found memory; SampleHolder
+// does.
 //
-// Metadata is copied deeply, and exchanged by three copies. A cookie of write parameters that finds no memory is empty, unsaid.
+// Metadata is copied deeply, and exchanged by three copies. When memory is short for a cookie of write parameters, it is left
+// empty, without an error.
 // Thread rule: plain values; one thread at a time.
 #ifndef NORVANE_SAMPLEBASE_HPP
 #define NORVANE_SAMPLEBASE_HPP
@@ -41,7 +43,8 @@ void exchange(T& left, T& right, long) {
     std::swap(left, right);
 }
 
-/// Stands for the size of what has none. Never defined: nobody can give one. (Left out instead, a size of 0 would be taken for a null text.)
+/// The size parameter of types that have no size. Never defined, so that no argument exists. (Without it, a size of 0 would be
+/// taken for a null text.)
 class NoSize;
 
 /// The data as a member.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What Sample and WriteSample can do: own a copy of one sample, data and metadata, that is whole or not there at all.
+// The common part of Sample and WriteSample: they own a copy of one sample, data and metadata; the copy is complete, or none is
+// made.
 //
 // Copies are deep. One that finds no memory is an OutOfResourcesException, and what was to be assigned to is unchanged.
 // Three holders are more lenient with references: see Sample.
@@ -14,7 +15,7 @@
 namespace norvane {
 namespace details {
 
-/// What a holder says when it got no memory, or null.
+/// The error of a holder for which memory was short, or that was given null.
 struct BadSampleText {
     const char* method_name;
     const char* message;
@@ -28,11 +29,13 @@ inline constexpr const char* NO_OCTETS = "DDS::Octets failed to allocate memory"
 inline constexpr const char* NO_STRING = "DDS_String_alloc failed to allocate memory";
 
 /// @tparam Holder  the class derived from this one: Sample<T> or WriteSample<T>.
-/// @tparam I       its metadata: DDS_SampleInfo or DDS_WriteParams_t. @tparam Ref  its reference: SampleRef<T> or WriteSampleRef<T>.
+/// @tparam I       its metadata: DDS_SampleInfo or DDS_WriteParams_t. @tparam Ref  its reference: SampleRef<T> or
+///                 WriteSampleRef<T>.
 ///
-/// Where nothing else is said, a constructor, an assignment and set_data throw OutOfResourcesException when memory is short, and when given
-/// null (or a negative size) where the type has a string or octets: the two cannot be told apart. Nothing is changed then, and nothing
-/// leaks. (It is std::bad_alloc when not even the message finds memory.) std::string and the application's own types throw what their copy throws (std::bad_alloc).
+/// Where nothing else is said, a constructor, an assignment and set_data throw OutOfResourcesException when memory is short, and
+/// when given null (or a negative size) where the type has a string or octets: the two cannot be told apart. Nothing is changed
+/// then, and nothing leaks. (It is std::bad_alloc when not even the message finds memory.) std::string and the application's own
+/// types throw what their copy throws (std::bad_alloc).
 template <class Holder, class T, class I, class Ref>
 class SampleHolder : public HeldBy<T, I>::type {
     typedef typename HeldBy<T, I>::type Base;
@@ -120,8 +123,8 @@ public:
     const Info& info() const& noexcept { return this->_info; }
     /// Of a temporary object: a copy.
     Info info() && { return this->_info; }
-    /// @return of a received sample: its identity, which a reply to it is bound to. Of one to be written: the `identity` of its parameters,
-    ///         which a write fills in.
+    /// @return of a received sample: its identity, which a reply to it is bound to. Of one to be written: the `identity` of its
+    ///         parameters, which a write fills in.
     DDS_SampleIdentity_t identity() const { return identity_of(this->_info); }
 
 private:

@@ -12,7 +12,8 @@
 namespace norvane {
 
 /// Refers to one received sample. Also has what details::DataRef or, for a text, details::TextRef has.
-/// @tparam T  the data type; const for a sample that is shared with others, as every loaned one is. Those of strings are `const char*`.
+/// @tparam T  the data type; const for a sample that is shared with others, as every loaned one is. Those of strings are `const
+///            char*`.
 /// @par Threads  A plain value. What it refers to is never changed by the library.
 template <class T>
 class SampleRef : public details::RefTo<T, typename std::conditional<std::is_const<typename std::remove_pointer<T>::type>::value,

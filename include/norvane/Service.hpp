@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A replier with threads of its own: a handler function turns each request into its reply.
 //
-// Thread rule: any number of threads, handlers included. Construction overlaps with nothing, nor does destruction but with handlers.
+// Thread rule: any number of threads, handlers included. Construction overlaps with nothing, nor does destruction but with
+// handlers.
 #ifndef NORVANE_SERVICE_HPP
 #define NORVANE_SERVICE_HPP
 
@@ -25,13 +26,14 @@ class ServiceOptions {
 public:
     typedef std::function<Reply(std::exception_ptr)> ErrorHandler;
 
-    /// Handlers that may run at once, each on a thread of its own; at least 1, which is what it is at start. With 1, requests are handled in
-    /// the order in which they came, and a handler needs no lock.
+    /// Handlers that may run at once, each on a thread of its own; at least 1, which is what it is at start. With 1, requests are
+    /// handled in the order in which they came, and a handler needs no lock.
     ServiceOptions& workers(int count) {
         _workers = count;
         return *this;
     }
-    /// Makes the reply to a request whose handler threw. None, as at start: such a request gets no reply, and its caller a time-out.
+    /// Makes the reply to a request whose handler threw. None, as at start: such a request gets no reply, and its caller a
+    /// time-out.
     ServiceOptions& on_error(ErrorHandler on_error) {
         _on_error = std::move(on_error);
         return *this;
@@ -157,12 +159,13 @@ private:
 /// Starts `workers` threads, which sleep until a request comes. A request waits in the reader until a worker is free: see
 /// ReplierParams::max_queued_requests for a limit.
 ///
-/// Handlers may call services. One that calls its own service needs another worker that is free: with one worker, or when every worker does
-/// so at once, the call times out.
+/// Handlers may call services. One that calls its own service needs another worker that is free: with one worker, or when every
+/// worker does so at once, the call times out.
 ///
-/// A handler cannot be ended from outside. When `drain` or `stop` returns before a handler does, the handler goes on, its reply is sent, and the
-/// service must still live. The destructor therefore waits for every handler, however long that takes (and logs that it does): what a handler
-/// uses may be destroyed right after the service. Give a handler that may take long a flag or a deadline of its own.
+/// A handler cannot be ended from outside. When `drain` or `stop` returns before a handler does, the handler goes on, its reply is
+/// sent, and the service must still live. The destructor therefore waits for every handler, however long that takes (and logs that
+/// it does): what a handler uses may be destroyed right after the service. Give a handler that may take long a flag or a deadline
+/// of its own.
 /// @tparam Request, Reply  as for Replier.
 /// @par Threads  Same object: any. Destruction overlaps with nothing but handlers.
 template <class Request, class Reply>
@@ -172,9 +175,9 @@ class Service {
 public:
     /// Offers the service, and starts its workers.
     /// @param params   read during the call only.
-    /// @param handler  copyable; called as `Reply(const Request&)` or `Reply(const Request&, const DDS_SampleInfo&)`, by several workers at
-    ///                 once if there are several. What it is given is valid until it returns. When it throws, that is logged and counted, and
-    ///                 the request is answered by `on_error`, or not at all.
+    /// @param handler  copyable; called as `Reply(const Request&)` or `Reply(const Request&, const DDS_SampleInfo&)`, by several
+    ///                 workers at once if there are several. What it is given is valid until it returns. When it throws, that is
+    ///                 logged and counted, and the request is answered by `on_error`, or not at all.
     /// @throws BadParameterException    the parameters are invalid; fewer than one worker; a null function.
     /// @throws OutOfResourcesException  a thread could not be started.
     /// @throws as Replier::Replier.
@@ -182,18 +185,20 @@ public:
     template <class Handler>
     Service(const ReplierParams& params, Handler handler, const ServiceOptions<Reply>& options = ServiceOptions<Reply>())
         : _work(make_work(params, std::move(handler), options)), _crew(_work) {}
-    /// As `stop`, but waits for every handler, and ends the threads. Allowed in a handler: its reply is still written, and the participant
-    /// must live until then.
-    /// @par Blocks  While other handlers run, without limit, and then up to DEFAULT_TIMEOUT until the last replies are acknowledged.
+    /// As `stop`, but waits for every handler, and ends the threads. Allowed in a handler: its reply is still written, and the
+    /// participant must live until then.
+    /// @par Blocks  While other handlers run, without limit, and then up to DEFAULT_TIMEOUT until the last replies are
+    /// acknowledged.
     ~Service() = default;
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    /// Leaves the service without losing a request: takes no more in, has the queued ones handled, and waits until every reply has reached its
-    /// requester. What is not done in time goes on without the caller: call it again to wait longer, or `stop` to discard what is queued.
+    /// Leaves the service without losing a request: takes no more in, has the queued ones handled, and waits until every reply has
+    /// reached its requester. What is not done in time goes on without the caller: call it again to wait longer, or `stop` to
+    /// discard what is queued.
     /// @param max_wait  longest time for all of it. Zero begins, and looks once; infinite never gives up.
-    /// @return true when all was done; else what is left, which is also logged. Called from a handler of this service, it only begins: it
-    ///         returns at once, with what is left, and logs nothing.
+    /// @return true when all was done; else what is left, which is also logged. Called from a handler of this service, it only
+    ///         begins: it returns at once, with what is left, and logs nothing.
     /// @throws RuntimeException  the middleware could not leave the topic.
     /// @par Threads  Any.
     /// @par Blocks   Up to `max_wait`.

@@ -10,12 +10,12 @@ namespace norvane {
 /// What a requester has done since it was made. The figures are read one after another: while calls run they need not add up.
 struct RequesterStatistics {
     std::int64_t sent = 0;       ///< Requests written, by `send_request`, `call` and `call_async`.
-    std::int64_t unmatched = 0;  ///< Of these, those that went to nobody: no replier was there.
+    std::int64_t unmatched = 0;  ///< Of these, those sent while no replier was there.
     std::int64_t completed = 0;  ///< Calls that ended with a reply.
     std::int64_t timed_out = 0;  ///< Calls that ended with CallTimeoutException.
     std::int64_t pending = 0;    ///< Calls that have not ended.
     std::int64_t received = 0;   ///< Replies taken in.
-    std::int64_t queued = 0;     ///< Replies that nobody has taken yet.
+    std::int64_t queued = 0;     ///< Replies that have not been taken yet.
     std::int64_t late = 0;       ///< Replies dropped: their call had ended, or their request was forgotten.
     std::int64_t lost = 0;       ///< Replies dropped for want of room (never with the default QoS).
 };
@@ -23,9 +23,9 @@ struct RequesterStatistics {
 /// What a replier has done since it was made. The figures are read one after another: while requests come they need not add up.
 struct ReplierStatistics {
     std::int64_t received = 0;        ///< Requests taken in.
-    std::int64_t queued = 0;          ///< Requests that nobody has taken yet.
+    std::int64_t queued = 0;          ///< Requests that have not been taken yet.
     std::int64_t answered = 0;        ///< Replies written.
-    std::int64_t unmatched = 0;       ///< Of these, those that went to nobody: their requester was gone.
+    std::int64_t unmatched = 0;       ///< Of these, those whose requester had left.
     std::int64_t unacknowledged = 0;  ///< Of these, those that have not reached their requester yet, as far as is known.
     std::int64_t lost = 0;            ///< Requests dropped for want of room (never with the default QoS).
 };

@@ -33,7 +33,8 @@ inline constexpr BadSampleText BAD_SAMPLE_TEXT<WriteSample<const char*>> = {"Wri
 }  // namespace details
 
 /// Owns a copy of one sample to be written: data and DDS_WriteParams_t. See details::SampleHolder.
-/// @tparam T  std::string, `const char*`, `char*`, DDS_KeyedString, DDS_KeyedOctets, DDS_Octets, or a copyable type of the application's.
+/// @tparam T  std::string, `const char*`, `char*`, DDS_KeyedString, DDS_KeyedOctets, DDS_Octets, or a copyable type of the
+///            application's.
 /// @par Threads  Distinct objects: any. Same object: one at a time.
 template <class T>
 class WriteSample : public details::SampleHolder<WriteSample<T>, T, DDS_WriteParams_t, WriteSampleRef<T>> {

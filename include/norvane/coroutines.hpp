@@ -27,8 +27,8 @@ inline constexpr use_awaitable_t use_awaitable{};
 
 namespace details {
 
-/// A call while it is awaited. The coroutine goes on in the thread that completes the call, or at once when the call could not be made.
-/// Nothing is allocated: the state is in the coroutine's frame.
+/// A call while it is awaited. The coroutine goes on in the thread that completes the call, or at once when the call could not be
+/// made. Nothing is allocated: the state is in the coroutine's frame.
 template <class Request, class Reply, class Reader>
 class CallAwaiter {
 public:
@@ -37,8 +37,8 @@ public:
     CallAwaiter& operator=(const CallAwaiter&) = delete;
 
     bool await_ready() const noexcept { return false; }
-    // Once the call is started this object may be gone: the coroutine may be running elsewhere already. Not inlined, since some compilers
-    // would then keep the locals in the coroutine's frame, which may be gone with it.
+    // Once the call is started this object may be gone: the coroutine may be running elsewhere already. Not inlined, since some
+    // compilers would then keep the locals in the coroutine's frame, which may be gone with it.
     [[gnu::noinline]] void await_suspend(std::coroutine_handle<> waiting) {
         _call.start([this, waiting](CallResult<Reply> result) {
             _result.emplace(std::move(result));
@@ -53,8 +53,8 @@ private:
     std::optional<CallResult<Reply>> _result;
 };
 
-/// The call that `co_await` makes: nothing is sent before. It borrows the request, which may be a temporary: so it is awaited in the
-/// expression that makes it, and not once it has a name.
+/// The call that `co_await` makes: nothing is sent before. It borrows the request, which may be a temporary: so it is awaited in
+/// the expression that makes it, and not once it has a name.
 template <class Request, class Reply, class Reader>
 class [[nodiscard]] AwaitableCall {
 public:

@@ -28,13 +28,15 @@ class LoanedSamples;
 /// A request or reply type is one of these:
 /// - a struct described with `BOOST_DESCRIBE_STRUCT(Type, (bases), (every member))`, or, if members are private, inside it with
 ///   `BOOST_DESCRIBE_CLASS`. A member is an integer of up to 64 bits, float, double, bool,
-///   std::byte, an enumeration, std::string, a std::vector, std::array or C array of such, or another described struct; a member (but no element) may
-///   be a std::optional of such. It is encoded as XCDR1, little-endian: an enumeration in 32 bits, an optional member by the parameter header of
-///   its index. Enumerations that are described (BOOST_DESCRIBE_ENUM) take no other value than their enumerators. A sample with another one, or with
-///   a NUL inside a std::string, is refused with BadParameterException, which names the member; one received is dropped. A member may not be more aligned than its type is;
+///   std::byte, an enumeration, std::string, a std::vector, std::array or C array of such, or another described struct; a member
+///   (but no element) may be a std::optional of such. It is encoded as XCDR1, little-endian: an enumeration in 32 bits, an optional
+///   member by the parameter header of its index. Enumerations that are described (BOOST_DESCRIBE_ENUM) take no other value than
+///   their enumerators. A sample with another one, or with a NUL inside a std::string, is refused with BadParameterException, which
+///   names the member; one received is dropped. A member may not be more aligned than its type is;
 /// - a built-in type: std::string, DDS_KeyedString, DDS_Octets, DDS_KeyedOctets;
 /// - a class generated from IDL (is_generated_type);
-/// - any other trivially copyable struct with a default constructor. It stays in its process: an engine that goes further refuses it by name.
+/// - any other trivially copyable struct with a default constructor. It stays in its process: an engine that goes further refuses
+///   it by name.
 template <class T>
 struct dds_type_traits {
     typedef Sequence<T> Seq;
@@ -125,8 +127,8 @@ DDSTypeSupport& type_support() {
     }
 }
 
-/// Whether a type support that the application gives must be of that very type. A plain struct's need only be of samples of the same size
-/// and alignment: of any other type they hold memory that nobody else knows how to release.
+/// Whether a type support that the application gives must be of that very type. A plain struct's need only be of samples of the
+/// same size and alignment: samples of other types hold memory that only their own type support can release.
 template <class T>
 inline constexpr bool IS_TAKEN_EXACTLY = !std::is_trivially_copyable<T>::value;
 
@@ -136,7 +138,8 @@ DDSTypeSupport& chosen_type_support(DDSTypeSupport* given) {
     return given != nullptr ? *given : type_support<T>();
 }
 
-/// Registers a type: the front-ends' EntityUntypedImpl::RegisterTypeFunc. Throws rather than returning null, so that the error names the type.
+/// Registers a type: the front-ends' EntityUntypedImpl::RegisterTypeFunc. Throws rather than returning null, so that the error
+/// names the type.
 /// @throws as register_type_support.
 template <class T>
 const char* register_sample_type(DDSTypeSupport* given, DDSDomainParticipant* participant) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Classes that the Fast DDS generator made from IDL (those of Fast-CDR 1.0), as types that travel.
+// Classes that the Fast DDS generator made from IDL (those of Fast-CDR 1.0), as types of samples.
 //
-// Nothing is to be declared: such a class is known by its three encoding operations, in every translation unit alike. Only the type's own files are
-// needed (Order.h and Order.cxx of Order.idl), not those of its Fast DDS type support.
+// Nothing is to be declared: such a class is known by its three encoding operations, in every translation unit alike. Only the
+// type's own files are needed (Order.h and Order.cxx of Order.idl), not those of its Fast DDS type support.
 // Thread rule: everything here may be used from any thread at once.
 #ifndef NORVANE_GENERATED_TYPES_HPP
 #define NORVANE_GENERATED_TYPES_HPP
@@ -33,11 +33,12 @@ struct HasGeneratedShape<
 
 /// Whether T is a class generated from IDL.
 ///
-/// It is a request or reply type as it is. Its name is that of the IDL, "module::Type"; of its layout nothing is known but the size in memory, so
-/// that two versions of an IDL may pass for one type.
+/// It is a request or reply type as it is. Its name is that of the IDL, "module::Type"; of its layout nothing is known but the size
+/// in memory, so that two versions of an IDL may pass for one type.
 ///
-/// Octets from the network are decoded by the generated code and Fast-CDR. What they throw is caught, an allocation that fails included, and the sample is
-/// dropped. A sequence is sized before its elements are seen: a hostile sample can make it allocate for as many elements as it has octets.
+/// Octets from the network are decoded by the generated code and Fast-CDR. What they throw is caught, an allocation that fails
+/// included, and the sample is dropped. A sequence is sized before its elements are seen: a hostile sample can make it allocate for
+/// as many elements as it has octets.
 template <class T>
 inline constexpr bool is_generated_type = details::HasGeneratedShape<T>::value;
 

@@ -63,7 +63,7 @@ void AnsweringReplier::stop_receiving() {
                   true);
     _receiving.store(false, std::memory_order_release);
     check_retcode(get_datareader()->interrupt(DDS_RETCODE_ALREADY_DELETED), "Replier::stop_receiving", VOST_LOG_ANY_FAILURE_s,
-                  "wake who waits for requests", true);
+                  "wake the threads that wait for requests", true);
 }
 
 bool AnsweringReplier::wait_for_acknowledgments(const Timeout& max_wait) {
@@ -76,7 +76,7 @@ bool AnsweringReplier::wait_for_acknowledgments(const Timeout& max_wait) {
 }
 
 void AnsweringReplier::close() {
-    // First whoever waits; leaving may take as long as the listener runs.
+    // Waiting threads first: leaving may take as long as the listener runs.
     _closed.store(true, std::memory_order_release);
     get_datareader()->interrupt(DDS_RETCODE_ALREADY_DELETED);
     get_datawriter()->leave_domain();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The steps of a call: a replier is ready; the request is written; its key is open; its condition holds; its reply is taken; its key is closed.
+// The steps of a call: a replier is ready; the request is written; its key is open; its condition holds; its reply is taken; its
+// key is closed.
 #include "norvane/details/CallingRequester.hpp"
 
 #include "frontend/log_line.hpp"
@@ -59,7 +60,7 @@ void CallingRequester::end_async_calls() noexcept {
     }
 }
 
-// ---- readiness, counters, close ------------------------------------------------------------------------------------------------------
+// ---- readiness, counters, close -------------------------------------------------------------------------------------------------
 
 std::string CallingRequester::title() const {
     DDSTopicDescription* description = get_datareader()->get_topicdescription();
@@ -124,7 +125,7 @@ void CallingRequester::close() {
     if (_closed.exchange(true, std::memory_order_acq_rel)) {
         return;
     }
-    // First whoever waits; leaving may take as long as a listener runs.
+    // Waiting threads first: leaving may take as long as a listener runs.
     _repliers.close();
     if (_dispatcher_link != nullptr) {
         _dispatcher_link->begin_close();
@@ -136,7 +137,7 @@ void CallingRequester::close() {
     end_async_calls();
 }
 
-// ---- calls ----------------------------------------------------------------------------------------------------------------------------
+// ---- calls ----------------------------------------------------------------------------------------------------------------------
 
 void CallingRequester::send_request(const void* request, DDS_WriteParams_t& params) {
     // Before the write: a listener that the write runs may end the requester.

@@ -36,7 +36,7 @@ Dispatcher::Calls::Calls(Loop loop) : _loop(loop) {
                   "attach the guard condition", true);
 }
 
-// ---- records --------------------------------------------------------------------------------------------------------------------------
+// ---- records --------------------------------------------------------------------------------------------------------------------
 
 Dispatcher::Calls::Call& Dispatcher::Calls::take_record_locked() {
     if (_free == nullptr) {
@@ -54,7 +54,7 @@ void Dispatcher::Calls::recycle_locked(Call& call) noexcept {
     _free = &call;
 }
 
-// Puts a call where it belongs: to those that were sent, or in line. On an error it is in no list.
+// Adds a call to those that were sent, or to those that wait to be sent. On an error it is in no list.
 DDS_ReturnCode_t Dispatcher::Calls::place_locked(Call& call) noexcept {
     if (call.request == nullptr) {
         call.is_sent = true;
@@ -87,7 +87,7 @@ void Dispatcher::Calls::remove_locked(Call& call) noexcept {
     }
 }
 
-// ---- making calls ---------------------------------------------------------------------------------------------------------------------
+// ---- making calls ---------------------------------------------------------------------------------------------------------------
 
 std::exception_ptr Dispatcher::Calls::closure_locked(const Link& link) const noexcept {
     return link.closure != nullptr ? link.closure : _closure;
@@ -133,7 +133,8 @@ void Dispatcher::Calls::start(Link& link, NewCall& new_call, const Timeout& time
             const bool is_kept = call->request != nullptr;
             const DDS_ReturnCode_t code = place_locked(*call);
             if (code == DDS_RETCODE_OK) {
-                // From here on the call may end at any moment, and take the requester with it: nothing but locals, and what they keep.
+                // From here on the call may end at any moment, and take the requester with it: nothing but locals, and what they
+                // keep.
                 if (is_kept) {
                     schedule_locked(link, Clock::now() + FIRST_RETRY);
                 }
@@ -179,7 +180,7 @@ void Dispatcher::Calls::nudge_if_earlier(Lock& lock, Clock::time_point time) noe
     }
 }
 
-// ---- ending calls ---------------------------------------------------------------------------------------------------------------------
+// ---- ending calls ---------------------------------------------------------------------------------------------------------------
 
 bool Dispatcher::Calls::take_locked(Call& call, CallEnding& ending) noexcept {
     bool is_there = false;
@@ -191,7 +192,7 @@ bool Dispatcher::Calls::take_locked(Call& call, CallEnding& ending) noexcept {
     return is_there || ending.error != nullptr;
 }
 
-// Tells the caller, unlocked. The call is in no list; its requester may be gone when this returns.
+// Completes a call, unlocked. The call is in no list; its requester may be destroyed when this returns.
 void Dispatcher::Calls::finish(Lock& lock, Call& call, CallEnding& ending) noexcept {
     const std::shared_ptr<Link> link = call.link->shared_from_this();
     ++link->running;
@@ -219,12 +220,13 @@ void Dispatcher::Calls::finish(Lock& lock, Call& call, CallEnding& ending) noexc
     }
 }
 
-// ---- closing --------------------------------------------------------------------------------------------------------------------------
+// ---- closing --------------------------------------------------------------------------------------------------------------------
 
-// @return whether this thread is inside a callback; or in the loop, and so at most inside a listener that a write of the loop has called.
+// @return whether this thread is inside a callback; or in the loop, and so at most inside a listener that a write of the loop has
+// called.
 bool Dispatcher::Calls::is_inside_locked() const noexcept { return callback_depth > 0 || _looping == std::this_thread::get_id(); }
 
-// Waits for other threads: for the pin always, unless this thread may have it; for callbacks unless it is inside one itself.
+// Waits for other threads: for the pin, unless this thread may hold it; and for callbacks, unless it is inside one itself.
 template <class IsOver>
 void Dispatcher::Calls::wait_for_others(Lock& lock, Link* link, IsOver is_over) noexcept {
     const bool is_looping = _looping == std::this_thread::get_id();
@@ -261,7 +263,7 @@ void Dispatcher::Calls::close_link(Link& link) noexcept {
     wait_for_others(lock, &link, [&] { return link.running == 0; });
 }
 
-// @param forever  nobody will close it again.
+// @param forever  it is not closed a second time.
 void Dispatcher::Calls::close(bool forever) noexcept {
     const std::exception_ptr closure =
         error_of([] { throw AlreadyDeletedException("Requester::call_async: the dispatcher was closed"); });

@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// The calls of a dispatcher. One wait set has the condition of every call that was sent; one order of deadlines has every call; requests that
-// could not be sent yet stand in line, requester by requester. The loop is in DispatcherLoop.cpp, all else in DispatcherCalls.cpp.
+// The calls of a dispatcher. One wait set has the condition of every call that was sent; one ordered set of deadlines has every
+// call; requests that could not be sent yet wait in one queue for each requester. The loop is in DispatcherLoop.cpp, all else in
+// DispatcherCalls.cpp.
 //
 // Invariants:
 // 1. Lists, deadlines and counters change under the mutex. Order: this mutex, then the middleware's. No callback runs under it.
-// 2. A call is in the deadlines exactly while it has not ended and nobody is sending or closing it. Whoever takes it out ends it, or puts it back:
-//    hence exactly one ending, with a reply and an expiry and a closing at once.
-// 3. Records are pooled and never given back, and it is the record that is attached, in the place of its condition: one that the wait set
-//    reports may have ended, or serve another call by now, but it is a record. A look at `is_sent` and a take that finds nothing tell.
-// 4. A requester is touched under the mutex while it has calls, or unlocked while it is `_pinned`, or by its own thread in `start` and
-//    `close`. Closing waits for the pin. So nothing of ours touches a requester whose link is closed.
-// 5. Who is inside a callback waits for no other callback: closing and destroying can never wait for each other in a circle.
+// 2. A call is in the deadlines exactly while it has not ended and no thread is sending or closing it. The thread that takes it out
+//    ends it, or puts it back: so it ends exactly once, also when reply, expiry and closing come together.
+// 3. Records are pooled and never freed, and the record itself is attached, in place of its condition: one that the wait set
+//    reports may have ended, or be another call by now, but it is a record: `is_sent` is checked, and the take may find nothing.
+// 4. A requester is touched under the mutex while it has calls, or unlocked while it is `_pinned`, or by its own thread in `start`
+//    and `close`. Closing waits for the pin. So the dispatcher does not use a requester whose link is closed.
+// 5. A thread inside a callback waits for no other callback: closing and destroying cannot deadlock.
 #ifndef NORVANE_FRONTEND_DISPATCHERCALLS_HPP
 #define NORVANE_FRONTEND_DISPATCHERCALLS_HPP
 
@@ -65,7 +66,8 @@ class Dispatcher::Calls : public std::enable_shared_from_this<Calls> {
     typedef Deadline::Clock Clock;
     typedef std::unique_lock<std::mutex> Lock;
 
-    // A replier that comes is reported; room that comes is not. The first look is early, since a replier may have come just before.
+    // A new replier is reported; new room is not, and is polled for. The first retry is early, since a replier may have come just
+    // before.
     static constexpr std::chrono::milliseconds FIRST_RETRY{1};
     static constexpr std::chrono::milliseconds LAST_RETRY{32};
 
@@ -170,8 +172,8 @@ public:
         CallingRequester& requester;
         // Guarded by the mutex of the calls.
         CallList sent;
-        CallList kept;     // in line
-        CallList closing;  // still to be told
+        CallList kept;     // not sent yet
+        CallList closing;  // still to be completed
         boost::intrusive::list_member_hook<> in_lines;
         int running = 0;             // callbacks
         std::exception_ptr closure;  // set when it is closed
@@ -191,12 +193,12 @@ private:
     mutable std::mutex _mutex;
     std::condition_variable _changed;
     std::thread _thread;
-    std::thread::id _looping;  // whose thread is in the loop; none: nobody's
+    std::thread::id _looping;  // of the thread in the loop; default-constructed: none
     std::exception_ptr _closure;
     std::deque<Call> _records;
     Call* _free = nullptr;
     Deadlines _deadlines;
-    Lines _lines;  // the requesters that have calls in line
+    Lines _lines;  // the requesters that have calls not sent yet
     Link* _pinned = nullptr;
     int _running = 0;  // callbacks
     int _closers = 0;  // threads that wait for callbacks, or for the pin

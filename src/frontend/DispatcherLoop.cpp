@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The loop of a dispatcher: whose reply is there, whose time is up, and who stands in line.
-// Thread rule: one thread at a time, which gives the lock up while it waits, sends, and tells callers.
+// The loop of a dispatcher: completes calls whose reply has come or whose time is over, and sends requests that had to wait.
+// Thread rule: one thread at a time, which releases the lock while it waits, sends, and completes calls.
 #include <algorithm>
 
 #include "frontend/DispatcherCalls.hpp"
@@ -25,7 +25,7 @@ DDS_Duration_t left_until(details::Deadline::Clock::time_point time) {
 
 }  // namespace
 
-// ---- the loop -------------------------------------------------------------------------------------------------------------------------
+// ---- the loop -------------------------------------------------------------------------------------------------------------------
 
 void Dispatcher::Calls::start_thread() {
     _thread = std::thread([calls = shared_from_this()] {
@@ -65,8 +65,8 @@ details::Deadline::Clock::time_point Dispatcher::Calls::next_alarm_locked(const 
     if (!_deadlines.empty()) {
         due = std::min(due, _deadlines.begin()->deadline);
     }
-    // An alarm that is left from a call that has ended stays set. It wakes the loop for nothing, once; without it, each call made while
-    // no other is pending would have to nudge the loop.
+    // An alarm that is left from a call that has ended stays set. It wakes the loop for nothing, once; without it, each call made
+    // while no other is pending would have to nudge the loop.
     if (due < _alarm || _alarm <= Clock::now()) {
         _alarm = due;
     }
@@ -123,7 +123,7 @@ int Dispatcher::Calls::end_expired(Lock& lock) {
     while (!_deadlines.empty() && _deadlines.begin()->deadline <= now) {
         Call& call = *_deadlines.begin();
         CallEnding ending;
-        // A reply that is there is worth more than the hour.
+        // A reply that has come counts, although the time is over.
         const bool is_answered = call.is_sent && take_locked(call, ending);
         const bool was_sent = call.is_sent;
         remove_locked(call);
@@ -145,8 +145,8 @@ int Dispatcher::Calls::end_expired(Lock& lock) {
     return ended;
 }
 
-// A wait that fails does not tell why: a reader, or one call, was interrupted, or memory was too short to list what is answered. The calls
-// that are interrupted expire at once; of those that are answered, a few are listed.
+// A failed wait has no reason: a reader, or one call, was interrupted, or memory was too short to list the answered calls. The
+// calls that are interrupted expire at once; of those that are answered, some are listed.
 void Dispatcher::Calls::look_at_each_locked() noexcept {
     _active.length(0);
     for (Deadlines::iterator next = _deadlines.begin(); next != _deadlines.end();) {
@@ -187,7 +187,7 @@ void Dispatcher::Calls::pinned(Lock& lock, Link& link, Action action) noexcept {
     }
 }
 
-// ---- requests that stand in line ------------------------------------------------------------------------------------------------------
+// ---- requests that wait to be sent ----------------------------------------------------------------------------------------------
 
 int Dispatcher::Calls::send_kept(Lock& lock) {
     if (_lines.empty() || Clock::now() < _retry_at) {

@@ -114,7 +114,7 @@ public:
                 return !_closed && _count.load(std::memory_order_relaxed) >= wanted;
             }
             if (_is_stale.load(std::memory_order_relaxed)) {
-                // Nobody tells when there is memory again.
+                // No event reports that there is memory again.
                 _changed.wait_until(lock, std::min(deadline.time(), Deadline::Clock::now() + RETRY_PAUSE));
             } else if (deadline.is_infinite()) {
                 _changed.wait(lock);
@@ -192,7 +192,7 @@ void MatchedRepliers::State::recount_locked() {
     for (DDS_Long index = 0; index < handles.length(); ++index) {
         DDS_SubscriptionBuiltinTopicData reader;
         if (!is_there(_writer.get_matched_subscription_data(reader, handles[index]))) {
-            continue;  // gone in between: its event follows
+            continue;  // left in between: its event follows
         }
         if (reader.partner_key == DDS_GUID_UNKNOWN) {
             ++plain[reader.participant_key].readers;
@@ -232,8 +232,8 @@ void MatchedRepliers::State::recount_locked() {
     _count.store(count, std::memory_order_release);
 }
 
-// What stood between the requester and a replier that was found; without text when nothing did. That replier may be gone by now: the
-// middleware reports the incompatibility, not its end.
+// What stood between the requester and a replier that was found; without text when nothing did. That replier may be gone by now:
+// the middleware reports the incompatibility, not its end.
 NoReply MatchedRepliers::State::incompatibility() {
     DDS_OfferedIncompatibleQosStatus offered;
     DDS_RequestedIncompatibleQosStatus requested;

@@ -16,7 +16,7 @@ Participant::Participant(const ParticipantParams& params) : _participant(nullptr
             check_retcode(DDSPropertyQosPolicyHelper::assert_property(qos.property, property.first.c_str(), property.second.c_str(),
                                                                       DDS_BOOLEAN_FALSE),
                           METHOD_NAME, VOST_LOG_ANY_FAILURE_s, "set Participant qos property", true);
-            // What belongs to security may be a secret.
+            // The values of security properties may be secret.
             told += ", " + property.first;
             told += property.first.compare(0, 8, "dds.sec.") == 0 ? "" : " \"" + property.second + "\"";
         }

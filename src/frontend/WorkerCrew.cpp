@@ -20,7 +20,7 @@ namespace details {
 
 Worker::~Worker() = default;
 
-// ---- waiting ----------------------------------------------------------------------------------------------------------------------
+// ---- waiting --------------------------------------------------------------------------------------------------------------------
 
 LeaderWait::LeaderWait(DDSDataReader& reader)
     : _reader(reader), _any_request(reader.create_readcondition(DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE)) {
@@ -47,7 +47,7 @@ bool LeaderWait::wait() {
     return true;
 }
 
-// ---- counting and reporting -------------------------------------------------------------------------------------------------------
+// ---- counting and reporting -----------------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -116,12 +116,12 @@ void WorkSource::reply_failed() noexcept {
     report("a reply could not be written");
 }
 
-// ---- the workers ------------------------------------------------------------------------------------------------------------------
+// ---- the workers ----------------------------------------------------------------------------------------------------------------
 
 // 1. Only the thread that holds _lead waits, takes, pauses and discards. The leader holds it while it sleeps in the reader.
 // 2. _over never goes back to false. Once it is true, and receiving has stopped, every worker ends after the handler that it is in.
 // 3. What is queued is discarded after receiving has stopped, and before a waiting thread is told that all is over.
-// 4. _handling is counted up under _lead: whoever holds it sees each request either queued or handled.
+// 4. _handling is counted up under _lead: a thread that holds it sees each request either queued or handled.
 // Lock order: _lead, then _mutex. Neither is held while a handler runs.
 class WorkerCrew::State {
 public:

@@ -22,8 +22,8 @@ public:
     /// @par Blocks  Never.
     ReplierStatistics stats() const;
 
-    /// Takes no more requests in: requesters see the replier go. Those that are queued can still be taken and answered; a wait for requests
-    /// ends with AlreadyDeletedException once fewer than it wants are queued. Calling it again does nothing.
+    /// Takes no more requests in: requesters see the replier go. Those that are queued can still be taken and answered; a wait for
+    /// requests ends with AlreadyDeletedException once fewer than it wants are queued. Calling it again does nothing.
     /// @throws PreconditionNotMetException  called from inside the replier's listener.
     /// @par Blocks  While the listener runs.
     void stop_receiving();
@@ -34,8 +34,8 @@ public:
     /// @par Blocks  Up to `max_wait`. On the embedded engine never: a reply that was written has arrived.
     bool wait_for_acknowledgments(const Timeout& max_wait = DEFAULT_TIMEOUT);
 
-    /// Leaves the service. Every wait, running or later, and every later reply ends with AlreadyDeletedException within milliseconds.
-    /// Requests that are queued can still be looked at. Calling it again does nothing.
+    /// Leaves the service. Every wait, running or later, and every later reply ends with AlreadyDeletedException within
+    /// milliseconds. Requests that are queued can still be looked at. Calling it again does nothing.
     /// @throws PreconditionNotMetException  called from inside the replier's listener.
     /// @par Threads  Any.
     /// @par Blocks   While the listener runs.

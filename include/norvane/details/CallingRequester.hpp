@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The untyped half of the typed requester: whole calls, readiness, counters, and closing.
 //
-// A call waits on a condition of any sample state that is keyed by its request, and takes by it: no other reader of the requester, keyed or not,
-// takes its wake-up away. Its key is open for as long as it runs; a reply that comes later is dropped before it takes room.
+// A call waits on a condition of any sample state that is keyed by its request, and takes by it: no other wait of the requester,
+// keyed or not, consumes its wake-up. Its key is open for as long as it runs; a reply that comes later is dropped before it takes
+// room.
 // Thread rule: any number of threads, but for construction and destruction.
 #ifndef NORVANE_DETAILS_CALLINGREQUESTER_HPP
 #define NORVANE_DETAILS_CALLINGREQUESTER_HPP
@@ -57,9 +58,11 @@ public:
     /// @return how many repliers are ready. Never blocks.
     int matched_repliers() const noexcept { return _repliers.count(); }
 
-    /// Says that no reply to a request is wanted any more. Those that are there are dropped, those that come are dropped and counted as late.
+    /// Says that no reply to a request is wanted any more. Those that are there are dropped, those that come are dropped and
+    /// counted as late.
     ///
-    /// `call` and `call_async` do so themselves. For requests of `send_request` it is a matter of memory: replies that nobody takes stay.
+    /// `call` and `call_async` do so themselves. For requests of `send_request` it saves memory: replies that are not taken stay in
+    /// the reader.
     /// @throws BadParameterException  `request_id` is no identity of a request of this requester.
     /// @par Blocks  Never.
     void forget(const DDS_SampleIdentity_t& request_id);
@@ -75,8 +78,8 @@ public:
     void close();
 
 protected:
-    /// @param dispatcher  of the asynchronous calls; null for none. It must live during the constructor, and may be destroyed before or after
-    ///                    the requester.
+    /// @param dispatcher  of the asynchronous calls; null for none. It must live during the constructor, and may be destroyed
+    ///                    before or after the requester.
     CallingRequester(const RequesterParams& params, Dispatcher* dispatcher, RegisterTypeFunc register_request_type,
                      RegisterTypeFunc register_reply_type, int reply_size, bool is_string);
 
@@ -84,7 +87,8 @@ protected:
     /// @throws AlreadyDeletedException  closed. @throws as EntityUntypedImpl::send_sample.
     void send_request(const void* request, DDS_WriteParams_t& params);
 
-    /// One whole call. On return exactly one reply is lent: give it back with `return_loan`. On an exception nothing of the call remains.
+    /// One whole call. On return exactly one reply is lent: give it back with `return_loan`. On an exception nothing of the call
+    /// remains.
     /// @throws CallTimeoutException     no reply in time.
     /// @throws AlreadyDeletedException  closed.
     void call(const void* request, const Timeout& timeout, WhenNobodyIsThere when_nobody, void*** reply, int* count,
@@ -125,7 +129,7 @@ protected:
     std::exception_ptr closure(const char* method_name) const;
     void count_completed() noexcept { _completed.fetch_add(1, std::memory_order_relaxed); }
 
-    /// Null without a dispatcher. (Before the repliers, whose changes it is told of.)
+    /// Null without a dispatcher. Declared before the repliers, which report their changes to it.
     std::shared_ptr<DispatcherLink> _dispatcher_link;
 
 private:

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Decodes described structs from XCDR1, little-endian, with Fast-CDR. The octets come from anybody.
+// Decodes described structs from XCDR1, little-endian, with Fast-CDR. The octets are untrusted.
 //
-// Everything gives false for what is no encoding of the type. Fast-CDR throws at the end of the buffer. No length is believed before as many octets
-// are seen to be there as that many elements need at least.
+// Everything gives false for what is no encoding of the type. Fast-CDR throws at the end of the buffer. No length is believed
+// before as many octets are seen to be there as that many elements need at least.
 // Thread rule: one thread at a time.
 #ifndef NORVANE_DETAILS_CDRDECODER_HPP
 #define NORVANE_DETAILS_CDRDECODER_HPP
@@ -140,8 +140,8 @@ private:
         return inner.get(value.has_value() ? *value : value.emplace()) && inner.is_at_end() && pass(length);
     }
 
-    /// Passes over octets that were looked at, at least one. A jump alone would leave it to Fast-CDR what the alignment is now; after a
-    /// character it is none.
+    /// Passes over octets that were looked at, at least one. A jump alone would leave it to Fast-CDR what the alignment is now;
+    /// after a character it is none.
     bool pass(std::uint32_t length) {
         char last;
         return _cdr.jump(length - 1) && (_cdr.deserialize(last), true);

@@ -20,8 +20,9 @@
 namespace norvane {
 namespace details {
 
-// An optional member goes behind a parameter header: u16 id, u16 length. A longer value takes the extended header: this id and length, then u32
-// id, u32 length. Ids carry flags above the mask, which say what a receiver that does not know the member should do.
+// An optional member goes behind a parameter header: u16 id, u16 length. A longer value takes the extended header: this id and
+// length, then u32 id, u32 length. Ids carry flags above the mask, which say what a receiver that does not know the member should
+// do.
 constexpr std::uint32_t EXTENDED_ID = 0x3f01;
 constexpr std::uint32_t EXTENDED_LENGTH = 8;
 constexpr std::uint32_t ID_MASK = 0x3fff;

@@ -32,8 +32,8 @@ public:
     /// Refers to other metadata from now on; what it referred to stays as it is.
     void set_info(Info& info) noexcept { _info_ptr = &info; }
     void set_info(const Info&& info) = delete;  // only its address is kept: use a variable
-    /// @return of a received sample: its identity, which a reply to it is bound to. Of one to be written: the `identity` of its parameters,
-    ///         which a write fills in.
+    /// @return of a received sample: its identity, which a reply to it is bound to. Of one to be written: the `identity` of its
+    ///         parameters, which a write fills in.
     DDS_SampleIdentity_t identity() const { return identity_of(*_info_ptr); }
 
     /// Exchanges what the two refer to.
@@ -69,8 +69,8 @@ public:
     TextRef() = default;
     TextRef(CharPtr text, Info& info) noexcept : RefFields<CharPtr, Info>(text, &info) {}
 
-    /// @return the text, terminated; null when it is nil, as for a null string. The reference is to the pointer in this object; of a temporary
-    ///         object it is the pointer itself.
+    /// @return the text, terminated; null when it is nil, as for a null string. The reference is to the pointer in this object; of
+    ///         a temporary object it is the pointer itself.
     CharPtr& data() & noexcept { return this->_data_ptr; }
     const CharPtr& data() const& noexcept { return this->_data_ptr; }
     CharPtr data() const&& noexcept { return this->_data_ptr; }
@@ -89,8 +89,8 @@ template <class U, class T>
 inline constexpr bool IS_CONST_VIEW = std::is_same<T, const U>::value ||
                                       (std::is_same<T, const char*>::value && std::is_same<U, char*>::value);
 
-/// Whether a reference to U is one to a text that a std::string, T, may be made of. A holder that did not know it would take the text by
-/// the conversion to std::string, and lose the metadata without a word.
+/// Whether a reference to U is one to a text that a std::string, T, may be made of. A holder that did not know it would take the
+/// text by the conversion to std::string, and lose the metadata without an error.
 template <class U, class T>
 inline constexpr bool IS_TEXT_FOR = std::is_same<T, std::string>::value&& IS_TEXT<U>;
 

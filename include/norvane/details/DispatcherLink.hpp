@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What ties a requester to its dispatcher, and what the two need to know of a call whose types they do not know.
+// The connection of a requester to its dispatcher, and the untyped view of a call that both use.
 #ifndef NORVANE_DETAILS_DISPATCHERLINK_HPP
 #define NORVANE_DETAILS_DISPATCHERLINK_HPP
 
@@ -22,13 +22,13 @@ class CallingRequester;
 
 /// How an asynchronous call ended: with one reply on loan, or with an error.
 struct CallEnding {
-    void** reply = nullptr;  ///< To be given back with `infos` by whoever is told of the ending.
+    void** reply = nullptr;  ///< On loan; CallCompletion::complete returns it, with `infos`.
     int count = 0;
     DDS_SampleInfoSeq infos;
     std::exception_ptr error;  ///< Null when there is a reply.
 };
 
-/// Who is told of the ending.
+/// Receives the ending of a call.
 class NORVANE_EXPORT CallCompletion {
 public:
     virtual ~CallCompletion();
@@ -57,7 +57,7 @@ protected:
     ~NewCall() = default;
 };
 
-/// One requester's place in a dispatcher. The requester owns it; calls that are being completed hold it besides, so that a requester may
+/// One requester's share of a dispatcher. The requester owns it; calls that are being completed share it, so that a requester may
 /// be destroyed inside its own callback.
 class NORVANE_EXPORT DispatcherLink {
 public:
@@ -71,7 +71,7 @@ public:
     static DispatcherLink& require(const std::shared_ptr<DispatcherLink>& link);
 
     virtual ~DispatcherLink();
-    /// Sends the request, or keeps it until a replier is ready and has room; the completion is told of the ending. When this throws, it is not.
+    /// Sends the request, or keeps it until a replier is ready and has room; the completion gets the ending, unless this throws.
     /// @throws AlreadyDeletedException  requester or dispatcher was closed. @throws what a write throws; std::bad_alloc.
     /// @par Blocks  Never.
     virtual void start(NewCall& call, const Timeout& timeout) = 0;

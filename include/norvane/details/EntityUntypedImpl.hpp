@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The untyped core that requester and replier share: one writer, one reader, two read conditions and a wait set.
 //
-// Thread rule: construction, initialisation, swap and destruction overlap with nothing. Sending: any number of threads. The entity's
-// own wait set serves one waiting thread at a time.
+// Thread rule: construction, initialisation, swap and destruction overlap with nothing. Sending: any number of threads. The
+// entity's own wait set serves one waiting thread at a time.
 #ifndef NORVANE_DETAILS_ENTITYUNTYPEDIMPL_HPP
 #define NORVANE_DETAILS_ENTITYUNTYPEDIMPL_HPP
 
@@ -22,8 +22,8 @@ NORVANE_EXPORT void init_sample_info(DDS_SampleInfo& info);
 
 /// Builds the context line of a failed operation, logs it, and rethrows or returns it.
 ///
-/// The line is the class name, "(writer topic, reader topic)" when both are known, "::", the function name and " failure". A reader on a
-/// content-filtered topic is named by the topic that is filtered.
+/// The line is the class name, "(writer topic, reader topic)" when both are known, "::", the function name and " failure". A reader
+/// on a content-filtered topic is named by the topic that is filtered.
 /// @param datawriter, datareader  may be null.
 /// @param rethrow  true: rethrows `ex` with the line in front, never returns.
 NORVANE_EXPORT std::string log_and_rethrow_conditional(DDSDataWriter* datawriter, DDSDataReader* datareader, const Rethrowable& ex,
@@ -83,7 +83,8 @@ protected:
 
     /// Writes one sample.
     /// @param data  one sample of the writer's type.
-    /// @param info  its `identity` is reset to automatic first, and afterwards holds the identity assigned. Not shared between threads.
+    /// @param info  its `identity` is reset to automatic first, and afterwards holds the identity assigned. Not shared between
+    ///              threads.
     /// @throws TimeoutException  no room within the writer's `max_blocking_time`.
     /// @throws the class of the middleware's code, for any other failure.
     /// @par Blocks  Up to `max_blocking_time`.

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A pool of constructed objects, and the handle that owns one of them.
 //
-// An object is constructed when its buffer is made and destroyed with the pool; in between it is handed out and taken back as it is.
+// An object is constructed when its buffer is made and destroyed with the pool; in between it is handed out and taken back as it
+// is.
 // Thread rule: the pool serialises its users when its settings say so; a handle belongs to one thread at a time.
 #ifndef NORVANE_DETAILS_FASTOBJECTPOOL_HPP
 #define NORVANE_DETAILS_FASTOBJECTPOOL_HPP

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which repliers a requester can call: those whose request reader its writer has matched, and whose reply writer its reader has matched.
+// Which repliers a requester can call: those whose request reader its writer has matched, and whose reply writer its reader has
+// matched.
 //
-// A replier of ours says which writer belongs to its reader, and counts as ready when both are matched. Readers and writers that say nothing
-// are a plain peer's: they are paired by number, participant by participant.
+// A replier of ours says which writer belongs to its reader, and counts as ready when both are matched. Readers and writers that
+// announce no partner belong to plain peers: they are paired by their number, for each participant.
 // Thread rule: any thread. Lock order: its own mutex, then the middleware's. Listens to both endpoints for as long as it lives.
 #ifndef NORVANE_DETAILS_MATCHEDREPLIERS_HPP
 #define NORVANE_DETAILS_MATCHEDREPLIERS_HPP
@@ -38,9 +39,10 @@ public:
     /// @return how many repliers are ready.
     int count() const noexcept;
     /// Waits until so many are ready.
-    /// @return false when the time ran out, or nobody is waited for any more: see `close`.
+    /// @return false when the time ran out, or `close` was called.
     bool wait(const Deadline& deadline, int wanted);
-    /// Has a function called after every change, from a thread of the middleware, without any lock of ours. Once, before there are waits.
+    /// Has a function called after every change, from a thread of the middleware, without any lock of ours. Once, before there are
+    /// waits.
     void set_on_change(std::function<void()> on_change);
     /// Ends every wait, now and later.
     void close() noexcept;

@@ -36,8 +36,8 @@ protected:
                     bool isStringDataReader);
 
     /// Stores the identity of a request in the write parameters of its reply. Needs no initialised replier.
-    /// @throws BadParameterException  the GUID is automatic or unknown, or the number automatic, maximal, zero or unknown; nothing is
-    ///                                stored then.
+    /// @throws BadParameterException  the GUID is automatic or unknown, or the number automatic, maximal, zero or unknown; nothing
+    ///                                is stored then.
     static void configure_params_for_reply(DDS_WriteParams_t& params, const DDS_SampleIdentity_t& related_request_id);
 
     /// Writes one reply.

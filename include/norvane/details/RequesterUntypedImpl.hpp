@@ -12,7 +12,8 @@
 namespace norvane {
 namespace details {
 
-/// Index of the reply reader that keys replies by the number of their request. Made by the requester, named by each keyed condition.
+/// Index of the reply reader that keys replies by the number of their request. Made by the requester, named by each keyed
+/// condition.
 inline constexpr const char* CORRELATION_INDEX_NAME = "RequestReplyIndex";
 
 /// Makes the content-filtered topic that passes only replies to one request writer.
@@ -33,8 +34,8 @@ public:
 
 /// Untyped requester: complete when its constructor returns.
 ///
-/// Any number of threads may send, wait for replies and collect them at once: each wait has its own conditions, and its own wait set
-/// from the pool. Construction, swap and destruction overlap with nothing.
+/// Any number of threads may send, wait for replies and collect them at once: each wait has its own conditions, and its own wait
+/// set from the pool. Construction, swap and destruction overlap with nothing.
 class NORVANE_EXPORT RequesterUntypedImpl : public EntityUntypedImpl {
 public:
     ~RequesterUntypedImpl() override;
@@ -54,17 +55,19 @@ public:
 protected:
     /// @param sample_size         octets of one reply sample.
     /// @param isStringDataReader  whether the reply type is the built-in string.
-    /// @throws as EntityUntypedImpl::initialize; the class of the middleware's code when the index could not be made; std::bad_alloc.
+    /// @throws as EntityUntypedImpl::initialize; the class of the middleware's code when the index could not be made;
+    /// std::bad_alloc.
     RequesterUntypedImpl(const RequesterParams& params, RegisterTypeFunc register_request_type_fnc,
                          RegisterTypeFunc register_reply_type_fnc, int sample_size, bool isStringDataReader);
 
     /// Waits until replies to one request are available.
     ///
     /// Samples already received count. They stay in the reader, so a later take returns them all.
-    /// @param max_wait            Longest time blocked, time spent reading not included. DDS_DURATION_ZERO polls; DDS_DURATION_INFINITE never
-    ///                            gives up.
+    /// @param max_wait            Longest time blocked, time spent reading not included. DDS_DURATION_ZERO polls;
+    ///                            DDS_DURATION_INFINITE never gives up.
     /// @param min_sample_count    Replies wanted, or DDS_LENGTH_UNLIMITED to wait out the whole time.
-    /// @param related_request_id  The identity that the request's write returned; only its number is looked at. Borrowed for the call.
+    /// @param related_request_id  The identity that the request's write returned; only its number is looked at. Borrowed for the
+    ///                            call.
     /// @return true when enough replies are there; false on time-out, which is not an error.
     /// @throws BadParameterException  the request's sequence number is automatic, zero, unknown or maximal.
     /// @throws RuntimeException       the middleware could not make a condition.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The threads of a service. One of n workers at a time is the leader: it waits for a request, takes exactly one, passes the lead on, handles
-// the request and answers it. Requests wait in the reader, where their limit holds; there is no second queue, and no dispatching thread.
+// The threads of a service. One of n workers at a time is the leader: it waits for a request, takes exactly one, passes the lead
+// on, handles the request and answers it. Requests wait in the reader, where their limit holds; there is no second queue, and no
+// dispatching thread.
 //
 // Thread rule: any number of threads, handlers included; construction and destruction overlap with nothing else.
 #ifndef NORVANE_DETAILS_WORKERCREW_HPP
@@ -32,7 +33,8 @@ public:
     virtual void handle() noexcept = 0;
 };
 
-/// How the leader waits for the requests of a reader. A wait that ends because the replier leaves is no error: no exception, no log line.
+/// How the leader waits for the requests of a reader. A wait that ends because the replier leaves is no error: no exception, no log
+/// line.
 /// @par Threads  `wait`: one at a time.
 class NORVANE_EXPORT LeaderWait {
 public:
@@ -52,7 +54,8 @@ private:
     DDSWaitSet _waitset;
 };
 
-/// Where the workers get requests and leave replies: a replier and a handler, typed by the derived class. Counts, and reports to the log.
+/// Where the workers get requests and leave replies: a replier and a handler, typed by the derived class. Counts, and reports to
+/// the log.
 class NORVANE_EXPORT WorkSource {
 public:
     virtual ~WorkSource();
@@ -102,8 +105,8 @@ public:
     /// Starts the workers.
     /// @throws OutOfResourcesException  a thread could not be started; none is left then.
     explicit WorkerCrew(std::shared_ptr<WorkSource> work);
-    /// Stops, and waits for every handler; logs once when that takes longer than DEFAULT_TIMEOUT. Called inside a handler, it waits for the
-    /// others; the calling worker keeps the work source until it has answered.
+    /// Stops, and waits for every handler; logs once when that takes longer than DEFAULT_TIMEOUT. Called inside a handler, it waits
+    /// for the others; the calling worker keeps the work source until it has answered.
     ~WorkerCrew();
     WorkerCrew(const WorkerCrew&) = delete;
     WorkerCrew& operator=(const WorkerCrew&) = delete;

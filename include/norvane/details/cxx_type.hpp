@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every C++ type brings to its table of operations: its name, its life, its copies; and how layouts are hashed.
-// Names and hashes are the same in every module of the process.
+// The part of a type's table of operations that every C++ type has: name, construction, destruction, copies; and the hash of
+// layouts. Names and hashes are the same in every module of the process.
 #ifndef NORVANE_DETAILS_CXX_TYPE_HPP
 #define NORVANE_DETAILS_CXX_TYPE_HPP
 
@@ -25,7 +25,7 @@ constexpr auto compiler_text() noexcept {
     return std::string_view(__PRETTY_FUNCTION__);
 }
 
-// Where the compiler puts the type into its text is measured with a type whose name is known.
+// The position of the type's name in the compiler's text is measured with a type whose name is known.
 constexpr std::size_t COMPILER_TEXT_BEFORE = compiler_text<double>().find("double");
 constexpr std::size_t COMPILER_TEXT_AROUND = compiler_text<double>().size() - std::string_view("double").size();
 static_assert(COMPILER_TEXT_BEFORE != std::string_view::npos, "the compiler's text does not hold the name of the type");
@@ -113,7 +113,7 @@ void clear_sample(const DDS_TypeOperations&, void* sample) noexcept {
     }
 }
 
-/// A type support whose table is a constant of the program: nobody need own it.
+/// A type support whose table is a constant of the program, and so has no owner.
 template <class T, const DDS_TypeOperations& TABLE>
 class CxxTypeSupport : public DDSTypeSupport {
 public:

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Fields of described structs, for content filters: found once by path, read by number.
 //
-// Fields are numbered depth first. Strings, numbers, booleans and enumerations are fields; so are runs of char (text up to its first NUL) and of
-// octets. Other sequences and arrays are not. A path goes through an optional member as if it were there.
+// Fields are numbered depth first. Strings, numbers, booleans and enumerations are fields; so are runs of char (text up to its
+// first NUL) and of octets. Other sequences and arrays are not. A path goes through an optional member as if it were there.
 #ifndef NORVANE_DETAILS_DESCRIBED_FIELDS_HPP
 #define NORVANE_DETAILS_DESCRIBED_FIELDS_HPP
 

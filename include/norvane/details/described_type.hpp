@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Structs that are described with Boost.Describe, as types that travel: their table of operations, and what the compiler says of those that
-// cannot be one.
+// Structs that are described with Boost.Describe as types of samples: their table of operations, and the compile
+// errors for those that cannot be sent.
 //
 // What a described type may hold, and how it is encoded: docstring of norvane::dds_type_traits.
 // Thread rule: everything here may be used from any thread at once.
@@ -126,7 +126,8 @@ inline bool is_encapsulated(const std::uint8_t* buffer, std::size_t length) noex
     return length >= ENCAPSULATION_SIZE && std::memcmp(buffer, ENCAPSULATION, 2) == 0;
 }
 
-/// Runs an encoding behind the encapsulation. @param put  called with (char* buffer, std::size_t capacity); returns octets written, and whether all went well.
+/// Runs an encoding behind the encapsulation. @param put  called with (char* buffer, std::size_t capacity); returns octets written,
+/// and whether all went well.
 template <class Put>
 std::size_t encode_encapsulated(std::uint8_t* buffer, std::size_t capacity, Put&& put) noexcept {
     if (capacity < ENCAPSULATION_SIZE) {

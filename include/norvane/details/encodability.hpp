@@ -2,7 +2,8 @@
 // Which values of a described type cannot be encoded, and where in the sample such a value is.
 //
 // A std::string with a NUL inside would end there at a receiver in C; a described enumeration has no values but its enumerators.
-// Nothing here allocates or throws. Thread rule: everything here may be used from any thread at once.
+// Nothing here allocates or throws.
+// Thread rule: everything here may be used from any thread at once.
 #ifndef NORVANE_DETAILS_ENCODABILITY_HPP
 #define NORVANE_DETAILS_ENCODABILITY_HPP
 

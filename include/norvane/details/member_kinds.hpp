@@ -192,7 +192,8 @@ inline constexpr bool TAKES_ONE_MORE = false;
 template <class T, class... M>
 inline constexpr bool TAKES_ONE_MORE<T(M...), std::void_t<decltype(T{std::declval<M>()..., {}})>> = true;
 
-/// Whether an aggregate takes the described members as initialisers, and no more. (A C array is no expression: nothing is known then.)
+/// Whether an aggregate takes the described members as initialisers, and no more. (A C array is no expression: nothing is known
+/// then.)
 template <class T, template <class...> class List, class... D>
 constexpr bool has_no_other_member(List<D...>*) noexcept {
     if constexpr ((std::is_array<MemberType<D>>::value || ...)) {
@@ -208,18 +209,21 @@ constexpr std::size_t most_octets(List<D...>*) noexcept {
     const std::size_t of_vtable = std::is_polymorphic<T>::value ? sizeof(void*) : 0;
     std::size_t least_alignment = of_vtable != 0 ? alignof(void*) : alignof(T);
     ((least_alignment = alignof(MemberType<D>) < least_alignment ? alignof(MemberType<D>) : least_alignment), ...);
-    // Each starts at a multiple of the least alignment, and so needs no more padding in front than its own alignment asks for beyond that.
+    // Each starts at a multiple of the least alignment, and so needs no more padding in front than its own alignment asks for
+    // beyond that.
     std::size_t octets = of_vtable;
     ((octets += sizeof(MemberType<D>) + alignof(MemberType<D>) - least_alignment), ...);
     octets = (octets + alignof(T) - 1) / alignof(T) * alignof(T);
     return octets != 0 ? octets : alignof(T);
 }
 
-/// Whether the described members are all members. One that was left out would be lost on the way to another process, without an error.
+/// Whether the described members are all members. One that was left out would be lost on the way to another process, without an
+/// error.
 ///
-/// Only a class without described bases can be checked. An aggregate: by its size (where members lie is not known before run time, but without
-/// alignment of its own each lies where the ones before it end), and, for those that hide in padding, by its initialisers. Another class, whose
-/// members are described by access and not in their order, by the largest size that those described can need.
+/// Only a class without described bases can be checked. An aggregate: by its size (where members lie is not known before run time,
+/// but without alignment of its own each lies where the ones before it end), and, for those that hide in padding, by its
+/// initialisers. Another class, whose members are described by access and not in their order, by the largest size that those
+/// described can need.
 template <class T>
 constexpr bool describes_whole() noexcept {
     if constexpr (std::is_aggregate<T>::value &&

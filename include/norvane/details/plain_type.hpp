@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A trivially copyable struct that nobody described: it travels as a copy of its bytes, and only inside its process.
+// A trivially copyable struct without a description: it is sent as a copy of its bytes, and only inside its process.
 #ifndef NORVANE_DETAILS_PLAIN_TYPE_HPP
 #define NORVANE_DETAILS_PLAIN_TYPE_HPP
 
@@ -13,14 +13,14 @@
 namespace norvane {
 namespace details {
 
-/// Whether T travels as a copy of its bytes. A pointer would arrive, but what it points at would not.
+/// Whether T is sent as a copy of its bytes. Not a pointer: what it points at would not be sent.
 template <class T>
 inline constexpr bool IS_PLAIN_SAMPLE =
     std::conjunction<std::is_trivially_copyable<T>, std::is_default_constructible<T>, std::is_copy_assignable<T>,
                      std::negation<std::is_pointer<T>>, std::negation<std::is_member_pointer<T>>,
                      std::negation<std::is_null_pointer<T>>>::value;
 
-/// What is known of a layout that nobody described.
+/// The hash of a layout without a description: name, size and alignment.
 template <class T>
 constexpr std::uint64_t opaque_layout_hash() noexcept {
     return hash_number(hash_number(hash_text(HASH_SEED, type_name<T>), sizeof(T)), alignof(T));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a front-end's caller hands in, turned into what the core wants: strings into samples.
+// The argument of a front-end as the sample that the core writes, checked.
 #ifndef NORVANE_DETAILS_SAMPLE_ARGUMENT_HPP
 #define NORVANE_DETAILS_SAMPLE_ARGUMENT_HPP
 
@@ -39,8 +39,9 @@ void require_encodable([[maybe_unused]] const T& value, [[maybe_unused]] const c
 template <class T>
 class SampleArgument {
 public:
-    /// @throws BadParameterException  the sample is octets with a length but no value, or a negative length; or it cannot be encoded: the
-    ///                                message names the member. (Checked here, so that it is refused alike where nothing is encoded.)
+    /// @throws BadParameterException  the sample is octets with a length but no value, or a negative length; or it cannot be
+    ///                                encoded: the message names the member. (Checked here, so that it is refused alike where
+    ///                                nothing is encoded.)
     SampleArgument(const T& value, [[maybe_unused]] const char* method_name) : _value(&value) {
         if constexpr (std::is_same<T, DDS_Octets>::value || std::is_same<T, DDS_KeyedOctets>::value) {
             require_octets(value.value, value.length, method_name);

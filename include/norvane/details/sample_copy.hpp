@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Copies of what is on loan, for those who want a value of their own.
+// Copies of samples on loan.
 #ifndef NORVANE_DETAILS_SAMPLE_COPY_HPP
 #define NORVANE_DETAILS_SAMPLE_COPY_HPP
 
