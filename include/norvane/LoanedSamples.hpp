@@ -179,7 +179,7 @@ public:
     /// @throws PreconditionNotMetException  there is no such sample. @throws what the copy throws.
     Sample<T> operator[](std::size_t index) const&& { return Sample<T>((*this)[index]); }
 
-    // A loop over a temporary, `for (const auto& reply : requester.take_replies(id))`, keeps it, and is in good order.
+    // A loop over a temporary, `for (const auto& reply : requester.take_replies(id))`, keeps it alive, and is correct.
     iterator begin() & noexcept { return iterator(_seq, _infoseq, 0); }
     iterator end() & noexcept { return iterator(_seq, _infoseq, length()); }
     const_iterator begin() const& noexcept { return const_iterator(_seq, _infoseq, 0); }

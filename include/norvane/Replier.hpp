@@ -86,14 +86,14 @@ public:
     /// As `take_requests`, but leaves the requests in the reader.
     LoanedSamples<Request> read_requests(int max_count = DDS_LENGTH_UNLIMITED) { return requests(max_count, false); }
 
-    /// Takes one request, as a copy of one's own. @return the request that came first; nothing when there is none.
+    /// Takes one request, as an owned copy. @return the request that came first; nothing when there is none.
     std::optional<Sample<Request>> take_request() { return details::first_of(take_requests(1)); }
     /// As `take_request`, but leaves the request in the reader.
     std::optional<Sample<Request>> read_request() { return details::first_of(read_requests(1)); }
 
     /// Waits for a request and takes it.
     /// @param max_wait  longest time blocked; not zero (that is `take_request`).
-    /// @return the request, as a copy of one's own; nothing on time-out.
+    /// @return the request, as an owned copy; nothing on time-out.
     /// @throws as receive_requests.
     /// @par Threads  One at a time.
     /// @par Blocks   Up to `max_wait`.

@@ -234,9 +234,9 @@ public:
         return read_replies(DDS_LENGTH_UNLIMITED, request_id);
     }
 
-    /// Takes one reply, as a copy of one's own. @return the reply that came first; nothing when there is none.
+    /// Takes one reply, as an owned copy. @return the reply that came first; nothing when there is none.
     std::optional<Sample<Reply>> take_reply() { return details::first_of(take_replies(1)); }
-    /// Takes one reply to one request, as a copy of one's own. @return the reply that came first; nothing when there is none.
+    /// Takes one reply to one request, as an owned copy. @return the reply that came first; nothing when there is none.
     std::optional<Sample<Reply>> take_reply(const DDS_SampleIdentity_t& request_id) {
         return details::first_of(take_replies(1, request_id));
     }
@@ -249,7 +249,7 @@ public:
 
     /// Waits for a reply, whichever of the requests it answers, and takes it.
     /// @param max_wait  longest time blocked; not zero (that is `take_reply`).
-    /// @return the reply, as a copy of one's own; nothing on time-out.
+    /// @return the reply, as an owned copy; nothing on time-out.
     /// @throws as receive_replies.
     /// @par Threads  One at a time.
     /// @par Blocks   Up to `max_wait`.

@@ -17,7 +17,7 @@ struct RequesterStatistics {
     std::int64_t received = 0;   ///< Replies taken in.
     std::int64_t queued = 0;     ///< Replies that have not been taken yet.
     std::int64_t late = 0;       ///< Replies dropped: their call had ended, or their request was forgotten.
-    std::int64_t lost = 0;       ///< Replies dropped for want of room (never with the default QoS).
+    std::int64_t lost = 0;       ///< Replies dropped because there was no room (never with the default QoS).
 };
 
 /// What a replier has done since it was made. The figures are read one after another: while requests come they need not add up.
@@ -27,7 +27,7 @@ struct ReplierStatistics {
     std::int64_t answered = 0;        ///< Replies written.
     std::int64_t unmatched = 0;       ///< Of these, those whose requester had left.
     std::int64_t unacknowledged = 0;  ///< Of these, those that have not reached their requester yet, as far as is known.
-    std::int64_t lost = 0;            ///< Requests dropped for want of room (never with the default QoS).
+    std::int64_t lost = 0;            ///< Requests dropped because there was no room (never with the default QoS).
 };
 
 /// What a service has done with its requests.
