@@ -6,6 +6,7 @@
 
 #include "middleware/DeferringEngines.hpp"
 #include "middleware/Log.hpp"
+#include "middleware/clock.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -228,7 +229,7 @@ DDS_ReturnCode_t WaitSetCore::wait_alone(DDSConditionSeq& active, const DDS_Dura
             return DDS_RETCODE_TIMEOUT;
         }
         if (!deadline_known) {
-            deadline = platform::deadline_after(timeout);
+            deadline = deadline_after(timeout);
             deadline_known = true;
         }
         if (!has_spun) {

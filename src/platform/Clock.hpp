@@ -5,20 +5,14 @@
 
 #include <cstdint>
 
-#include "norvane/dds/types.hpp"
-
 namespace norvane {
 namespace platform {
 
 /// @return nanoseconds on the monotonic clock.
 std::int64_t monotonic_ns() noexcept;
 
-/// @return the time of the process's clock.
-DDS_Time_t current_time() noexcept;
-
-/// @return the point on the monotonic clock that comes `duration` from now; NO_DEADLINE when it is infinite; a point in the past
-///         when it is negative.
-std::int64_t deadline_after(const DDS_Duration_t& duration) noexcept;
+/// @return nanoseconds since 1970 by the process's clock.
+std::int64_t wall_ns() noexcept;
 
 }  // namespace platform
 }  // namespace norvane

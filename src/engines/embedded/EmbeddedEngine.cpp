@@ -11,7 +11,7 @@
 #include "engines/embedded/EmbeddedWriterPort.hpp"
 #include "engines/embedded/guid.hpp"
 #include "engines/refusals.hpp"
-#include "platform/Clock.hpp"
+#include "middleware/clock.hpp"
 
 namespace norvane {
 namespace embedded {
@@ -36,7 +36,7 @@ public:
                                       [&] { return make<mw::ReaderPort, EmbeddedReaderPort, Reader>(settings, code, failure); });
     }
 
-    DDS_Time_t current_time() noexcept override { return platform::current_time(); }
+    DDS_Time_t current_time() noexcept override { return mw::current_time(); }
 
 private:
     // The partner of a routed reader is the writer whose answers it wants.

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "middleware/clock.hpp"
 #include "norvane/dds/types.hpp"
 #include "platform/Clock.hpp"
 #include "platform/FutexWord.hpp"
@@ -24,7 +25,7 @@ public:
     /// Sleeps while the word holds `seen`, no longer than there is patience.
     void sleep(platform::FutexWord& word, std::uint32_t seen) noexcept {
         if (!_started) {
-            _deadline_ns = platform::deadline_after(_limit);
+            _deadline_ns = mw::deadline_after(_limit);
             _started = true;
         }
         // A word that keeps changing never times out by itself.

@@ -11,7 +11,7 @@
 #include "engines/embedded/Bus.hpp"
 #include "engines/embedded/Patience.hpp"
 #include "engines/embedded/PendingAnnouncements.hpp"
-#include "platform/Clock.hpp"
+#include "middleware/clock.hpp"
 
 namespace norvane {
 namespace embedded {
@@ -53,7 +53,7 @@ struct Writer::Outgoing {
         : request(write_request), patience(write_request.max_blocking_time) {
         metadata.identity.writer_guid = writer_guid;
         metadata.related_identity = request.related_identity;
-        metadata.reception_timestamp = platform::current_time();
+        metadata.reception_timestamp = mw::current_time();
         metadata.source_timestamp =
             request.source_timestamp == DDS_TIME_INVALID ? metadata.reception_timestamp : request.source_timestamp;
     }
@@ -105,7 +105,7 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
             _bus->send_backlogs(std::exchange(out.relieved, nullptr));
         } else if (out.sleeper) {
             out.patience.sleep(*out.word, out.seen);
-            out.metadata.reception_timestamp = platform::current_time();
+            out.metadata.reception_timestamp = mw::current_time();
         } else if (_needs_copies.load(std::memory_order_relaxed)) {
             // Before the lock: a large sample must not keep other writes waiting.
             out.sample.reset(_pool.make_copy(request.data));

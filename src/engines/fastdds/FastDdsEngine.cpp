@@ -14,7 +14,7 @@
 #include "engines/fastdds/reading/ReplyRoute.hpp"
 #include "engines/fastdds/writing/Writer.hpp"
 #include "engines/refusals.hpp"
-#include "platform/Clock.hpp"
+#include "middleware/clock.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -83,7 +83,7 @@ public:
         });
     }
 
-    DDS_Time_t current_time() noexcept override { return platform::current_time(); }
+    DDS_Time_t current_time() noexcept override { return mw::current_time(); }
 
 private:
     template <typename Port, typename FastDdsPort, typename Kind, typename Settings>

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "engines/fastdds/discovery/LocalWriters.hpp"
-#include "platform/Clock.hpp"
+#include "middleware/clock.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -50,7 +50,7 @@ mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change
     metadata.related_identity = to_identity(change.write_params.sample_identity());
     metadata.related_identity.writer_guid = answered_writer(change);
     metadata.source_timestamp = to_time(change.sourceTimestamp);
-    metadata.reception_timestamp = platform::current_time();
+    metadata.reception_timestamp = mw::current_time();
     return metadata;
 }
 

@@ -2,6 +2,7 @@
 #include "engines/fastdds/writing/HeldAnswers.hpp"
 
 #include <memory>
+#include "middleware/clock.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -10,7 +11,7 @@ std::int64_t HeldAnswers::deadline_of(const DDS_GUID_t& requester, DDS_GUID_t& p
     if (requester == DDS_GUID_UNKNOWN || (_audience.has_reader_of(requester) && _answers.empty())) {
         return 0;
     }
-    const std::int64_t patience_ends_ns = platform::deadline_after(_patience);
+    const std::int64_t patience_ends_ns = mw::deadline_after(_patience);
     const bool has_one_before =
         std::any_of(_answers.begin(), _answers.end(), [&](const HeldAnswer& held) { return held.requester == requester; });
     const std::shared_ptr<const Discovered> announced = _domain.find_requester(requester);

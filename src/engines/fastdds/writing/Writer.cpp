@@ -12,6 +12,7 @@
 
 #include "engines/fastdds/attributes.hpp"
 #include "engines/fastdds/discovery/LocalWriters.hpp"
+#include "middleware/clock.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -256,7 +257,7 @@ DDS_ReturnCode_t Writer::write_patiently(const mw::WriteRequest& request, rtps::
             return code;
         }
         if (deadline_ns == 0) {
-            deadline_ns = platform::deadline_after(limit);
+            deadline_ns = mw::deadline_after(limit);
         } else if (platform::monotonic_ns() >= deadline_ns) {
             return code;
         }
@@ -272,8 +273,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
     }
     rtps::WriteParams params;  // a fresh one each time: it carries identities from one sample to the next
     params.related_sample_identity(to_rtps(request.related_identity));
-    params.source_timestamp(
-        to_rtps(request.source_timestamp == DDS_TIME_INVALID ? platform::current_time() : request.source_timestamp));
+    params.source_timestamp(to_rtps(request.source_timestamp == DDS_TIME_INVALID ? mw::current_time() : request.source_timestamp));
     const DDS_GUID_t& asker = request.related_identity.writer_guid;
     DDS_GUID_t participant = DDS_GUID_UNKNOWN;
     const std::int64_t deadline_ns = _held.deadline_of(asker, participant);
@@ -459,7 +459,7 @@ DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait
     if (!call.may_run()) {
         return DDS_RETCODE_ALREADY_DELETED;
     }
-    const std::int64_t deadline_ns = platform::deadline_after(max_wait);
+    const std::int64_t deadline_ns = mw::deadline_after(max_wait);
     for (std::int64_t goal = -1;;) {
         const std::uint32_t seen = _changes.load();
         {
