@@ -1,167 +1,111 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Who may include whom. Prints file:line, the include and the rule for everything that is out of its room; exits with 1 then.
+"""Who may include whom. Prints file:line, the include and the rule for each one that breaks it; exits with 1 then.
 
 usage: scripts/check_rooms.py [root of the tree]
 
-Each room lists what it may include besides the C++ standard library; the first room whose folder holds the file is the file's.
+A room is a folder, or some files of one. It lists what its files may include of the rooms and libraries named in OURS; the first room that
+holds a file is the file's. All other headers (the C++ library's, the system's, those of other libraries) are free, except threads and locks in
+rooms that do without them. A plain name means a file of the same folder.
 """
 import re
 import sys
 from pathlib import Path
 
+# What the rules are about: the rooms, and Fast DDS.
+OURS = ("norvane/", "frontend/", "requestreply/", "infrastructure/", "middleware/", "platform/", "engines/", "support/", "network/", "benchmarks/",
+        "fastdds/", "fastrtps/")
+FAST_DDS = ("fastdds/*", "fastrtps/*")
+THREADS = {"thread", "mutex", "shared_mutex", "condition_variable", "pthread.h"}
+
 OBJECT_API = ("norvane/dds/*", "norvane/export.hpp")
-FRONT_ENDS = ("norvane/norvane.hpp", "norvane/Requester.hpp", "norvane/Replier.hpp")
-UMBRELLA = ("norvane/norvane.hpp",)
-# C++ headers that make threads or locks. Requests and replies need none: the middleware below has them. (A future is something to hand out.)
-THREADS = ("<thread>", "<mutex>", "<shared_mutex>", "<condition_variable>", "<pthread.h>")
+UNTYPED = tuple("norvane/details/%s.hpp" % name for name in (
+    "EntityUntypedImpl", "RequesterUntypedImpl", "ReplierUntypedImpl", "FastObjectPool", "precondition", "sample_identity", "topic_names"))
+PARAMETERS = ("norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/RequesterParams.hpp", "norvane/ReplierParams.hpp")
+CORE = OBJECT_API + UNTYPED + PARAMETERS
+TYPED = ("norvane/norvane.hpp", "norvane/Requester.hpp", "norvane/Replier.hpp", "norvane/Service.hpp", "norvane/coroutines.hpp")
+SEAM = OBJECT_API + ("middleware/Engine.hpp", "middleware/clock.hpp", "platform/*")
+FASTDDS_ENGINE = SEAM + FAST_DDS + tuple("engines/%s.hpp" % name for name in ("judgement", "refusals", "GuidHash"))
 
-
-class Room:
-    """A folder, what its files may include besides <c++ headers> and their own folder, and exceptions to that."""
-
-    def __init__(self, folder, may, never=(), system=()):
-        self.folder, self.may, self.never, self.system = folder, may, never, system
-
-
-# Where the types of applications are taken apart and encoded, and nowhere else.
-FASTCDR = ("fastcdr/Cdr.h", "fastcdr/FastBuffer.h")
-DESCRIBE = ("boost/describe/*", "boost/mp11/*")
-
-# What engines have in common besides their contract.
-ALL_ENGINES = ("engines/judgement.hpp", "engines/refusals.hpp", "engines/GuidHash.hpp")
-
+# (folder or beginning of a path, what it may include, what it must not all the same, whether it may have threads and locks)
 ROOMS = [
-    Room("include/norvane/dds/", OBJECT_API, THREADS),
-    Room("include/norvane/details/member_kinds.hpp", OBJECT_API + ("norvane/details/*",), THREADS, system=DESCRIBE),
-    Room("include/norvane/details/CdrEncoder.hpp", OBJECT_API + ("norvane/details/*",), THREADS, system=FASTCDR),
-    Room("include/norvane/generated_types.hpp", ("norvane/details/*",), THREADS, system=FASTCDR),
-    Room("include/norvane/details/",
-         OBJECT_API + ("norvane/details/*", "norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/RequesterParams.hpp",
-                       "norvane/ReplierParams.hpp", "norvane/CallTimeoutException.hpp", "norvane/Statistics.hpp", "norvane/Timeout.hpp"), THREADS),
-    Room("include/norvane/norvane.hpp", ("norvane/*",)),
-    Room("include/norvane/", ("norvane/*",), UMBRELLA + THREADS),
-    Room("src/requestreply/", ("norvane/*",), FRONT_ENDS + THREADS),
-    Room("src/infrastructure/", ("norvane/*",), FRONT_ENDS + THREADS),
-    Room("src/frontend/", ("norvane/*", "frontend/*"), FRONT_ENDS, system=("boost/*",)),
-    Room("src/platform/", OBJECT_API + ("platform/*",), system=("*",)),
-    Room("src/middleware/", OBJECT_API + ("middleware/*", "platform/*"), system=("unistd.h",)),
-    Room("src/engines/embedded/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", *ALL_ENGINES, "engines/embedded/*")),
-    Room("src/engines/fastdds/", OBJECT_API + ("middleware/Engine.hpp", "platform/*", *ALL_ENGINES, "engines/fastdds/*"),
-         system=("fastdds/*", "fastrtps/*", "fastcdr/*", "arpa/inet.h", "ifaddrs.h", "netinet/in.h", "poll.h", "sys/socket.h", "unistd.h",
-                 "tinyxml2.h")),
-    Room("src/engines/refusals.hpp", ("middleware/Engine.hpp",)),
-    Room("src/engines/judgement.hpp", ("middleware/Engine.hpp",)),
-    Room("src/engines/GuidHash.hpp", OBJECT_API),
-    Room("src/engines/EngineModule", ("middleware/Engine.hpp", "engines/EngineModule.hpp"), system=("dlfcn.h", "unistd.h")),
-    Room("src/engines/select.cpp", ("middleware/Engine.hpp", "engines/EngineModule.hpp", "engines/embedded/EmbeddedEngine.hpp")),
-    Room("examples/", ("norvane/*",), ("norvane/details/*",), system=("*",)),
-    Room("benchmarks/network/", ("norvane/*", "benchmarks/*"), ("norvane/details/*",), system=("*",)),
-    Room("benchmarks/", ("norvane/*",), ("norvane/details/*",), system=("*",)),
-    Room("tests/support/", ("norvane/*", "support/*"), system=("*",)),
-    Room("tests/conformance/", OBJECT_API + ("support/*",), system=("*",)),
-    Room("tests/requestreply/", ("norvane/*", "support/*"), system=("*",)),
-    Room("tests/network/", ("norvane/*", "support/*", "network/*"), system=("*",)),
-    Room("tests/package/", ("norvane/*",), ("norvane/details/*",), system=("*",)),
-    Room("tests/unit/", ("*",), system=("*",)),
+    ("include/norvane/dds/", OBJECT_API, (), False),
+    *(("include/" + header, CORE, (), False) for header in UNTYPED + PARAMETERS),
+    ("include/norvane/details/", CORE + ("norvane/details/*", "norvane/CallTimeoutException.hpp", "norvane/Statistics.hpp", "norvane/Timeout.hpp"), (), False),
+    ("include/norvane/norvane.hpp", ("norvane/*",), (), True),
+    ("include/norvane/", ("norvane/*",), ("norvane/norvane.hpp",), False),
+    ("src/requestreply/", CORE, (), False),
+    ("src/infrastructure/", CORE + ("norvane/LoanedSamples.hpp",), (), False),
+    ("src/frontend/", ("norvane/*", "frontend/*"), TYPED, True),
+    ("src/platform/", ("platform/*",), (), True),
+    ("src/middleware/", OBJECT_API + ("middleware/*", "platform/*"), (), True),
+    ("src/engines/embedded/", SEAM + ("engines/*",), ("engines/fastdds/*", "engines/EngineModule.hpp"), True),
+    # Datagrams know nothing of endpoints, and a writer nothing of readers.
+    ("src/engines/fastdds/quirks_2_9/", FASTDDS_ENGINE + ("engines/fastdds/identity.hpp", "engines/fastdds/quirks_2_9/*"), (), True),
+    ("src/engines/fastdds/transport/",
+     FASTDDS_ENGINE + ("engines/fastdds/identity.hpp", "engines/fastdds/quirks_2_9/*", "engines/fastdds/transport/*"), (), True),
+    ("src/engines/fastdds/writing/", FASTDDS_ENGINE + ("engines/fastdds/*",), ("engines/fastdds/reading/*",), True),
+    ("src/engines/fastdds/", FASTDDS_ENGINE + ("engines/fastdds/*",), (), True),
+    ("src/engines/select.cpp", SEAM + ("engines/EngineModule.hpp", "engines/embedded/EmbeddedEngine.hpp"), (), True),
+    ("src/engines/", SEAM + ("engines/*",), ("engines/embedded/*", "engines/fastdds/*"), True),
+    ("examples/", ("norvane/*",), ("norvane/details/*",), True),
+    ("benchmarks/network/", ("norvane/*", "benchmarks/*") + FAST_DDS, ("norvane/details/*",), True),
+    ("benchmarks/", ("norvane/*", "benchmarks/*"), ("norvane/details/*", "benchmarks/network/*"), True),
+    ("tests/support/", ("norvane/*", "support/*"), (), True),
+    ("tests/conformance/", OBJECT_API + ("support/*",), (), True),
+    ("tests/requestreply/", ("norvane/*", "support/*"), (), True),
+    ("tests/network/", ("norvane/*", "support/*", "network/*") + FAST_DDS, (), True),
+    ("tests/package/", ("norvane/*",), ("norvane/details/*",), True),
+    ("tests/unit/", ("*",), (), True),
 ]
 
-INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
-# In this order, so that a quote in a comment and a comment mark in a string are both left alone.
-NOISE = re.compile(r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'', re.DOTALL)
-NAMES = re.compile(r"\b(?:class|struct)\s+(?:NORVANE_EXPORT\s+)?(\w*(?:Manager|Helper|Util|Common)\w*)\b\s*[:{;]")
-FIXED_NAMES = {"DDSPropertyQosPolicyHelper"}
-CXX_HEADER = re.compile(r"^[a-z_]+$")
+INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*["<]([^">]+)[">]', re.MULTILINE)
 
 
 def matches(name, patterns):
     return any(name.startswith(p[:-1]) if p.endswith("*") else name == p for p in patterns)
 
 
-def room_of(path):
-    return next((room for room in ROOMS if path.startswith(room.folder)), None)
-
-
-def refusal(room, path, quoted, angled):
-    """Why the file may not have this include; None when it may."""
-    if angled is not None:
-        if matches("<%s>" % angled, room.never):
-            return "%s does without threads and locks" % room.folder
-        if CXX_HEADER.match(angled) or matches(angled, room.system):
-            return None
-        return "%s may include of <...> the C++ library%s" % (room.folder, "".join(" and " + s for s in room.system))
-    if ".." in Path(quoted).parts:
+def refusal(room, path, name):
+    """Why the file may not include this; None when it may."""
+    folder, may, never, threads = room
+    if ".." in Path(name).parts:
         return "no .. in an include"
-    if "/" not in quoted:
-        # By plain name only what lies beside the file.
-        return None if (path.parent / quoted).is_file() else "a plain name means a file of the same folder"
-    if matches(quoted, room.never) or not matches(quoted, room.may):
-        return "%s may include %s%s" % (room.folder, ", ".join(room.may) or "nothing",
-                                        ", but never " + ", ".join(room.never) if room.never else "")
+    if name in THREADS and not threads:
+        return "%s does without threads and locks" % folder
+    if name.startswith(OURS) and (matches(name, never) or not matches(name, may)):
+        return "%s may include %s%s" % (folder, ", ".join(may), ", but never " + ", ".join(never) if never else "")
     return None
-
-
-def own_header(root, path):
-    """The header that a source implements, as the source must spell it; None when it has none."""
-    beside = path.with_suffix(".hpp")
-    if beside.is_file():
-        return {beside.name, str(beside.relative_to(root)).partition("/")[2]}
-    public = [h for h in (root / "include" / "norvane").rglob(path.stem + ".hpp")]
-    return {str(h.relative_to(root / "include")) for h in public} or None
 
 
 def check_file(root, path):
     relative = path.relative_to(root).as_posix()
     text = path.read_text(encoding="utf-8")
-    room = room_of(relative)
+    room = next((room for room in ROOMS if relative.startswith(room[0])), None)
     if room is None:
         yield 1, relative, "this file is in no room of scripts/check_rooms.py"
         return
-    # (Second where a benchmark puts its question first.)
-    if "// SPDX-License-Identifier: Apache-2.0" not in text.split("\n", 2)[:2]:
+    if "// SPDX-License-Identifier: Apache-2.0" not in text.split("\n", 2)[:2]:  # (the second line where a benchmark puts its question first)
         yield 1, text.split("\n", 1)[0], "a file begins with its SPDX line"
-
-    # Blanked, not removed: line numbers stay. Strings go only for the brace count, since includes are written with quotes.
-    code = NOISE.sub(lambda m: re.sub(r"[^\n]", " ", m.group()), text).split("\n")
-    comments = NOISE.sub(lambda m: m.group() if m.group()[0] in "\"'R" else re.sub(r"[^\n]", " ", m.group()), text).split("\n")
-    depth, includes = 0, 0
-    for number, (line, braces) in enumerate(zip(comments, code), 1):
-        found = INCLUDE.match(line)
-        if found:
-            includes += 1
-            why = refusal(room, path, found[1], found[2])
-            if why:
-                yield number, line.strip(), why
-            if depth:
-                yield number, line.strip(), "no include inside a namespace or any other braces"
-            own = own_header(root, path) if includes == 1 and path.suffix == ".cpp" and relative.startswith("src/") else None
-            if own and found[1] not in own:
-                yield number, line.strip(), "the first include is the file's own header: " + " or ".join(sorted(own))
-        else:
-            depth += braces.count("{") - braces.count("}")
-    for found in NAMES.finditer("\n".join(code)):
-        if found[1] not in FIXED_NAMES:
-            yield "\n".join(code)[:found.start()].count("\n") + 1, found[1], "a name says what the thing is: no Manager, Helper, Util, Common"
-
-
-def check_lists(root):
-    """Every source of a room is in the CMakeLists.txt of its folder: what is not listed is not built, and nobody notices."""
-    for folder in sorted({p.parent for p in (root / "src").rglob("*.cpp")}):
-        listing = folder / "CMakeLists.txt"
-        listed = set(re.findall(r"[\w.]+\.cpp", listing.read_text())) if listing.is_file() else set()
-        for source in sorted(folder.glob("*.cpp")):
-            if source.name not in listed:
-                yield listing.relative_to(root).as_posix(), source.name
+    for found in INCLUDE.finditer(text):
+        why = refusal(room, path, found[1])
+        if why:
+            yield text.count("\n", 0, found.start()) + 1, found[0].strip(), why
+    # A header that is included first somewhere is complete in itself.
+    own, first = path.with_suffix(".hpp"), INCLUDE.search(text)
+    if path.suffix == ".cpp" and relative.startswith("src/") and own.is_file() and Path(first[1]).name != own.name:
+        yield text.count("\n", 0, first.start()) + 1, first[0].strip(), "the first include is the file's own header, " + own.name
 
 
 def main(root):
     failures = []
     files = [p for top in ("include", "src", "examples", "benchmarks", "tests") for p in sorted((root / top).rglob("*.[hc]pp"))]
     for path in files:
-        for line, what, rule in check_file(root, path):
-            failures.append("%s:%d: %s\n    %s" % (path.relative_to(root).as_posix(), line, what, rule))
-    for listing, source in check_lists(root):
-        failures.append("%s:1: %s is missing\n    every source of the folder is listed" % (listing, source))
+        failures += ["%s:%d: %s\n    %s" % (path.relative_to(root).as_posix(), *complaint) for complaint in check_file(root, path)]
+        listing = path.with_name("CMakeLists.txt")
+        if path.suffix == ".cpp" and path.is_relative_to(root / "src") and not (
+                listing.is_file() and re.search(r"\b%s\b" % re.escape(path.name), listing.read_text())):
+            failures.append("%s: %s is missing: it is not built" % (listing.relative_to(root).as_posix(), path.name))
     print("\n".join(failures) if failures else "%d files, each in its room" % len(files))
     return 1 if failures or not files else 0
 
