@@ -90,7 +90,7 @@ std::string free_port() {
 TEST(DiscoveryServer, brings_those_together_who_look_at_it_and_is_not_needed_by_those_who_have_met) {
     ASSERT_TRUE(KNOWN);
     if (std::system("command -v fast-discovery-server >/dev/null") != 0) {
-        GTEST_SKIP() << "this machine does not have fast-discovery-server (fastdds-tools)";
+        GTEST_SKIP() << "this machine does not have fast-discovery-server (package fastdds-tools)";
     }
     const std::string domain = std::to_string(domain_of_test());
     const std::string ports[] = {free_port(), free_port()};

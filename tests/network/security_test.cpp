@@ -185,7 +185,7 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(KNOWN);
         if (std::system("command -v openssl >/dev/null") != 0) {
-            GTEST_SKIP() << "credentials are made by openssl, which this machine does not have";
+            GTEST_SKIP() << "this machine does not have openssl (package openssl), which makes the credentials";
         }
         std::string pattern = ::testing::TempDir() + "norvane_credentials_XXXXXX";
         ASSERT_NE(nullptr, ::mkdtemp(pattern.data()));
