@@ -20,7 +20,7 @@ THREADS = {"thread", "mutex", "shared_mutex", "condition_variable", "pthread.h"}
 
 OBJECT_API = ("norvane/dds/*", "norvane/export.hpp")
 UNTYPED = tuple("norvane/details/%s.hpp" % name for name in (
-    "EntityUntypedImpl", "RequesterUntypedImpl", "ReplierUntypedImpl", "FastObjectPool", "precondition", "sample_identity", "topic_names"))
+    "EntityUntypedImpl", "RequesterUntypedImpl", "ReplierUntypedImpl", "FastObjectPool", "guid_text", "precondition", "sample_identity", "topic_names"))
 PARAMETERS = ("norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/RequesterParams.hpp", "norvane/ReplierParams.hpp")
 CORE = OBJECT_API + UNTYPED + PARAMETERS
 TYPED = ("norvane/norvane.hpp", "norvane/Requester.hpp", "norvane/Replier.hpp", "norvane/Service.hpp", "norvane/coroutines.hpp")
