@@ -150,6 +150,13 @@ DDS_ReturnCode_t DataWriterEntity::write_w_params_untyped_general(void* /*reserv
         });
         return DDS_RETCODE_BAD_PARAMETER;
     }
+    // Before the engine is asked, so that it is refused alike where nothing is encoded.
+    const DDS_TypeOperations& type = *_topic.type();
+    char reason[256];
+    if (type.unencodable != nullptr && type.unencodable(type, data, reason, sizeof reason)) {
+        log_error(METHOD, [&] { return "topic \"" + _topic.name() + "\": the sample cannot be encoded: " + reason; });
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
     WriteRequest request;
     request.data = data;
     request.related_identity = params.related_sample_identity;

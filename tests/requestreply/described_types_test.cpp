@@ -556,6 +556,11 @@ TEST_P(TypesOnTheRoad, what_no_engine_could_encode_is_refused_on_every_engine) {
         EXPECT_EQ("BadParameterException", thrown.type);
         EXPECT_NE(std::string::npos, thrown.message.find("Everything.words[2]: a NUL inside a string")) << thrown.message;
     }
+    const LogCapture log;
+    DDS_WriteParams_t params;
+    EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, DDS_DataWriter_write_w_params_untyped_generalI(
+                                             described.get_request_datawriter()->get_c_datawriter(), nullptr, &value, params));
+    EXPECT_EQ(1, log.count("Everything.words[2]: a NUL inside a string"));
     EXPECT_EQ(0, described.stats().sent);
 }
 
