@@ -107,10 +107,13 @@ bool ParticipantEntity::prepare(const DDS_DomainParticipantQos& qos) {
     DDS_ReturnCode_t code = DDS_RETCODE_ERROR;
     std::string failure;
     _port = _engine.join(settings, code, failure);
+    const auto line = [&] { return "domain " + std::to_string(_domain_id) + ", engine \"" + _engine.name() + "\": " + failure; };
     if (_port == nullptr) {
-        log_error(METHOD,
-                  [&] { return "domain " + std::to_string(_domain_id) + ", engine \"" + _engine.name() + "\": " + failure; });
+        log_error(METHOD, line);
         return false;
+    }
+    if (!failure.empty()) {
+        log_warning(METHOD, line);
     }
     DeferringEngines::add(_engine);
     _own_publisher = std::make_unique<PublisherEntity>(*this, DDS_PublisherQos());

@@ -102,6 +102,8 @@ TEST_P(Choices, a_property_that_is_not_understood_is_refused_by_name) {
         {"norvane.fastdds.lease_ms", "0"},
         {"norvane.fastdds.datagram", "1000"},
         {"norvane.fastdds.datagram", "65501"},
+        {"norvane.fastdds.buffer", "65535"},
+        {"norvane.fastdds.buffer", "1073741825"},
         {"norvane.fastdds.batching", "yes"},
         {"norvane.fastdds.batching", "0"},
         {"norvane.fastdds.batching", "1001"},
@@ -118,6 +120,18 @@ TEST_P(Choices, a_property_that_is_not_understood_is_refused_by_name) {
         EXPECT_EQ(nullptr, make({each})) << each.first << " = " << each.second;
         EXPECT_EQ(before + 1, log.count("property " + each.first));
     }
+}
+
+TEST_P(Choices, a_buffer_beyond_the_limit_of_the_system_is_told_with_the_remedy) {
+    constexpr long LARGE = 512L * 1024 * 1024;
+    long granted = 0;
+    if (!(std::ifstream("/proc/sys/net/core/rmem_max") >> granted) || granted >= LARGE) {
+        GTEST_SKIP() << "this machine grants sockets any buffer, or does not tell";
+    }
+    const LogCapture log;
+    EXPECT_NE(nullptr, make({{"norvane.fastdds.buffer", std::to_string(LARGE)}}));
+    EXPECT_EQ(1, log.count("sysctl -w net.core.rmem_max=" + std::to_string(LARGE)));
+    EXPECT_EQ(1, log.count("buffers of " + std::to_string(granted) + " octets to receive"));
 }
 
 TEST_P(Choices, a_window_bounds_what_is_on_the_way) {

@@ -131,6 +131,7 @@ public:
                 return nullptr;
             }
             code = DDS_RETCODE_OK;
+            failure = choice.warning;
             return std::make_unique<FastDdsDomainPort>(std::move(domain));
         });
     }

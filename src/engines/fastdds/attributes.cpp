@@ -19,6 +19,7 @@
 #include <fastrtps/utils/IPLocator.h>
 #include <fastrtps/xmlparser/XMLProfileManager.h>
 
+#include "engines/fastdds/transport/socket_buffers.hpp"
 #include "engines/fastdds/transport/UdpTransport.hpp"
 
 namespace norvane {
@@ -33,6 +34,10 @@ constexpr const char* OWN_PREFIX = "norvane.";
 // Octets of small messages in one datagram: what an Ethernet frame carries.
 constexpr std::size_t BATCH = 1472;
 constexpr std::chrono::microseconds USUAL_PAUSE{25};
+// Octets that a socket, or a segment of shared memory, holds: a few samples of 1 MiB. What does not fit is lost, and is sent again a heartbeat later.
+constexpr std::uint32_t USUAL_BUFFER = 4 * 1024 * 1024;
+constexpr long SMALLEST_BUFFER = 64 * 1024;
+constexpr long LARGEST_BUFFER = 1024 * 1024 * 1024;
 
 // As many as there are, with the room around them cut off.
 std::vector<std::string> split(const std::string& text) {
@@ -98,6 +103,7 @@ struct Transports {
     bool shared_memory = false;
     std::vector<std::string> interfaces;
     std::uint32_t datagram = 0;  // octets at most; 0: as Fast DDS has it
+    std::uint32_t buffer = USUAL_BUFFER;
     bool batching = true;
     std::chrono::microseconds pause = USUAL_PAUSE;  // between samples that leave together, at most
 };
@@ -109,11 +115,16 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
     }
     attributes.useBuiltinTransports = false;
     if (transports.shared_memory) {
-        attributes.userTransports.push_back(std::make_shared<transport::SharedMemTransportDescriptor>());
+        auto shared_memory = std::make_shared<transport::SharedMemTransportDescriptor>();
+        shared_memory->segment_size(transports.buffer);
+        attributes.userTransports.push_back(shared_memory);
     }
     if (transports.udp) {
         auto udp = std::make_shared<transport::UDPv4TransportDescriptor>();
         udp->interfaceWhiteList = transports.interfaces;
+        udp->sendBufferSize = transports.buffer;
+        udp->receiveBufferSize = transports.buffer;
+        choice.warning = warning_of_small_socket_buffers(transports.buffer);
         if (transports.datagram != 0) {
             udp->maxMessageSize = transports.datagram;
         }
@@ -171,6 +182,11 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
     if (name == "norvane.fastdds.datagram" && to_number(value, 1024, 65500, number)) {
         transports.chosen = true;
         transports.datagram = static_cast<std::uint32_t>(number);
+        return true;
+    }
+    if (name == "norvane.fastdds.buffer" && to_number(value, SMALLEST_BUFFER, LARGEST_BUFFER, number)) {
+        transports.chosen = true;
+        transports.buffer = static_cast<std::uint32_t>(number);
         return true;
     }
     if (name == "norvane.fastdds.batching" && (value == "on" || value == "off" || to_number(value, 1, 1000, number))) {

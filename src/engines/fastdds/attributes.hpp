@@ -26,6 +26,7 @@ struct ParticipantChoice {
     std::int64_t window = 4096;  ///< Samples on the way at most, of a writer without a bound of its own.
     bool writer_filters = true;
     Boxes boxes;  ///< Both null when Fast DDS's own transports are used.
+    std::string warning;  ///< For the log; empty: nothing to warn of.
 };
 
 /// @param failure  gets the reason, which names the property, when the result is false.
