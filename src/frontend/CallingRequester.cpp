@@ -231,10 +231,14 @@ void CallingRequester::close_call(const OpenCall& call) noexcept {
 
 std::exception_ptr CallingRequester::timeout_of(const Timeout& timeout, const OpenCall* sent) {
     _timed_out.fetch_add(1, std::memory_order_relaxed);
-    const NoReply why = sent != nullptr ? _repliers.silence(sent->newest_replier)
+    NoReply why = sent != nullptr ? _repliers.silence(sent->newest_replier)
                         : is_service_ready()
                             ? NoReply{TimeoutReason::NO_ROOM, "a replier had no room for the request: its queue is full"}
                             : _repliers.obstacle();
+    // Acknowledged is what a replier has taken into its queue; a write returns before that where requests leave the process.
+    if (why.reason == TimeoutReason::SILENT && get_datawriter()->wait_for_acknowledgments(DDS_DURATION_ZERO) == DDS_RETCODE_TIMEOUT) {
+        why.text += "; it has not taken in every request: its queue is full, or it hangs";
+    }
     const std::string what = sent != nullptr ? "::call: no reply within " : "::call_async: nothing was sent within ";
     return std::make_exception_ptr(CallTimeoutException(title() + what + seconds_of(timeout) + ": " + why.text, why.reason));
 }

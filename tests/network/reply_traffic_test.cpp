@@ -22,7 +22,7 @@ constexpr int DOMAIN = 7;
 constexpr int REPLIES = 1000;
 constexpr std::size_t REPLY_SIZE = 2000;
 
-// A property, and the size of replies.
+// A property, its value, the size of replies, and how many requests the replier's queue holds; 0: any number.
 typedef std::vector<std::string> Wiring;
 
 ParticipantParams wired(const Wiring& wiring) {
@@ -32,7 +32,9 @@ ParticipantParams wired(const Wiring& wiring) {
 int talkative_oracle(const std::vector<std::string>& arguments) {
     Participant participant(wired(arguments));
     const std::size_t size = static_cast<std::size_t>(std::stoi(arguments[2]));
-    Oracle service(ReplierParams(participant).service_name("Traffic"), [size](const Question& question) {
+    const int queue = std::stoi(arguments[3]);
+    ReplierParams params = ReplierParams(participant).service_name("Traffic");
+    Oracle service(queue == 0 ? params : params.max_queued_requests(queue), [size](const Question& question) {
         return Answer{question.number, question.of, std::string(size, 'x')};
     });
     std::cout << "ready" << std::endl;
@@ -99,7 +101,7 @@ std::string measure(int requesters, bool together, const Wiring& wiring) {
                            : outcome;
 }
 
-// A line: how many requesters, "in_turn" or "together", a property, its value, and the size of replies.
+// A line: how many requesters, "in_turn" or "together", and the wiring.
 int meter(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
     std::cout << "ready" << std::endl;
@@ -107,8 +109,8 @@ int meter(const std::vector<std::string>&) {
         std::istringstream words(line);
         int requesters = 0;
         std::string order;
-        Wiring wiring(3);
-        words >> requesters >> order >> wiring[0] >> wiring[1] >> wiring[2];
+        Wiring wiring(4);
+        words >> requesters >> order >> wiring[0] >> wiring[1] >> wiring[2] >> wiring[3];
         std::cout << (is_alone ? measure(requesters, order == "together", wiring) : "no namespace") << std::endl;
     }
     return 0;
@@ -132,7 +134,7 @@ PerReply to_figures(const std::string& text) {
 TEST(ReplyTraffic, does_not_grow_with_the_number_of_requesters) {
     ASSERT_TRUE(KNOWN);
     PeerProcess wire("meter", {});
-    const std::string size = " " + std::to_string(REPLY_SIZE);
+    const std::string size = " " + std::to_string(REPLY_SIZE) + " 0";
     const std::string first = wire.ask("1 in_turn writer_filters on" + size);
     if (first == "no namespace") {
         GTEST_SKIP() << "this machine gives its users no network namespace (unshare)";
@@ -153,15 +155,28 @@ TEST(ReplyTraffic, does_not_grow_with_the_number_of_requesters) {
 TEST(ReplyTraffic, of_many_calls_in_flight_shares_datagrams) {
     PeerProcess wire("meter", {});
     // However slow the machine is.
-    const std::string first = wire.ask("1 together batching 1000 10");
+    const std::string first = wire.ask("1 together batching 1000 10 0");
     if (first == "no namespace") {
         GTEST_SKIP() << "this machine gives its users no network namespace (unshare)";
     }
     const double together = to_figures(first).packets;
-    const double each_alone = to_figures(wire.ask("1 together batching off 10")).packets;
+    const double each_alone = to_figures(wire.ask("1 together batching off 10 0")).packets;
     EXPECT_LE(2, each_alone);
     EXPECT_LE(2 * together, each_alone);
     std::cout << "packets per call: " << together << "; " << each_alone << " without batching\n";
+}
+
+TEST(ReplyTraffic, of_a_short_queue_is_not_that_of_repeats) {
+    PeerProcess wire("meter", {});
+    const std::string first = wire.ask("1 together batching on 10 0");
+    if (first == "no namespace") {
+        GTEST_SKIP() << "this machine gives its users no network namespace (unshare)";
+    }
+    const long unbounded = to_figures(first).octets;
+    const long bounded = to_figures(wire.ask("1 together batching on 10 16")).octets;
+    // What the queue has no room for waits beside it, and does not come again at each heartbeat.
+    EXPECT_LE(bounded, 3 * unbounded);
+    std::cout << "octets per call: " << unbounded << "; with room for 16 requests " << bounded << "\n";
 }
 
 }  // namespace

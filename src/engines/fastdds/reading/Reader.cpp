@@ -23,20 +23,22 @@ namespace dds = eprosima::fastdds::dds;
 
 Reader::History::History(Reader& reader) : rtps::ReaderHistory(history_attributes()), _reader(reader) {}
 
-bool Reader::History::can_change_be_added_nts(const rtps::GUID_t& writer_guid, std::uint32_t /*payload_size*/,
+bool Reader::History::can_change_be_added_nts(const rtps::GUID_t& writer_guid, std::uint32_t payload_size,
                                               std::size_t missing_before, bool& /*will_never_be_accepted*/) const {
-    if (!_reader._bounded || !_reader._reliable || missing_before == 0) {
+    _reader._missing_before = missing_before;
+    if (!_reader.is_in_order_only() || missing_before == 0) {
         return true;
     }
-    if (writer_guid.is_on_same_process_as(_reader._reader->getGuid())) {
-        // Nobody would send it again. Its predecessors are on their way on another thread, or were refused, or are for others.
-        try {
-            _reader._refused[to_guid(writer_guid)] = rtps::SequenceNumber_t(0, 1);
-        } catch (const std::exception&) {
-            return true;  // better out of order than never
-        }
-        _reader._domain->dispatcher().attend(_reader.shared_from_this(), platform::monotonic_ns());
+    if (!writer_guid.is_on_same_process_as(_reader._reader->getGuid())) {
+        return _reader._refused.count(to_guid(writer_guid)) != 0 && _reader._backlog.has_room_for(to_guid(writer_guid), payload_size);
     }
+    // Fast DDS does not send it again. Its predecessors are on their way on another thread, or were refused, or are for others.
+    try {
+        _reader._refused[to_guid(writer_guid)] = rtps::SequenceNumber_t(0, 1);
+    } catch (const std::exception&) {
+        return true;  // better out of order than never
+    }
+    _reader._domain->dispatcher().attend(_reader.shared_from_this(), platform::monotonic_ns());
     return false;
 }
 
@@ -44,17 +46,25 @@ bool Reader::History::received_change(rtps::CacheChange_t* change, std::size_t m
                                       dds::SampleRejectedStatusKind& reason) {
     reason = dds::NOT_REJECTED;
     // One that comes in fragments is asked about when it is complete.
-    if (_reader._bounded && change->getFragmentCount() == 0 && _reader.is_asked_locked(*change) &&
-        _reader._question.answer == mw::Admission::FULL) {
+    const bool is_whole = change->getFragmentCount() == 0;
+    const bool is_early = is_whole && missing_before != 0 && _reader.is_in_order_only();
+    if (is_early || (is_whole && _reader._bounded && _reader.is_asked_locked(*change) &&
+                     _reader._question.answer == mw::Admission::FULL)) {
+        _reader.keep_locked(*change);
         return false;
     }
     return rtps::ReaderHistory::received_change(change, missing_before);
 }
 
-bool Reader::History::completed_change(rtps::CacheChange_t* change, std::size_t /*missing_before*/,
+bool Reader::History::completed_change(rtps::CacheChange_t* change, std::size_t missing_before,
                                        dds::SampleRejectedStatusKind& reason) {
     reason = dds::NOT_REJECTED;
-    return !_reader._bounded || !_reader.passes_locked(*change) || _reader.ask_locked(*change) != mw::Admission::FULL;
+    const bool is_early = missing_before != 0 && _reader.is_in_order_only();
+    if (is_early || (_reader._bounded && _reader.passes_locked(*change) && _reader.ask_locked(*change) == mw::Admission::FULL)) {
+        _reader.keep_locked(*change);
+        return false;
+    }
+    return true;
 }
 
 // ---- life ---------------------------------------------------------------------------------------------------------
@@ -145,6 +155,9 @@ void Reader::room_freed() noexcept {
     {
         const Lock lock(_reader->getMutex());
         refused.swap(_refused);
+        for (const auto& entry : refused) {
+            take_backlog_locked(entry.first);
+        }
     }
     for (const auto& entry : refused) {
         const std::shared_ptr<Endpoint> writer = LocalWriters::get().find(entry.first);
@@ -157,6 +170,21 @@ void Reader::room_freed() noexcept {
 std::int64_t Reader::attend() noexcept {
     room_freed();
     return platform::NO_DEADLINE;
+}
+
+// Only behind a refusal: what follows a sample that was lost on the wire is sent again together with it.
+void Reader::keep_locked(const rtps::CacheChange_t& change) noexcept {
+    if (_reliable && _refused.count(to_guid(change.writerGUID)) != 0 && !change.writerGUID.is_on_same_process_as(_reader->getGuid())) {
+        _backlog.keep(change);
+    }
+}
+
+// As if it came from the wire: Fast DDS accepts what has come in its turn, and passes over what it has by now.
+void Reader::take_backlog_locked(const DDS_GUID_t& writer) noexcept {
+    _backlog.hand_out(writer, [this](rtps::CacheChange_t& change) { return _reader->processDataMsg(&change); });
+    if (_refused.count(writer) == 0) {
+        _backlog.forget(writer);
+    }
 }
 
 // ---- samples ------------------------------------------------------------------------------------------------------
@@ -214,6 +242,9 @@ bool Reader::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& 
         if (!_bounded) {
             return true;
         }
+        if (_missing_before != 0 && is_in_order_only()) {
+            return true;  // not its turn: it is refused, and looked at again then
+        }
         const mw::Admission answer =
             is_asked_locked(change) && _question.answer != mw::Admission::FULL ? _question.answer : self.ask_locked(change);
         return answer == mw::Admission::SLOT || answer == mw::Admission::FULL;
@@ -266,6 +297,7 @@ void Reader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::WriterDisco
             }
         } else if (reason == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
             _refused.erase(to_guid(writer_guid));
+            _backlog.forget(to_guid(writer_guid));
             const std::shared_ptr<const Discovered> gone = _matches.remove(writer_guid);
             if (gone) {
                 note({_domain->kind_of_leaving(), info_of(gone)});

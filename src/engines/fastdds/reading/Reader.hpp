@@ -4,7 +4,7 @@
 // 1. The mutex is that of the RTPS reader, which Fast DDS holds in most callbacks: peers and refusals are under it. Order: it, then the
 //    participant's directory or a sink.
 // 2. A reliable reader with a bound asks its sink for room before Fast DDS accepts a sample, and accepts in order only. What is refused is not
-//    acknowledged: another process sends it again; in this process the writer is asked to when there is room.
+//    acknowledged. What came from another process waits in the backlog, or is sent again; in this process the writer is asked to when there is room.
 // 3. A refusal is on record before the sink is asked: else the room that comes in between would go unnoticed.
 #ifndef NORVANE_ENGINES_FASTDDS_READING_READER_HPP
 #define NORVANE_ENGINES_FASTDDS_READING_READER_HPP
@@ -22,6 +22,7 @@
 #include "engines/fastdds/Endpoint.hpp"
 #include "engines/fastdds/discovery/Domain.hpp"
 #include "engines/fastdds/discovery/MatchedWriters.hpp"
+#include "engines/fastdds/reading/Backlog.hpp"
 #include "engines/fastdds/reading/SampleIntake.hpp"
 
 namespace norvane {
@@ -74,6 +75,9 @@ private:
         SampleReference sample;  // decoded, where the answer depends on what is in it
     };
 
+    bool is_in_order_only() const noexcept { return _bounded && _reliable; }
+    void keep_locked(const rtps::CacheChange_t& change) noexcept;
+    void take_backlog_locked(const DDS_GUID_t& writer) noexcept;
     bool passes_locked(const rtps::CacheChange_t& change);
     mw::Admission ask_locked(const rtps::CacheChange_t& change);
     bool is_asked_locked(const rtps::CacheChange_t& change) const noexcept;
@@ -98,6 +102,8 @@ private:
 
     MatchedWriters _matches;
     std::unordered_map<DDS_GUID_t, rtps::SequenceNumber_t, GuidHash> _refused;  // the first refused of each writer
+    Backlog _backlog;               // what was refused after that
+    std::size_t _missing_before = 0;  // the sample that Fast DDS is just taking in
     Question _question;
 };
 
