@@ -16,9 +16,6 @@ namespace {
 
 typedef std::lock_guard<platform::BriefMutex> Lock;
 
-constexpr int WHOLE_LINK = 0;
-constexpr int KEY_LINK = 2;
-
 std::uint64_t key_of(const DDS_SequenceNumber_t& number) noexcept {
     return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(number.high)) << 32) | number.low;
 }
@@ -27,93 +24,9 @@ bool answers_a_sample(const SampleMetadata& metadata) noexcept {
     return metadata.related_identity.sequence_number != DDS::SEQUENCE_NUMBER_UNKNOWN;
 }
 
-// The counters change under the lock alone; they are atomic for the triggers that read them without it.
-void add(std::atomic<std::int64_t>& counter, std::int64_t change) noexcept {
-    counter.store(counter.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
-}
-
 }  // namespace
 
-void SlotList::push_back(SampleSlot& slot, int link) noexcept {
-    slot.links[link].previous = _last;
-    slot.links[link].next = nullptr;
-    if (_last != nullptr) {
-        _last->links[link].next = &slot;
-    } else {
-        _first = &slot;
-    }
-    _last = &slot;
-}
-
-void SlotList::remove(SampleSlot& slot, int link) noexcept {
-    const ListLink<SampleSlot>& out = slot.links[link];
-    if (out.previous != nullptr) {
-        out.previous->links[link].next = out.next;
-    } else {
-        _first = out.next;
-    }
-    if (out.next != nullptr) {
-        out.next->links[link].previous = out.previous;
-    } else {
-        _last = out.previous;
-    }
-}
-
-/// Samples lent to the application in one go. Known by its array and its infos together.
-struct SampleStore::Loan {
-    static constexpr int ROOM = 4;     // enough for the usual loan
-    static constexpr int KEPT = 4096;  // arrays larger than this are not kept for the next loan
-
-    int capacity = ROOM;
-    int count = 0;
-    void** data = few_data;
-    DDS_SampleInfo* infos = few_infos;
-    SampleSlot** slots = few_slots;
-    Loan* next_free = nullptr;
-
-    void* few_data[ROOM];
-    DDS_SampleInfo few_infos[ROOM];
-    SampleSlot* few_slots[ROOM];
-    std::unique_ptr<void*[]> many_data;
-    std::unique_ptr<DDS_SampleInfo[]> many_infos;
-    std::unique_ptr<SampleSlot*[]> many_slots;
-
-    bool make_room(int wanted) noexcept {
-        if (wanted <= capacity) {
-            return true;
-        }
-        const int fresh = wanted <= INT_MAX / 2 ? std::max(wanted, capacity * 2) : wanted;
-        const std::size_t size = static_cast<std::size_t>(fresh);
-        std::unique_ptr<void*[]> fresh_data(new (std::nothrow) void*[size]);
-        std::unique_ptr<DDS_SampleInfo[]> fresh_infos(new (std::nothrow) DDS_SampleInfo[size]);
-        std::unique_ptr<SampleSlot*[]> fresh_slots(new (std::nothrow) SampleSlot*[size]);
-        if (fresh_data == nullptr || fresh_infos == nullptr || fresh_slots == nullptr) {
-            return false;
-        }
-        many_data = std::move(fresh_data);
-        many_infos = std::move(fresh_infos);
-        many_slots = std::move(fresh_slots);
-        data = many_data.get();
-        infos = many_infos.get();
-        slots = many_slots.get();
-        capacity = fresh;
-        return true;
-    }
-
-    void shrink() noexcept {
-        many_data.reset();
-        many_infos.reset();
-        many_slots.reset();
-        data = few_data;
-        infos = few_infos;
-        slots = few_slots;
-        capacity = ROOM;
-    }
-};
-
-SampleStore::SampleStore(SampleStoreOwner& owner, const SampleStoreSettings& settings) : _owner(owner), _settings(settings) {
-    _whole.link = WHOLE_LINK;
-}
+SampleStore::SampleStore(SampleStoreOwner& owner, const SampleStoreSettings& settings) : _owner(owner), _settings(settings) {}
 
 SampleStore::~SampleStore() {
     while (_whole.all.front() != nullptr) {
@@ -155,7 +68,7 @@ Admission SampleStore::admit_locked(const SampleMetadata& metadata) noexcept {
     if (_closed) {
         return Admission::UNWANTED;
     }
-    if (_open_only && answers_a_sample(metadata) && _open_keys.is_over(key_of(metadata.related_identity.sequence_number))) {
+    if (answers_a_sample(metadata) && !_keys.admits(key_of(metadata.related_identity.sequence_number))) {
         _losses.closed_key.fetch_add(1, std::memory_order_relaxed);
         return Admission::UNWANTED;
     }
@@ -177,7 +90,7 @@ bool SampleStore::has_room_locked() const noexcept {
         std::size_t leaving = listed > depth ? listed - depth : 0;
         // The oldest go, and only those that are not on loan leave room behind.
         for (const SampleSlot* slot = _whole.all.front(); leaving > 0 && slot != nullptr;
-             slot = slot->links[WHOLE_LINK].next, --leaving) {
+             slot = slot->links[SampleSelection::WHOLE_LINK].next, --leaving) {
             will_be_replaced += slot->pins == 0 ? 1 : 0;
         }
         // What is reserved will be listed before this one, and make way for it in its turn.
@@ -191,7 +104,7 @@ bool SampleStore::make_room_for_one_more_locked() noexcept {
     if (_free_slot_count < wanted && !grow_slots_locked(wanted - _free_slot_count)) {
         return false;
     }
-    return !_indexed || reserve_keys_locked(wanted);
+    return !_keys.has_indexes() || _keys.reserve(wanted);
 }
 
 bool SampleStore::grow_slots_locked(std::size_t count) noexcept {
@@ -276,7 +189,7 @@ Sample* SampleStore::store_locked(Sample& sample, platform::WakeBatch& wake) noe
     ++_occupied;
     ++_listed;
     list_locked(slot, _whole, wake);
-    if (_indexed && answers_a_sample(sample.metadata)) {
+    if (_keys.has_indexes() && answers_a_sample(sample.metadata)) {
         index_locked(slot);
         list_locked(slot, *slot.key, wake);
     }
@@ -288,9 +201,7 @@ Sample* SampleStore::store_locked(Sample& sample, platform::WakeBatch& wake) noe
 }
 
 void SampleStore::list_locked(SampleSlot& slot, SampleSelection& selection, platform::WakeBatch& wake) noexcept {
-    selection.all.push_back(slot, selection.link);
-    selection.unread.push_back(slot, selection.link + 1);
-    add(selection.unread_count, 1);
+    selection.add(slot);
     for (ReadCondition* condition = selection.conditions.front(); condition != nullptr;
          condition = selection.conditions.next(*condition)) {
         if ((condition->effective_states() & DDS_NOT_READ_SAMPLE_STATE) != 0) {
@@ -301,64 +212,8 @@ void SampleStore::list_locked(SampleSlot& slot, SampleSelection& selection, plat
 
 // ---- index ------------------------------------------------------------------------------------------------------
 
-bool SampleStore::has_index_locked(const char* index_name) const noexcept {
-    if (index_name == nullptr) {
-        return false;
-    }
-    return std::any_of(_index_names.begin(), _index_names.end(),
-                       [index_name](const std::string& name) { return name == index_name; });
-}
-
-bool SampleStore::reserve_keys_locked(std::size_t more) noexcept {
-    if (!_keys.reserve(_keys.size() + more)) {
-        return false;
-    }
-    if (_free_key_count >= more) {
-        return true;
-    }
-    constexpr std::size_t SMALLEST = 16;
-    constexpr std::size_t LARGEST = 4096;
-    const std::size_t made = std::max(more - _free_key_count, std::min(std::max(_keys.size(), SMALLEST), LARGEST));
-    try {
-        std::unique_ptr<SampleSelection[]> chunk(new SampleSelection[made]);
-        _key_chunks.push_back(std::move(chunk));
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    SampleSelection* chunk = _key_chunks.back().get();
-    for (std::size_t index = 0; index < made; ++index) {
-        chunk[index].link = KEY_LINK;
-        chunk[index].next_free = _free_keys;
-        _free_keys = &chunk[index];
-    }
-    _free_key_count += made;
-    return true;
-}
-
-SampleSelection& SampleStore::key_record_locked(std::uint64_t key) noexcept {
-    SampleSelection* found = _keys.find(key);
-    if (found == nullptr) {
-        found = _free_keys;
-        _free_keys = found->next_free;
-        --_free_key_count;
-        found->key = key;
-        _keys.insert(key, found);
-    }
-    return *found;
-}
-
-void SampleStore::drop_key_if_idle_locked(SampleSelection& key) noexcept {
-    if (key.all.front() == nullptr && key.conditions.empty() &&
-        key.interruption.load(std::memory_order_relaxed) == DDS_RETCODE_OK) {
-        _keys.erase(key.key);
-        key.next_free = _free_keys;
-        _free_keys = &key;
-        ++_free_key_count;
-    }
-}
-
 void SampleStore::index_locked(SampleSlot& slot) noexcept {
-    slot.key = &key_record_locked(key_of(slot.sample->metadata.related_identity.sequence_number));
+    slot.key = &_keys.record(key_of(slot.sample->metadata.related_identity.sequence_number));
 }
 
 DDS_ReturnCode_t SampleStore::create_index(const char* index_name) noexcept {
@@ -370,35 +225,26 @@ DDS_ReturnCode_t SampleStore::create_index(const char* index_name) noexcept {
     if (_closed) {
         return DDS_RETCODE_ALREADY_DELETED;
     }
-    if (has_index_locked(index_name)) {
+    if (_keys.has_index(index_name)) {
         log_error("DDSDataReader::create_index",
                   [index_name] { return std::string("there is an index \"") + index_name + "\" already"; });
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
     // Room first, for the samples that are there and for those that are on their way.
-    if (!reserve_keys_locked(_listed + _reserved)) {
+    if (!_keys.reserve(_listed + _reserved)) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
-    try {
-        _index_names.emplace_back(index_name);
-    } catch (const std::bad_alloc&) {
+    const bool is_first = !_keys.has_indexes();
+    if (!_keys.add_index(index_name)) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
-    if (_indexed) {
-        return DDS_RETCODE_OK;  // another name for what there is: every index has the same key
+    if (!is_first) {
+        return DDS_RETCODE_OK;  // another name for what there is
     }
-    _indexed = true;
-    for (SampleSlot* slot = _whole.all.front(); slot != nullptr; slot = slot->links[WHOLE_LINK].next) {
-        if (!answers_a_sample(slot->sample->metadata)) {
-            continue;
-        }
-        index_locked(*slot);
-        slot->key->all.push_back(*slot, KEY_LINK);
-        if (slot->read) {
-            add(slot->key->read_count, 1);
-        } else {
-            slot->key->unread.push_back(*slot, KEY_LINK + 1);
-            add(slot->key->unread_count, 1);
+    for (SampleSlot* slot = _whole.all.front(); slot != nullptr; slot = slot->links[SampleSelection::WHOLE_LINK].next) {
+        if (answers_a_sample(slot->sample->metadata)) {
+            index_locked(*slot);
+            slot->key->add(*slot);
         }
     }
     return DDS_RETCODE_OK;
@@ -432,33 +278,33 @@ DDS_ReturnCode_t SampleStore::interrupt(DDS_ReturnCode_t code) noexcept {
 DDS_ReturnCode_t SampleStore::interrupt_key(const char* index_name, std::uint64_t key, DDS_ReturnCode_t code) noexcept {
     platform::WakeBatch wake;
     Lock lock(_mutex);
-    if (!has_index_locked(index_name)) {
+    if (!_keys.has_index(index_name)) {
         return DDS_RETCODE_BAD_PARAMETER;
     }
-    if (!reserve_keys_locked(_reserved + 1)) {
+    if (!_keys.reserve(_reserved + 1)) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
-    SampleSelection& selection = key_record_locked(key);
+    SampleSelection& selection = _keys.record(key);
     interrupt_locked(selection, code, wake);
-    drop_key_if_idle_locked(selection);
+    _keys.drop_if_idle(selection);
     return DDS_RETCODE_OK;
 }
 
 DDS_ReturnCode_t SampleStore::admit_open_keys_only(const char* index_name, bool open_only) noexcept {
     Lock lock(_mutex);
-    if (!has_index_locked(index_name)) {
+    if (!_keys.has_index(index_name)) {
         return DDS_RETCODE_BAD_PARAMETER;
     }
-    _open_only = open_only;
+    _keys.admit_open_only(open_only);
     return DDS_RETCODE_OK;
 }
 
 DDS_ReturnCode_t SampleStore::open_key(const char* index_name, std::uint64_t key) noexcept {
     Lock lock(_mutex);
-    if (!has_index_locked(index_name)) {
+    if (!_keys.has_index(index_name)) {
         return DDS_RETCODE_BAD_PARAMETER;
     }
-    return _open_keys.open(key) ? DDS_RETCODE_OK : DDS_RETCODE_OUT_OF_RESOURCES;
+    return _keys.open(key) ? DDS_RETCODE_OK : DDS_RETCODE_OUT_OF_RESOURCES;
 }
 
 DDS_ReturnCode_t SampleStore::close_key(const char* index_name, std::uint64_t key) noexcept {
@@ -467,10 +313,10 @@ DDS_ReturnCode_t SampleStore::close_key(const char* index_name, std::uint64_t ke
         Sample* dropped = nullptr;
         {
             Lock lock(_mutex);
-            if (!has_index_locked(index_name)) {
+            if (!_keys.has_index(index_name)) {
                 return DDS_RETCODE_BAD_PARAMETER;
             }
-            if (!_open_keys.close(key)) {
+            if (!_keys.close(key)) {
                 return DDS_RETCODE_OUT_OF_RESOURCES;
             }
             SampleSelection* selection = _keys.find(key);
@@ -479,7 +325,7 @@ DDS_ReturnCode_t SampleStore::close_key(const char* index_name, std::uint64_t ke
             }
             if (selection == nullptr || selection->all.front() == nullptr) {
                 if (selection != nullptr) {
-                    drop_key_if_idle_locked(*selection);
+                    _keys.drop_if_idle(*selection);
                 }
                 room_notice = claim_room_notice_locked();
                 break;
@@ -507,20 +353,20 @@ ReadCondition* SampleStore::create_key_condition(DDS_SampleStateMask sample_stat
                                                  DDS_InstanceStateMask instance_states, const char* index_name,
                                                  std::uint64_t key) noexcept {
     Lock lock(_mutex);
-    if (!has_index_locked(index_name)) {
+    if (!_keys.has_index(index_name)) {
         log_error("DDSDataReader::create_index_condition", [index_name] {
             return std::string("the reader has no index \"") + (index_name != nullptr ? index_name : "(null)") +
                    "\"; make it with create_index";
         });
         return nullptr;
     }
-    if (!reserve_keys_locked(_reserved + 1)) {
+    if (!_keys.reserve(_reserved + 1)) {
         return nullptr;
     }
-    SampleSelection& selection = key_record_locked(key);
+    SampleSelection& selection = _keys.record(key);
     ReadCondition* condition = create_condition_locked(sample_states, view_states, instance_states, selection);
     if (condition == nullptr) {
-        drop_key_if_idle_locked(selection);
+        _keys.drop_if_idle(selection);
     }
     return condition;
 }
@@ -572,7 +418,7 @@ void SampleStore::delete_condition_locked(ReadCondition& condition) noexcept {
     condition.retire_locked();
     --_conditions;
     if (&condition.selection() != &_whole) {
-        drop_key_if_idle_locked(condition.selection());
+        _keys.drop_if_idle(condition.selection());
     }
 }
 
@@ -651,7 +497,7 @@ DDS_ReturnCode_t SampleStore::lend_locked(void*** received_data, int* data_count
         return DDS_RETCODE_NO_DATA;
     }
     const int count = static_cast<int>(std::min<std::int64_t>(there, max_samples));
-    Loan* loan = take_loan_locked(count);
+    Loan* loan = _loans.take(count);
     if (loan == nullptr) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
@@ -668,7 +514,7 @@ DDS_ReturnCode_t SampleStore::lend_locked(void*** received_data, int* data_count
             SampleSelection* key = slot->key;
             unlist_locked(*slot);
             if (key != nullptr) {
-                drop_key_if_idle_locked(*key);  // not the condition's own: that one has a condition
+                _keys.drop_if_idle(*key);  // not the condition's own: that one has a condition
             }
             ++slot->pins;
             continue;
@@ -680,7 +526,7 @@ DDS_ReturnCode_t SampleStore::lend_locked(void*** received_data, int* data_count
     }
     loan->count = count;
     ++_holders;
-    _loans_out.insert(reinterpret_cast<std::uintptr_t>(loan->data), loan);
+    _loans.lend(*loan);
     info_seq.loan_contiguous(loan->infos, count, count);
     *received_data = loan->data;
     *data_count = count;
@@ -717,9 +563,7 @@ void SampleStore::mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) 
         if (selection == nullptr) {
             continue;
         }
-        selection->unread.remove(slot, selection->link + 1);
-        add(selection->unread_count, -1);
-        add(selection->read_count, 1);
+        selection->note_read(slot);
         for (ReadCondition* condition = selection->conditions.front(); condition != nullptr;
              condition = selection->conditions.next(*condition)) {
             if (condition->effective_states() == DDS_READ_SAMPLE_STATE) {
@@ -730,50 +574,13 @@ void SampleStore::mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) 
 }
 
 void SampleStore::unlist_locked(SampleSlot& slot) noexcept {
-    for (SampleSelection* selection : {&_whole, slot.key}) {
-        if (selection == nullptr) {
-            continue;
-        }
-        selection->all.remove(slot, selection->link);
-        if (slot.read) {
-            add(selection->read_count, -1);
-        } else {
-            selection->unread.remove(slot, selection->link + 1);
-            add(selection->unread_count, -1);
-        }
+    _whole.remove(slot);
+    if (slot.key != nullptr) {
+        slot.key->remove(slot);
     }
     slot.key = nullptr;
     slot.listed = false;
     --_listed;
-}
-
-SampleStore::Loan* SampleStore::take_loan_locked(int count) noexcept {
-    if (!_loans_out.reserve(_loans_out.size() + 1)) {
-        return nullptr;
-    }
-    if (_free_loans == nullptr) {
-        try {
-            std::unique_ptr<Loan> made(new Loan());
-            _all_loans.push_back(std::move(made));
-        } catch (const std::bad_alloc&) {
-            return nullptr;
-        }
-        _free_loans = _all_loans.back().get();
-    }
-    Loan* loan = _free_loans;
-    if (!loan->make_room(count)) {
-        return nullptr;
-    }
-    _free_loans = loan->next_free;
-    return loan;
-}
-
-void SampleStore::keep_loan_locked(Loan& loan) noexcept {
-    if (loan.capacity > Loan::KEPT) {
-        loan.shrink();
-    }
-    loan.next_free = _free_loans;
-    _free_loans = &loan;
 }
 
 DDS_ReturnCode_t SampleStore::return_loan(void** received_data, DDS_SampleInfoSeq& info_seq) noexcept {
@@ -784,11 +591,10 @@ DDS_ReturnCode_t SampleStore::return_loan(void** received_data, DDS_SampleInfoSe
     Loan* loan = nullptr;
     {
         Lock lock(_mutex);
-        loan = _loans_out.find(reinterpret_cast<std::uintptr_t>(received_data));
-        if (loan == nullptr || info_seq.has_ownership() || info_seq.get_contiguous_buffer() != loan->infos) {
+        loan = info_seq.has_ownership() ? nullptr : _loans.recall(received_data, info_seq.get_contiguous_buffer());
+        if (loan == nullptr) {
             return DDS_RETCODE_PRECONDITION_NOT_MET;
         }
-        _loans_out.erase(reinterpret_cast<std::uintptr_t>(received_data));
         info_seq.unloan();
         for (int index = 0; index < loan->count; ++index) {
             SampleSlot& slot = *loan->slots[index];
@@ -805,7 +611,7 @@ DDS_ReturnCode_t SampleStore::return_loan(void** received_data, DDS_SampleInfoSe
         }
         room_notice = claim_room_notice_locked();
         if (!clears) {
-            keep_loan_locked(*loan);
+            _loans.keep(*loan);
             last_holder = !room_notice && --_holders == 0;
         }
     }
@@ -816,7 +622,7 @@ DDS_ReturnCode_t SampleStore::return_loan(void** received_data, DDS_SampleInfoSe
             }
         }
         Lock lock(_mutex);
-        keep_loan_locked(*loan);
+        _loans.keep(*loan);
         last_holder = !room_notice && --_holders == 0;
     }
     after_unlock(room_notice, last_holder);
@@ -841,7 +647,7 @@ Sample* SampleStore::drop_front_locked(SampleSelection& selection) noexcept {
     SampleSelection* key = slot.key;
     unlist_locked(slot);
     if (key != nullptr) {
-        drop_key_if_idle_locked(*key);
+        _keys.drop_if_idle(*key);
     }
     return slot.pins == 0 ? free_slot_locked(slot) : nullptr;  // a pinned one goes with its loan
 }

@@ -1,32 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
-// The samples of one reader: what is there, in which state, under which key, on loan to whom, and who waits for it.
+// The samples of one reader: what is there, in which state, under which key, on loan to whom, and what waits for it.
 //
 // Invariants:
 // 1. Everything but the counters that triggers read is guarded by the one mutex. It is never held while user code runs or an engine is
 //    called. Order: engine, this mutex, wait set.
 // 2. A slot is listed (to be read or taken), pinned (on loan), or both; when neither, it is free again. Slots that are listed or pinned
 //    occupy room; so do those reserved by `admit`.
-// 3. A selection (the whole store, or one key of the index) holds its samples in order of reception, and those not read once more, so that
-//    every operation costs what it returns.
-// 4. A reservation has its slot, its key and its place in the index: `commit` cannot fail.
-// 5. A key's record lives while it has samples or conditions, is open, or is interrupted.
-// 6. The store counts its holders: the reader, its status condition, each read condition, each loan. The last one to go tells the owner.
+// 3. A reservation has its slot, its key and its place in the index: `commit` cannot fail.
+// 4. The store counts its holders: the reader, its status condition, each read condition, each loan. The last one to go tells the owner.
+// Selections, keys and loans have their own: SampleSelection.hpp, KeyTable.hpp, LoanTable.hpp.
 #ifndef NORVANE_MIDDLEWARE_SAMPLESTORE_HPP
 #define NORVANE_MIDDLEWARE_SAMPLESTORE_HPP
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "middleware/ConditionCore.hpp"
 #include "middleware/Engine.hpp"
-#include "middleware/IntrusiveList.hpp"
-#include "middleware/OpenKeys.hpp"
+#include "middleware/KeyTable.hpp"
+#include "middleware/LoanTable.hpp"
 #include "middleware/ReadCondition.hpp"
-#include "middleware/SampleIndex.hpp"
+#include "middleware/SampleSelection.hpp"
 #include "middleware/SpinHistory.hpp"
 #include "norvane/dds/DataReader.hpp"
 #include "platform/Processor.hpp"
@@ -41,44 +38,6 @@ struct LossCounts {
     std::atomic<std::int64_t> no_room{0};
     std::atomic<std::int64_t> replaced{0};
     std::atomic<std::int64_t> closed_key{0};
-};
-
-/// One sample of the store.
-struct SampleSlot {
-    Sample* sample = nullptr;
-    SampleSelection* key = nullptr;  // null without an index, or for a sample that answers none
-    std::int64_t reception_number = 0;
-    std::uint32_t pins = 0;
-    bool listed = false;
-    bool read = false;
-    ListLink<SampleSlot> links[4];  // in the whole store: all, not read; under the key: all, not read
-    SampleSlot* next_free = nullptr;
-};
-
-/// The slots of a selection, through one of their four links.
-class SlotList {
-public:
-    SampleSlot* front() const noexcept { return _first; }
-    void push_back(SampleSlot& slot, int link) noexcept;
-    void remove(SampleSlot& slot, int link) noexcept;
-
-private:
-    SampleSlot* _first = nullptr;
-    SampleSlot* _last = nullptr;
-};
-
-/// The whole store, or the samples of one key.
-struct SampleSelection {
-    int link = 0;  // of `all`; that of `unread` is the next
-    std::uint64_t key = 0;
-    SlotList all;
-    SlotList unread;
-    // What triggers read without the lock.
-    std::atomic<std::int64_t> unread_count{0};
-    std::atomic<std::int64_t> read_count{0};
-    std::atomic<int> interruption{DDS_RETCODE_OK};
-    IntrusiveList<ReadCondition, &ReadCondition::in_selection> conditions;
-    SampleSelection* next_free = nullptr;
 };
 
 /// What the store asks of its reader.
@@ -173,7 +132,6 @@ public:
 
 private:
     friend class ReadCondition;
-    struct Loan;
 
     bool passes_filter(const SampleMetadata& metadata, const void* data) const noexcept;
     Admission admit_locked(const SampleMetadata& metadata) noexcept;
@@ -186,10 +144,6 @@ private:
     void delete_condition_locked(ReadCondition& condition) noexcept;
     void dispose(ReadCondition& condition) noexcept;
 
-    bool has_index_locked(const char* index_name) const noexcept;
-    bool reserve_keys_locked(std::size_t more) noexcept;
-    SampleSelection& key_record_locked(std::uint64_t key) noexcept;
-    void drop_key_if_idle_locked(SampleSelection& key) noexcept;
     bool grow_slots_locked(std::size_t count) noexcept;
     void list_locked(SampleSlot& slot, SampleSelection& selection, platform::WakeBatch& wake) noexcept;
     void index_locked(SampleSlot& slot) noexcept;
@@ -201,8 +155,6 @@ private:
     static void fill(Loan& loan, int index, const SampleSlot& slot) noexcept;
     void mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) noexcept;
     void unlist_locked(SampleSlot& slot) noexcept;
-    Loan* take_loan_locked(int count) noexcept;
-    void keep_loan_locked(Loan& loan) noexcept;
     Sample* free_slot_locked(SampleSlot& slot) noexcept;
     Sample* drop_front_locked(SampleSelection& selection) noexcept;
     bool claim_room_notice_locked() noexcept;
@@ -214,8 +166,6 @@ private:
     alignas(platform::CACHE_LINE) platform::BriefMutex _mutex;
     bool _closed = false;
     bool _full_reported = false;
-    bool _indexed = false;
-    bool _open_only = false;
     std::size_t _holders = 2;  // the reader, and its status condition, which shares the mutex
     std::size_t _occupied = 0;
     std::size_t _reserved = 0;
@@ -229,19 +179,12 @@ private:
     std::vector<std::unique_ptr<SampleSlot[]>> _slot_chunks;
 
     SampleSelection _whole;
-    SampleIndex<SampleSelection> _keys;
-    SampleSelection* _free_keys = nullptr;
-    std::size_t _free_key_count = 0;
-    std::vector<std::unique_ptr<SampleSelection[]>> _key_chunks;
-    std::vector<std::string> _index_names;
-    OpenKeys _open_keys;
+    KeyTable _keys;
 
     ReadCondition* _free_conditions = nullptr;
     std::vector<std::unique_ptr<ReadCondition>> _all_conditions;
 
-    Loan* _free_loans = nullptr;
-    SampleIndex<Loan> _loans_out;
-    std::vector<std::unique_ptr<Loan>> _all_loans;
+    LoanTable _loans;
 
     alignas(platform::CACHE_LINE) std::atomic<std::int64_t> _arrivals{0};
     LossCounts _losses;
