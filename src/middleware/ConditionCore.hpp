@@ -29,8 +29,8 @@ struct Attachment {
     WaitSetCore* set = nullptr;        // null while the record is unused
     DDSCondition* reported = nullptr;  // the pointer that was attached, which need not be the condition's own object
     Attachment* next_set = nullptr;    // further sets of the same condition
-    ListLink<Attachment> in_set;       // guarded by the set's mutex, as all below
-    ListLink<Attachment> in_ready;
+    ListHook in_set;                   // guarded by the set's mutex, as all below
+    ListHook in_ready;
     bool ready = false;  // in the set's list of those to look at
 };
 

@@ -39,7 +39,6 @@ bool KeyTable::reserve(std::size_t more) noexcept {
     }
     SampleSelection* chunk = _chunks.back().get();
     for (std::size_t index = 0; index < made; ++index) {
-        chunk[index].link = SampleSelection::KEY_LINK;
         chunk[index].next_free = _free;
         _free = &chunk[index];
     }
@@ -60,8 +59,7 @@ SampleSelection& KeyTable::record(std::uint64_t key) noexcept {
 }
 
 void KeyTable::drop_if_idle(SampleSelection& record) noexcept {
-    if (record.all.front() == nullptr && record.conditions.empty() &&
-        record.interruption.load(std::memory_order_relaxed) == DDS_RETCODE_OK) {
+    if (record.all.empty() && record.conditions.empty() && record.interruption.load(std::memory_order_relaxed) == DDS_RETCODE_OK) {
         _records.erase(record.key);
         record.next_free = _free;
         _free = &record;

@@ -44,7 +44,7 @@ public:
     DDS_ReturnCode_t interruption() const noexcept override;
     SpinHistory* spin_history() noexcept override;
 
-    ListLink<ReadCondition> in_selection;
+    ListHook in_selection;
     ReadCondition* next_free = nullptr;
 
 private:

@@ -19,91 +19,74 @@
 namespace norvane {
 namespace mw {
 
+struct SampleSlot;
+
+/// The place of a slot in a selection.
+struct SamplePlace {
+    explicit SamplePlace(SampleSlot& owner) noexcept : slot(owner) {}
+
+    SampleSlot& slot;
+    ListHook in_all;
+    ListHook in_unread;
+};
+
 /// One sample of a store.
 struct SampleSlot {
+    SampleSlot() = default;
+    SampleSlot(const SampleSlot&) = delete;
+    SampleSlot& operator=(const SampleSlot&) = delete;
+
     Sample* sample = nullptr;
     SampleSelection* key = nullptr;  // null without an index, or for a sample that answers none
     std::int64_t reception_number = 0;
     std::uint32_t pins = 0;  // loans that it is part of
     bool listed = false;
     bool read = false;
-    ListLink<SampleSlot> links[4];  // in the whole store: all, not read; under the key: all, not read
+    SamplePlace in_whole{*this};
+    SamplePlace in_key{*this};
     SampleSlot* next_free = nullptr;
 };
 
-/// The slots of a selection, through one of their four links.
-class SlotList {
-public:
-    SampleSlot* front() const noexcept { return _first; }
-
-    void push_back(SampleSlot& slot, int link) noexcept {
-        slot.links[link].previous = _last;
-        slot.links[link].next = nullptr;
-        if (_last != nullptr) {
-            _last->links[link].next = &slot;
-        } else {
-            _first = &slot;
-        }
-        _last = &slot;
-    }
-
-    void remove(SampleSlot& slot, int link) noexcept {
-        const ListLink<SampleSlot>& out = slot.links[link];
-        if (out.previous != nullptr) {
-            out.previous->links[link].next = out.next;
-        } else {
-            _first = out.next;
-        }
-        if (out.next != nullptr) {
-            out.next->links[link].previous = out.previous;
-        } else {
-            _last = out.previous;
-        }
-    }
-
-private:
-    SampleSlot* _first = nullptr;
-    SampleSlot* _last = nullptr;
-};
-
 struct SampleSelection {
-    static constexpr int WHOLE_LINK = 0;
-    static constexpr int KEY_LINK = 2;
+    typedef IntrusiveList<SamplePlace, &SamplePlace::in_all> AllPlaces;
+    typedef IntrusiveList<SamplePlace, &SamplePlace::in_unread> UnreadPlaces;
 
-    int link = WHOLE_LINK;  // of `all`; that of `unread` is the next
+    typedef IntrusiveList<ReadCondition, &ReadCondition::in_selection> Conditions;
+
+    SamplePlace SampleSlot::*place = &SampleSlot::in_key;
     std::uint64_t key = 0;
-    SlotList all;
-    SlotList unread;
+    AllPlaces all;
+    UnreadPlaces unread;
     std::atomic<std::int64_t> unread_count{0};
     std::atomic<std::int64_t> read_count{0};
     std::atomic<int> interruption{DDS_RETCODE_OK};
-    IntrusiveList<ReadCondition, &ReadCondition::in_selection> conditions;
+    Conditions conditions;
     SampleSelection* next_free = nullptr;
 
     /// Appends a slot, read or not.
     void add(SampleSlot& slot) noexcept {
-        all.push_back(slot, link);
+        all.push_back(slot.*place);
         if (slot.read) {
             change(read_count, 1);
         } else {
-            unread.push_back(slot, link + 1);
+            unread.push_back(slot.*place);
             change(unread_count, 1);
         }
     }
 
     void remove(SampleSlot& slot) noexcept {
-        all.remove(slot, link);
+        all.erase(AllPlaces::s_iterator_to(slot.*place));
         if (slot.read) {
             change(read_count, -1);
         } else {
-            unread.remove(slot, link + 1);
+            unread.erase(UnreadPlaces::s_iterator_to(slot.*place));
             change(unread_count, -1);
         }
     }
 
     /// A slot of this selection was not read, and is now.
     void note_read(SampleSlot& slot) noexcept {
-        unread.remove(slot, link + 1);
+        unread.erase(UnreadPlaces::s_iterator_to(slot.*place));
         change(unread_count, -1);
         change(read_count, 1);
     }

@@ -26,10 +26,12 @@ bool answers_a_sample(const SampleMetadata& metadata) noexcept {
 
 }  // namespace
 
-SampleStore::SampleStore(SampleStoreOwner& owner, const SampleStoreSettings& settings) : _owner(owner), _settings(settings) {}
+SampleStore::SampleStore(SampleStoreOwner& owner, const SampleStoreSettings& settings) : _owner(owner), _settings(settings) {
+    _whole.place = &SampleSlot::in_whole;
+}
 
 SampleStore::~SampleStore() {
-    while (_whole.all.front() != nullptr) {
+    while (!_whole.all.empty()) {
         Sample* sample = drop_front_locked(_whole);
         if (sample != nullptr) {
             release(*sample);
@@ -89,9 +91,8 @@ bool SampleStore::has_room_locked() const noexcept {
         const std::size_t listed = _listed + _reserved + 1;
         std::size_t leaving = listed > depth ? listed - depth : 0;
         // The oldest go, and only those that are not on loan leave room behind.
-        for (const SampleSlot* slot = _whole.all.front(); leaving > 0 && slot != nullptr;
-             slot = slot->links[SampleSelection::WHOLE_LINK].next, --leaving) {
-            will_be_replaced += slot->pins == 0 ? 1 : 0;
+        for (auto place = _whole.all.begin(); leaving > 0 && place != _whole.all.end(); ++place, --leaving) {
+            will_be_replaced += place->slot.pins == 0 ? 1 : 0;
         }
         // What is reserved will be listed before this one, and make way for it in its turn.
         will_be_replaced += std::min(leaving, _reserved);
@@ -202,10 +203,9 @@ Sample* SampleStore::store_locked(Sample& sample, platform::WakeBatch& wake) noe
 
 void SampleStore::list_locked(SampleSlot& slot, SampleSelection& selection, platform::WakeBatch& wake) noexcept {
     selection.add(slot);
-    for (ReadCondition* condition = selection.conditions.front(); condition != nullptr;
-         condition = selection.conditions.next(*condition)) {
-        if ((condition->effective_states() & DDS_NOT_READ_SAMPLE_STATE) != 0) {
-            condition->signal_locked(wake);
+    for (ReadCondition& condition : selection.conditions) {
+        if ((condition.effective_states() & DDS_NOT_READ_SAMPLE_STATE) != 0) {
+            condition.signal_locked(wake);
         }
     }
 }
@@ -241,10 +241,10 @@ DDS_ReturnCode_t SampleStore::create_index(const char* index_name) noexcept {
     if (!is_first) {
         return DDS_RETCODE_OK;  // another name for what there is
     }
-    for (SampleSlot* slot = _whole.all.front(); slot != nullptr; slot = slot->links[SampleSelection::WHOLE_LINK].next) {
-        if (answers_a_sample(slot->sample->metadata)) {
-            index_locked(*slot);
-            slot->key->add(*slot);
+    for (SamplePlace& place : _whole.all) {
+        if (answers_a_sample(place.slot.sample->metadata)) {
+            index_locked(place.slot);
+            place.slot.key->add(place.slot);
         }
     }
     return DDS_RETCODE_OK;
@@ -257,9 +257,8 @@ void SampleStore::interrupt_locked(SampleSelection& selection, DDS_ReturnCode_t 
     if (code == DDS_RETCODE_OK) {
         return;
     }
-    for (ReadCondition* condition = selection.conditions.front(); condition != nullptr;
-         condition = selection.conditions.next(*condition)) {
-        condition->signal_locked(wake);
+    for (ReadCondition& condition : selection.conditions) {
+        condition.signal_locked(wake);
     }
 }
 
@@ -323,7 +322,7 @@ DDS_ReturnCode_t SampleStore::close_key(const char* index_name, std::uint64_t ke
             if (selection != nullptr) {
                 selection->interruption.store(DDS_RETCODE_OK, std::memory_order_relaxed);
             }
-            if (selection == nullptr || selection->all.front() == nullptr) {
+            if (selection == nullptr || selection->all.empty()) {
                 if (selection != nullptr) {
                     _keys.drop_if_idle(*selection);
                 }
@@ -414,7 +413,7 @@ DDS_ReturnCode_t SampleStore::delete_condition(ReadCondition& condition) noexcep
 
 void SampleStore::delete_condition_locked(ReadCondition& condition) noexcept {
     condition._live.store(false, std::memory_order_release);
-    condition.selection().conditions.remove(condition);
+    condition.selection().conditions.erase(SampleSelection::Conditions::s_iterator_to(condition));
     condition.retire_locked();
     --_conditions;
     if (&condition.selection() != &_whole) {
@@ -501,27 +500,31 @@ DDS_ReturnCode_t SampleStore::lend_locked(void*** received_data, int* data_count
     if (loan == nullptr) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
-    const int link = wants_read ? selection.link : selection.link + 1;
-    SampleSlot* next = nullptr;
     int found = 0;
-    for (SampleSlot* slot = wants_read ? selection.all.front() : selection.unread.front(); found < count; slot = next) {
-        next = slot->links[link].next;
-        if (!slot->read && !wants_unread) {
-            continue;
-        }
-        fill(*loan, found++, *slot);
+    const auto lend = [&](SampleSlot& slot) {
+        fill(*loan, found++, slot);
+        ++slot.pins;
         if (take) {
-            SampleSelection* key = slot->key;
-            unlist_locked(*slot);
+            SampleSelection* key = slot.key;
+            unlist_locked(slot);
             if (key != nullptr) {
                 _keys.drop_if_idle(*key);  // not the condition's own: that one has a condition
             }
-            ++slot->pins;
-            continue;
+        } else if (!slot.read) {
+            mark_read_locked(slot, wake);
         }
-        ++slot->pins;
-        if (!slot->read) {
-            mark_read_locked(*slot, wake);
+    };
+    // The next one is found first: lending takes this one out of the list.
+    if (wants_read) {
+        for (auto next = selection.all.begin(); found < count;) {
+            SampleSlot& slot = (next++)->slot;
+            if (slot.read || wants_unread) {
+                lend(slot);
+            }
+        }
+    } else {
+        for (auto next = selection.unread.begin(); found < count;) {
+            lend((next++)->slot);
         }
     }
     loan->count = count;
@@ -564,10 +567,9 @@ void SampleStore::mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) 
             continue;
         }
         selection->note_read(slot);
-        for (ReadCondition* condition = selection->conditions.front(); condition != nullptr;
-             condition = selection->conditions.next(*condition)) {
-            if (condition->effective_states() == DDS_READ_SAMPLE_STATE) {
-                condition->signal_locked(wake);
+        for (ReadCondition& condition : selection->conditions) {
+            if (condition.effective_states() == DDS_READ_SAMPLE_STATE) {
+                condition.signal_locked(wake);
             }
         }
     }
@@ -643,7 +645,7 @@ Sample* SampleStore::free_slot_locked(SampleSlot& slot) noexcept {
 }
 
 Sample* SampleStore::drop_front_locked(SampleSelection& selection) noexcept {
-    SampleSlot& slot = *selection.all.front();
+    SampleSlot& slot = selection.all.front().slot;
     SampleSelection* key = slot.key;
     unlist_locked(slot);
     if (key != nullptr) {
@@ -675,7 +677,7 @@ void SampleStore::close() noexcept {
         {
             Lock lock(_mutex);
             _closed = true;
-            if (_whole.all.front() == nullptr) {
+            if (_whole.all.empty()) {
                 return;
             }
             dropped = drop_front_locked(_whole);

@@ -58,7 +58,7 @@ void WaitSetCore::detach_all() noexcept {
             if (_attachments.empty()) {
                 return;
             }
-            condition = _attachments.front()->condition;
+            condition = _attachments.front().condition;
             condition->retain();  // the lock order forbids locking it here, and it may be deleted before it is locked
         }
         condition->detach_from(*this);
@@ -79,7 +79,7 @@ void WaitSetCore::link(Attachment& attachment, bool may_hold) noexcept {
 
 void WaitSetCore::unlink(Attachment& attachment) noexcept {
     std::lock_guard<platform::BriefMutex> lock(_mutex);
-    _attachments.remove(attachment);
+    _attachments.erase(Attachments::s_iterator_to(attachment));
     --_attachment_count;
     if (attachment.ready) {
         drop_ready_locked(attachment);
@@ -113,17 +113,16 @@ bool WaitSetCore::make_room_for_ready_locked(DDSConditionSeq& active) const noex
 }
 
 void WaitSetCore::drop_idle_locked() noexcept {
-    Attachment* next = nullptr;
-    for (Attachment* attachment = _ready.front(); attachment != nullptr; attachment = next) {
-        next = _ready.next(*attachment);
-        if (attachment->condition->interruption() == DDS_RETCODE_OK && !attachment->condition->is_triggered()) {
-            drop_ready_locked(*attachment);
+    for (ReadyList::iterator next = _ready.begin(); next != _ready.end();) {
+        Attachment& attachment = *next++;
+        if (attachment.condition->interruption() == DDS_RETCODE_OK && !attachment.condition->is_triggered()) {
+            drop_ready_locked(attachment);
         }
     }
 }
 
 void WaitSetCore::drop_ready_locked(Attachment& attachment) noexcept {
-    _ready.remove(attachment);
+    _ready.erase(ReadyList::s_iterator_to(attachment));
     --_ready_count;
     attachment.ready = false;
 }
@@ -142,18 +141,17 @@ WaitSetCore::Look WaitSetCore::look(DDSConditionSeq& active, DDS_ReturnCode_t& i
         }
     }
     DDS_Long found = 0;
-    Attachment* next = nullptr;
-    for (Attachment* attachment = _ready.front(); attachment != nullptr; attachment = next) {
-        next = _ready.next(*attachment);
-        interruption = attachment->condition->interruption();
+    for (ReadyList::iterator next = _ready.begin(); next != _ready.end();) {
+        Attachment& attachment = *next++;
+        interruption = attachment.condition->interruption();
         if (interruption != DDS_RETCODE_OK) {
             active.length(0);
             return Look::INTERRUPTED;
         }
-        if (attachment->condition->is_triggered()) {
-            active[found++] = attachment->reported;
+        if (attachment.condition->is_triggered()) {
+            active[found++] = attachment.reported;
         } else {
-            drop_ready_locked(*attachment);
+            drop_ready_locked(attachment);
         }
     }
     active.length(found);
@@ -167,7 +165,7 @@ bool WaitSetCore::spin(std::uint32_t seen) noexcept {
         if (_attachments.empty()) {
             return false;
         }
-        condition = _attachments.front()->condition;
+        condition = _attachments.front().condition;
         condition->retain();  // it may be deleted, and its reader too, while this thread spins
     }
     SpinHistory* history = condition->spin_history();
@@ -254,8 +252,8 @@ DDS_ReturnCode_t WaitSetCore::list(DDSConditionSeq& attached) noexcept {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
     DDS_Long index = 0;
-    for (Attachment* attachment = _attachments.front(); attachment != nullptr; attachment = _attachments.next(*attachment)) {
-        attached[index++] = attachment->reported;
+    for (const Attachment& attachment : _attachments) {
+        attached[index++] = attachment.reported;
     }
     return DDS_RETCODE_OK;
 }

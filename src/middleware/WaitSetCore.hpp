@@ -37,6 +37,8 @@ public:
     void mark_ready(Attachment& attachment, platform::WakeBatch& wake) noexcept;
 
 private:
+    typedef IntrusiveList<Attachment, &Attachment::in_set> Attachments;
+    typedef IntrusiveList<Attachment, &Attachment::in_ready> ReadyList;
     enum class Look { NOTHING, ACTIVE, INTERRUPTED, NO_MEMORY };
 
     WaitSetCore() = default;
@@ -58,8 +60,8 @@ private:
     WaitSetCore* _next_free = nullptr;
 
     alignas(platform::CACHE_LINE) platform::BriefMutex _mutex;
-    IntrusiveList<Attachment, &Attachment::in_set> _attachments;
-    IntrusiveList<Attachment, &Attachment::in_ready> _ready;
+    Attachments _attachments;
+    ReadyList _ready;
     DDS_Long _attachment_count = 0;
     DDS_Long _ready_count = 0;
 };
