@@ -9,9 +9,11 @@
 #include <future>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "network/BadWire.hpp"
 #include "network/NetworkNamespace.hpp"
 #include "network/PeerProcess.hpp"
 #include "network/Questions.hpp"
@@ -26,6 +28,8 @@ constexpr int CALLS = 50;
 constexpr int LARGE_CALLS = 2;
 constexpr std::size_t SMALL = 3000;
 constexpr std::size_t LARGE = 60000;
+constexpr std::size_t HUGE = 1 << 20;
+constexpr int HUGE_CALLS = 3;
 const char* const OWN_ADDRESS = "10.77.0.1";
 const char* const NEIGHBOURS_ADDRESS = "10.77.0.2";
 // A small reply fits, several at once do not. A large one does only in datagrams that fit.
@@ -44,7 +48,8 @@ ParticipantParams on_wire(const std::string& address, const std::string& peer, c
     return peer == "-" ? params : params.property("norvane.fastdds.initial_peers", peer);
 }
 
-// The other machine. "pid"; "serve <own address> <datagram>"; "leave"; anything else is a command to run. A question of "large" gets a large answer.
+// The other machine. "pid"; "serve <own address> <datagram>"; "leave"; anything else is a command to run. A question of "large" or
+// "huge" gets such an answer.
 int neighbour(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
     std::cout << "ready" << std::endl;
@@ -57,7 +62,7 @@ int neighbour(const std::vector<std::string>&) {
             const std::size_t blank = line.find(' ', 6);
             participant = std::make_unique<Participant>(on_wire(line.substr(6, blank - 6), "-", line.substr(blank + 1)));
             service = std::make_unique<Oracle>(ReplierParams(*participant).service_name("Wire"), [](const Question& question) {
-                return Answer{question.number, question.of, std::string(question.of == "large" ? LARGE : SMALL, 'x')};
+                return Answer{question.number, question.of, std::string(question.of == "huge" ? HUGE : question.of == "large" ? LARGE : SMALL, 'x')};
             });
             std::cout << "ok" << std::endl;
         } else if (line == "leave") {
@@ -149,12 +154,42 @@ std::string call_over_wire(const std::string& how) {
     return outcome;
 }
 
+// @param manner  the figures of a BadWire. @return octets on the wire for each octet of the answers, or what went wrong.
+std::string call_over_bad_wire(const std::string& manner) {
+    BadWire::Manner bad;
+    std::istringstream(manner) >> bad.loss >> bad.reordered >> bad.delay_ms >> bad.bits_per_us;
+    PeerProcess other("neighbour", {});
+    const std::string pid = other.ask("pid");
+    const BadWire wire(std::stoi(pid), bad);
+    const auto plug_in = [](const std::string& own, const std::string& peer, const std::string& device) {
+        return "ip address add " + own + " peer " + peer + " dev " + device + " && ip link set " + device + " up txqueuelen 4000";
+    };
+    if (pid == "-1" || !wire.is_there() || !run(plug_in(OWN_ADDRESS, NEIGHBOURS_ADDRESS, "norvane0")) ||
+        other.ask(plug_in(NEIGHBOURS_ADDRESS, OWN_ADDRESS, "norvane1")) != "ok") {
+        return "no wire";
+    }
+    other.ask(std::string("serve ") + NEIGHBOURS_ADDRESS + " ");
+    std::string outcome;
+    {
+        Participant participant(on_wire(OWN_ADDRESS, NEIGHBOURS_ADDRESS, ""));
+        Asker asker(RequesterParams(participant).service_name("Wire"));
+        outcome = ask_all(asker, "huge", 1);
+        const long before = wire.octets();
+        outcome = outcome == "ok" ? ask_all(asker, "huge", HUGE_CALLS) : outcome;
+        if (outcome == "ok") {
+            outcome = std::to_string(static_cast<double>(wire.octets() - before) / (HUGE_CALLS * static_cast<double>(HUGE)));
+        }
+    }
+    other.ask("leave");
+    return outcome;
+}
+
 // A line: what is with the wire.
 int house(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
     std::cout << "ready" << std::endl;
     for (std::string line; std::getline(std::cin, line);) {
-        std::cout << (is_alone ? call_over_wire(line) : "no wire") << std::endl;
+        std::cout << (!is_alone ? "no wire" : line.compare(0, 4, "bad ") == 0 ? call_over_bad_wire(line.substr(4)) : call_over_wire(line)) << std::endl;
     }
     return 0;
 }
@@ -176,6 +211,33 @@ TEST_P(TwoHosts, lose_no_call) {
                         "tc of the package iproute2)";
     }
     EXPECT_EQ("ok", outcome);
+}
+
+struct Badness {
+    const char* name;
+    const char* manner;  // loss, share of the reordered, delay, Mbit/s
+    double most;         // octets on the wire for each octet of an answer
+};
+void PrintTo(const Badness& badness, std::ostream* out) { *out << badness.name; }
+
+class BadWires : public ::testing::TestWithParam<Badness> {};
+INSTANTIATE_TEST_SUITE_P(With, BadWires,
+                         ::testing::Values(Badness{"no_fault", "0 0 0 0", 1.5}, Badness{"loss_of_1_percent", "0.01 0 0 0", 3},
+                                           Badness{"loss_of_10_percent", "0.1 0 0 0", 5},
+                                           Badness{"reordering_of_25_percent", "0 0.25 0 0", 3}, Badness{"delay_of_50_ms", "0 0 50 0", 3},
+                                           Badness{"loss_and_delay_of_10_ms", "0.01 0 10 0", 3},
+                                           Badness{"ten_megabit_per_second", "0 0 0 10", 3}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_P(BadWires, carry_large_answers_without_repeating_them_much) {
+    const std::string outcome = PeerProcess("house", {}).ask(std::string("bad ") + GetParam().manner);
+    if (outcome == "no wire") {
+        GTEST_SKIP() << "this machine gives its users no network namespaces with a TUN device (unshare, ip, /dev/net/tun)";
+    }
+    ASSERT_EQ(std::string::npos, outcome.find_first_not_of("0123456789.")) << outcome;
+    EXPECT_GE(GetParam().most, std::stod(outcome));
+    EXPECT_LE(1, std::stod(outcome));
+    std::cout << "octets on the wire for each octet of an answer: " << outcome << "\n";
 }
 
 }  // namespace

@@ -83,6 +83,8 @@ public:
 
     /// Does what has become due. On the worker. @return when to come again; NO_DEADLINE for not before it is asked for.
     virtual std::int64_t attend() noexcept = 0;
+    /// A writer: asks its readers what they lack, soon and on another thread. Under locks of Fast DDS.
+    virtual void ask_soon() noexcept {}
 
 protected:
     Endpoint(const mw::EndpointInfo& info) : _info(info) {}

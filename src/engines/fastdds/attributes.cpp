@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/attributes.hpp"
 
-#include <arpa/inet.h>
-#include <ifaddrs.h>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -19,6 +17,7 @@
 #include <fastrtps/utils/IPLocator.h>
 #include <fastrtps/xmlparser/XMLProfileManager.h>
 
+#include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/socket_buffers.hpp"
 #include "engines/fastdds/transport/UdpTransport.hpp"
 
@@ -102,7 +101,8 @@ struct Transports {
     bool udp = true;
     bool shared_memory = false;
     std::vector<std::string> interfaces;
-    std::uint32_t datagram = 0;  // octets at most; 0: as Fast DDS has it
+    Interfaces own;  // of this machine
+    std::uint32_t datagram = 0;  // octets at most; 0: what Fast DDS has on this machine, what fits the interfaces to others
     std::uint32_t buffer = USUAL_BUFFER;
     bool batching = true;
     std::chrono::microseconds pause = USUAL_PAUSE;  // between samples that leave together, at most
@@ -129,6 +129,10 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
             udp->maxMessageSize = transports.datagram;
         }
         choice.boxes.inbox = std::make_shared<Inbox>();
+        choice.boxes.far_datagram = transports.datagram == 0 ? transports.own.datagram_that_fits(transports.interfaces) : 0;
+        choice.boxes.interfaces = std::make_shared<const Interfaces>(transports.own);
+        // A part of the buffer is left to what is small.
+        choice.boxes.paths = std::make_shared<Paths>(granted_socket_buffers(transports.buffer).receive / 4 * 3, *choice.boxes.interfaces);
         if (transports.batching) {
             const std::size_t limit = transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH;
             // With several interfaces Fast DDS has a socket for each, and sends by all of them.
@@ -140,22 +144,6 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         }
         attributes.userTransports.push_back(make_udp_transport(udp, choice.boxes));
     }
-}
-
-// A participant on an address that the machine does not have would hear nobody, and say nothing about it.
-bool is_address_of_this_machine(const std::string& address) {
-    in_addr wanted = {};
-    ifaddrs* interfaces = nullptr;
-    if (::inet_pton(AF_INET, address.c_str(), &wanted) != 1 || ::getifaddrs(&interfaces) != 0) {
-        return false;
-    }
-    bool found = false;
-    for (const ifaddrs* each = interfaces; each != nullptr && !found; each = each->ifa_next) {
-        found = each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET &&
-                reinterpret_cast<const sockaddr_in*>(each->ifa_addr)->sin_addr.s_addr == wanted.s_addr;
-    }
-    ::freeifaddrs(interfaces);
-    return found;
 }
 
 // One property of ours. @return false when its value makes no sense, or there is none of that name.
@@ -177,7 +165,9 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
         transports.chosen = true;
         transports.interfaces = split(value);
         return !transports.interfaces.empty() &&
-               std::all_of(transports.interfaces.begin(), transports.interfaces.end(), is_address_of_this_machine);
+               // On an address that the machine does not have a participant would hear nothing, without an error.
+               std::all_of(transports.interfaces.begin(), transports.interfaces.end(),
+                           [&](const std::string& address) { return transports.own.have(address); });
     }
     if (name == "norvane.fastdds.datagram" && to_number(value, 1024, 65500, number)) {
         transports.chosen = true;

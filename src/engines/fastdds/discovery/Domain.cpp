@@ -9,6 +9,7 @@
 #include <fastdds/rtps/RTPSDomain.h>
 
 #include "engines/judgement.hpp"
+#include "engines/fastdds/discovery/LocalWriters.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -72,6 +73,7 @@ void Domain::leave() noexcept {
     }
     if (_boxes.inbox) {
         _boxes.inbox->detach();
+        _boxes.paths->listen(nullptr);
     }
     if (_event_thread != nullptr) {
         const std::lock_guard<std::mutex> lock(endpoints_mutex());
@@ -100,6 +102,11 @@ bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes
     }
     if (_boxes.inbox) {
         _boxes.inbox->attach(*_event_thread, discovery_ports(*_participant));
+        _boxes.paths->listen([](const rtps::GUID_t& guid) {
+            if (const std::shared_ptr<Endpoint> writer = LocalWriters::get().find(to_guid(guid))) {
+                writer->ask_soon();
+            }
+        });
     }
     return true;
 }

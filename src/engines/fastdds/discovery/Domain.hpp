@@ -7,6 +7,7 @@
 #ifndef NORVANE_ENGINES_FASTDDS_DISCOVERY_DOMAIN_HPP
 #define NORVANE_ENGINES_FASTDDS_DISCOVERY_DOMAIN_HPP
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -75,6 +76,21 @@ public:
     bool writer_filters() const noexcept { return _writer_filters; }
     /// @return null when what is sent never waits.
     Outbox* outbox() const noexcept { return _boxes.outbox.get(); }
+    /// @return whether a peer at these places is on this machine, as far as is known.
+    template <typename Locators>
+    bool has_near(const Locators& places) const noexcept {
+        return !_boxes.interfaces || std::all_of(places.begin(), places.end(), [this](const rtps::Locator_t& place) {
+            return _boxes.interfaces->reach_within(place);
+        });
+    }
+    /// The readers of a writer of this participant have its samples up to a number of Fast DDS.
+    void note_acknowledged(const rtps::GUID_t& writer, std::int64_t number) const noexcept {
+        if (_boxes.paths) {
+            _boxes.paths->acknowledge(writer, number);
+        }
+    }
+    /// @return octets of a datagram to another machine at most; 0: as long as a message of Fast DDS.
+    std::uint32_t far_datagram() const noexcept { return _boxes.far_datagram; }
     DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }
 
     /// Reserves a virtual GUID. @return false when an endpoint has it, as far as is known.

@@ -13,6 +13,7 @@ namespace fastdds {
 struct Submessage {
     enum Kind : std::uint8_t {
         PAD = 0x01,
+        ACKNACK = 0x06,
         HEARTBEAT = 0x07,
         GAP = 0x08,
         INFO_TS = 0x09,
@@ -20,6 +21,7 @@ struct Submessage {
         INFO_REPLY_IP4 = 0x0d,
         INFO_DST = 0x0e,
         INFO_REPLY = 0x0f,
+        NACK_FRAG = 0x12,
         DATA = 0x15,
         DATA_FRAG = 0x16,
         FIRST_OF_SECURITY = 0x30,

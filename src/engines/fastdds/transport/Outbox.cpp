@@ -45,13 +45,6 @@ private:
     bool _at_end;
 };
 
-bool send_now(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
-              const Outbox::TimePoint& deadline) {
-    OnePlace place(to, false);
-    OnePlace end(to, true);
-    return sender.send(message, length, &place, &end, deadline);
-}
-
 // Where the calling thread left something.
 struct Deferred {
     ~Deferred();
@@ -77,6 +70,13 @@ Outbox::Outbox(std::size_t datagram_limit, std::chrono::microseconds pause, std:
       _pause_ns(std::chrono::nanoseconds(pause).count()),
       _round_length(std::max(SHORTEST_ROUND, ROUND_PAUSES * pause)),
       _socket(std::move(socket)) {}
+
+bool Outbox::send_now(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
+                      const TimePoint& deadline) {
+    OnePlace place(to, false);
+    OnePlace end(to, true);
+    return sender.send(message, length, &place, &end, deadline);
+}
 
 Outbox::Writing::Writing(const Outbox* outbox) noexcept : _before(writing_to) { writing_to = outbox; }
 Outbox::Writing::~Writing() { writing_to = _before; }

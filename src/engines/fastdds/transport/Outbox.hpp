@@ -61,6 +61,10 @@ public:
     bool send(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
               const TimePoint& deadline) noexcept;
 
+    /// Sends by a socket of Fast DDS, past every outbox.
+    static bool send_now(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
+                         const TimePoint& deadline);
+
     /// Sends what waits.
     void flush() noexcept;
 

@@ -2,10 +2,14 @@
 #include "engines/fastdds/transport/UdpTransport.hpp"
 
 #include <utility>
+#include <vector>
 
 #include <fastdds/rtps/transport/ChainingTransport.h>
 #include <fastdds/rtps/transport/ChainingTransportDescriptor.h>
 #include <fastdds/rtps/transport/TransportReceiverInterface.h>
+
+#include "engines/fastdds/quirks_2_9/Submessage.hpp"
+#include "engines/fastdds/transport/split.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -24,13 +28,10 @@ public:
 
     bool send(rtps::SenderResource* sender, const rtps::octet* message, std::uint32_t length, transport::LocatorsIterator* places,
               transport::LocatorsIterator* end, const std::chrono::steady_clock::time_point& deadline) override {
-        if (!_boxes.outbox) {
-            return sender->send(message, length, places, end, deadline);
-        }
         bool sent = true;
         for (; *places != *end; ++*places) {
             if (IsLocatorSupported(**places)) {
-                sent = _boxes.outbox->send(*sender, message, length, **places, deadline) && sent;
+                sent = send_to(*sender, message, length, **places, deadline) && sent;
             }
         }
         return sent;
@@ -38,10 +39,48 @@ public:
 
     void receive(transport::TransportReceiverInterface* next, const rtps::octet* message, std::uint32_t length,
                  const rtps::Locator_t& local, const rtps::Locator_t& remote) override {
+        thread_local std::vector<std::uint8_t> copy;
+        if (!_boxes.paths->receive(message, length)) {
+            copy_without(Submessage::NACK_FRAG, message, length, copy);
+            message = copy.data();
+            length = static_cast<std::uint32_t>(copy.size());
+        }
         _boxes.inbox->take_in(message, length, local.port, [&] { next->OnDataReceived(message, length, local, remote); });
     }
 
 private:
+    bool send_to(rtps::SenderResource& sender, const rtps::octet* message, std::uint32_t length, const rtps::Locator_t& place,
+                 const std::chrono::steady_clock::time_point& deadline) {
+        if (_boxes.far_datagram != 0 && length > _boxes.far_datagram && !_boxes.interfaces->reach_within(place)) {
+            thread_local std::vector<std::uint8_t> part;
+            bool sent = true;
+            if (split(message, length, _boxes.far_datagram, part, [&](const std::uint8_t* octets, std::size_t size) {
+                    sent = send_datagram(sender, octets, static_cast<std::uint32_t>(size), place, deadline) && sent;
+                })) {
+                return sent;
+            }
+        }
+        return send_datagram(sender, message, length, place, deadline);
+    }
+
+    bool send_datagram(rtps::SenderResource& sender, const rtps::octet* message, std::uint32_t length, const rtps::Locator_t& place,
+                       const std::chrono::steady_clock::time_point& deadline) {
+        thread_local std::vector<std::uint8_t> copy;
+        switch (_boxes.paths->send(message, length, place)) {
+            case Paths::Verdict::HOLD:
+                return true;  // as lost on the wire
+            case Paths::Verdict::PASS_WITHOUT_HEARTBEAT:
+                copy_without(Submessage::HEARTBEAT, message, length, copy);
+                message = copy.data();
+                length = static_cast<std::uint32_t>(copy.size());
+                break;
+            case Paths::Verdict::PASS:
+                break;
+        }
+        return _boxes.outbox ? _boxes.outbox->send(sender, message, length, place, deadline)
+                             : Outbox::send_now(sender, message, length, place, deadline);
+    }
+
     const Boxes _boxes;
 };
 

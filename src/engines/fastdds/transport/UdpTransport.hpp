@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// UDP of Fast DDS, with an outbox on the way out and an inbox on the way in. It adds nothing to what goes over the wire but that several messages may
-// share a datagram. Thread rule: Fast DDS's own.
+// UDP of Fast DDS, with an outbox on the way out and an inbox on the way in. On the wire, several messages may share a datagram, and a message that goes to
+// another machine may come in several. Thread rule: Fast DDS's own.
 #ifndef NORVANE_ENGINES_FASTDDS_TRANSPORT_UDPTRANSPORT_HPP
 #define NORVANE_ENGINES_FASTDDS_TRANSPORT_UDPTRANSPORT_HPP
 
@@ -9,15 +9,20 @@
 #include <fastdds/rtps/transport/TransportDescriptorInterface.h>
 
 #include "engines/fastdds/quirks_2_9/Inbox.hpp"
+#include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/Outbox.hpp"
+#include "engines/fastdds/transport/Paths.hpp"
 
 namespace norvane {
 namespace fastdds {
 
-/// The two ends of a participant's transport that the participant keeps.
+/// What a participant keeps of its transport. It has an inbox, interfaces and paths, or none of them.
 struct Boxes {
     std::shared_ptr<Outbox> outbox;  ///< Closed before the participant is removed; null: nothing waits.
     std::shared_ptr<Inbox> inbox;
+    std::shared_ptr<const Interfaces> interfaces;
+    std::shared_ptr<Paths> paths;    ///< Refers to the interfaces.
+    std::uint32_t far_datagram = 0;  ///< Octets of a datagram to another machine at most; 0: as long as a message.
 };
 
 /// @param udp  what really sends and receives.

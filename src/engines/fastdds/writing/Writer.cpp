@@ -6,6 +6,7 @@
 #include <limits>
 
 #include <fastdds/rtps/RTPSDomain.h>
+#include <fastdds/rtps/builtin/data/ReaderProxyData.h>
 #include <fastdds/rtps/reader/RTPSReader.h>
 #include <fastdds/rtps/writer/StatefulWriter.h>
 #include <fastrtps/attributes/TopicAttributes.h>
@@ -56,7 +57,7 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
       _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
       _keeps_last_only(settings.qos->history.kind == DDS_KEEP_LAST_HISTORY_QOS),
       _history_limit(limit_of(*settings.qos)),
-      _history(std::make_unique<rtps::WriterHistory>(history_attributes())),
+      _history(std::make_unique<History>(history_attributes())),
       _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
       _pace(_reliable && !_keeps),
       _audience(*domain, *this, settings.qos->writer_resource_limits.max_remote_reader_filters),
@@ -83,6 +84,12 @@ DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string
         return DDS_RETCODE_ERROR;
     }
     _probe.writerGUID = _writer->getGuid();
+    _near_fragment = _far_fragment = _writer->getMaxDataSize();
+    const std::uint32_t message = _domain->participant().getMaxMessageSize();
+    if (_domain->far_datagram() != 0 && _domain->far_datagram() < message) {
+        // What Fast DDS keeps free in a message is kept free in a datagram. Fragments begin at multiples of 4.
+        _far_fragment = (_domain->far_datagram() - (message - _near_fragment)) & ~3U;
+    }
     _info.participant_guid = _domain->guid();
     if (_info.guid == DDS_GUID_AUTO) {
         _info.guid = to_guid(_writer->getGuid());
@@ -386,7 +393,11 @@ std::int64_t Writer::answered_locked() const noexcept {
 }
 
 void Writer::sweep_locked() noexcept {
+    const std::int64_t octets_before = _window.octets();
     _window.advance(answered_locked(), [this](std::int64_t number) { return is_acknowledged_locked(number); });
+    if (octets_before - _window.octets() >= static_cast<std::int64_t>(Paths::LARGE)) {
+        _domain->note_acknowledged(_writer->getGuid(), _window.acknowledged());
+    }
     if (!_keeps) {
         while (_history->changesBegin() != _history->changesEnd() &&
                static_cast<std::int64_t>((*_history->changesBegin())->sequenceNumber.to64long()) <= _window.acknowledged()) {
@@ -520,11 +531,16 @@ std::int64_t Writer::attend() noexcept {
     if (due.progress_changed) {
         choose_sending_locked();
     }
-    if (due.heartbeat) {
+    if (_heartbeat_is_due.exchange(false) || due.heartbeat) {
         ask_for_acknowledgments();
     }
     wake_up();
     return std::min(again_ns, due.next_ns);
+}
+
+void Writer::ask_soon() noexcept {
+    _heartbeat_is_due.store(true);
+    _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
 }
 
 // @return when to look again.
@@ -582,9 +598,10 @@ void Writer::redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& f
 // ---- callbacks of Fast DDS ----------------------------------------------------------------------------------------
 
 void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS reason,
-                                 const rtps::GUID_t& reader_guid, const rtps::ReaderProxyData* /*reader_info*/) {
+                                 const rtps::GUID_t& reader_guid, const rtps::ReaderProxyData* reader_info) {
     const std::shared_ptr<const Discovered> peer = _domain->find(reader_guid);
     const Lock lock(_writer->getMutex());
+    note_distance_locked(reason == rtps::ReaderDiscoveryInfo::REMOVED_READER ? nullptr : reader_info, reader_guid);
     if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && _audience.remove(to_guid(reader_guid))) {
         wake_up();
     } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && peer != nullptr &&
@@ -602,6 +619,20 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
     if (_audience.is_outdated()) {
         _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + RETRY_NS);
     }
+}
+
+// @param reader  null: it is gone.
+void Writer::note_distance_locked(const rtps::ReaderProxyData* reader, const rtps::GUID_t& guid) noexcept {
+    if (reader == nullptr || guid.is_on_same_process_as(_writer->getGuid()) || _domain->has_near(reader->remote_locators().unicast)) {
+        _far_readers.erase(to_guid(guid));
+    } else {
+        try {
+            _far_readers.insert(to_guid(guid));
+        } catch (const std::exception&) {
+            // No memory: IP takes apart what is too long for the wire.
+        }
+    }
+    _history->fragment_above(_far_readers.empty() ? _near_fragment : _far_fragment);
 }
 
 bool Writer::note_requester(const std::string& topic) noexcept {

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <unordered_set>
 
 #include <fastdds/rtps/history/WriterHistory.h>
 #include <fastdds/rtps/writer/RTPSWriter.h>
@@ -63,9 +64,17 @@ public:
     bool note_requester(const std::string& topic) noexcept override;
     void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
     std::int64_t attend() noexcept override;
+    void ask_soon() noexcept override;
 
 private:
     typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
+
+    class History final : public rtps::WriterHistory {
+    public:
+        using rtps::WriterHistory::WriterHistory;
+        /// From now on samples that are longer go in fragments of at most so many octets.
+        void fragment_above(std::uint32_t octets) noexcept { high_mark_for_frag_ = octets; }
+    };
 
     rtps::CacheChange_t* encode(const void* data);
     DDS_ReturnCode_t write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
@@ -87,6 +96,7 @@ private:
     void introduce_locked() noexcept;
     void pace_sending_locked() noexcept;
     void choose_sending_locked() noexcept;
+    void note_distance_locked(const rtps::ReaderProxyData* reader, const rtps::GUID_t& guid) noexcept;
     void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
     void wake_up() noexcept;
 
@@ -102,7 +112,7 @@ private:
     const bool _keeps;  // transient-local
     const bool _keeps_last_only;
     const std::int64_t _history_limit;
-    std::unique_ptr<rtps::WriterHistory> _history;
+    std::unique_ptr<History> _history;
     Window _window;
     Pace _pace;                // its timer is the worker of the participant
     rtps::WriterTimes _times;  // as the QoS has them
@@ -110,6 +120,11 @@ private:
     std::atomic<bool> _appears_later{false};           // that of a requester, whose reader is to come
     bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
     std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
+
+    std::uint32_t _near_fragment = 0;  // octets, where every reader is on this machine
+    std::uint32_t _far_fragment = 0;
+    std::unordered_set<DDS_GUID_t, GuidHash> _far_readers;
+    std::atomic<bool> _heartbeat_is_due{false};
 
     Audience _audience;
     HeldAnswers _held;

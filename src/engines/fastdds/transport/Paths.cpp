@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "engines/fastdds/transport/Paths.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "engines/fastdds/quirks_2_9/Submessage.hpp"
+#include "platform/Clock.hpp"
+
+namespace norvane {
+namespace fastdds {
+
+namespace {
+
+constexpr std::size_t PREFIX_IN_HEADER = 8;
+constexpr std::uint8_t BUILTIN_ENTITY = 0xc0;
+// Places in the bodies of submessages.
+constexpr std::size_t WRITER_OF_DATA = 8;
+constexpr std::size_t NUMBER_OF_DATA = 12;
+constexpr std::size_t FIRST_FRAGMENT = 20;
+constexpr std::size_t FRAGMENT_COUNT = 24;
+constexpr std::size_t FRAGMENT_SIZE = 26;
+constexpr std::size_t SAMPLE_SIZE = 28;
+constexpr std::size_t DATA_FRAG_HEAD = 32;
+constexpr std::size_t WRITER_OF_ACKNACK = 4;
+constexpr std::size_t SET_OF_ACKNACK = 8;     // base of 8 octets, count of bits, bits
+constexpr std::size_t NUMBER_OF_NACK_FRAG = 8;
+constexpr std::size_t SET_OF_NACK_FRAG = 16;  // base of 4 octets, count of bits, bits
+constexpr std::uint32_t MOST_BITS = Path::TOLD;
+
+bool is_little(const Submessage& each) noexcept { return (each.flags & Submessage::LITTLE_ENDIAN_FLAG) != 0; }
+
+std::uint32_t read_integer(const Submessage& each, std::size_t place, std::size_t size) noexcept {
+    std::uint32_t value = 0;
+    for (std::size_t index = 0; index < size; ++index) {
+        value = value << 8U | each.body[place + (is_little(each) ? size - 1 - index : index)];
+    }
+    return value;
+}
+
+std::uint32_t read_u32(const Submessage& each, std::size_t place) noexcept { return read_integer(each, place, 4); }
+std::uint32_t read_u16(const Submessage& each, std::size_t place) noexcept { return read_integer(each, place, 2); }
+
+std::int64_t read_number(const Submessage& each, std::size_t place) noexcept {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(read_u32(each, place)) << 32U | read_u32(each, place + 4));
+}
+
+// An entity is four octets, whatever the order of the others.
+std::uint32_t entity_at(const Submessage& each, std::size_t place) noexcept {
+    std::uint32_t entity = 0;
+    std::memcpy(&entity, each.body + place, sizeof entity);
+    return entity;
+}
+
+bool is_of_user(const Submessage& each, std::size_t place) noexcept { return (each.body[place + 3] & BUILTIN_ENTITY) == 0; }
+
+// A set of numbers, from a base on.
+struct Bits {
+    const Submessage& in;
+    std::size_t place;  // of the count
+    std::uint32_t count = 0;
+
+    bool read() noexcept {
+        count = in.length >= place + 4 ? read_u32(in, place) : MOST_BITS + 1;
+        return count <= MOST_BITS && in.length >= place + 4 + (count + 31) / 32 * 4;
+    }
+    bool has(std::uint32_t index) const noexcept {
+        return index < count && (read_u32(in, place + 4 + index / 32 * 4) >> (31 - index % 32) & 1U) != 0;
+    }
+};
+
+// Not worth a look in a message that has nothing but small samples.
+bool counts(std::uint8_t kind, std::size_t length, std::size_t large) noexcept {
+    return kind == Submessage::DATA_FRAG || kind == Submessage::HEARTBEAT || kind == Submessage::ACKNACK ||
+           (kind == Submessage::DATA && length >= large);
+}
+
+}  // namespace
+
+void Paths::listen(HeartbeatListener listener) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _listener.swap(listener);
+}
+
+Paths::ToPlace* Paths::find_locked(const rtps::Locator_t& place) noexcept {
+    const auto found = std::find_if(_places.begin(), _places.end(), [&](const auto& each) { return each->place == place; });
+    return found == _places.end() ? nullptr : found->get();
+}
+
+void Paths::learn_locked(const rtps::Locator_t& place, const Prefix& peer, std::int64_t now_ns) {
+    ToPlace* const known = find_locked(place);
+    if (known != nullptr && known->peer == peer) {
+        known->used_ns = now_ns;
+        return;
+    }
+    // Another process has the port of one that is gone, or the one that was not used for longest makes room.
+    const auto gone = known != nullptr ? std::find_if(_places.begin(), _places.end(), [&](const auto& each) { return each.get() == known; })
+                      : _places.size() < MOST_PATHS
+                          ? _places.end()
+                          : std::min_element(_places.begin(), _places.end(),
+                                             [](const auto& one, const auto& other) { return one->used_ns < other->used_ns; });
+    const std::int64_t window = _interfaces.reach_within(place) ? _capacity : FIRST_WINDOW;
+    auto added = std::make_unique<ToPlace>(place, peer, window, _capacity);
+    added->used_ns = now_ns;
+    if (gone != _places.end()) {
+        *gone = std::move(added);
+    } else {
+        _places.push_back(std::move(added));
+    }
+}
+
+Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, const rtps::Locator_t& place) noexcept {
+    if (!Submessage::begin_a_message(message, length)) {
+        return Verdict::PASS;
+    }
+    const std::uint8_t* destination = nullptr;
+    Path::Piece piece;
+    bool has_piece = false;
+    bool has_heartbeat = false;
+    bool is_end = true;  // of its sample
+    bool is_wanted = false;
+    Submessage each;
+    for (std::size_t at = Submessage::MESSAGE_HEADER; each.read(message, length, at); at += Submessage::HEADER + each.length) {
+        if (each.kind == Submessage::INFO_DST && each.length >= 12) {
+            destination = each.body;
+            continue;
+        }
+        is_wanted = is_wanted || counts(each.kind, each.length, LARGE);
+        has_heartbeat = has_heartbeat || each.kind == Submessage::HEARTBEAT;
+        const bool is_fragment = each.kind == Submessage::DATA_FRAG && each.length >= DATA_FRAG_HEAD;
+        const bool is_large = each.kind == Submessage::DATA && each.length >= LARGE;
+        if ((!is_fragment && !is_large) || !is_of_user(each, WRITER_OF_DATA)) {
+            continue;
+        }
+        const std::uint32_t first = is_fragment ? read_u32(each, FIRST_FRAGMENT) : 0;
+        const std::uint32_t last = is_fragment ? first + std::max(read_u16(each, FRAGMENT_COUNT), 1U) - 1 : 0;
+        piece.first_fragment = has_piece ? std::min(piece.first_fragment, first) : first;
+        piece.last_fragment = last;
+        is_end = !is_fragment || static_cast<std::uint64_t>(last) * read_u16(each, FRAGMENT_SIZE) >= read_u32(each, SAMPLE_SIZE);
+        piece.writer = entity_at(each, WRITER_OF_DATA);
+        piece.number = read_number(each, NUMBER_OF_DATA);
+        has_piece = true;
+    }
+    if (!is_wanted) {
+        return Verdict::PASS;
+    }
+    try {
+        const std::int64_t now_ns = platform::monotonic_ns();
+        const std::lock_guard<std::mutex> lock(_mutex);
+        Prefix peer = {};
+        if (destination != nullptr) {
+            std::memcpy(peer.data(), destination, peer.size());
+            if (peer != Prefix{}) {
+                learn_locked(place, peer, now_ns);
+            }
+        }
+        ToPlace* const to = has_piece ? find_locked(place) : nullptr;
+        if (to == nullptr || std::find(to->heard.begin(), to->heard.end(), piece.writer) == to->heard.end()) {
+            return Verdict::PASS;
+        }
+        bool heartbeat_is_due = false;
+        const bool may_leave = to->path.send(piece, static_cast<std::int64_t>(length), now_ns, heartbeat_is_due);
+        if (heartbeat_is_due && _listener) {
+            rtps::GUID_t writer;
+            std::memcpy(writer.guidPrefix.value, message + PREFIX_IN_HEADER, peer.size());
+            std::memcpy(writer.entityId.value, &piece.writer, sizeof piece.writer);
+            _listener(writer);
+        }
+        // One behind each fragment would have the reader ask for those that are still on the way. At the end of a burst it is sent for the listener.
+        return !may_leave ? Verdict::HOLD : has_heartbeat && !is_end ? Verdict::PASS_WITHOUT_HEARTBEAT : Verdict::PASS;
+    } catch (const std::exception&) {
+        return Verdict::PASS;  // no memory to know better
+    }
+}
+
+bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
+    if (!Submessage::begin_a_message(message, length)) {
+        return true;
+    }
+    bool is_current = true;
+    Submessage each;
+    for (std::size_t at = Submessage::MESSAGE_HEADER; each.read(message, length, at); at += Submessage::HEADER + each.length) {
+        const bool is_acknack = each.kind == Submessage::ACKNACK && each.length >= SET_OF_ACKNACK + 12;
+        const bool is_nack_frag = each.kind == Submessage::NACK_FRAG && each.length >= SET_OF_NACK_FRAG + 8;
+        if ((!is_acknack && !is_nack_frag) || !is_of_user(each, WRITER_OF_ACKNACK)) {
+            continue;
+        }
+        const std::uint32_t writer = entity_at(each, WRITER_OF_ACKNACK);
+        Bits bits = {each, is_acknack ? SET_OF_ACKNACK + 8 : SET_OF_NACK_FRAG + 4};
+        if (!bits.read()) {
+            continue;
+        }
+        const std::int64_t now_ns = platform::monotonic_ns();
+        const std::lock_guard<std::mutex> lock(_mutex);
+        for (const std::unique_ptr<ToPlace>& to : _places) {
+            if (std::memcmp(to->peer.data(), message + PREFIX_IN_HEADER, to->peer.size()) != 0) {
+                continue;
+            }
+            if (is_acknack) {
+                if (std::find(to->heard.begin(), to->heard.end(), writer) == to->heard.end()) {
+                    if (to->heard.size() == MOST_WRITERS) {
+                        to->heard.erase(to->heard.begin());
+                    }
+                    try {
+                        to->heard.push_back(writer);
+                    } catch (const std::exception&) {
+                        continue;
+                    }
+                }
+                const std::int64_t base = read_number(each, SET_OF_ACKNACK);
+                to->path.acknowledge(
+                    writer, base,
+                    [&](std::int64_t number) { return number - base < MOST_BITS && bits.has(static_cast<std::uint32_t>(number - base)); },
+                    now_ns);
+            } else {
+                const std::uint32_t base = read_u32(each, SET_OF_NACK_FRAG);
+                const auto missing_up_to = [&](std::uint32_t fragment) {
+                    std::uint32_t missing = 0;
+                    for (std::uint32_t index = 0; index < bits.count && base + index <= fragment; ++index) {
+                        missing += bits.has(index) ? 1 : 0;
+                    }
+                    return missing;
+                };
+                is_current = to->path.ask_again(writer, read_number(each, NUMBER_OF_NACK_FRAG), base, missing_up_to, now_ns) &&
+                             is_current;
+            }
+        }
+    }
+    return is_current;
+}
+
+void Paths::acknowledge(const rtps::GUID_t& writer, std::int64_t up_to) noexcept {
+    std::uint32_t entity = 0;
+    std::memcpy(&entity, writer.entityId.value, sizeof entity);
+    const std::int64_t now_ns = platform::monotonic_ns();
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const std::unique_ptr<ToPlace>& to : _places) {
+        to->path.acknowledge(entity, up_to + 1, [](std::int64_t) { return false; }, now_ns);
+    }
+}
+
+void copy_without(std::uint8_t kind, const std::uint8_t* message, std::size_t length, std::vector<std::uint8_t>& copy) {
+    copy.assign(message, message + Submessage::MESSAGE_HEADER);
+    Submessage each;
+    for (std::size_t at = Submessage::MESSAGE_HEADER; each.read(message, length, at); at += Submessage::HEADER + each.length) {
+        if (each.kind != kind) {
+            copy.insert(copy.end(), message + at, each.body + each.length);
+        }
+    }
+}
+
+}  // namespace fastdds
+}  // namespace norvane
