@@ -11,6 +11,8 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "norvane/dds/retcode.hpp"
@@ -45,7 +47,7 @@ public:
 
     /// Notes one call.
     /// @return DDS_RETCODE_OK to go on, else the code to fail with.
-    DDS_ReturnCode_t next(const char* name) {
+    DDS_ReturnCode_t next(const std::string& name) {
         std::unique_lock<std::mutex> guard(_mutex);
         std::deque<std::function<void()>>& actions = _actions[name];
         if (!actions.empty()) {
@@ -68,15 +70,28 @@ public:
 
     /// Forwards a call that returns a code, unless it is to fail.
     template <typename Forward>
-    DDS_ReturnCode_t code(const char* name, Forward forward) {
+    DDS_ReturnCode_t code(const std::string& name, Forward forward) {
         const DDS_ReturnCode_t failure = next(name);
         return failure == DDS_RETCODE_OK ? forward() : failure;
     }
 
     /// Forwards a call that returns a pointer, unless it is to fail.
     template <typename Forward>
-    auto pointer(const char* name, Forward forward) -> decltype(forward()) {
+    auto pointer(const std::string& name, Forward forward) -> decltype(forward()) {
         return next(name) == DDS_RETCODE_OK ? forward() : nullptr;
+    }
+
+    /// Forwards a call of either kind as it is. @param name  without that of the class.
+    template <typename Class, typename Result, typename... Parameters, typename... Arguments>
+    Result call(const char* class_name, const char* name, Class& real, Result (Class::*operation)(Parameters...),
+                Arguments&&... arguments) {
+        const std::string whole = std::string(class_name) + "::" + name;
+        const auto forward = [&] { return (real.*operation)(std::forward<Arguments>(arguments)...); };
+        if constexpr (std::is_pointer<Result>::value) {
+            return pointer(whole, forward);
+        } else {
+            return code(whole, forward);
+        }
     }
 
     /// @return the names since the last `fail_call`, in order.

@@ -5,12 +5,12 @@
 #define NORVANE_TESTS_SUPPORT_FORWARDINGDATAREADER_HPP
 
 #include <atomic>
-#include <map>
-#include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "CallScript.hpp"
+#include "Doubles.hpp"
 #include "ForwardingReadCondition.hpp"
 #include "LiveObjects.hpp"
 #include "norvane/dds/DataReader.hpp"
@@ -39,7 +39,6 @@ public:
     void pretend_to_copy(bool pretend) { _pretends_to_copy = pretend; }
 
     DDSDataReader& real() { return _real; }
-    int loans() const { return _loans; }
 
     DDSStatusCondition* get_statuscondition() override { return _real.get_statuscondition(); }
     DDS_StatusMask get_status_changes() override { return _real.get_status_changes(); }
@@ -49,74 +48,63 @@ public:
     DDS_DataReader* get_c_datareader() override { return this; }
     DDSDataReaderListener* get_listener() override { return _real.get_listener(); }
 
-    DDS_ReturnCode_t get_qos(DDS_DataReaderQos& qos) override {
-        return _script.code("DDSDataReader::get_qos", [&] { return _real.get_qos(qos); });
-    }
+    DDS_ReturnCode_t get_qos(DDS_DataReaderQos& qos) override { return call("get_qos", &DDSDataReader::get_qos, qos); }
     DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                            DDS_InstanceStateMask instance_states) override {
-        return _script.pointer("DDSDataReader::create_readcondition",
-                               [&] { return wrap(_real.create_readcondition(sample_states, view_states, instance_states)); });
+        return wrap(
+            call("create_readcondition", &DDSDataReader::create_readcondition, sample_states, view_states, instance_states));
     }
     DDSReadCondition* create_index_condition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                              DDS_InstanceStateMask instance_states, const char* index_name,
                                              const DDS_SampleInfo& key) override {
-        return _script.pointer("DDSDataReader::create_index_condition", [&] {
-            return wrap(_real.create_index_condition(sample_states, view_states, instance_states, index_name, key));
-        });
+        return wrap(call("create_index_condition", &DDSDataReader::create_index_condition, sample_states, view_states,
+                         instance_states, index_name, key));
     }
     DDS_ReturnCode_t delete_readcondition(DDSReadCondition* condition) override {
-        return _script.code("DDSDataReader::delete_readcondition", [&] { return unwrap_and_delete(condition); });
+        return _conditions.deleted(
+            call("delete_readcondition", &DDSDataReader::delete_readcondition, Conditions::unwrap(condition)));
     }
     DDS_ReturnCode_t create_index(const char* index_name) override {
-        return _script.code("DDSDataReader::create_index", [&] { return _real.create_index(index_name); });
+        return call("create_index", &DDSDataReader::create_index, index_name);
     }
-    DDS_ReturnCode_t interrupt(DDS_ReturnCode_t code) override {
-        return _script.code("DDSDataReader::interrupt", [&] { return _real.interrupt(code); });
-    }
+    DDS_ReturnCode_t interrupt(DDS_ReturnCode_t code) override { return call("interrupt", &DDSDataReader::interrupt, code); }
     DDS_ReturnCode_t interrupt_index_key(const char* index_name, const DDS_SequenceNumber_t& key, DDS_ReturnCode_t code) override {
-        return _script.code("DDSDataReader::interrupt_index_key", [&] { return _real.interrupt_index_key(index_name, key, code); });
+        return call("interrupt_index_key", &DDSDataReader::interrupt_index_key, index_name, key, code);
     }
     DDS_ReturnCode_t admit_open_keys_only(const char* index_name, DDS_Boolean open_only) override {
-        return _script.code("DDSDataReader::admit_open_keys_only",
-                            [&] { return _real.admit_open_keys_only(index_name, open_only); });
+        return call("admit_open_keys_only", &DDSDataReader::admit_open_keys_only, index_name, open_only);
     }
     DDS_ReturnCode_t open_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
-        return _script.code("DDSDataReader::open_index_key", [&] { return _real.open_index_key(index_name, key); });
+        return call("open_index_key", &DDSDataReader::open_index_key, index_name, key);
     }
     DDS_ReturnCode_t close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
-        return _script.code("DDSDataReader::close_index_key", [&] { return _real.close_index_key(index_name, key); });
+        return call("close_index_key", &DDSDataReader::close_index_key, index_name, key);
     }
     DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override {
-        return _script.code("DDSDataReader::set_listener", [&] { return _real.set_listener(listener, mask); });
+        return call("set_listener", &DDSDataReader::set_listener, listener, mask);
     }
     DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override {
-        return _script.code("DDSDataReader::get_subscription_matched_status",
-                            [&] { return _real.get_subscription_matched_status(status); });
+        return call("get_subscription_matched_status", &DDSDataReader::get_subscription_matched_status, status);
     }
     DDS_ReturnCode_t get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) override {
-        return _script.code("DDSDataReader::get_requested_incompatible_qos_status",
-                            [&] { return _real.get_requested_incompatible_qos_status(status); });
+        return call("get_requested_incompatible_qos_status", &DDSDataReader::get_requested_incompatible_qos_status, status);
     }
     DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
-        return _script.code("DDSDataReader::get_incompatible_type_status",
-                            [&] { return _real.get_incompatible_type_status(status); });
+        return call("get_incompatible_type_status", &DDSDataReader::get_incompatible_type_status, status);
     }
     DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override {
-        return _script.code("DDSDataReader::get_sample_lost_status", [&] { return _real.get_sample_lost_status(status); });
+        return call("get_sample_lost_status", &DDSDataReader::get_sample_lost_status, status);
     }
     DDS_ReturnCode_t get_counts(DDS_DataReaderCounts& counts) override {
-        return _script.code("DDSDataReader::get_counts", [&] { return _real.get_counts(counts); });
+        return call("get_counts", &DDSDataReader::get_counts, counts);
     }
-    DDS_ReturnCode_t leave_domain() override {
-        return _script.code("DDSDataReader::leave_domain", [&] { return _real.leave_domain(); });
-    }
+    DDS_ReturnCode_t leave_domain() override { return call("leave_domain", &DDSDataReader::leave_domain); }
     DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) override {
-        return _script.code("DDSDataReader::get_matched_publications", [&] { return _real.get_matched_publications(handles); });
+        return call("get_matched_publications", &DDSDataReader::get_matched_publications, handles);
     }
     DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data,
                                                   const DDS_InstanceHandle_t& handle) override {
-        return _script.code("DDSDataReader::get_matched_publication_data",
-                            [&] { return _real.get_matched_publication_data(data, handle); });
+        return call("get_matched_publication_data", &DDSDataReader::get_matched_publication_data, data, handle);
     }
 
     DDS_ReturnCode_t read_or_take_w_condition_untyped(DDS_Boolean* is_loan, void*** received_data, int* data_count,
@@ -128,14 +116,14 @@ public:
         if (code != DDS_RETCODE_OK) {
             return code;
         }
-        ForwardingReadCondition* wrapped = dynamic_cast<ForwardingReadCondition*>(condition);
+        ForwardingReadCondition* const wrapped = dynamic_cast<ForwardingReadCondition*>(condition);
         code = _real.get_c_datareader()->read_or_take_w_condition_untyped(
             is_loan, received_data, data_count, info_seq, data_seq_len, data_seq_max_len, data_seq_has_ownership, reserved,
             sample_size, max_samples, wrapped != nullptr ? wrapped->real().get_c_readcondition() : condition, take);
         if (code != DDS_RETCODE_OK) {
             return code;
         }
-        count_loan(1);
+        ++_live.loans;
         if (_pretends_to_copy) {
             *is_loan = DDS_BOOLEAN_FALSE;
             return forward_return(*received_data, info_seq);
@@ -162,93 +150,30 @@ private:
         DDS_Long maximum;
     };
 
-    DDSReadCondition* wrap(DDSReadCondition* real) {
-        if (real == nullptr) {
-            return nullptr;
-        }
-        std::unique_ptr<ForwardingReadCondition> wrapped(new ForwardingReadCondition(*real, *this, _script));
-        ForwardingReadCondition* handed_out = wrapped.get();
-        std::lock_guard<std::mutex> guard(_mutex);
-        _conditions[handed_out] = std::move(wrapped);
-        ++_live.conditions;
-        return handed_out;
-    }
+    typedef Doubles<DDSReadCondition, ForwardingReadCondition> Conditions;
 
-    DDS_ReturnCode_t unwrap_and_delete(DDSReadCondition* condition) {
-        ForwardingReadCondition* wrapped = dynamic_cast<ForwardingReadCondition*>(condition);
-        const DDS_ReturnCode_t code = _real.delete_readcondition(wrapped != nullptr ? &wrapped->real() : condition);
-        std::lock_guard<std::mutex> guard(_mutex);
-        if (code == DDS_RETCODE_OK && _conditions.erase(wrapped) != 0) {
-            --_live.conditions;
-        }
-        return code;
+    template <typename Result, typename... Parameters, typename... Arguments>
+    Result call(const char* name, Result (DDSDataReader::*operation)(Parameters...), Arguments&&... arguments) {
+        return _script.call("DDSDataReader", name, _real, operation, std::forward<Arguments>(arguments)...);
+    }
+    DDSReadCondition* wrap(DDSReadCondition* real) {
+        DDSDataReader& self = *this;
+        return _conditions.wrap(real, self, _script);
     }
 
     DDS_ReturnCode_t forward_return(void** received_data, DDS_SampleInfoSeq& info_seq) {
         const DDS_ReturnCode_t code = _real.get_c_datareader()->return_loan_untyped(received_data, info_seq);
-        if (code == DDS_RETCODE_OK) {
-            count_loan(-1);
-        }
+        _live.loans -= code == DDS_RETCODE_OK ? 1 : 0;
         return code;
-    }
-
-    void count_loan(int change) {
-        _loans += change;
-        _live.loans += change;
     }
 
     DDSDataReader& _real;
     CallScript& _script;
     LiveObjects& _live;
     std::atomic<bool> _pretends_to_copy{false};
-    std::atomic<int> _loans{0};
+    Conditions _conditions{_live.conditions};
     std::mutex _mutex;
-    std::map<ForwardingReadCondition*, std::unique_ptr<ForwardingReadCondition>> _conditions;
     std::vector<Loan> _refused;
-};
-
-/// The readers that a participant double has handed out.
-class ForwardingReaders {
-public:
-    ForwardingReaders(CallScript& script, LiveObjects& live) : _script(script), _live(live) {}
-
-    DDSDataReader* wrap(DDSDataReader* real) {
-        if (real == nullptr) {
-            return nullptr;
-        }
-        std::unique_ptr<ForwardingDataReader> wrapped(new ForwardingDataReader(*real, _script, _live));
-        ForwardingDataReader* handed_out = wrapped.get();
-        std::lock_guard<std::mutex> guard(_mutex);
-        _wrapped[handed_out] = std::move(wrapped);
-        ++_live.readers;
-        return handed_out;
-    }
-
-    static DDSDataReader* unwrap(DDSDataReader* reader) {
-        ForwardingDataReader* wrapped = dynamic_cast<ForwardingDataReader*>(reader);
-        return wrapped != nullptr ? &wrapped->real() : reader;
-    }
-
-    void forget(DDSDataReader* reader) {
-        std::lock_guard<std::mutex> guard(_mutex);
-        const auto found = _wrapped.find(reader);
-        if (found == _wrapped.end()) {
-            return;
-        }
-        // A deleted reader goes with its last loan, and is still used to return it.
-        if (found->second->loans() != 0) {
-            _closed.push_back(std::move(found->second));
-        }
-        _wrapped.erase(found);
-        --_live.readers;
-    }
-
-private:
-    CallScript& _script;
-    LiveObjects& _live;
-    std::mutex _mutex;
-    std::map<DDSDataReader*, std::unique_ptr<ForwardingDataReader>> _wrapped;
-    std::vector<std::unique_ptr<ForwardingDataReader>> _closed;
 };
 
 }  // namespace test

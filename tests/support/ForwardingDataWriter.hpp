@@ -3,12 +3,9 @@
 #ifndef NORVANE_TESTS_SUPPORT_FORWARDINGDATAWRITER_HPP
 #define NORVANE_TESTS_SUPPORT_FORWARDINGDATAWRITER_HPP
 
-#include <map>
-#include <memory>
-#include <mutex>
+#include <utility>
 
 #include "CallScript.hpp"
-#include "LiveObjects.hpp"
 #include "norvane/dds/DataWriter.hpp"
 
 namespace norvane {
@@ -33,91 +30,52 @@ public:
     DDSDataWriterListener* get_listener() override { return _real.get_listener(); }
 
     DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override {
-        return _script.code("DDSDataWriter::get_qos", [&] {
-            const DDS_ReturnCode_t code = _real.get_qos(qos);
-            if (_pretended_guid != DDS_GUID_AUTO) {
-                qos.protocol.virtual_guid = _pretended_guid;
-            }
-            return code;
-        });
+        const DDS_ReturnCode_t code = call("get_qos", &DDSDataWriter::get_qos, qos);
+        if (_pretended_guid != DDS_GUID_AUTO) {
+            qos.protocol.virtual_guid = _pretended_guid;
+        }
+        return code;
     }
     DDS_ReturnCode_t write_w_params_untyped_general(void* reserved, const void* data, DDS_WriteParams_t& params) override {
         return _script.code("DDS_DataWriter::write",
                             [&] { return _real.get_c_datawriter()->write_w_params_untyped_general(reserved, data, params); });
     }
-    DDS_ReturnCode_t leave_domain() override {
-        return _script.code("DDSDataWriter::leave_domain", [&] { return _real.leave_domain(); });
-    }
+    DDS_ReturnCode_t leave_domain() override { return call("leave_domain", &DDSDataWriter::leave_domain); }
     DDS_ReturnCode_t set_listener(DDSDataWriterListener* listener, DDS_StatusMask mask) override {
-        return _script.code("DDSDataWriter::set_listener", [&] { return _real.set_listener(listener, mask); });
+        return call("set_listener", &DDSDataWriter::set_listener, listener, mask);
     }
     DDS_ReturnCode_t get_publication_matched_status(DDS_PublicationMatchedStatus& status) override {
-        return _script.code("DDSDataWriter::get_publication_matched_status",
-                            [&] { return _real.get_publication_matched_status(status); });
+        return call("get_publication_matched_status", &DDSDataWriter::get_publication_matched_status, status);
     }
     DDS_ReturnCode_t get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override {
-        return _script.code("DDSDataWriter::get_offered_incompatible_qos_status",
-                            [&] { return _real.get_offered_incompatible_qos_status(status); });
+        return call("get_offered_incompatible_qos_status", &DDSDataWriter::get_offered_incompatible_qos_status, status);
     }
     DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
-        return _script.code("DDSDataWriter::get_incompatible_type_status",
-                            [&] { return _real.get_incompatible_type_status(status); });
+        return call("get_incompatible_type_status", &DDSDataWriter::get_incompatible_type_status, status);
     }
     DDS_ReturnCode_t get_counts(DDS_DataWriterCounts& counts) override {
-        return _script.code("DDSDataWriter::get_counts", [&] { return _real.get_counts(counts); });
+        return call("get_counts", &DDSDataWriter::get_counts, counts);
     }
     DDS_ReturnCode_t get_matched_subscriptions(DDS_InstanceHandleSeq& handles) override {
-        return _script.code("DDSDataWriter::get_matched_subscriptions", [&] { return _real.get_matched_subscriptions(handles); });
+        return call("get_matched_subscriptions", &DDSDataWriter::get_matched_subscriptions, handles);
     }
     DDS_ReturnCode_t get_matched_subscription_data(DDS_SubscriptionBuiltinTopicData& data,
                                                    const DDS_InstanceHandle_t& handle) override {
-        return _script.code("DDSDataWriter::get_matched_subscription_data",
-                            [&] { return _real.get_matched_subscription_data(data, handle); });
+        return call("get_matched_subscription_data", &DDSDataWriter::get_matched_subscription_data, data, handle);
     }
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) override {
-        return _script.code("DDSDataWriter::wait_for_acknowledgments", [&] { return _real.wait_for_acknowledgments(max_wait); });
+        return call("wait_for_acknowledgments", &DDSDataWriter::wait_for_acknowledgments, max_wait);
     }
 
 private:
+    template <typename Result, typename... Parameters, typename... Arguments>
+    Result call(const char* name, Result (DDSDataWriter::*operation)(Parameters...), Arguments&&... arguments) {
+        return _script.call("DDSDataWriter", name, _real, operation, std::forward<Arguments>(arguments)...);
+    }
+
     DDSDataWriter& _real;
     CallScript& _script;
     DDS_GUID_t _pretended_guid = DDS_GUID_AUTO;
-};
-
-/// The writers that a participant double has handed out.
-class ForwardingWriters {
-public:
-    ForwardingWriters(CallScript& script, LiveObjects& live) : _script(script), _live(live) {}
-
-    DDSDataWriter* wrap(DDSDataWriter* real) {
-        if (real == nullptr) {
-            return nullptr;
-        }
-        std::unique_ptr<ForwardingDataWriter> wrapped(new ForwardingDataWriter(*real, _script));
-        ForwardingDataWriter* handed_out = wrapped.get();
-        std::lock_guard<std::mutex> guard(_mutex);
-        _wrapped[handed_out] = std::move(wrapped);
-        ++_live.writers;
-        return handed_out;
-    }
-
-    static DDSDataWriter* unwrap(DDSDataWriter* writer) {
-        ForwardingDataWriter* wrapped = dynamic_cast<ForwardingDataWriter*>(writer);
-        return wrapped != nullptr ? &wrapped->real() : writer;
-    }
-
-    void forget(DDSDataWriter* writer) {
-        std::lock_guard<std::mutex> guard(_mutex);
-        if (_wrapped.erase(writer) != 0) {
-            --_live.writers;
-        }
-    }
-
-private:
-    CallScript& _script;
-    LiveObjects& _live;
-    std::mutex _mutex;
-    std::map<DDSDataWriter*, std::unique_ptr<ForwardingDataWriter>> _wrapped;
 };
 
 }  // namespace test
