@@ -9,7 +9,6 @@
 
 #include "norvane/dds/TypeSupport.hpp"
 #include "norvane/details/sample_identity.hpp"
-#include "support/AllocationProbe.hpp"
 
 namespace norvane {
 namespace test {
@@ -77,39 +76,6 @@ TEST(BuiltinValues, of_a_size_start_empty_and_zero_and_negative_sizes_hold_nothi
     std::snprintf(room.key, 4, "abc");
     std::snprintf(room.value, 5, "defg");
     EXPECT_EQ("'abc''defg'", shown(room));
-}
-
-template <typename Record>
-std::string copied(const Record& source, long failing_allocation) {
-    AllocationProbe::fail(failing_allocation);
-    const Record copy(source);
-    AllocationProbe::stop();
-    return shown(copy);
-}
-
-template <typename Record>
-std::string assigned(Record target, const Record& source, long failing_allocation) {
-    AllocationProbe::fail(failing_allocation);
-    target = source;
-    AllocationProbe::stop();
-    return shown(target);
-}
-
-TEST(BuiltinValues, whose_copy_finds_no_memory_hold_null_and_the_sources_length) {
-    const DDS_Octets some = make_octets(4, "abc");
-    const DDS_KeyedString keyed_text = make_keyed_string("k", "v");
-    const DDS_KeyedOctets keyed = make_keyed_octets("k", 4, "abc");
-    EXPECT_EQ("4null", copied(some, 1));
-    EXPECT_EQ("null'v'", copied(keyed_text, 1));
-    EXPECT_EQ("'k'null", copied(keyed_text, 2));
-    EXPECT_EQ("null4'abc'", copied(keyed, 1));
-    EXPECT_EQ("'k'4null", copied(keyed, 2));
-    EXPECT_EQ("4null", assigned(make_octets(6, "other"), some, 1));
-    EXPECT_EQ("null'v'", assigned(make_keyed_string("other", "x"), keyed_text, 1));
-    EXPECT_EQ("'k'null", assigned(make_keyed_string("other", "x"), keyed_text, 2));
-    EXPECT_EQ("null4'abc'", assigned(make_keyed_octets("other", 6, "other"), keyed, 1));
-    EXPECT_EQ("'k'4null", assigned(make_keyed_octets("other", 6, "other"), keyed, 2));
-    EXPECT_EQ("5null", assigned(make_octets(6, "other"), make_octets(5, NULL), 0));
 }
 
 TEST(SampleIdentity, of_a_received_sample_is_that_of_its_original_writer_and_the_related_one_is_passed_through) {

@@ -51,17 +51,6 @@ private:
     DDSTopicDescription* _reader_topic;
 };
 
-// A filtered topic over nothing, as no real participant makes one.
-class Unrelated : public DDSContentFilteredTopic {
-public:
-    const char* get_name() override { return "unrelated"; }
-    const char* get_type_name() override { return STRING_TYPE; }
-    DDSDomainParticipant* get_participant() override { return NULL; }
-    DDSTopic* get_related_topic() override { return NULL; }
-    const char* get_filter_expression() override { return ""; }
-    DDS_ReturnCode_t get_expression_parameters(DDS_StringSeq&) override { return DDS_RETCODE_OK; }
-};
-
 class EntityTest : public DoubledDomain<NotingParticipant> {
 protected:
     EntityTest() {
@@ -239,46 +228,7 @@ TEST_F(EntityTest, a_reader_listener_gets_data_available_and_nothing_else_and_th
 
 const char* register_with_a_throw(DDSTypeSupport*, DDSDomainParticipant*) { throw std::length_error("not ours"); }
 
-TEST_F(EntityTest, whose_initialisation_fails_is_finalized_and_says_where) {
-    Unrelated unrelated;
-    FixedTopics topics(_replies, _requests);
-    FixedTopics broken(_replies, &unrelated);
-    struct Case {
-        RequesterParams params;
-        details::EntityUntypedImpl::RegisterTypeFunc writer_type;
-        details::EntityUntypedImpl::RegisterTypeFunc reader_type;
-        FixedTopics& topics;
-        const char* type;
-        std::string message;
-        DDSDomainParticipant* participant;  // afterwards
-    };
-    const Case cases[] = {
-        {params(""), NULL, NULL, topics, "BadParameterException",
-         "EntityParams::validate:" + expanded(DDS_LOG_BAD_PARAMETER_s, "either service name or topic names are required"), NULL},
-        {params("S"), NULL, &register_string, topics, "PreconditionNotMetException", "register_writer_type_fnc != NULL", NULL},
-        {params("S"), &register_string, NULL, topics, "PreconditionNotMetException", "register_reader_type_fnc != NULL", NULL},
-        {params("S"), &register_string, &register_string, broken, "PreconditionNotMetException", "cft->get_related_topic() != NULL",
-         _participant.get()},
-    };
-    for (const Case& each : cases) {
-        LogCapture log;
-        OpenEntity entity(true);
-        const Thrown thrown = thrown_by([&] {
-            entity.initialize(each.params, each.writer_type, each.reader_type, STRING_SIZE, each.topics, NULL, false, "Role");
-        });
-        EXPECT_EQ(each.type, thrown.type);
-        EXPECT_EQ("norvane::details::EntityUntypedImpl::initialize failure caused by " + each.message, thrown.message);
-        EXPECT_EQ(each.participant, entity._participant);
-        EXPECT_EQ("1 filters", live());
-        const auto lines = log.library_lines();
-        ASSERT_EQ(2U, lines.size()) << each.message;
-        EXPECT_EQ("norvane::details::EntityUntypedImpl::initialize", lines[1].method);
-        _script.fail_call(0);
-        entity.finalize();
-        EXPECT_EQ(0U, _script.calls().size());
-    }
-
-    // Not a Rethrowable: it passes as it is, and the destructor tidies up.
+TEST_F(EntityTest, passes_a_foreign_exception_as_it_is_and_tidies_up_when_it_is_destroyed) {
     OpenEntity* entity = new OpenEntity();
     const Thrown thrown = thrown_by([&] { initialize(*entity, _requests, NULL, &register_with_a_throw); });
     EXPECT_EQ("length_error", thrown.type);
@@ -288,58 +238,24 @@ TEST_F(EntityTest, whose_initialisation_fails_is_finalized_and_says_where) {
     EXPECT_EQ("1 filters", live());
 }
 
-TEST_F(EntityTest, names_both_topics_in_its_context_the_filtered_one_by_what_is_filtered) {
-    OpenEntity entity;
-    initialize(entity, _filtered);
-    LogCapture log;
-    const Thrown thrown = thrown_by([&] { entity.log_and_rethrow(OutOfResourcesException("full"), "ns::Front", "call"); });
-    EXPECT_EQ("OutOfResourcesException", thrown.type);
-    EXPECT_EQ("ns::Front(R, Q)::call failure caused by full", thrown.message);
-    EXPECT_EQ("ns::Front::call failure",
-              details::log_and_rethrow_conditional(entity.get_datawriter(), NULL, OutOfResourcesException(""), "ns::Front", "call",
-                                                   false));
-    ASSERT_EQ(2U, log.lines().size());
-    EXPECT_EQ("ns::Front(R, Q)::call", log.lines()[0].method);
-}
-
-TEST_F(EntityTest, swap_exchanges_the_endpoints_and_wait_sets_and_leaves_what_describes_the_object) {
-    DDSPublisher* publisher = _real.create_publisher(DDS_PUBLISHER_QOS_DEFAULT, NULL, 0);
-    DDSSubscriber* subscriber = _real.create_subscriber(DDS_SUBSCRIBER_QOS_DEFAULT, NULL, 0);
-    OpenReplier one(RequesterParams(&_real).service_name("S").publisher(publisher).subscriber(subscriber));
-    std::unique_ptr<OpenReplier> other(new OpenReplier());
-    DDSReadCondition* condition = one._not_read_sample_cond;
-    one._max_samples_per_read = 7;
-    one.swap(*other);
-    EXPECT_EQ(NULL, one.get_datareader());
-    EXPECT_EQ(NULL, one._participant);
-    EXPECT_EQ(7, one._max_samples_per_read);
-    EXPECT_TRUE(one._isStringDataReader);
-    EXPECT_FALSE(other->_isStringDataReader);
-    DDSConditionSeq attached;
-    one._waitset.get_conditions(attached);
-    EXPECT_EQ(0, attached.length());
-    other->_waitset.get_conditions(attached);
-    ASSERT_EQ(1, attached.length());
-    EXPECT_EQ(condition, attached[0]);
-
-    // An object that was finalized stays so, whatever it is given.
+TEST_F(EntityTest, swap_exchanges_endpoints_and_wait_sets_and_an_object_that_was_finalized_stays_so) {
+    OpenReplier one(params("S"));
     OpenReplier ended;
     ended.finalize();
-    ended.swap(*other);
+    DDSReadCondition* const condition = one._not_read_sample_cond;
+    one._max_samples_per_read = 7;
+    one.swap(ended);
+    EXPECT_TRUE(one.get_datareader() == NULL && one._participant == NULL);
+    EXPECT_EQ(7, one._max_samples_per_read) << "it describes the object";
+    DDSConditionSeq attached;
+    ended._waitset.get_conditions(attached);
+    ASSERT_EQ(1, attached.length());
+    EXPECT_EQ(condition, attached[0]);
     ended.finalize();
-    EXPECT_EQ(DDS_RETCODE_PRECONDITION_NOT_MET, _real.delete_publisher(publisher)) << "its writer is gone";
-    ended.swap(*other);
-    other.reset();
-    EXPECT_EQ(DDS_RETCODE_OK, _real.delete_publisher(publisher));
-    EXPECT_EQ(DDS_RETCODE_OK, _real.delete_subscriber(subscriber));
-}
-
-TEST(SampleInfo, is_only_marked_invalid_by_its_preparation) {
-    DDS_SampleInfo info;
-    info.sample_state = DDS_READ_SAMPLE_STATE;
-    details::init_sample_info(info);
-    EXPECT_FALSE(info.valid_data);
-    EXPECT_EQ(DDS_READ_SAMPLE_STATE, info.sample_state);
+    EXPECT_EQ("1 writers 1 readers 2 conditions 1 filters", live());
+    one.swap(ended);
+    one.finalize();
+    EXPECT_EQ("1 filters", live());
 }
 
 }  // namespace

@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <set>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "norvane/dds/WaitSet.hpp"
 #include "support/LogCapture.hpp"
@@ -49,31 +47,16 @@ TEST(ObjectPool, makes_its_objects_once_hands_them_out_as_they_are_and_ends_each
     {
         Pool pool(GROWING);
         EXPECT_EQ(2, Counted::constructed);
-        std::set<Counted*> seen;
         for (int round = 0; round < 20; ++round) {
-            Counted* first = pool.get_ptr();
-            Counted* second = pool.get_ptr();
-            EXPECT_NE(first, second);
-            seen.insert({first, second});
+            Counted* const first = pool.get_ptr();
+            Counted* const second = pool.get_ptr();
+            EXPECT_EQ(2 * round, first->used + second->used) << "handed out as they were given back";
             ++first->used;
             ++second->used;
             pool.return_ptr(first);
             pool.return_ptr(second);
         }
         EXPECT_EQ(2, Counted::constructed);
-        EXPECT_EQ(2U, seen.size());
-        EXPECT_EQ(40, (*seen.begin())->used + (*seen.rbegin())->used);
-
-        std::vector<Counted*> taken;
-        for (int count = 0; count < 9; ++count) {
-            taken.push_back(pool.get_ptr());
-        }
-        EXPECT_EQ(9U, std::set<Counted*>(taken.begin(), taken.end()).size());
-        EXPECT_EQ(9, pool.buffers_in_use());
-        EXPECT_EQ(Counted::constructed, pool.buffers_allocated());
-        for (Counted* each : taken) {
-            pool.return_ptr(each);
-        }
         PALUFastBufferPoolInfo info;
         pool.info(info);
         EXPECT_EQ(0, info.bufferInUse);

@@ -348,18 +348,6 @@ TEST(DynamicData, lays_members_out_as_a_c_compiler_does_and_has_a_hash_of_them) 
     EXPECT_NE(made("b", DDS_DYNAMIC_INT64)->layout_hash, made("b", DDS_DYNAMIC_UINT64)->layout_hash);
 }
 
-TEST(Types, handle_outlives_its_type_support) {
-    Type type;
-    {
-        const DDSDynamicDataTypeSupport support("Short", {{"name", DDS_DYNAMIC_STRING}});
-        type = support.get_type_operations();
-    }
-    Sample sample(type);
-    set(sample.as<char*>(), "still here");
-    EXPECT_STREQ("Short", type->name);
-    EXPECT_EQ(encoded({11, 0, 0, 0, 's', 't', 'i', 'l', 'l', ' ', 'h', 'e', 'r', 'e', 0}), sample.encode());
-}
-
 }  // namespace
 }  // namespace test
 }  // namespace norvane
