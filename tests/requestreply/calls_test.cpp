@@ -94,18 +94,6 @@ TEST_P(Calls, wait_for_a_replier_inside_their_time_or_fail_at_once) {
     expect_thrown("CallTimeoutException NO_REPLIER", "has left", thrown_by([&] { requester.call("x", SHORT); }));
 }
 
-TEST_P(Calls, find_out_which_writer_belongs_to_a_repliers_reader) {
-    const TextReplier replier(replier_params(join()));
-    TextRequester requester(requester_params());
-    ASSERT_TRUE(requester.wait_for_service(PATIENCE));
-    DDS_SubscriptionBuiltinTopicData reader;
-    ASSERT_EQ(DDS_RETCODE_OK, requester.get_request_datawriter()->get_matched_subscription_data(
-                                  reader, replier.get_request_datareader()->get_instance_handle()));
-    DDS_DataWriterQos qos;
-    ASSERT_EQ(DDS_RETCODE_OK, replier.get_reply_datawriter()->get_qos(qos));
-    EXPECT_EQ(qos.protocol.virtual_guid, reader.partner_key);
-}
-
 // Peers that announce nothing of who belongs to whom: a reader and a writer in one participant are one replier.
 TEST_P(Calls, count_plain_peers_as_repliers_when_both_their_ends_are_there) {
     TextRequester requester(requester_params());
@@ -237,7 +225,7 @@ TEST_P(Calls, leave_nothing_behind_when_their_reply_comes_too_late) {
     TextReplier replier(replier_params());
     TextRequester requester(requester_params());
     ASSERT_TRUE(requester.wait_for_service(PATIENCE));
-    constexpr int CALLS = 3000;
+    constexpr int CALLS = 600;
     for (int number = 0; number < CALLS; ++number) {
         if (number == 100) {
             AllocationProbe::fail(0);  // the pools are as large as they will be
@@ -275,19 +263,6 @@ TEST_P(Calls, leave_nothing_behind_when_their_reply_comes_too_late) {
     }
     EXPECT_EQ("wanted?", requester.take_reply(wanted)->data());
     EXPECT_EQ(0, requester.stats().queued);
-}
-
-TEST_P(Calls, take_the_first_reply_and_drop_the_others) {
-    TextReplier replier(replier_params());
-    TextRequester requester(requester_params());
-    std::future<std::string> reply = std::async(std::launch::async, [&] { return requester.call("x", PATIENCE); });
-    const auto request = replier.receive_request(PATIENCE);
-    ASSERT_TRUE(request);
-    for (const char* text : {"one", "two", "three"}) {
-        replier.send_reply(text, request->identity());
-    }
-    EXPECT_EQ("one", reply.get());
-    EXPECT_TRUE(eventually([&] { return requester.stats().queued == 0; }));
 }
 
 TEST_P(Calls, end_with_a_clear_error_when_either_side_is_closed) {

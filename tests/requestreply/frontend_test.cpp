@@ -74,26 +74,13 @@ std::vector<int> numbers(const LoanedSamples<Bill>& bills) {
 TEST_F(Frontend, a_text_arrives_whole_or_is_refused) {
     TextReplier replier(replier_params("S"));
     TextRequester requester(requester_params("S"));
-    const std::string cases[] = {"", "x", "two words", std::string(200000, 'y')};
-    for (const std::string& text : cases) {
-        const DDS_SampleIdentity_t ids[] = {requester.send_request(text), requester.send_request(text.c_str())};
-        ASSERT_TRUE(replier.wait_for_requests(LONG, 2));
-        for (const auto& request : replier.take_requests()) {
-            EXPECT_EQ(text, std::string(request));
-            EXPECT_EQ(text, request.data());
-            replier.send_reply(Sample<std::string>(request), request.identity());
-            WriteSample<std::string> second(request.c_str());
-            replier.send_reply(second, request.identity());
-        }
-        for (const DDS_SampleIdentity_t& id : ids) {
-            ASSERT_TRUE(requester.wait_for_replies(LONG, 2, id));
-            for (const auto& reply : requester.take_replies(id)) {
-                EXPECT_EQ(text, reply.c_str());
-                EXPECT_EQ(id, reply.related_identity());
-            }
-        }
+    for (const std::string& text : {std::string(), std::string(200000, 'y')}) {
+        requester.send_request(text);
+        const auto request = replier.receive_request(LONG);
+        EXPECT_EQ(text, Sample<std::string>(*request).data());
+        replier.send_reply(WriteSample<std::string>(request->data().c_str()), request->identity());
+        EXPECT_EQ(text, requester.receive_replies(1, 1, LONG)[0].c_str());
     }
-
     const LogCapture quiet;
     const char* const no_text = nullptr;
     const std::string cut("to be\0continued", 15);
@@ -117,61 +104,6 @@ TEST_F(Frontend, a_text_arrives_whole_or_is_refused) {
         EXPECT_EQ(std::string(each.method) + ":" + expanded(DDS_LOG_BAD_PARAMETER_s, each.what), thrown.message);
     }
     EXPECT_EQ(1U, replier.take_requests().size()) << "what was refused must not have been sent";
-}
-
-TEST_F(Frontend, threads_that_share_a_requester_each_get_their_own_replies) {
-    constexpr int THREADS = 4;
-    constexpr int CALLS = 200;
-    OrderReplier replier(replier_params("S"));
-    OrderRequester requester(requester_params("S"));
-    std::atomic<int> right{0};
-    std::vector<std::thread> callers;
-    for (int thread = 0; thread < THREADS; ++thread) {
-        callers.emplace_back([&requester, &right, thread] {
-            for (int call = 0; call < CALLS; ++call) {
-                const int number = thread * CALLS + call;
-                const DDS_SampleIdentity_t id = requester.send_request({number, ""});
-                if (requester.wait_for_replies(LONG, id) && numbers(requester.take_replies(id)) == std::vector<int>{number}) {
-                    ++right;
-                }
-            }
-        });
-    }
-    for (int answered = 0; answered < THREADS * CALLS;) {
-        const LoanedSamples<Order> orders = replier.receive_requests(LONG);
-        ASSERT_FALSE(orders.empty());
-        for (const auto& order : orders) {
-            replier.send_reply({order.data().number, 0}, order.identity());
-        }
-        answered += orders.length();
-    }
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
-    EXPECT_EQ(THREADS * CALLS, right);
-}
-
-TEST_F(Frontend, a_call_with_structs_takes_nothing_from_the_heap_once_it_has_been_made_before) {
-    OrderReplier replier(replier_params("S"));
-    OrderRequester requester(requester_params("S"));
-    const auto call = [&] {
-        const DDS_SampleIdentity_t id = requester.send_request({7, "apples"});
-        for (const auto& order : replier.receive_requests(LONG)) {
-            replier.send_reply({order.data().number, 0}, order.identity());
-        }
-        return requester.wait_for_replies(LONG, id) && requester.take_replies(id).length() == 1;
-    };
-    bool answered = true;
-    for (int warm_up = 0; warm_up < 100; ++warm_up) {
-        answered = call() && answered;
-    }
-    AllocationProbe::fail(0);
-    for (int steady = 0; steady < 1000; ++steady) {
-        answered = call() && answered;
-    }
-    AllocationProbe::stop();
-    EXPECT_TRUE(answered);
-    EXPECT_EQ(0, AllocationProbe::count());
 }
 
 // The listener runs inside the write that delivers to it.
@@ -201,17 +133,12 @@ TEST_F(Frontend, every_form_of_waiting_ends_in_time_and_with_what_is_there) {
     const Form forms[] = {
         {"any reply, zero", false, [&] { return requester.wait_for_replies(DDS_DURATION_ZERO); }},
         {"any reply", true, [&] { return requester.wait_for_replies(brief); }},
-        {"any two replies", true, [&] { return requester.wait_for_replies(milliseconds(20), 2); }},
-        {"a reply to the request", true, [&] { return requester.wait_for_replies(brief, id); }},
         {"a reply to the request, in chrono", true, [&] { return requester.wait_for_replies(milliseconds(20), id); }},
-        {"two replies to the request", true, [&] { return requester.wait_for_replies(brief, 2, id); }},
         {"in fractions of a second", true, [&] { return requester.wait_for_replies(std::chrono::duration<double>(0.02), 1, id); }},
         {"as many as come", true, [&] { return requester.wait_for_replies(milliseconds(20), DDS_LENGTH_UNLIMITED, id); }},
         {"a negative time", false, [&] { return requester.wait_for_replies(seconds(-1), id); }},
         {"receive replies", true, [&] { return !requester.receive_replies(2, 5, milliseconds(20)).empty(); }},
-        {"requests", true, [&] { return replier.wait_for_requests(brief); }},
         {"requests in chrono", true, [&] { return replier.wait_for_requests(milliseconds(20), 2); }},
-        {"receive requests", true, [&] { return !replier.receive_requests(brief).empty(); }},
         {"receive requests in chrono", true, [&] { return !replier.receive_requests(2, 2, milliseconds(20)).empty(); }},
     };
     for (const Form& form : forms) {
@@ -229,14 +156,11 @@ TEST_F(Frontend, every_form_of_waiting_ends_in_time_and_with_what_is_there) {
     EXPECT_TRUE(requester.wait_for_replies(milliseconds::max(), id));
     EXPECT_TRUE(requester.receive_replies(2, 2, milliseconds(20)).empty());
     EXPECT_EQ(1U, requester.read_replies().size()) << "a receive that ran out of time must take nothing";
-    const LogCapture quiet;
-    EXPECT_EQ("BadParameterException", thrown_by([&] { requester.receive_replies(3, 2, LONG); }).type);
     requester.send_request({2, ""});
     EXPECT_FALSE(replier.wait_for_requests(milliseconds(20), 2));
     EXPECT_TRUE(replier.receive_requests(2, 2, milliseconds(20)).empty());
     requester.send_request({3, ""});
     EXPECT_EQ(1, replier.receive_requests(1, 1, LONG).length());
-    EXPECT_EQ(1, replier.read_requests().length());
     EXPECT_EQ(1, replier.take_requests().length());
 }
 
@@ -247,12 +171,8 @@ TEST(FrontendTime, is_rounded_up_and_saturates) {
     };
     const Case cases[] = {
         {Timeout(milliseconds(1500)), {1, 500000000}},
-        {Timeout(seconds(0)), DDS_DURATION_ZERO},
         {Timeout(milliseconds(-1)), {-1, 999000000}},
-        {Timeout(std::chrono::duration<double>(0.25)), {0, 250000000}},
-        {Timeout(std::chrono::duration<double>(1e-12)), {0, 1}},
         {Timeout(std::chrono::duration<long long, std::pico>(1)), {0, 1}},
-        {Timeout(std::chrono::hours(24)), {86400, 0}},
         {Timeout(seconds(0x7ffffffe)), {0x7ffffffe, 0}},
         {Timeout(seconds(0x7fffffff)), DDS_DURATION_INFINITE},
         {Timeout(std::chrono::hours::max()), DDS_DURATION_INFINITE},
@@ -299,12 +219,6 @@ TEST_F(Frontend, a_loan_goes_back_exactly_once_whatever_way_it_went) {
              EXPECT_TRUE(loan.empty());  // NOLINT(bugprone-use-after-move): that it is empty then is a promise
              EXPECT_EQ(7, other[0].data().number);
          }},
-        {"assigned to itself",
-         [](Loan loan) {
-             Loan& same = loan;
-             loan = std::move(same);
-             EXPECT_EQ(7, loan[0].data().number);
-         }},
         {"handed over in a memento",
          [](Loan loan) {
              Loan::LoanMemento memento = loan;
@@ -312,20 +226,6 @@ TEST_F(Frontend, a_loan_goes_back_exactly_once_whatever_way_it_went) {
              Loan other(memento);
              EXPECT_EQ(7, other[0].data().number);
              other = Loan::LoanMemento(other);
-             EXPECT_EQ(7, other[0].data().number);
-         }},
-        {"kept in a vector that grows",
-         [](Loan loan) {
-             std::vector<Loan> loans;
-             loans.push_back(std::move(loan));
-             loans.resize(100);
-             EXPECT_EQ(7, loans[0][0].data().number);
-         }},
-        {"swapped",
-         [](Loan loan) {
-             Loan other;
-             other.swap(loan);
-             EXPECT_TRUE(loan.empty());
              EXPECT_EQ(7, other[0].data().number);
          }},
         {"released, then put into a container again",
@@ -381,28 +281,6 @@ TEST_F(Frontend, a_loan_goes_back_exactly_once_whatever_way_it_went) {
     first.return_loan();
     first.return_loan();
     EXPECT_EQ(1, returns());
-}
-
-TEST_F(Frontend, a_text_that_is_on_loan_takes_room_until_it_is_returned) {
-    const LogCapture quiet;
-    DDS_DataReaderQos reader_qos;
-    reader_qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
-    reader_qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
-    reader_qos.resource_limits.max_samples = 1;
-    reader_qos.resource_limits.initial_samples = 1;
-    DDS_DataWriterQos writer_qos;
-    writer_qos.reliability.max_blocking_time = DDS_DURATION_ZERO;
-    TextReplier replier(replier_params("S").datareader_qos(reader_qos));
-    TextRequester requester(requester_params("S").datawriter_qos(writer_qos));
-    requester.send_request("first");
-    LoanedSamples<std::string> loan = replier.take_requests();
-    LoanedSamples<std::string> moved(std::move(loan));
-    loan.return_loan();  // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move): must do nothing then
-    EXPECT_EQ("TimeoutException", thrown_by([&] { requester.send_request("second"); }).type);
-    EXPECT_STREQ("first", moved[0].c_str());
-    moved.return_loan();
-    requester.send_request("third");
-    EXPECT_EQ("third", replier.take_requests()[0].data());
 }
 
 TEST_F(Frontend, a_loan_is_a_random_access_range) {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Random operations of many requesters and repliers, compared with a map of what each of them must see. NORVANE_TEST_SEED repeats a run.
+// Random operations of many requesters and repliers, compared with a map of what each of them must see.
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <map>
@@ -11,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/Seed.hpp"
 #include "support/ServiceFixture.hpp"
 
 namespace norvane {
@@ -311,15 +310,8 @@ private:
 INSTANTIATE_TEST_SUITE_P(Engine, Model, ::testing::ValuesIn(engine_names()), engine_of_test);
 
 TEST_P(Model, agrees_with_requesters_and_repliers_on_random_operations) {
-    const char* const given = std::getenv("NORVANE_TEST_SEED");
-    const unsigned seed = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device()();
-    for (unsigned run_number = 0; run_number < RUNS; ++run_number) {
-        std::printf("NORVANE_TEST_SEED=%u\n", seed + run_number);
-        SCOPED_TRACE("NORVANE_TEST_SEED=" + std::to_string(seed + run_number));
-        run(seed + run_number);
-        if (HasFailure()) {
-            return;
-        }
+    for (int run_number = 0; run_number < RUNS && !HasFailure(); ++run_number) {
+        run(test_seed());
     }
 }
 

@@ -2,9 +2,7 @@
 // Requests and replies over the whole road, on every engine: waited for by many threads, and while entities come and go.
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <memory>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,7 +15,6 @@ namespace norvane {
 namespace test {
 namespace {
 
-using std::chrono::milliseconds;
 typedef std::vector<std::string> Strings;
 
 class WholeRoad : public ServiceFixture {};
@@ -135,74 +132,6 @@ TEST_P(WholeRoad, threads_that_join_one_service_at_once_all_find_each_other) {
         repliers.clear();
         EXPECT_TRUE(only_topics_are_left(service + "Request", service + "Reply"));
     }
-}
-
-// One replier stays, and answers every request twice. Requesters go while their replies are on their way; other repliers go while requests
-// are on their way to them.
-TEST_P(WholeRoad, entities_go_while_others_deliver_to_them) {
-    constexpr int ROUNDS = 40;
-    constexpr int CALLERS = 3;
-    TextReplier steady(replier_params());
-    std::atomic<int> callers{CALLERS};
-    std::atomic<bool> stop{false};
-    std::thread answering([&] {
-        while (!stop) {
-            for (const auto& request : steady.receive_requests(milliseconds(10))) {
-                steady.send_reply(std::string(request) + " once", request.identity());
-                steady.send_reply(std::string(request) + " twice", request.identity());
-            }
-        }
-    });
-    std::thread passing([&] {
-        std::mt19937 random(1);
-        while (callers > 0) {
-            TextReplier brief(replier_params());
-            for (unsigned loops = random() % 4; loops > 0; --loops) {
-                answer_all(brief, " by the way");
-            }
-        }
-    });
-    std::vector<std::thread> calling;
-    for (int caller = 0; caller < CALLERS; ++caller) {
-        calling.emplace_back([&, caller] {
-            for (int round = 0; round < ROUNDS; ++round) {
-                TextRequester requester(requester_params());
-                EXPECT_TRUE(eventually([&] {
-                    DDS_InstanceHandleSeq repliers;
-                    requester.get_request_datawriter()->get_matched_subscriptions(repliers);
-                    for (DDS_Long index = 0; index < repliers.length(); ++index) {
-                        if (repliers[index] == steady.get_request_datareader()->get_instance_handle()) {
-                            return true;
-                        }
-                    }
-                    return false;
-                }));
-                const std::string text = std::to_string(caller) + "." + std::to_string(round);
-                const DDS_SampleIdentity_t id = requester.send_request(text);
-                Strings replies;
-                const auto has = [&](const char* mark) { return std::count(replies.begin(), replies.end(), text + mark); };
-                EXPECT_TRUE(eventually([&] {
-                    requester.wait_for_replies(milliseconds(20), id);
-                    for (const std::string& reply : strings_of(requester.take_replies(id))) {
-                        replies.push_back(reply);
-                    }
-                    return has(" once") > 0 && has(" twice") > 0;
-                })) << text
-                    << ": " << replies.size() << " replies";
-                EXPECT_EQ(1, has(" once"));
-                EXPECT_EQ(1, has(" twice"));
-                EXPECT_EQ(static_cast<long>(replies.size()), 2 + has(" by the way")) << "somebody else's";
-                requester.send_request("never collected");
-            }
-            --callers;
-        });
-    }
-    for (std::thread& thread : calling) {
-        thread.join();
-    }
-    passing.join();
-    stop = true;
-    answering.join();
 }
 
 }  // namespace
