@@ -286,11 +286,6 @@ TEST_P(Entities, qos_that_makes_no_sense_is_refused_and_the_field_is_named) {
             std::function<void(Qos&)> spoil;
         } const CASES[] = {
             {"durability.kind", false, [](Qos& qos) { qos.durability.kind = DDS_TRANSIENT_DURABILITY_QOS; }},
-            {"history.depth", false,
-             [](Qos& qos) {
-                 qos.history = {DDS_KEEP_LAST_HISTORY_QOS, 0};
-             }},
-            {"resource_limits.max_samples", false, [](Qos& qos) { qos.resource_limits.max_samples = 0; }},
             {"belongs to another endpoint", true, [&](Qos& qos) { qos.protocol.virtual_guid = taken; }},
         };
         for (const auto& each : CASES) {

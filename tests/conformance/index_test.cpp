@@ -2,10 +2,8 @@
 // The named index, the interruption of waits, and open keys.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "support/TextFixture.hpp"
@@ -86,24 +84,6 @@ TEST_P(Index, a_key_selects_what_is_related_to_it_whenever_the_index_was_made) {
     two.related_original_publication_virtual_sequence_number = key(2);
     two.related_original_publication_virtual_guid = {{7, 7, 7}};
     EXPECT_EQ("2b", Loan(receiver, *receiver.create_index_condition(0xffff, 0xffff, 0xffff, "another", two)).texts());
-}
-
-TEST_P(Index, every_number_is_a_key_but_the_unknown_one) {
-    DDSDataReader& receiver = indexed_reader();
-    DDSDataWriter& sender = writer();
-    meet(sender, receiver);
-    const DDS_SequenceNumber_t KEYS[] = {{0, 0},  {0, 1},           {0, 0xffffffff}, {1, 0},          {0x7fffffff, 0xffffffff},
-                                         {-1, 1}, {-1, 0xffffffff}, {INT32_MIN, 0},  {5, 0x80000000}, DDS::SEQUENCE_NUMBER_UNKNOWN};
-    for (const DDS_SequenceNumber_t& number : KEYS) {
-        deliver(sender, std::to_string(number.high) + ":" + std::to_string(number.low), {{{1}}, number});
-    }
-    for (const DDS_SequenceNumber_t& number : KEYS) {
-        DDS_SampleInfo info;
-        info.related_original_publication_virtual_sequence_number = number;
-        const bool known = number != DDS::SEQUENCE_NUMBER_UNKNOWN;
-        EXPECT_EQ(known ? std::to_string(number.high) + ":" + std::to_string(number.low) : "",
-                  Loan(receiver, *receiver.create_index_condition(0xffff, 0xffff, 0xffff, "index", info)).texts());
-    }
 }
 
 TEST_P(Index, an_interruption_ends_waits_now_and_later_until_it_is_ended) {
@@ -267,62 +247,6 @@ TEST_P(Index, closing_a_key_drops_what_is_stored_but_not_what_is_on_loan) {
     EXPECT_EQ(3, closed_key_losses(receiver));
     deliver(sender, "d", related_to(1));
     EXPECT_EQ("d", under(receiver, 1)) << "without the rule that only open keys are admitted";
-}
-
-// The answer may be there before the thread that asked has learnt its number, let alone opened it as a key.
-TEST_P(Index, a_sample_that_comes_inside_the_write_it_answers_is_admitted) {
-    constexpr int THREADS = 4;
-    constexpr int CALLS = 250;
-    DDSDataReader& answers = indexed_reader(reader_qos(), "Answer");
-    ASSERT_EQ(OK, answers.admit_open_keys_only("index", DDS_BOOLEAN_TRUE));
-    DDSDataWriter& answering = writer(writer_qos(), "Answer");
-    meet(answering, answers);
-    DataListener listener([&](DDSDataReader& questions) {
-        DDSReadCondition& all = condition(questions);
-        {
-            const Loan loan(questions, all);
-            for (int index = 0; index < loan.count; ++index) {
-                EXPECT_EQ(OK, write(answering, loan.text(index), identity_of(loan.infos[index])));
-            }
-        }
-        EXPECT_EQ(OK, questions.delete_readcondition(&all));
-    });
-    DDSDataReader& questions = reader(reader_qos(), "T", &listener, DDS_DATA_AVAILABLE_STATUS);
-    DDSDataWriter& asking = writer();
-    meet(asking, questions);
-    std::vector<std::thread> threads;
-    std::atomic<int> answered{0};
-    for (int thread = 0; thread < THREADS; ++thread) {
-        threads.emplace_back([&, thread] {
-            DDSWaitSet set;
-            for (int call = 0; call < CALLS; ++call) {
-                const std::string text = std::to_string(thread) + "." + std::to_string(call);
-                DDS_WriteParams_t params;
-                ASSERT_EQ(OK, write(asking, text.c_str(), params));
-                const DDS_SequenceNumber_t number = params.identity.sequence_number;
-                if (call % 3 == 0) {
-                    std::this_thread::yield();  // numbers are opened out of order
-                }
-                EXPECT_EQ(OK, answers.open_index_key("index", number));
-                DDSReadCondition& own = key_condition(answers, number.low);
-                EXPECT_EQ(OK, set.attach_condition(&own));
-                DDSConditionSeq active;
-                EXPECT_EQ(OK, set.wait(active, LONG_TIME));
-                answered += Loan(answers, own).texts() == text ? 1 : 0;
-                EXPECT_EQ(OK, answers.delete_readcondition(&own));
-                EXPECT_EQ(OK, answers.close_index_key("index", number));
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(THREADS * CALLS, answered);
-    EXPECT_EQ(0, closed_key_losses(answers));
-    deliver(answering, "late", related_to(THREADS * CALLS));
-    EXPECT_EQ(1, closed_key_losses(answers));
-    EXPECT_EQ("", take(answers));
-    EXPECT_EQ(OK, questions.set_listener(nullptr, 0));
 }
 
 }  // namespace

@@ -368,29 +368,6 @@ TEST_P(Statuses, a_listener_may_write_but_is_never_blocked_in_it) {
     EXPECT_EQ(OK, receiver.set_listener(nullptr, 0));
 }
 
-TEST_P(Statuses, what_arrives_while_a_listener_runs_calls_it_once_more) {
-    std::promise<void> inside;
-    std::promise<void> go_on;
-    std::atomic<int> calls{0};
-    DataListener listener([&](DDSDataReader&) {
-        if (++calls == 1) {
-            inside.set_value();
-            go_on.get_future().wait();
-        }
-    });
-    DDSDataReader& receiver = reader(reader_qos(), "T", &listener, DDS_DATA_AVAILABLE_STATUS);
-    DDSDataWriter& sender = writer();
-    meet(sender, receiver);
-    auto first = std::async(std::launch::async, [&] { return write(sender, "x"); });
-    inside.get_future().wait();
-    deliver(sender, "y");
-    EXPECT_EQ(1, calls);
-    go_on.set_value();
-    EXPECT_TRUE(eventually([&] { return calls == 2; })) << calls;
-    EXPECT_EQ(OK, first.get());
-    EXPECT_EQ(OK, receiver.set_listener(nullptr, 0));
-}
-
 TEST_P(Statuses, one_thread_at_a_time_is_in_a_listener_and_nothing_goes_unnoticed) {
     constexpr int WRITERS = 4;
     constexpr int SAMPLES = 500;
