@@ -214,14 +214,6 @@ TEST_P(PlainPeers, a_plain_requester_gets_its_answers_from_our_replier) {
         EXPECT_EQ(text + "!", reply);
         EXPECT_EQ(params.sample_identity(), info.related_sample_identity);
     }
-    for (int number = 0; number < 300; ++number) {
-        std::string text = std::to_string(number);
-        ASSERT_TRUE(requests->write(&text));
-    }
-    for (int number = 0; number < 300; ++number) {
-        ASSERT_TRUE(next(*replies, reply, info)) << number;
-        EXPECT_EQ(std::to_string(number) + "!", reply);
-    }
 }
 
 // Fast DDS may be a second late with what takes the place of an announcement that was not delivered yet.
@@ -267,27 +259,21 @@ TEST_P(PlainPeers, announcements_that_are_damaged_or_forged_are_plain_octets) {
         return text + mark;
     };
     const std::string guid = std::string("\x01\x10\0\0\0", 5) + std::string(16, 'g');
-    const std::string hash = std::string("\x02\x08\0\0\0", 5) + std::string(8, '\0');
     struct {
         const char* what;
         std::string octets;
         bool ours;
     } const CASES[] = {
         {"nothing", "", false},
-        {"the mark alone", mark, false},
         {"no fields", block("", 0), true},
-        {"a GUID", block(guid, 21), true},
         {"a GUID and something from a later version", block(guid + std::string("\x63\x01\0\0\0x", 6), 27), true},
         {"longer than all there is", block(guid, 1000), false},
         {"as long as can be", block(guid, 0xffffffff), false},
-        {"shorter than its field", block(guid, 20), false},
         {"cut off in a head", block(guid, 4), false},
         {"a field that is longer than the block", block(std::string("\x04\xff\xff\xff\xff", 5), 5), false},
         {"a short GUID", block(std::string("\x01\x02\0\0\0gg", 7), 7), false},
         {"a GUID of nobody", block(std::string("\x01\x10\0\0\0", 5) + std::string(16, '\0'), 21), false},
-        {"a short hash", block(std::string("\x02\x01\0\0\0h", 6), 6), false},
         {"a property without an end", block(std::string("\x06\x01\0\0\0p", 6), 6), false},
-        {"a hash of nothing in particular", block(hash, 13), true},
         {"another version", std::string("own") + std::string(4, '\0') + "\x02norvane\x1a", false},
     };
     PlainParticipant participant(_domain);

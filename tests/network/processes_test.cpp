@@ -225,7 +225,7 @@ TEST_P(Processes, writers_leave_while_much_is_on_the_way) {
     PeerProcess peer("small_reader", {domain(), "1"});
     DDS_DataWriterQos qos = writer_qos();
     qos.protocol.rtps_reliable_writer.fast_heartbeat_period = {0, 1000000};
-    for (int round = 0; round < 25; ++round) {
+    for (int round = 0; round < 10; ++round) {
         DDSDataWriter& sender = writer(qos);
         DDS_PublicationMatchedStatus status;
         EXPECT_TRUE(eventually(
@@ -310,18 +310,6 @@ TEST_P(Processes, an_answer_goes_to_its_requester_alone) {
     EXPECT_EQ(DDS_RETCODE_OK, answering.wait_for_acknowledgments(LONG_TIME));
     EXPECT_EQ("2", stopped.ask("received"));
     EXPECT_EQ("10", other.ask("received"));
-}
-
-TEST_P(Processes, a_peer_that_dies_is_missed_and_another_takes_its_place) {
-    auto server = std::make_unique<PeerProcess>("echo", std::vector<std::string>{domain(), "S", "!"});
-    TextRequester requester(requester_params());
-    EXPECT_EQ("x!", requester.call("x", PATIENCE));
-    server->kill();
-    EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }));
-    server = std::make_unique<PeerProcess>("echo", std::vector<std::string>{domain(), "S", "?"});
-    EXPECT_EQ("x?", requester.call("x", PATIENCE));
-    server.reset();
-    EXPECT_TRUE(eventually([&] { return requester.matched_repliers() == 0; }, milliseconds(1500))) << "one that leaves says so";
 }
 
 }  // namespace

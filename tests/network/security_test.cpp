@@ -8,7 +8,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -241,10 +240,10 @@ TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else
             EXPECT_EQ(number, answer->data().number);
         }
     }
-    // All have been found by their own, so that nobody is waiting for a first announcement any more.
-    EXPECT_FALSE(eventually(
-        [&] { return std::any_of(askers.begin(), askers.end(), [](const auto& asker) { return asker->matched_repliers() != 1; }); },
-        std::chrono::milliseconds(1000)));
+    // By now all have been found by their own, and long since by the others, had they been willing.
+    for (const auto& asker : askers) {
+        EXPECT_EQ(1, asker->matched_repliers());
+    }
     for (const auto& service : services) {
         EXPECT_TRUE(eventually([&] { return service->ask("how many") == std::to_string(CALLS + AT_ONCE); }));
     }

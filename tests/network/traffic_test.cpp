@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+// What calls cost on the wire: datagrams on the loopback of a network namespace in which there is nothing else.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "network/NetworkNamespace.hpp"
+#include "network/PeerProcess.hpp"
+#include "network/Questions.hpp"
+
+namespace norvane {
+namespace test {
+namespace {
+
+constexpr int DOMAIN = 7;
+constexpr int CALLS = 1000;
+constexpr int WINDOWS = 5;
+// Heartbeats for replies, which nothing answers, and their acknowledgements: 100 of each a second; and participants announce themselves.
+constexpr double MOST_A_SECOND = 600;
+
+ParticipantParams wired(const std::string& batching) {
+    return on_loopback(DOMAIN).property("norvane.fastdds.transports", "udp").property("norvane.fastdds.batching", batching);
+}
+
+int metered_oracle(const std::vector<std::string>& arguments) {
+    Participant participant(wired(arguments[0]));
+    Oracle service(ReplierParams(participant).service_name("Traffic"), [](const Question& question) {
+        return Answer{question.number, question.of, "xxxxxxxxxx"};
+    });
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+    }
+    return 0;
+}
+
+// All at once, then the answers.
+std::string ask_together(Asker& asker, int count) {
+    for (std::int32_t number = 1; number <= count; ++number) {
+        asker.send_request({number, "me"});
+    }
+    for (std::int32_t expected = 1; expected <= count; ++expected) {
+        const auto answer = asker.receive_reply(ANSWER_TIME);
+        if (!answer || answer->data().number != expected) {
+            return "no answer to question " + std::to_string(expected);
+        }
+    }
+    return "ok";
+}
+
+// @return packets per call, and those a second that were neither request nor reply, in the quietest of several windows: on a busy machine some calls
+// take so long that a heartbeat is due. Else what went wrong.
+std::string measure(int requesters, bool together, const std::string& batching) {
+    PeerProcess service("metered_oracle", {batching});
+    Participant participant(wired(batching));
+    std::vector<std::unique_ptr<Asker>> askers;
+    for (int number = 0; number < requesters; ++number) {
+        askers.push_back(std::make_unique<Asker>(RequesterParams(participant).service_name("Traffic")));
+    }
+    const auto each_asks = [&](int calls) -> std::string {
+        for (const auto& asker : askers) {
+            const std::string outcome = together ? ask_together(*asker, calls) : ask_all(*asker, "one of many", calls);
+            if (outcome != "ok") {
+                return outcome;
+            }
+        }
+        return "ok";
+    };
+    std::string outcome = each_asks(5);  // until all of them have been heard
+    double per_call = 0;
+    double besides = std::numeric_limits<double>::max();
+    for (int window = 0; window < WINDOWS && outcome == "ok"; ++window) {
+        const long before = carried().packets;
+        const auto start = std::chrono::steady_clock::now();
+        outcome = each_asks(CALLS / requesters);
+        const double packets = static_cast<double>(carried().packets - before);
+        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+        per_call = packets / CALLS;
+        besides = std::min(besides, (packets - 2.0 * CALLS) / seconds.count());
+    }
+    return outcome == "ok" ? std::to_string(per_call) + " " + std::to_string(besides) : outcome;
+}
+
+// A line: how many requesters, "in_turn" or "together", and the property "batching".
+int meter(const std::vector<std::string>&) {
+    const bool is_alone = leave_the_network();
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        std::istringstream words(line);
+        int requesters = 0;
+        std::string order;
+        std::string batching;
+        words >> requesters >> order >> batching;
+        std::cout << (!is_alone          ? "no namespace"
+                      : requesters == 0 ? "here I am"
+                                        : measure(requesters, order == "together", batching))
+                  << std::endl;
+    }
+    return 0;
+}
+
+const bool KNOWN = roles().insert({"meter", meter}).second && roles().insert({"metered_oracle", metered_oracle}).second;
+
+class Traffic : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(KNOWN);
+        if (_wire.ask("where") == "no namespace") {
+            GTEST_SKIP() << "this machine gives its users no network namespace (unshare)";
+        }
+    }
+    void measure(const std::string& what) {
+        const std::string text = _wire.ask(what);
+        EXPECT_EQ(std::string::npos, text.find_first_not_of("-0123456789. ")) << text;
+        std::istringstream(text) >> per_call >> besides;
+        std::cout << what << ": " << per_call << " packets per call, " << besides << " a second besides\n";
+    }
+
+    PeerProcess _wire{"meter", {}};
+    double per_call = 0;
+    double besides = 0;
+};
+
+TEST_F(Traffic, of_many_calls_in_flight_shares_datagrams) {
+    measure("1 together 1000");  // however slow the machine is
+    const double together = per_call;
+    measure("1 together off");
+    EXPECT_LE(2, per_call);
+    EXPECT_LE(2 * together, per_call);
+}
+
+// Each writer of a requester once had a heartbeat sent for what it had on the way, which was answered long ago, and that was acknowledged. Of a
+// thousand, that cost as much as the calls.
+TEST_F(Traffic, of_many_requesters_has_no_heartbeats_for_what_is_answered) {
+    measure("40 in_turn on");
+    EXPECT_GE(MOST_A_SECOND, besides);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace norvane
