@@ -11,8 +11,7 @@
 #include <fstream>
 #include <string>
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 namespace {
 
@@ -50,5 +49,4 @@ Carried carried() {
     return all;
 }
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -4,8 +4,7 @@
 #ifndef NORVANE_TESTS_NETWORK_NETWORKNAMESPACE_HPP
 #define NORVANE_TESTS_NETWORK_NETWORKNAMESPACE_HPP
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// Takes this process, and those that it starts, into a network namespace with a loopback and no more.
 /// @return whether the machine allows it.
@@ -18,7 +17,6 @@ struct Carried {
 /// @return what this process's loopback has carried so far. On any thread.
 Carried carried();
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -12,8 +12,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 std::map<std::string, Role>& roles() {
     static std::map<std::string, Role> all;
@@ -95,8 +94,7 @@ int PeerProcess::wait_for_end() {
     return status;
 }
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 namespace {
 

@@ -10,8 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// What a process does instead of tests. It reads lines from the standard input, answers each with one, and ends with the input.
 typedef int (*Role)(const std::vector<std::string>& arguments);
@@ -44,7 +43,6 @@ private:
     std::string _rest;
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

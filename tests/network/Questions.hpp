@@ -4,8 +4,6 @@
 #ifndef NORVANE_TESTS_NETWORK_QUESTIONS_HPP
 #define NORVANE_TESTS_NETWORK_QUESTIONS_HPP
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <boost/describe.hpp>
 #include <chrono>
@@ -15,6 +13,7 @@
 #include <string>
 
 #include "norvane/norvane.hpp"
+#include "support/DomainNumber.hpp"
 
 namespace norvane {
 namespace test {
@@ -52,8 +51,11 @@ inline ParticipantParams on_loopback(int domain) {
     return ParticipantParams().domain_id(domain).engine("fastdds").property("norvane.fastdds.interfaces", "127.0.0.1");
 }
 
-/// Tests run side by side, each in a process of its own.
-inline int domain_of_test() { return static_cast<int>(::getpid() % 230); }
+/// @return the domain number of this process, which no other test process has.
+inline int domain_of_test() {
+    static const int domain = claim_domain();
+    return domain;
+}
 
 /// How often a test repeats what may fail now and then: the environment variable NORVANE_TEST_REPEATS, else 20; else 2 under
 /// AddressSanitizer, where a process takes four times as long to start and to end, and what is looked for is something else.

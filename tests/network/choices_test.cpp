@@ -11,8 +11,7 @@
 
 #include "support/TextFixture.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 typedef std::vector<std::pair<std::string, std::string>> Properties;
@@ -59,12 +58,12 @@ TEST_P(Choices, participants_meet_over_the_transports_that_both_have) {
     DDSDomainParticipant* const wired = make(udp);
     DDSDomainParticipant* const open = make(both);
     ASSERT_TRUE(one != nullptr && another != nullptr && wired != nullptr && open != nullptr);
-    EXPECT_TRUE(connected(*one, *another));
     // One that all could hear is heard by those alone that have a transport in common with it.
     DDSDataWriter* const sender = one->create_datawriter(topic("All", one), writer_qos(), nullptr, 0);
     wired->create_datareader(topic("All", wired), reader_qos(), nullptr, 0);
     EXPECT_TRUE(connected(*wired, *open));
-    meet(*sender, *open->create_datareader(topic("All", open), reader_qos(), nullptr, 0));
+    EXPECT_TRUE(connected(*one, *another));
+    meet(*sender, *another->create_datareader(topic("All", another), reader_qos(), nullptr, 0));
     DDS_PublicationMatchedStatus status;
     EXPECT_EQ(DDS_RETCODE_OK, sender->get_publication_matched_status(status));
     EXPECT_EQ(1, status.total_count);
@@ -137,5 +136,4 @@ TEST_P(Choices, a_window_bounds_what_is_on_the_way) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -14,8 +14,7 @@
 #include "network/Questions.hpp"
 #include "support/Eventually.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 // Arguments: domain; octets of the buffer of its sockets at most.
@@ -131,7 +130,6 @@ TEST(CyclonePeers, get_what_was_lost_at_first) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

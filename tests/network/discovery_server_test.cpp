@@ -19,8 +19,7 @@
 #include "network/Questions.hpp"
 #include "support/Eventually.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -119,5 +118,4 @@ TEST(DiscoveryServer, brings_those_together_who_look_at_it_and_is_not_needed_by_
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

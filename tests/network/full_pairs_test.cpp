@@ -9,8 +9,7 @@
 
 #include "support/TextFixture.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
@@ -209,5 +208,4 @@ TEST_P(FullPairs, those_who_announce_no_such_thing_are_answered_at_once) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

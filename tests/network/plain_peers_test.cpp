@@ -27,8 +27,7 @@
 #include "support/ServiceFixture.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 namespace dds = eprosima::fastdds::dds;
@@ -296,5 +295,4 @@ TEST_P(PlainPeers, announcements_that_are_damaged_or_forged_are_plain_octets) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

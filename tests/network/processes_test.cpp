@@ -12,8 +12,7 @@
 #include "support/TextFixture.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -60,7 +59,7 @@ int echo(const std::vector<std::string>& arguments) {
     return 0;
 }
 
-// A reader with room for some samples; reliable, unless it is told otherwise, and of which datagrams. "held": how many it holds; "take": what
+// A reader with room for some samples; reliable, unless it is told otherwise, and of which datagrams. "held": how many it holds; else: what
 // there is, taken.
 int small_reader(const std::vector<std::string>& arguments) {
     DDSDomainParticipant& participant = arguments.size() > 3 ? join_domain(arguments[0], arguments[3]) : join_domain(arguments[0]);
@@ -313,5 +312,4 @@ TEST_P(Processes, an_answer_goes_to_its_requester_alone) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

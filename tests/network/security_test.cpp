@@ -30,8 +30,7 @@
 extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:libcrypto\nleak:security::PKIDH\n"; }
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 namespace files = std::filesystem;
@@ -208,7 +207,6 @@ protected:
 // Three on one domain, with one service name: two authorities who give their people the same names, and those who have nothing to show.
 TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else) {
     constexpr int CALLS = 10;
-    constexpr int AT_ONCE = 100;
     const int domain = domain_of_test();
     const std::vector<std::string> parties = {authority("one"), authority("another"), OPEN};
     std::vector<std::unique_ptr<PeerProcess>> services;
@@ -230,22 +228,13 @@ TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else
             EXPECT_EQ(text.size(), answer.of.size());
             EXPECT_EQ(parties[place], answer.text) << "an answer of another party";
         }
-        // What is right after one another shares datagrams where it is not encrypted.
-        for (std::int32_t number = 0; number < AT_ONCE; ++number) {
-            askers[place]->send_request({number, "x"});
-        }
-        for (std::int32_t number = 0; number < AT_ONCE; ++number) {
-            const auto answer = askers[place]->receive_reply(ANSWER_TIME);
-            ASSERT_TRUE(answer.has_value());
-            EXPECT_EQ(number, answer->data().number);
-        }
     }
     // By now all have been found by their own, and long since by the others, had they been willing.
     for (const auto& asker : askers) {
         EXPECT_EQ(1, asker->matched_repliers());
     }
     for (const auto& service : services) {
-        EXPECT_TRUE(eventually([&] { return service->ask("how many") == std::to_string(CALLS + AT_ONCE); }));
+        EXPECT_TRUE(eventually([&] { return service->ask("how many") == std::to_string(CALLS); }));
     }
 }
 
@@ -340,5 +329,4 @@ TEST_F(Security, what_has_ended_or_is_missing_is_named_by_property_and_file) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

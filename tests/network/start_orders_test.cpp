@@ -12,8 +12,7 @@
 #include "network/Questions.hpp"
 #include "support/Eventually.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr int CALLS = 3;
@@ -99,5 +98,4 @@ TEST_P(StartOrders, every_call_is_answered) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -15,8 +15,7 @@
 #include "network/Questions.hpp"
 #include "support/Eventually.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 // Makes requesters and repliers, and destroys them, in two participants, until it is told to end. Any line: how many so far.
@@ -76,5 +75,4 @@ TEST(Storms, stop_nobody) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -15,8 +15,7 @@
 #include "network/PeerProcess.hpp"
 #include "network/Questions.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr int DOMAIN = 7;
@@ -72,6 +71,9 @@ std::string measure(int requesters, bool together, const std::string& batching) 
         }
         return "ok";
     };
+    for (const auto& asker : askers) {
+        asker->wait_for_service(ANSWER_TIME);
+    }
     std::string outcome = each_asks(5);  // until all of them have been heard
     double per_call = 0;
     double besides = std::numeric_limits<double>::max();
@@ -97,7 +99,7 @@ int meter(const std::vector<std::string>&) {
         std::string order;
         std::string batching;
         words >> requesters >> order >> batching;
-        std::cout << (!is_alone          ? "no namespace"
+        std::cout << (!is_alone         ? "no namespace"
                       : requesters == 0 ? "here I am"
                                         : measure(requesters, order == "together", batching))
                   << std::endl;
@@ -143,5 +145,4 @@ TEST_F(Traffic, of_many_requesters_has_no_heartbeats_for_what_is_answered) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -19,8 +19,7 @@
 #include "network/Questions.hpp"
 #include "support/Eventually.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr int CALLERS = 8;
@@ -241,5 +240,4 @@ TEST_P(BadWires, carry_large_answers_without_repeating_them_much) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

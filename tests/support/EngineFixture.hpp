@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "norvane/dds/DomainParticipantFactory.hpp"
+#include "support/DomainNumber.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// The engines that the suites run on: those that this build has.
 inline std::vector<std::string> engine_names() {
@@ -48,7 +48,7 @@ protected:
         // Tests stay on this machine. (An engine without a network has no use for it.)
         DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.fastdds.interfaces", "127.0.0.1", DDS_BOOLEAN_FALSE);
 #ifndef NORVANE_TESTS_BETWEEN_PROCESSES
-        // Nor do they meet tests in other processes, which count their domains from somewhere else.
+        // Nor do they meet tests in other processes.
         DDSPropertyQosPolicyHelper::add_property(qos.property, "norvane.fastdds.reach", "process", DDS_BOOLEAN_FALSE);
 #endif
         return qos;
@@ -70,14 +70,19 @@ protected:
     DDSDomainParticipant& _participant;
 
 private:
-    // Tests run side by side, each in a process of its own, and an engine may reach from one into the other.
     static DDS_DomainId_t next_domain() {
+#ifdef NORVANE_TESTS_BETWEEN_PROCESSES
+        return claim_domain();
+#else
         static std::atomic<unsigned> next{static_cast<unsigned>(::getpid())};
+        return static_cast<DDS_DomainId_t>(next++ % 200);
+#endif
+    }
+};
         return static_cast<DDS_DomainId_t>(next++ % 200);
     }
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif
