@@ -7,8 +7,7 @@
 
 #include "support/TextFixture.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
@@ -322,5 +321,4 @@ TEST_P(Entities, qos_that_makes_no_sense_is_refused_and_the_field_is_named) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

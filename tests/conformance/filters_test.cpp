@@ -7,8 +7,7 @@
 
 #include "support/TextFixture.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
@@ -132,5 +131,4 @@ TEST_P(Filters, a_refused_filter_names_the_column_and_leaves_nothing_behind) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -9,8 +9,7 @@
 #include "support/TextFixture.hpp"
 #include "support/Waiter.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
@@ -250,5 +249,4 @@ TEST_P(Index, closing_a_key_drops_what_is_stored_but_not_what_is_on_loan) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

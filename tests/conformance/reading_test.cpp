@@ -14,8 +14,7 @@
 #include "support/ForwardingDataReader.hpp"
 #include "support/TextFixture.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
@@ -322,5 +321,4 @@ TEST_P(Reading, threads_that_take_at_once_get_every_sample_once_and_readers_do_n
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

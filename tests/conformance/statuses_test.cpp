@@ -13,8 +13,7 @@
 #include "support/TextFixture.hpp"
 #include "support/ThreadState.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
@@ -488,5 +487,4 @@ TEST_P(Statuses, who_takes_a_listener_away_waits_until_it_has_left) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -14,8 +14,7 @@
 #include "support/TextFixture.hpp"
 #include "support/Waiter.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
@@ -425,5 +424,4 @@ TEST_P(Waiting, sets_and_conditions_come_and_go_while_samples_arrive_and_others_
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

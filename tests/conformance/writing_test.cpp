@@ -10,8 +10,7 @@
 #include "support/TextFixture.hpp"
 #include "support/ThreadState.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
@@ -480,5 +479,4 @@ TEST_P(Writing, a_late_reader_gets_what_a_transient_local_writer_keeps_and_its_f
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

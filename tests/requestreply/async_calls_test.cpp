@@ -20,8 +20,7 @@
 #include "support/ThreadState.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -546,5 +545,4 @@ TEST_P(AsyncCalls, are_told_exactly_once_whatever_comes_and_goes_meanwhile) {
 INSTANTIATE_TEST_SUITE_P(Engines, AsyncCalls, ::testing::ValuesIn(engine_names()), engine_of_test);
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -8,8 +8,7 @@
 #include "support/ServiceFixture.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 /// A coroutine that runs at once, and whose outcome is a future.
@@ -53,5 +52,4 @@ TEST_P(AwaitedCalls, go_on_with_the_reply_or_the_error) {
 INSTANTIATE_TEST_SUITE_P(Engines, AwaitedCalls, ::testing::ValuesIn(engine_names()), engine_of_test);
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

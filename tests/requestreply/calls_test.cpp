@@ -16,8 +16,7 @@
 #include "support/ThreadState.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -392,5 +391,4 @@ TEST_P(Calls, a_participant_is_made_of_its_parameters_or_names_what_was_refused)
 INSTANTIATE_TEST_SUITE_P(Engine, Calls, ::testing::ValuesIn(engine_names()), engine_of_test);
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -17,8 +17,7 @@
 #include "support/OpenEntities.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 // What comes of a failed call.
@@ -413,5 +412,4 @@ TEST_F(FailureSweep, memory_that_is_short_at_any_point_fails_the_operation_and_l
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

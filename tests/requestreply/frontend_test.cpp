@@ -207,12 +207,6 @@ TEST_F(Frontend, a_loan_goes_back_exactly_once_whatever_way_it_went) {
     };
     const Way ways[] = {
         {"destroyed", [](Loan) {}},
-        {"returned, then destroyed",
-         [](Loan loan) {
-             loan.return_loan();
-             EXPECT_TRUE(loan.empty());
-             loan.return_loan();
-         }},
         {"moved",
          [](Loan loan) {
              const Loan other(std::move(loan));

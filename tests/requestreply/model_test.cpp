@@ -12,8 +12,7 @@
 #include "support/Seed.hpp"
 #include "support/ServiceFixture.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr int RUNS = 3;
@@ -316,5 +315,4 @@ TEST_P(Model, agrees_with_requesters_and_repliers_on_random_operations) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -11,8 +11,7 @@
 #include "support/ServiceFixture.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 class RoughTreatment : public ServiceFixture {};
@@ -180,5 +179,4 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -22,8 +22,7 @@
 #include "support/ThreadState.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -424,5 +423,4 @@ TEST_P(Services, what_cannot_be_made_is_refused_and_leaves_nothing) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -11,8 +11,7 @@
 #include "support/ThreadState.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 typedef std::vector<std::string> Strings;
@@ -135,5 +134,4 @@ TEST_P(WholeRoad, threads_that_join_one_service_at_once_all_find_each_other) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

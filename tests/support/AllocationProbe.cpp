@@ -77,8 +77,7 @@ void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { re
 void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept { release(block); }
 void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept { release(block); }
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 void AllocationProbe::fail(long number) noexcept { probe_state = {true, number, 0, 0}; }
 void AllocationProbe::stop() noexcept { probe_state.active = false; }
@@ -87,5 +86,4 @@ long AllocationProbe::count() noexcept { return probe_state.count; }
 bool AllocationProbe::has_failed() noexcept { return probe_state.failing > 0 && probe_state.count >= probe_state.failing; }
 long AllocationProbe::outstanding() noexcept { return probe_state.outstanding; }
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

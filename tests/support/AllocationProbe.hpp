@@ -6,8 +6,7 @@
 #ifndef NORVANE_TESTS_SUPPORT_ALLOCATIONPROBE_HPP
 #define NORVANE_TESTS_SUPPORT_ALLOCATIONPROBE_HPP
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 class AllocationProbe {
 public:
@@ -38,7 +37,6 @@ long fail_each_allocation(Action action) {
     }
 }
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

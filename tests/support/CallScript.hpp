@@ -17,8 +17,7 @@
 
 #include "norvane/dds/retcode.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 class CallScript {
 public:
@@ -116,7 +115,6 @@ private:
     std::map<std::string, std::deque<std::function<void()>>> _actions;
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

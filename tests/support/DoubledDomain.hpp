@@ -14,8 +14,7 @@
 #include "norvane/RequesterParams.hpp"
 #include "norvane/dds/DomainParticipantFactory.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// Fixture. `Participant` is ForwardingParticipant or a class derived from it.
 template <typename Participant = ForwardingParticipant>
@@ -55,7 +54,6 @@ private:
     }
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

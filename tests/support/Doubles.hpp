@@ -11,8 +11,7 @@
 
 #include "norvane/dds/retcode.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// @tparam Interface  what a double stands for. @tparam Double  derived from it, with `real()`.
 template <typename Interface, typename Double>
@@ -48,7 +47,6 @@ private:
     std::list<Double> _made;
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

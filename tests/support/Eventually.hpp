@@ -6,8 +6,7 @@
 #include <chrono>
 #include <thread>
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// Polls until the condition holds.
 /// @return whether it held before the deadline.
@@ -28,7 +27,6 @@ bool eventually(Condition condition, std::chrono::milliseconds deadline = std::c
     return true;
 }
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -15,8 +15,7 @@
 #include "LiveObjects.hpp"
 #include "norvane/dds/DataReader.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 class ForwardingDataReader : public DDSDataReader, public DDS_DataReader {
 public:
@@ -34,9 +33,6 @@ public:
             forward_return(loan.data, infos);
         }
     }
-
-    /// Makes reads report that the samples were copied, as a middleware might that cannot lend. Their loans are returned here.
-    void pretend_to_copy(bool pretend) { _pretends_to_copy = pretend; }
 
     DDSDataReader& real() { return _real; }
 
@@ -124,10 +120,6 @@ public:
             return code;
         }
         ++_live.loans;
-        if (_pretends_to_copy) {
-            *is_loan = DDS_BOOLEAN_FALSE;
-            return forward_return(*received_data, info_seq);
-        }
         return code;
     }
     DDS_ReturnCode_t return_loan_untyped(void** received_data, DDS_SampleInfoSeq& info_seq) override {
@@ -170,13 +162,11 @@ private:
     DDSDataReader& _real;
     CallScript& _script;
     LiveObjects& _live;
-    std::atomic<bool> _pretends_to_copy{false};
     Conditions _conditions{_live.conditions};
     std::mutex _mutex;
     std::vector<Loan> _refused;
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -8,16 +8,12 @@
 #include "CallScript.hpp"
 #include "norvane/dds/DataWriter.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 class ForwardingDataWriter : public DDSDataWriter, public DDS_DataWriter {
 public:
     /// Both are borrowed.
     ForwardingDataWriter(DDSDataWriter& real, CallScript& script) : _real(real), _script(script) {}
-
-    /// Makes `get_qos` give another virtual GUID; DDS_GUID_AUTO: the real one.
-    void pretend_guid(const DDS_GUID_t& guid) { _pretended_guid = guid; }
 
     DDSDataWriter& real() { return _real; }
 
@@ -29,13 +25,7 @@ public:
     DDS_DataWriter* get_c_datawriter() override { return this; }
     DDSDataWriterListener* get_listener() override { return _real.get_listener(); }
 
-    DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override {
-        const DDS_ReturnCode_t code = call("get_qos", &DDSDataWriter::get_qos, qos);
-        if (_pretended_guid != DDS_GUID_AUTO) {
-            qos.protocol.virtual_guid = _pretended_guid;
-        }
-        return code;
-    }
+    DDS_ReturnCode_t get_qos(DDS_DataWriterQos& qos) override { return call("get_qos", &DDSDataWriter::get_qos, qos); }
     DDS_ReturnCode_t write_w_params_untyped_general(void* reserved, const void* data, DDS_WriteParams_t& params) override {
         return _script.code("DDS_DataWriter::write",
                             [&] { return _real.get_c_datawriter()->write_w_params_untyped_general(reserved, data, params); });
@@ -75,10 +65,8 @@ private:
 
     DDSDataWriter& _real;
     CallScript& _script;
-    DDS_GUID_t _pretended_guid = DDS_GUID_AUTO;
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -12,8 +12,7 @@
 #include "LiveObjects.hpp"
 #include "norvane/dds/DomainParticipant.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// @par Threads  Any.
 class ForwardingParticipant : public DDSDomainParticipant {
@@ -134,7 +133,6 @@ private:
     Doubles<DDSDataReader, ForwardingDataReader> _readers{_live.readers};
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -6,8 +6,7 @@
 #include "CallScript.hpp"
 #include "norvane/dds/DataReader.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 class ForwardingReadCondition : public DDSReadCondition, public DDS_ReadCondition {
 public:
@@ -34,7 +33,6 @@ private:
     CallScript& _script;
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

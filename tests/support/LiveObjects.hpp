@@ -7,8 +7,7 @@
 #include <atomic>
 #include <string>
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 struct LiveObjects {
     std::atomic<int> writers{0};
@@ -36,7 +35,6 @@ private:
     }
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -12,8 +12,7 @@
 
 #include "norvane/dds/log.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 class LogCapture : public LogSink {
 public:
@@ -76,7 +75,6 @@ private:
     LogSink* _sink;
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -10,8 +10,7 @@
 #include "norvane/details/RequesterUntypedImpl.hpp"
 #include "norvane/details/sample_identity.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 inline const char* register_string(DDSTypeSupport*, DDSDomainParticipant* participant) {
     const DDSStringTypeSupport& type = DDSStringTypeSupport::get_instance();
@@ -25,7 +24,6 @@ template <typename Entity>
 class Open : public Entity {
 public:
     using Entity::_any_sample_cond;
-    using Entity::_isStringDataReader;
     using Entity::_max_samples_per_read;
     using Entity::_not_read_sample_cond;
     using Entity::_participant;
@@ -38,7 +36,6 @@ public:
     using Entity::get_datawriter_qos;
     using Entity::get_sample_loaned;
     using Entity::initialize;
-    using Entity::log_and_rethrow;
     using Entity::receive_sample_loaned;
     using Entity::return_loan;
     using Entity::send_sample;
@@ -118,7 +115,6 @@ public:
                          RegisterTypeFunc register_request = &register_string, RegisterTypeFunc register_reply = &register_string) {
         initialize(params, register_request, register_reply, STRING_SIZE, listener, true);
     }
-    using ReplierUntypedImpl::configure_params_for_reply;
 
     void reply(const DDS_SampleIdentity_t& request, const std::string& text) {
         DDS_WriteParams_t params;
@@ -139,7 +135,6 @@ public:
     }
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

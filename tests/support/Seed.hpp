@@ -7,8 +7,7 @@
 #include <cstdlib>
 #include <random>
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 inline unsigned test_seed() {
     const char* const given = std::getenv("NORVANE_TEST_SEED");
@@ -17,7 +16,6 @@ inline unsigned test_seed() {
     return seed;
 }
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -11,8 +11,7 @@
 #include "support/EngineFixture.hpp"
 #include "support/Eventually.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 typedef Requester<std::string, std::string> TextRequester;
 typedef Replier<std::string, std::string> TextReplier;
@@ -87,7 +86,6 @@ protected:
     }
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -12,8 +12,7 @@
 #include "support/Eventually.hpp"
 #include "support/LogCapture.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 constexpr DDS_Duration_t LONG_TIME = {30, 0};
 constexpr DDS_Duration_t SHORT_TIME = {0, 20000000};
@@ -193,7 +192,6 @@ protected:
     }
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -10,8 +10,7 @@
 #include <iterator>
 #include <string>
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// @return the number by which `is_asleep` knows the calling thread.
 inline long this_thread_number() { return ::syscall(SYS_gettid); }
@@ -27,7 +26,6 @@ inline bool is_asleep(long thread) {
 /// @param thread  of this process, once it has run.
 inline bool has_ended(long thread) { return thread != 0 && !std::ifstream("/proc/self/task/" + std::to_string(thread) + "/stat"); }
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

@@ -14,8 +14,7 @@
 #include "norvane/CallTimeoutException.hpp"
 #include "norvane/dds/log.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 /// @return the class's name without its namespace.
 inline std::string class_name(const std::type_info& type) {
@@ -51,7 +50,6 @@ inline std::string expanded(const VOSTLogMessage& message, const std::string& ar
     return place == std::string::npos ? text : text.replace(place, 2, argument);
 }
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

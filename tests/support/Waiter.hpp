@@ -15,8 +15,7 @@
 #include "support/Eventually.hpp"
 #include "support/ThreadState.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 
 inline std::set<DDSCondition*> as_set(const DDSConditionSeq& conditions) {
     std::set<DDSCondition*> all;
@@ -49,7 +48,6 @@ private:
     std::future<Outcome> _outcome;
 };
 
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
 
 #endif

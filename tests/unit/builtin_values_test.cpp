@@ -10,8 +10,7 @@
 #include "norvane/dds/TypeSupport.hpp"
 #include "norvane/details/sample_identity.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 std::string shown(const char* text) { return text != NULL ? std::string("'") + text + "'" : "null"; }
@@ -100,5 +99,4 @@ TEST(DynamicDataTypeSupport, is_found_behind_its_base_and_nothing_else_is_taken_
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

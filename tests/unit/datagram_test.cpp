@@ -7,8 +7,7 @@
 
 #include "engines/fastdds/transport/Datagram.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using fastdds::Datagram;
@@ -118,5 +117,4 @@ TEST(Datagram, holds_no_more_than_its_limit) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -23,8 +23,7 @@
 #include "support/Eventually.hpp"
 #include "support/ThreadState.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using mw::Admission;
@@ -470,5 +469,4 @@ TEST(EngineSelectionTest, engines_are_found_by_name_and_refusals_say_why) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

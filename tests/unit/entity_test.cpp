@@ -1,74 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// The entity core by itself: the choice of QoS, and the life of the endpoints. (The failure of each single call: see
-// requestreply/failure_sweep_test.cpp.)
+// The entity core by itself: the choice of QoS, and swapping. (The failure of each single call: see requestreply/failure_sweep_test.cpp.)
 #include "norvane/details/EntityUntypedImpl.hpp"
 
 #include <gtest/gtest.h>
-
-#include <memory>
-#include <stdexcept>
 
 #include "support/DoubledDomain.hpp"
 #include "support/LogCapture.hpp"
 #include "support/OpenEntities.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
-constexpr const char* STRING_TYPE = "DDS::String";
-
-// Keeps what the library asked for when it made its endpoints.
-class NotingParticipant : public ForwardingParticipant {
-public:
-    using ForwardingParticipant::ForwardingParticipant;
-    DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos, DDSDataReaderListener* listener,
-                                     DDS_StatusMask mask) override {
-        reader_listener = listener;
-        reader_mask = mask;
-        return ForwardingParticipant::create_datareader(topic, qos, listener, mask);
-    }
-    DDS_ReturnCode_t get_default_datareader_qos_for_topic(DDS_DataReaderQos& qos, const char* topic_name) override {
-        reader_qos_topic = topic_name;
-        return ForwardingParticipant::get_default_datareader_qos_for_topic(qos, topic_name);
-    }
-    DDSDataReaderListener* reader_listener = nullptr;
-    DDS_StatusMask reader_mask = 0;
-    std::string reader_qos_topic;
-};
-
-// Topics of the test's own choice.
-class FixedTopics : public details::EntityUntypedImpl::TopicBuilder {
-public:
-    FixedTopics(DDSTopic* writer_topic, DDSTopicDescription* reader_topic)
-        : _writer_topic(writer_topic), _reader_topic(reader_topic) {}
-    DDSTopic* create_writer_topic(const details::EntityParams&, const char*) override { return _writer_topic; }
-    DDSTopicDescription* create_reader_topic(const details::EntityParams&, const char*) override { return _reader_topic; }
-
-private:
-    DDSTopic* _writer_topic;
-    DDSTopicDescription* _reader_topic;
-};
-
-class EntityTest : public DoubledDomain<NotingParticipant> {
-protected:
-    EntityTest() {
-        register_string(NULL, _participant.get());
-        _requests = _participant->create_topic("Q", STRING_TYPE, DDS_TOPIC_QOS_DEFAULT, NULL, 0);
-        _replies = _participant->create_topic("R", STRING_TYPE, DDS_TOPIC_QOS_DEFAULT, NULL, 0);
-        _filtered = _participant->create_contentfilteredtopic("F", _requests, "value = 'x'", DDS_StringSeq());
-    }
-    void initialize(OpenEntity& entity, DDSTopicDescription* reader_topic, DDSDataReaderListener* listener = NULL,
-                    details::EntityUntypedImpl::RegisterTypeFunc register_reader_type = &register_string) {
-        FixedTopics topics(_replies, reader_topic);
-        entity.initialize(params("S"), &register_string, register_reader_type, STRING_SIZE, topics, listener, true, "Role");
-    }
-
-    DDSTopic* _requests;
-    DDSTopic* _replies;
-    DDSContentFilteredTopic* _filtered;
-};
+class EntityTest : public DoubledDomain<> {};
 
 std::string shown(const DDS_Duration_t& duration) { return std::to_string(duration.sec) + "." + std::to_string(duration.nanosec); }
 
@@ -200,44 +144,6 @@ TEST_F(EntityTest, a_requester_awaits_replies_wherever_its_qos_comes_from_and_a_
     EXPECT_EQ("true propagated", told_by(OpenRequester(params("S").datawriter_qos(qos))));
 }
 
-TEST_F(EntityTest, a_reader_listener_gets_data_available_and_nothing_else_and_the_qos_is_that_of_the_topic_that_is_filtered) {
-    DDS_DataReaderQos reader_qos;
-    reader_qos.reader_resource_limits.max_samples_per_read = 9;
-    ASSERT_EQ(DDS_RETCODE_OK, _participant->set_default_datareader_qos(reader_qos));
-    DDSDataReaderListener listener;
-    for (DDSDataReaderListener* each : {static_cast<DDSDataReaderListener*>(NULL), &listener}) {
-        OpenEntity entity;
-        EXPECT_EQ(DDS_LENGTH_UNLIMITED, entity._max_samples_per_read);
-        initialize(entity, each == NULL ? static_cast<DDSTopicDescription*>(_requests) : _filtered, each);
-        EXPECT_EQ(each, _participant->reader_listener);
-        EXPECT_EQ(each == NULL ? 0U : 1024U, _participant->reader_mask);
-        EXPECT_EQ("Q", _participant->reader_qos_topic);
-        EXPECT_EQ(9, entity._max_samples_per_read);
-        EXPECT_TRUE(entity._isStringDataReader);
-        EXPECT_EQ(DDS_ANY_SAMPLE_STATE, entity._any_sample_cond->get_sample_state_mask());
-        EXPECT_EQ(DDS_NOT_READ_SAMPLE_STATE, entity._not_read_sample_cond->get_sample_state_mask());
-        DDSConditionSeq attached;
-        entity._waitset.get_conditions(attached);
-        ASSERT_EQ(1, attached.length());
-        EXPECT_EQ(entity._not_read_sample_cond, attached[0]);
-        entity.finalize();
-        EXPECT_TRUE(entity.get_datareader() == NULL && entity.get_datawriter() == NULL) << "who is finalized has no endpoints";
-    }
-    EXPECT_EQ("1 filters", live());  // one that the entity did not make
-}
-
-const char* register_with_a_throw(DDSTypeSupport*, DDSDomainParticipant*) { throw std::length_error("not ours"); }
-
-TEST_F(EntityTest, passes_a_foreign_exception_as_it_is_and_tidies_up_when_it_is_destroyed) {
-    OpenEntity* entity = new OpenEntity();
-    const Thrown thrown = thrown_by([&] { initialize(*entity, _requests, NULL, &register_with_a_throw); });
-    EXPECT_EQ("length_error", thrown.type);
-    EXPECT_EQ("not ours", thrown.message);
-    EXPECT_EQ("1 writers 1 filters", live());
-    delete entity;
-    EXPECT_EQ("1 filters", live());
-}
-
 TEST_F(EntityTest, swap_exchanges_endpoints_and_wait_sets_and_an_object_that_was_finalized_stays_so) {
     OpenReplier one(params("S"));
     OpenReplier ended;
@@ -252,12 +158,11 @@ TEST_F(EntityTest, swap_exchanges_endpoints_and_wait_sets_and_an_object_that_was
     ASSERT_EQ(1, attached.length());
     EXPECT_EQ(condition, attached[0]);
     ended.finalize();
-    EXPECT_EQ("1 writers 1 readers 2 conditions 1 filters", live());
+    EXPECT_EQ("1 writers 1 readers 2 conditions", live());
     one.swap(ended);
     one.finalize();
-    EXPECT_EQ("1 filters", live());
+    EXPECT_EQ("", live());
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

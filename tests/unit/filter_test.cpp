@@ -15,8 +15,7 @@
 
 #include "support/AllocationProbe.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 typedef std::unique_ptr<const mw::FilterExpression> Filter;
@@ -378,5 +377,4 @@ TEST(Filter, evaluates_without_memory_and_says_when_compiling_had_none) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

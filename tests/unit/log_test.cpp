@@ -18,8 +18,7 @@
 #include "support/Eventually.hpp"
 #include "support/LogCapture.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 void print(const VOSTLogMessage& message, const char* argument) {
@@ -211,5 +210,4 @@ TEST(Log, replacing_a_sink_waits_for_the_threads_inside_the_old_one) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

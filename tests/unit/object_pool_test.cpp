@@ -12,8 +12,7 @@
 #include "support/LogCapture.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 // Counts its constructions and destructions; the one numbered `fails` throws.
@@ -165,5 +164,4 @@ TEST(PoolHandle, that_is_empty_refuses_to_be_followed) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -8,8 +8,7 @@
 
 #include "engines/fastdds/writing/Pace.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using fastdds::Pace;
@@ -112,5 +111,4 @@ TEST(Pace, asks_before_the_window_closes_and_before_a_socket_is_full) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

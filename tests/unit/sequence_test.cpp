@@ -11,8 +11,7 @@
 
 #include "support/AllocationProbe.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 typedef Sequence<int> Heap;
@@ -286,5 +285,4 @@ TEST(DdsString, octet_buffers_are_zero_or_copies_and_never_null_when_empty) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

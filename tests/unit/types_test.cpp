@@ -15,8 +15,7 @@
 #include "norvane/dds/string.hpp"
 #include "support/AllocationProbe.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 typedef std::shared_ptr<const DDS_TypeOperations> Type;
@@ -349,5 +348,4 @@ TEST(DynamicData, lays_members_out_as_a_c_compiler_does_and_has_a_hash_of_them) 
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

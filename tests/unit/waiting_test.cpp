@@ -11,12 +11,10 @@
 #include "support/OpenEntities.hpp"
 #include "support/Thrown.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 constexpr DDS_Duration_t LONG = {20, 0};
-constexpr DDS_Duration_t SHORT = {0, 20000000};
 
 class OneTopic : public details::EntityUntypedImpl::TopicBuilder {
 public:
@@ -59,7 +57,6 @@ protected:
         _entity->get_datareader()->delete_readcondition(condition);
         return count;
     }
-    ForwardingDataReader& reader() { return dynamic_cast<ForwardingDataReader&>(*_entity->get_datareader()); }
 
     std::unique_ptr<OpenEntity> _entity;
 };
@@ -109,57 +106,7 @@ TEST_F(LoopTest, the_time_of_earlier_waits_counts_and_an_infinite_wait_stays_inf
     initialize(params("S"));
 }
 
-TEST_F(LoopTest, a_wait_refuses_conditions_that_select_something_else_before_it_reads_anything) {
-    DDSReadCondition* any = _entity->_any_sample_cond;
-    DDSReadCondition* not_read = _entity->_not_read_sample_cond;
-    DDSReadCondition* read = reader().create_readcondition(DDS_READ_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
-    const char* const MASK = "condition->get_sample_state_mask() == DDS_NOT_READ_SAMPLE_STATE";
-    struct Case {
-        DDSReadCondition* initial;
-        DDSReadCondition* condition;
-        const char* message;
-    };
-    const Case cases[] = {
-        {NULL, NULL, "initial_condition != NULL"},
-        {any, NULL, "condition != NULL"},
-        {any, any, MASK},
-        {not_read, read, MASK},
-        {not_read, not_read, "initial_condition->get_sample_state_mask() == ANY_SAMPLE_STATE"},
-    };
-    write();
-    for (const Case& each : cases) {
-        LogCapture log;
-        const Thrown thrown =
-            thrown_by([&] { _entity->wait_for_samples(LONG, 1, _entity->_waitset, each.initial, each.condition); });
-        EXPECT_EQ("PreconditionNotMetException", thrown.type) << each.message;
-        EXPECT_EQ(each.message, thrown.message);
-        ASSERT_EQ(1U, log.lines().size());
-        EXPECT_EQ("wait_for_samples", log.lines()[0].method);
-    }
-    EXPECT_EQ(1, in_state(DDS_NOT_READ_SAMPLE_STATE));
-    reader().delete_readcondition(read);
-}
-
-TEST_F(LoopTest, a_wait_that_fails_or_reports_another_condition_throws) {
-    LogCapture log;
-    ASSERT_EQ(DDS_RETCODE_OK, reader().interrupt(DDS_RETCODE_ALREADY_DELETED));
-    const Thrown thrown = thrown_by([&] { _entity->wait_for_any_sample(LONG, 1); });
-    EXPECT_EQ("AlreadyDeletedException", thrown.type);
-    EXPECT_EQ("EntityUntypedImpl::wait_for_samples:" + expanded(VOST_LOG_ANY_FAILURE_s, "wait for samples"), thrown.message);
-    reader().interrupt(DDS_RETCODE_OK);
-
-    DDSGuardCondition guard;
-    guard.set_trigger_value(DDS_BOOLEAN_TRUE);
-    DDSConditionSeq attached;
-    ASSERT_EQ(DDS_RETCODE_OK, _entity->_waitset.attach_condition(&guard));
-    EXPECT_EQ("activeConditions[0] == condition", thrown_by([&] { _entity->wait_for_any_sample(LONG, 1); }).message);
-    _script.fail_call(0);
-    _script.at_next("DDSDomainParticipant::get_current_time", [&] { write(); });
-    EXPECT_EQ("activeConditions.length() == 1", thrown_by([&] { _entity->wait_for_any_sample(LONG, 2); }).message);
-    ASSERT_EQ(DDS_RETCODE_OK, _entity->_waitset.detach_condition(&guard));
-}
-
-TEST_F(LoopTest, a_receive_checks_its_limits_in_order_and_takes_what_was_waited_for) {
+TEST_F(LoopTest, a_receive_checks_its_limits_in_order) {
     const DDS_Duration_t SOME = {1, 0};
     const char* const POSITIVE = "max_count must be greater than zero";
     const char* const ORDER = "max_count must be greater or equal than min_count";
@@ -192,48 +139,7 @@ TEST_F(LoopTest, a_receive_checks_its_limits_in_order_and_takes_what_was_waited_
         EXPECT_EQ(valid ? "" : "BadParameterException", thrown.type);
         EXPECT_EQ(valid ? "" : "EntityUntypedImpl::validate:" + expanded(DDS_LOG_BAD_PARAMETER_s, each.refusal), thrown.message);
     }
-    void** data = NULL;
-    int count = 0;
-    DDS_SampleInfoSeq infos;
-    _entity->_max_samples_per_read = DDS_LENGTH_UNLIMITED;
-    write(2);
-    for (const int wanted : {3, 2, 0, -5}) {
-        log.clear();
-        count = 77;
-        const bool received = _entity->receive_sample_loaned(&data, &count, infos, DDS_LENGTH_UNLIMITED, SHORT, wanted);
-        EXPECT_EQ(wanted < 3, received) << wanted;
-        EXPECT_EQ(wanted < 3 ? 2 : 0, count) << wanted << ": a time-out takes nothing";
-        const auto lines = log.library_lines();
-        ASSERT_EQ(received ? 0U : 1U, lines.size());
-        if (received) {
-            _entity->return_loan(data, infos);
-            write(2);
-        } else {
-            EXPECT_EQ(0x8U, lines[0].level);
-            EXPECT_EQ("EntityUntypedImpl::wait_for_samples", lines[0].method);
-            EXPECT_EQ(expanded(VOST_LOG_ANY_s, "timed out waiting for data"), lines[0].text);
-        }
-    }
-}
-
-TEST_F(LoopTest, samples_that_come_as_a_copy_are_refused_and_a_loan_that_cannot_be_returned_is_logged) {
-    void** data = NULL;
-    int count = 0;
-    DDS_SampleInfoSeq infos;
-    const LogCapture log;
-    write(2);
-    reader().pretend_to_copy(true);
-    EXPECT_EQ("is_loan", thrown_by([&] { _entity->get_sample_loaned(&data, &count, infos, 1, false, NULL); }).message);
-    reader().pretend_to_copy(false);
-    EXPECT_EQ("received_data != NULL", thrown_by([&] { _entity->get_sample_loaned(NULL, &count, infos, 1, false, NULL); }).message);
-    ASSERT_TRUE(_entity->get_sample_loaned(&data, &count, infos, DDS_LENGTH_UNLIMITED, true, NULL));
-    EXPECT_EQ(2, count);
-    _entity->return_loan(data, infos);
-    EXPECT_EQ(0, log.count(expanded(VOST_LOG_ANY_FAILURE_s, "return DataReader loan")));
-    EXPECT_NO_THROW(_entity->return_loan(data, infos));
-    EXPECT_EQ(1, log.count(expanded(VOST_LOG_ANY_FAILURE_s, "return DataReader loan")));
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test

@@ -15,8 +15,7 @@
 #include "engines/fastdds/quirks_2_9/Inbox.hpp"
 #include "support/Eventually.hpp"
 
-namespace norvane {
-namespace test {
+namespace norvane::test {
 namespace {
 
 using fastdds::EventThread;
@@ -173,5 +172,4 @@ TEST_F(Clockwork, stands_still_while_a_message_that_may_end_an_endpoint_is_hande
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace norvane
+}  // namespace norvane::test
