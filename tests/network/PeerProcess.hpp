@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Another process in a test: this very program in another role, told what to do line by line. It ends with its owner, one way or another.
+// Another process in a test: this very program in another role, told what to do line by line. It ends with its owner, one way or
+// another.
 // Thread rule: one thread at a time.
 #ifndef NORVANE_TESTS_NETWORK_PEERPROCESS_HPP
 #define NORVANE_TESTS_NETWORK_PEERPROCESS_HPP

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The service that the peers of these tests speak: numbered questions, each of somebody, and answers that say which and whose they are.
+// The service that the peers of these tests speak: numbered questions, each of somebody, and answers that say which and whose they
+// are.
 // Thread rule: plain values and functions.
 #ifndef NORVANE_TESTS_NETWORK_QUESTIONS_HPP
 #define NORVANE_TESTS_NETWORK_QUESTIONS_HPP

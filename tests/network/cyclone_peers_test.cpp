@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A program on another vendor's DDS on the topics of our services: it is read, it reads, and is answered. (Which question an answer is about it
-// learns from the answer: the related identity is not understood between vendors.)
+// A program on another vendor's DDS on the topics of our services: it is read, it reads, and is answered. (Which question an answer
+// is about it learns from the answer: the related identity is not understood between vendors.)
 #ifdef NORVANE_TESTS_CYCLONE_PEER
 
 #include <gtest/gtest.h>
@@ -31,7 +31,8 @@ int cyclone(const std::vector<std::string>& arguments) {
 
 const bool KNOWN = roles().insert({"cyclone", cyclone}).second;
 
-// Where a process stands still for some seconds, on a busy machine, and its lease ends, it is found again, and what was written meanwhile is lost.
+// Where a process stands still for some seconds, on a busy machine, and its lease ends, it is found again, and what was written
+// meanwhile is lost.
 constexpr const char* NO_LEASE_THAT_ENDS_MS = "60000";
 
 std::string joined(const std::vector<std::string>& lines) {
@@ -42,8 +43,9 @@ std::string joined(const std::vector<std::string>& lines) {
     return all;
 }
 
-// Cyclone says that it has met a writer some microseconds before its reader listens to it, and what comes in between is lost. It acknowledges when the
-// reader listens, and then that sample, too. So the first one, number 0, is a knock: it is acknowledged, and may not be read.
+// Cyclone says that it has met a writer some microseconds before its reader listens to it, and what comes in between is lost. It
+// acknowledges when the reader listens, and then that sample, too. So the first one, number 0, is a knock: it is acknowledged, and
+// may not be read.
 std::string next(PeerProcess& stranger, const std::string& kind) {
     const std::string sample = stranger.ask(kind);
     return sample == "0 knock" ? stranger.ask(kind) : sample;

@@ -29,7 +29,8 @@ protected:
         EXPECT_NE(nullptr, made);
         return *made;
     }
-    /// The half that hears the answers to one writer. @param max_samples  with a bound it has a reader of Fast DDS for itself; without, a share.
+    /// The half that hears the answers to one writer. @param max_samples  with a bound it has a reader of Fast DDS for itself;
+    /// without, a share.
     DDSDataReader& hearer(DDSDataWriter& asking, DDS_Long max_samples) {
         std::string filter = "@related_sample_identity.writer_guid.value = &hex(";
         for (const DDS_Octet octet : asking.get_instance_handle().value) {

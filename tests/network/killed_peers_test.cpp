@@ -20,7 +20,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Reads requests, and answers those that are not "silence". Any line: how many it has read. A third argument: under a GUID that is always the same.
+// Reads requests, and answers those that are not "silence". Any line: how many it has read. A third argument: under a GUID that is
+// always the same.
 int moody_oracle(const std::vector<std::string>& arguments) {
     // It is missed after a second.
     Participant participant(on_loopback(std::stoi(arguments[0])).property("norvane.fastdds.lease_ms", "1000"));

@@ -59,7 +59,8 @@ int echo(const std::vector<std::string>& arguments) {
     return 0;
 }
 
-// A reader with room for some samples; reliable, unless it is told otherwise, and of which datagrams. "held": how many it holds; else: what
+// A reader with room for some samples; reliable, unless it is told otherwise, and of which datagrams. "held": how many it holds;
+// else: what
 // there is, taken.
 int small_reader(const std::vector<std::string>& arguments) {
     DDSDomainParticipant& participant = arguments.size() > 3 ? join_domain(arguments[0], arguments[3]) : join_domain(arguments[0]);
@@ -194,7 +195,8 @@ TEST_P(Processes, the_first_call_of_each_of_many_requesters_is_answered) {
     EXPECT_TRUE(eventually([&] { return first.ask("answered") == "60"; }));
 }
 
-// Small samples share datagrams when they are written at once. (A reliable writer's heartbeats would bring in what was left behind.)
+// Small samples share datagrams when they are written at once. (A reliable writer's heartbeats would bring in what was left
+// behind.)
 TEST_P(Processes, all_that_is_written_at_once_arrives_though_its_writer_never_waits) {
     for (const std::string datagram : {"65500", "1024"}) {
         SCOPED_TRACE(datagram);

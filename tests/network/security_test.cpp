@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Secured domains, with credentials as examples/security makes them: who may call whom, what is refused, and what somebody on the wire can read.
+// Secured domains, with credentials as examples/security makes them: who may call whom, what is refused, and what somebody on the
+// wire can read.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <linux/if_ether.h>
@@ -26,7 +27,8 @@
 #include "support/Eventually.hpp"
 #include "support/LogCapture.hpp"
 
-// Fast DDS 2.9 forgets the certificate of each peer that it turns away, and the identity of a participant that it refuses. Nobody else uses libcrypto.
+// Fast DDS 2.9 forgets the certificate of each peer that it turns away, and the identity of a participant that it refuses. Nobody
+// else uses libcrypto.
 extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:libcrypto\nleak:security::PKIDH\n"; }
 
@@ -204,7 +206,8 @@ protected:
     std::string _place;
 };
 
-// Three on one domain, with one service name: two authorities who give their people the same names, and those who have nothing to show.
+// Three on one domain, with one service name: two authorities who give their people the same names, and those who have nothing to
+// show.
 TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else) {
     constexpr int CALLS = 10;
     const int domain = domain_of_test();
@@ -239,7 +242,8 @@ TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else
 }
 
 TEST_F(Security, the_wire_tells_nothing_of_what_is_said) {
-    // A type's name is what discovery tells. (Topics are not secret: they are in the permissions, which programs show each other openly.)
+    // A type's name is what discovery tells. (Topics are not secret: they are in the permissions, which programs show each other
+    // openly.)
     const std::string discovered = "questions::Question";
     PeerProcess room("tapped_room", {discovered, "a-question", "an-answer", "RTPS"});
     const std::string open = room.ask(OPEN);

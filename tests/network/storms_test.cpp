@@ -48,7 +48,8 @@ int restless(const std::vector<std::string>& arguments) {
 
 const bool KNOWN = roles().insert({"restless", restless}).second;
 
-// Fast DDS's thread of timers and those that hear of endpoints that leave can wait for each other: then a process stands still for good.
+// Fast DDS's thread of timers and those that hear of endpoints that leave can wait for each other: then a process stands still for
+// good.
 TEST(Storms, stop_nobody) {
     ASSERT_TRUE(KNOWN);
     const char* const repeats = std::getenv("NORVANE_TEST_REPEATS");

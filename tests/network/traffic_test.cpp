@@ -21,7 +21,8 @@ namespace {
 constexpr int DOMAIN = 7;
 constexpr int CALLS = 1000;
 constexpr int WINDOWS = 5;
-// Heartbeats for replies, which nothing answers, and their acknowledgements: 100 of each a second; and participants announce themselves.
+// Heartbeats for replies, which nothing answers, and their acknowledgements: 100 of each a second; and participants announce
+// themselves.
 constexpr double MOST_A_SECOND = 600;
 
 ParticipantParams wired(const std::string& batching) {
@@ -53,8 +54,8 @@ std::string ask_together(Asker& asker, int count) {
     return "ok";
 }
 
-// @return packets per call, and those a second that were neither request nor reply, in the quietest of several windows: on a busy machine some calls
-// take so long that a heartbeat is due. Else what went wrong.
+// @return packets per call, and those a second that were neither request nor reply, in the quietest of several windows: on a busy
+// machine some calls take so long that a heartbeat is due. Else what went wrong.
 std::string measure(int requesters, bool together, const std::string& batching) {
     PeerProcess service("metered_oracle", {batching});
     Participant participant(wired(batching));
@@ -137,7 +138,8 @@ TEST_F(Traffic, of_many_calls_in_flight_shares_datagrams) {
     EXPECT_LE(2 * together, per_call);
 }
 
-// Each writer of a requester once had a heartbeat sent for what it had on the way, which was answered long ago, and that was acknowledged. Of a
+// Each writer of a requester once had a heartbeat sent for what it had on the way, which was answered long ago, and that was
+// acknowledged. Of a
 // thousand, that cost as much as the calls.
 TEST_F(Traffic, of_many_requesters_has_no_heartbeats_for_what_is_answered) {
     measure("40 in_turn on");

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Asynchronous calls: both loops, both forms, deadlines, requests that stand in line, closing from everywhere, and what they allocate.
+// Asynchronous calls: both loops, both forms, deadlines, requests that stand in line, closing from everywhere, and what they
+// allocate.
 #include <array>
 #include <atomic>
 #include <chrono>

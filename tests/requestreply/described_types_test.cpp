@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Described structs as types that travel: their encoding to the octet, hostile input, fields, hashes, copies; and the road of each kind of type.
+// Described structs as types that travel: their encoding to the octet, hostile input, fields, hashes, copies; and the road of each
+// kind of type.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Fails the 1st, 2nd, 3rd ... call of the object API that an operation makes, until the operation succeeds. A table lists the calls of each
-// operation in their order, and what comes of it when that call fails; afterwards nothing may be left behind.
+// Fails the 1st, 2nd, 3rd ... call of the object API that an operation makes, until the operation succeeds. A table lists the calls
+// of each operation in their order, and what comes of it when that call fails; afterwards nothing may be left behind.
 #include <gtest/gtest.h>
 #include <boost/describe/class.hpp>
 

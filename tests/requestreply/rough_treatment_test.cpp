@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Bad input to every operation of a requester and a replier: a clear error, nothing done, nothing left behind. (Types that do not fit:
+// Bad input to every operation of a requester and a replier: a clear error, nothing done, nothing left behind. (Types that do not
+// fit:
 // see frontend_test.cpp.)
 #include <climits>
 #include <functional>

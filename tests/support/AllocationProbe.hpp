@@ -23,7 +23,8 @@ public:
     static long outstanding() noexcept;
 };
 
-/// Runs `action` with its 1st, 2nd, 3rd ... allocation failing, until a run needs fewer. Assertions come after AllocationProbe::stop().
+/// Runs `action` with its 1st, 2nd, 3rd ... allocation failing, until a run needs fewer. Assertions come after
+/// AllocationProbe::stop().
 /// @return how many runs had a failing allocation.
 template <typename Action>
 long fail_each_allocation(Action action) {

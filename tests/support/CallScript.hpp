@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the forwarding doubles ask before they forward: it notes the names of the calls in order, and fails the one that a test chose.
+// What the forwarding doubles ask before they forward: it notes the names of the calls in order, and fails the one that a test
+// chose.
 //
 // Only operations that may fail are asked for, not plain accessors. A call that is failed is not forwarded.
 // Thread rule: any thread.
@@ -37,8 +38,8 @@ public:
         _codes_by_name[name] = code;
     }
 
-    /// Runs an action, once, when a call of that name comes, before it is forwarded or failed. Several for one name take turns; an empty
-    /// one lets a call pass. So something can happen in the middle of an operation without a second thread.
+    /// Runs an action, once, when a call of that name comes, before it is forwarded or failed. Several for one name take turns; an
+    /// empty one lets a call pass. So something can happen in the middle of an operation without a second thread.
     void at_next(const std::string& name, std::function<void()> action) {
         std::lock_guard<std::mutex> guard(_mutex);
         _actions[name].push_back(std::move(action));

@@ -13,7 +13,8 @@
 
 namespace norvane::test {
 
-/// Claims a number by an abstract socket of that name. Such names belong to a network namespace, as domains do, and go with their process.
+/// Claims a number by an abstract socket of that name. Such names belong to a network namespace, as domains do, and go with their
+/// process.
 /// @return a number that no other process has claimed, until this one ends.
 inline int claim_domain() {
     constexpr int DOMAINS = 230;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The doubles of one kind that a double of their maker has handed out. One that is deleted stays until the maker goes: it may still be used to
+// The doubles of one kind that a double of their maker has handed out. One that is deleted stays until the maker goes: it may still
+// be used to
 // return a loan.
 // Thread rule: any thread.
 #ifndef NORVANE_TESTS_SUPPORT_DOUBLES_HPP

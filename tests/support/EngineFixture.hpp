@@ -79,9 +79,6 @@ private:
 #endif
     }
 };
-        return static_cast<DDS_DomainId_t>(next++ % 200);
-    }
-};
 
 }  // namespace norvane::test
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The seed of every random test: the environment variable NORVANE_TEST_SEED, else a new one each time. It is printed, so that a run can be repeated.
+// The seed of every random test: the environment variable NORVANE_TEST_SEED, else a new one each time. It is printed, so that a run
+// can be repeated.
 #ifndef NORVANE_TESTS_SUPPORT_SEED_HPP
 #define NORVANE_TESTS_SUPPORT_SEED_HPP
 

@@ -165,7 +165,8 @@ protected:
         EXPECT_EQ(DDS_RETCODE_OK, writer.wait_for_acknowledgments(LONG_TIME));
         return params.identity;
     }
-    /// @param texts  as `Loan::texts` gives them, at most the last of them null. An encoding knows no null: such a text arrives as an empty one.
+    /// @param texts  as `Loan::texts` gives them, at most the last of them null. An encoding knows no null: such a text arrives as
+    /// an empty one.
     std::string as_it_arrives(std::string texts) const {
         if (encodes() && !texts.empty() && texts.back() == '-') {
             texts.pop_back();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The embedded engine at the seam: scripted sinks and a counting pool above it, no middleware. What an application can see of it is in
-// conformance/; here is what needs a reader that refuses when it is told to.
+// The embedded engine at the seam: scripted sinks and a counting pool above it, no middleware. What an application can see of it is
+// in conformance/; here is what needs a reader that refuses when it is told to.
 #include "engines/embedded/EmbeddedEngine.hpp"
 
 #include <gtest/gtest.h>

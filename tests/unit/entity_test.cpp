@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The entity core by itself: the choice of QoS, and swapping. (The failure of each single call: see requestreply/failure_sweep_test.cpp.)
+// The entity core by itself: the choice of QoS, and swapping. (The failure of each single call: see
+// requestreply/failure_sweep_test.cpp.)
 #include "norvane/details/EntityUntypedImpl.hpp"
 
 #include <gtest/gtest.h>

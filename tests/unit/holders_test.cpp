@@ -278,7 +278,8 @@ TYPED_TEST(Holders, are_made_of_values_and_sizes_and_take_them_later) {
     }
 }
 
-// Fails each allocation of each operation in turn. Data is 1 block of memory, 2 of a keyed type; parameters have a cookie in another.
+// Fails each allocation of each operation in turn. Data is 1 block of memory, 2 of a keyed type; parameters have a cookie in
+// another.
 TYPED_TEST(Holders, report_each_allocation_of_data_that_fails_and_leak_nothing) {
     typename TestFixture::Source source("k", NEW, 1);
     typename TestFixture::Source old("o", OLD, 2);

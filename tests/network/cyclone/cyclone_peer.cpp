@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A program on Cyclone DDS that meets a service of ours on its topics. Argument: domain. It reads a line at a time, and answers each with one:
-// "ask <number> <text>" when its reader and writer have partners and the question is written and acknowledged; "meet <number>" when so many
-// writers of questions are found; "answer" and "question" with the next sample of that kind that it reads, "(none)" when none comes in time.
+// A program on Cyclone DDS that meets a service of ours on its topics. Argument: domain. It reads a line at a time, and answers
+// each with one: "ask <number> <text>" when its reader and writer have partners and the question is written and acknowledged; "meet
+// <number>" when so many writers of questions are found; "answer" and "question" with the next sample of that kind that it reads,
+// "(none)" when none comes in time.
 // Thread rule: one thread.
 #include <dds/dds.h>
 
