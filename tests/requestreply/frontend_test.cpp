@@ -79,7 +79,7 @@ TEST_F(Frontend, a_text_arrives_whole_or_is_refused) {
         const auto request = replier.receive_request(LONG);
         EXPECT_EQ(text, Sample<std::string>(*request).data());
         replier.send_reply(WriteSample<std::string>(request->data().c_str()), request->identity());
-        EXPECT_EQ(text, requester.receive_replies(1, 1, LONG)[0].c_str());
+        EXPECT_EQ(text, requester.receive_replies(1, 1, LONG)[0].data());
     }
     const LogCapture quiet;
     const char* const no_text = nullptr;
