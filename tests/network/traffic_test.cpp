@@ -29,9 +29,12 @@ ParticipantParams wired(const std::string& batching) {
     return on_loopback(DOMAIN).property("norvane.fastdds.transports", "udp").property("norvane.fastdds.batching", batching);
 }
 
+// Arguments: the property "batching", and how many requests the queue holds; 0: any number.
 int metered_oracle(const std::vector<std::string>& arguments) {
     Participant participant(wired(arguments[0]));
-    Oracle service(ReplierParams(participant).service_name("Traffic"), [](const Question& question) {
+    const int queue = std::stoi(arguments[1]);
+    ReplierParams params = ReplierParams(participant).service_name("Traffic");
+    Oracle service(queue == 0 ? params : params.max_queued_requests(queue), [](const Question& question) {
         return Answer{question.number, question.of, "xxxxxxxxxx"};
     });
     std::cout << "ready" << std::endl;
@@ -54,10 +57,10 @@ std::string ask_together(Asker& asker, int count) {
     return "ok";
 }
 
-// @return packets per call, and those a second that were neither request nor reply, in the quietest of several windows: on a busy
+// @return packets and octets per call, and packets a second that were neither request nor reply, in the quietest of several windows: on a busy
 // machine some calls take so long that a heartbeat is due. Else what went wrong.
-std::string measure(int requesters, bool together, const std::string& batching) {
-    PeerProcess service("metered_oracle", {batching});
+std::string measure(int requesters, bool together, const std::string& batching, const std::string& queue) {
+    PeerProcess service("metered_oracle", {batching, queue});
     Participant participant(wired(batching));
     std::vector<std::unique_ptr<Asker>> askers;
     for (int number = 0; number < requesters; ++number) {
@@ -77,20 +80,23 @@ std::string measure(int requesters, bool together, const std::string& batching) 
     }
     std::string outcome = each_asks(5);  // until all of them have been heard
     double per_call = 0;
+    double octets = 0;
     double besides = std::numeric_limits<double>::max();
     for (int window = 0; window < WINDOWS && outcome == "ok"; ++window) {
-        const long before = carried().packets;
+        const Carried before = carried();
         const auto start = std::chrono::steady_clock::now();
         outcome = each_asks(CALLS / requesters);
-        const double packets = static_cast<double>(carried().packets - before);
+        const Carried after = carried();
+        const double packets = static_cast<double>(after.packets - before.packets);
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
         per_call = packets / CALLS;
+        octets = static_cast<double>(after.octets - before.octets) / CALLS;
         besides = std::min(besides, (packets - 2.0 * CALLS) / seconds.count());
     }
-    return outcome == "ok" ? std::to_string(per_call) + " " + std::to_string(besides) : outcome;
+    return outcome == "ok" ? std::to_string(per_call) + " " + std::to_string(octets) + " " + std::to_string(besides) : outcome;
 }
 
-// A line: how many requesters, "in_turn" or "together", and the property "batching".
+// A line: how many requesters, "in_turn" or "together", and what the oracle is told.
 int meter(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
     std::cout << "ready" << std::endl;
@@ -99,10 +105,11 @@ int meter(const std::vector<std::string>&) {
         int requesters = 0;
         std::string order;
         std::string batching;
-        words >> requesters >> order >> batching;
+        std::string queue;
+        words >> requesters >> order >> batching >> queue;
         std::cout << (!is_alone         ? "no namespace"
                       : requesters == 0 ? "here I am"
-                                        : measure(requesters, order == "together", batching))
+                                        : measure(requesters, order == "together", batching, queue))
                   << std::endl;
     }
     return 0;
@@ -121,28 +128,38 @@ protected:
     void measure(const std::string& what) {
         const std::string text = _wire.ask(what);
         EXPECT_EQ(std::string::npos, text.find_first_not_of("-0123456789. ")) << text;
-        std::istringstream(text) >> per_call >> besides;
-        std::cout << what << ": " << per_call << " packets per call, " << besides << " a second besides\n";
+        std::istringstream(text) >> per_call >> octets >> besides;
+        std::cout << what << ": " << per_call << " packets and " << octets << " octets per call, " << besides
+                  << " a second besides\n";
     }
 
     PeerProcess _wire{"meter", {}};
     double per_call = 0;
+    double octets = 0;
     double besides = 0;
 };
 
 TEST_F(Traffic, of_many_calls_in_flight_shares_datagrams) {
-    measure("1 together 1000");  // however slow the machine is
+    measure("1 together 1000 0");  // however slow the machine is
     const double together = per_call;
-    measure("1 together off");
+    measure("1 together off 0");
     EXPECT_LE(2, per_call);
     EXPECT_LE(2 * together, per_call);
+}
+
+TEST_F(Traffic, of_a_short_queue_is_not_that_of_repeats) {
+    measure("1 together on 0");
+    const double unbounded = octets;
+    measure("1 together on 16");
+    // What the queue has no room for waits beside it, and does not come again at each heartbeat.
+    EXPECT_LE(octets, 3 * unbounded);
 }
 
 // Each writer of a requester once had a heartbeat sent for what it had on the way, which was answered long ago, and that was
 // acknowledged. Of a
 // thousand, that cost as much as the calls.
 TEST_F(Traffic, of_many_requesters_has_no_heartbeats_for_what_is_answered) {
-    measure("40 in_turn on");
+    measure("40 in_turn on 0");
     EXPECT_GE(MOST_A_SECOND, besides);
 }
 
