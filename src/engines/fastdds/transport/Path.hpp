@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How much of large samples may be on the way to one participant of a peer, at one of its places, without an acknowledgement: a congestion window.
+// How much of a writer's large samples may be on the way to one participant of a peer, at one of its places, without an acknowledgement: a congestion
+// window. It is that of one writer, so that a reader which takes nothing in stops nobody else's samples.
 //
 // A burst is what was sent of one sample since the reader last said what it lacks. What does not fit into the window is not sent: to Fast DDS it is
 // lost on the wire, and the reader asks for it with its next acknowledgement. So the reader's requests pull a large sample over a narrow wire.
@@ -32,7 +33,6 @@ public:
 
     /// A part of a sample, or all of it. Fragments count from 1; 0 and 0 for a sample in one piece.
     struct Piece {
-        std::uint32_t writer = 0;
         std::int64_t number = 0;
         std::uint32_t first_fragment = 0;
         std::uint32_t last_fragment = 0;
@@ -69,15 +69,13 @@ public:
         return true;
     }
 
-    /// A reader has said that it has all samples of a writer before a number; of those from there on, `is_missing` tells.
+    /// A reader has said that it has all samples before a number; of those from there on, `is_missing` tells.
     template <typename IsMissing>
-    void acknowledge(std::uint32_t writer, std::int64_t before, const IsMissing& is_missing, std::int64_t now_ns) noexcept {
+    void acknowledge(std::int64_t before, const IsMissing& is_missing, std::int64_t now_ns) noexcept {
         std::int64_t arrived = 0;
         std::int64_t lost = 0;
         for (auto place = _bursts.begin(); place != _bursts.end();) {
-            if (place->writer != writer) {
-                ++place;
-            } else if (place->number < before) {
+            if (place->number < before) {
                 arrived += place->octets;
                 place = remove(place);
             } else if (is_missing(place->number) && now_ns - place->sent_ns >= _patience_ns / 2) {
@@ -99,10 +97,9 @@ public:
     /// A reader lacks fragments of a sample. @param base  the first of them. @param missing_up_to  how many of TOLD from there on it lacks, up to a
     /// fragment. @return whether what it lacks is to be sent again: not when it told so before the last burst came.
     template <typename MissingUpTo>
-    bool ask_again(std::uint32_t writer, std::int64_t number, std::uint32_t base, const MissingUpTo& missing_up_to,
-                   std::int64_t now_ns) noexcept {
-        const auto place = std::find_if(_bursts.begin(), _bursts.end(),
-                                        [&](const Burst& each) { return each.writer == writer && each.number == number; });
+    bool ask_again(std::int64_t number, std::uint32_t base, const MissingUpTo& missing_up_to, std::int64_t now_ns) noexcept {
+        const auto place =
+            std::find_if(_bursts.begin(), _bursts.end(), [&](const Burst& each) { return each.number == number; });
         if (place == _bursts.end()) {
             return true;
         }
@@ -136,7 +133,6 @@ public:
 
 private:
     struct Burst {
-        std::uint32_t writer;
         std::int64_t number;
         std::int64_t octets = 0;
         std::int64_t sent_ns = 0;  // the last of it
@@ -147,14 +143,12 @@ private:
     typedef std::vector<Burst>::iterator Place;
 
     Burst& burst_of(const Piece& piece) {
-        const auto place = std::find_if(_bursts.rbegin(), _bursts.rend(), [&](const Burst& each) {
-            return each.writer == piece.writer && each.number == piece.number;
-        });
+        const auto place =
+            std::find_if(_bursts.rbegin(), _bursts.rend(), [&](const Burst& each) { return each.number == piece.number; });
         if (place != _bursts.rend()) {
             return *place;
         }
         Burst burst;
-        burst.writer = piece.writer;
         burst.number = piece.number;
         _bursts.push_back(burst);
         return _bursts.back();
@@ -184,7 +178,7 @@ private:
 
     std::int64_t _window;
     std::int64_t _threshold;  // below, it doubles
-    const std::int64_t _most;
+    std::int64_t _most;
     std::int64_t _on_the_way = 0;
     std::int64_t _last_sent_ns = 0;
     std::int64_t _round_trip_ns = 0;  // to the answer, the wait for a heartbeat included; 0: not known

@@ -101,8 +101,7 @@ void Paths::learn_locked(const rtps::Locator_t& place, const Prefix& peer, std::
                           ? _places.end()
                           : std::min_element(_places.begin(), _places.end(),
                                              [](const auto& one, const auto& other) { return one->used_ns < other->used_ns; });
-    const std::int64_t window = _interfaces.reach_within(place) ? _capacity : FIRST_WINDOW;
-    auto added = std::make_unique<ToPlace>(place, peer, window, _capacity);
+    auto added = std::make_unique<ToPlace>(place, peer);
     added->used_ns = now_ns;
     if (gone != _places.end()) {
         *gone = std::move(added);
@@ -111,12 +110,29 @@ void Paths::learn_locked(const rtps::Locator_t& place, const Prefix& peer, std::
     }
 }
 
+Path* Paths::path_of(ToPlace& to, std::uint32_t writer) noexcept {
+    const auto found = std::find_if(to.paths.begin(), to.paths.end(), [writer](const auto& each) { return each.first == writer; });
+    return found == to.paths.end() ? nullptr : &found->second;
+}
+
+Path& Paths::hear_locked(ToPlace& to, std::uint32_t writer) {
+    if (Path* const known = path_of(to, writer)) {
+        return *known;
+    }
+    if (to.paths.size() == MOST_WRITERS) {
+        to.paths.erase(to.paths.begin());
+    }
+    to.paths.emplace_back(writer, Path(_interfaces.reach_within(to.place) ? _capacity : FIRST_WINDOW, _capacity));
+    return to.paths.back().second;
+}
+
 Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, const rtps::Locator_t& place) noexcept {
     if (!Submessage::begin_a_message(message, length)) {
         return Verdict::PASS;
     }
     const std::uint8_t* destination = nullptr;
     Path::Piece piece;
+    std::uint32_t writer_entity = 0;
     bool has_piece = false;
     bool has_heartbeat = false;
     bool is_end = true;  // of its sample
@@ -139,7 +155,7 @@ Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, cons
         piece.first_fragment = has_piece ? std::min(piece.first_fragment, first) : first;
         piece.last_fragment = last;
         is_end = !is_fragment || static_cast<std::uint64_t>(last) * read_u16(each, FRAGMENT_SIZE) >= read_u32(each, SAMPLE_SIZE);
-        piece.writer = entity_at(each, WRITER_OF_DATA);
+        writer_entity = entity_at(each, WRITER_OF_DATA);
         piece.number = read_number(each, NUMBER_OF_DATA);
         has_piece = true;
     }
@@ -157,15 +173,16 @@ Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, cons
             }
         }
         ToPlace* const to = has_piece ? find_locked(place) : nullptr;
-        if (to == nullptr || std::find(to->heard.begin(), to->heard.end(), piece.writer) == to->heard.end()) {
+        Path* const path = to == nullptr ? nullptr : path_of(*to, writer_entity);
+        if (path == nullptr) {
             return Verdict::PASS;
         }
         bool heartbeat_is_due = false;
-        const bool may_leave = to->path.send(piece, static_cast<std::int64_t>(length), now_ns, heartbeat_is_due);
+        const bool may_leave = path->send(piece, static_cast<std::int64_t>(length), now_ns, heartbeat_is_due);
         if (heartbeat_is_due && _listener) {
             rtps::GUID_t writer;
             std::memcpy(writer.guidPrefix.value, message + PREFIX_IN_HEADER, peer.size());
-            std::memcpy(writer.entityId.value, &piece.writer, sizeof piece.writer);
+            std::memcpy(writer.entityId.value, &writer_entity, sizeof writer_entity);
             _listener(writer);
         }
         // One behind each fragment would have the reader ask for those that are still on the way. At the end of a burst it is sent for the listener.
@@ -198,23 +215,19 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
             if (std::memcmp(to->peer.data(), message + PREFIX_IN_HEADER, to->peer.size()) != 0) {
                 continue;
             }
+            Path* path = path_of(*to, writer);
             if (is_acknack) {
-                if (std::find(to->heard.begin(), to->heard.end(), writer) == to->heard.end()) {
-                    if (to->heard.size() == MOST_WRITERS) {
-                        to->heard.erase(to->heard.begin());
-                    }
-                    try {
-                        to->heard.push_back(writer);
-                    } catch (const std::exception&) {
-                        continue;
-                    }
+                try {
+                    path = &hear_locked(*to, writer);
+                } catch (const std::exception&) {
+                    continue;  // no memory: the window does not hold yet
                 }
                 const std::int64_t base = read_number(each, SET_OF_ACKNACK);
-                to->path.acknowledge(
-                    writer, base,
+                path->acknowledge(
+                    base,
                     [&](std::int64_t number) { return number - base < MOST_BITS && bits.has(static_cast<std::uint32_t>(number - base)); },
                     now_ns);
-            } else {
+            } else if (path != nullptr) {
                 const std::uint32_t base = read_u32(each, SET_OF_NACK_FRAG);
                 const auto missing_up_to = [&](std::uint32_t fragment) {
                     std::uint32_t missing = 0;
@@ -223,8 +236,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                     }
                     return missing;
                 };
-                is_current = to->path.ask_again(writer, read_number(each, NUMBER_OF_NACK_FRAG), base, missing_up_to, now_ns) &&
-                             is_current;
+                is_current = path->ask_again(read_number(each, NUMBER_OF_NACK_FRAG), base, missing_up_to, now_ns) && is_current;
             }
         }
     }
@@ -237,7 +249,9 @@ void Paths::acknowledge(const rtps::GUID_t& writer, std::int64_t up_to) noexcept
     const std::int64_t now_ns = platform::monotonic_ns();
     const std::lock_guard<std::mutex> lock(_mutex);
     for (const std::unique_ptr<ToPlace>& to : _places) {
-        to->path.acknowledge(entity, up_to + 1, [](std::int64_t) { return false; }, now_ns);
+        if (Path* const path = path_of(*to, entity)) {
+            path->acknowledge(up_to + 1, [](std::int64_t) { return false; }, now_ns);
+        }
     }
 }
 

@@ -2,7 +2,7 @@
 // The paths of a participant to its peers (Path). It reads what large samples, heartbeats and acknowledgements go out and come in, and decides what may
 // leave, and which requests for a repeat are out of date.
 //
-// 1. A place belongs to the participant that the last message sent there named. Its window holds for a writer once its readers there have acknowledged
+// 1. A place belongs to the participant that the last message sent there named. A writer has a path to it once its readers there have acknowledged
 //    anything: a peer that never does is sent everything.
 // 2. Samples below LARGE octets, and those of discovery, pass untouched.
 // 3. The mutex is taken under locks of Fast DDS. The listener is called with it held, and takes leaves only.
@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include <fastdds/rtps/common/Guid.h>
@@ -63,18 +64,18 @@ private:
     typedef std::array<std::uint8_t, 12> Prefix;
 
     struct ToPlace {
-        ToPlace(const rtps::Locator_t& at, const Prefix& of, std::int64_t window, std::int64_t most)
-            : place(at), peer(of), path(window, most) {}
+        ToPlace(const rtps::Locator_t& at, const Prefix& of) : place(at), peer(of) {}
 
         rtps::Locator_t place;
         Prefix peer;
-        Path path;
-        std::vector<std::uint32_t> heard;  // writers whose readers there acknowledge
+        std::vector<std::pair<std::uint32_t, Path>> paths;  // of writers whose readers there acknowledge
         std::int64_t used_ns = 0;
     };
 
     void learn_locked(const rtps::Locator_t& place, const Prefix& peer, std::int64_t now_ns);
     ToPlace* find_locked(const rtps::Locator_t& place) noexcept;
+    static Path* path_of(ToPlace& to, std::uint32_t writer) noexcept;
+    Path& hear_locked(ToPlace& to, std::uint32_t writer);
 
     const std::int64_t _capacity;
     const Interfaces& _interfaces;
