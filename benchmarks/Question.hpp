@@ -16,7 +16,7 @@
 
 namespace bench {
 
-constexpr std::size_t VALUES = 4;
+constexpr std::size_t VALUES = 8;
 /// What one round of a probe measured. Times are nanoseconds, rates are calls per second.
 typedef std::array<double, VALUES> Values;
 

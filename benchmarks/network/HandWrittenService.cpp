@@ -27,6 +27,8 @@ namespace {
 
 constexpr std::chrono::seconds PATIENCE{10};
 constexpr std::uint32_t ENCAPSULATION = 4;
+// Octets of sockets and of shared memory: as ours has them.
+constexpr std::uint32_t BUFFER = 4 * 1024 * 1024;
 
 /// A parcel in CDR, little-endian, copied as a whole.
 class ParcelType : public dds::TopicDataType {
@@ -80,9 +82,13 @@ dds::DomainParticipant* join(const Link& link) {
     if (link.transport == Transport::UDP) {
         auto udp = std::make_shared<transport::UDPv4TransportDescriptor>();
         udp->interfaceWhiteList.push_back("127.0.0.1");
+        udp->sendBufferSize = BUFFER;
+        udp->receiveBufferSize = BUFFER;
         qos.transport().user_transports.push_back(udp);
     } else {
-        qos.transport().user_transports.push_back(std::make_shared<transport::SharedMemTransportDescriptor>());
+        auto shared_memory = std::make_shared<transport::SharedMemTransportDescriptor>();
+        shared_memory->segment_size(BUFFER);
+        qos.transport().user_transports.push_back(shared_memory);
     }
     dds::DomainParticipant* const participant = dds::DomainParticipantFactory::get_instance()->create_participant(
         static_cast<dds::DomainId_t>(link.domain()), qos, nullptr, dds::StatusMask::none());

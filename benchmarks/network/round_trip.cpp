@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "HandWrittenService.hpp"
@@ -19,10 +20,12 @@ constexpr std::uint64_t IN_FLIGHT = 64;
 constexpr std::chrono::milliseconds FLIGHT{40};
 
 struct Portion {
+    const char* name;
     std::size_t size;
     int calls;  ///< In a round.
 };
-constexpr Portion PORTIONS[] = {{64, 250}, {4096, 250}, {1 << 20, 8}};
+constexpr Portion PORTIONS[] = {{"64 B", 64, 250},          {"4 KiB", 4096, 250},      {"64 kB", 64000, 50},  {"128 kB", 128000, 50},
+                                {"256 kB", 256000, 20}, {"1 MiB", 1 << 20, 8}, {"4 MiB", 4 << 20, 4}};
 
 template <class Requester>
 class RoundTrip : public Probe {
@@ -89,10 +92,14 @@ std::vector<Stage> stages(Transport transport, int pair) {
 }
 
 std::vector<Row> rows(const std::string& transport) {
-    return {{"64 B to and fro, " + transport, Unit::TIME, {1, 0}, {3, 0}, 1},
-            {"4 KiB to and fro, " + transport, Unit::TIME, {1, 1}, {3, 1}, 1},
-            {"1 MiB to and fro, " + transport, Unit::TIME, {1, 2}, {3, 2}, 1},
-            {"64 in flight of 64 B, " + transport + ": calls per second", Unit::RATE, {1, 3}, {3, 3}, 1.5}};
+    std::vector<Row> all;
+    std::size_t value = 0;
+    for (const Portion& portion : PORTIONS) {
+        all.push_back({std::string(portion.name) + " to and fro, " + transport, Unit::TIME, {1, value}, {3, value}, 1});
+        ++value;
+    }
+    all.push_back({"64 in flight of 64 B, " + transport + ": calls per second", Unit::RATE, {1, value}, {3, value}, 1.5});
+    return all;
 }
 
 const Question over_udp("1_round_trip_udp", stages(Transport::UDP, 0), rows("UDP"));
