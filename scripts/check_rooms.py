@@ -21,7 +21,8 @@ THREADS = {"thread", "mutex", "shared_mutex", "condition_variable", "pthread.h"}
 OBJECT_API = ("norvane/dds/*", "norvane/export.hpp")
 UNTYPED = tuple("norvane/details/%s.hpp" % name for name in (
     "EntityUntypedImpl", "RequesterUntypedImpl", "ReplierUntypedImpl", "FastObjectPool", "guid_text", "precondition", "sample_identity", "topic_names"))
-PARAMETERS = ("norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/RequesterParams.hpp", "norvane/ReplierParams.hpp")
+PARAMETERS = ("norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/RequesterParams.hpp", "norvane/ReplierParams.hpp",
+              "norvane/request_reply_qos.hpp")
 CORE = OBJECT_API + UNTYPED + PARAMETERS
 TYPED = ("norvane/norvane.hpp", "norvane/Requester.hpp", "norvane/Replier.hpp", "norvane/Service.hpp", "norvane/coroutines.hpp")
 SEAM = OBJECT_API + ("middleware/Engine.hpp", "middleware/clock.hpp", "platform/*")

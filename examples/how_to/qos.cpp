@@ -21,14 +21,11 @@ void require_ok(DDS_ReturnCode_t code, const char* what) {
 void add_profiles() {
     DDSDomainParticipantFactory& factory = *DDSDomainParticipantFactory::get_instance();
     require_ok(factory.add_qos_profile("shop", "orders"), "profile");
-    DDS_DataWriterQos writer;  // a QoS of one's own is taken as it is: say reliable and keep-all, or calls get lost
-    writer.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
+    // Not from default-constructed records: those of readers are best-effort, and keep the last sample only.
+    DDS_DataWriterQos writer = norvane::request_reply_writer_qos();
     writer.reliability.max_blocking_time = {2, 0};
-    writer.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
     require_ok(factory.add_datawriter_qos_to_profile("shop", "orders", "Order*", writer), "writers");
-    DDS_DataReaderQos reader;
-    reader.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
-    reader.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
+    DDS_DataReaderQos reader = norvane::request_reply_reader_qos();
     reader.resource_limits.max_samples = 100;
     require_ok(factory.add_datareader_qos_to_profile("shop", "orders", "Order*", reader), "readers");
 }

@@ -25,6 +25,7 @@
 #include "norvane/dds/WaitSet.hpp"
 #include "norvane/dds/log.hpp"
 #include "norvane/dds_type_traits.hpp"
+#include "norvane/request_reply_qos.hpp"
 #include "norvane/version.hpp"
 
 #endif

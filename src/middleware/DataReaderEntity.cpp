@@ -10,6 +10,7 @@
 #include "middleware/DeferringEngines.hpp"
 #include "middleware/Log.hpp"
 #include "middleware/QosValidation.hpp"
+#include "middleware/virtual_guid.hpp"
 #include "norvane/dds/TypeSupport.hpp"
 
 namespace norvane {
@@ -254,6 +255,7 @@ bool DataReaderEntity<Interface>::prepare(DomainPort& domain, DDSDataReaderListe
         log_error(METHOD, "out of memory for the initial samples");
         return false;
     }
+    const bool generates_guid = takes_generated_guid(_qos.protocol);
     ReaderSettings settings;
     settings.info = describe(_topic->name(), _topic->type_name(), *_type, _qos);
     settings.info.partner_guid = announced_partner(_qos.property);
@@ -276,7 +278,7 @@ bool DataReaderEntity<Interface>::prepare(DomainPort& domain, DDSDataReaderListe
         return false;
     }
     _port = std::move(made);
-    _qos.protocol.virtual_guid = _port->info().guid;
+    note_guid(_qos.protocol, _port->info().guid, generates_guid);
     _gate.set(listener, mask);
     return true;
 }

@@ -5,6 +5,7 @@
 
 #include "middleware/Log.hpp"
 #include "middleware/QosValidation.hpp"
+#include "middleware/virtual_guid.hpp"
 
 namespace norvane {
 namespace mw {
@@ -36,6 +37,7 @@ bool DataWriterEntity::prepare(DomainPort& domain, const DDS_DataWriterQos& qos,
         log_error(METHOD, [&] { return "topic \"" + _topic.name() + "\": " + failure; });
         return false;
     }
+    const bool generates_guid = takes_generated_guid(_qos.protocol);
     WriterSettings settings;
     settings.info = describe(_topic.name(), _topic.type_name(), *_topic.type(), _qos);
     settings.qos = &_qos;
@@ -45,7 +47,7 @@ bool DataWriterEntity::prepare(DomainPort& domain, const DDS_DataWriterQos& qos,
         log_error(METHOD, [&] { return "topic \"" + _topic.name() + "\": " + failure; });
         return false;
     }
-    _qos.protocol.virtual_guid = _port->info().guid;
+    note_guid(_qos.protocol, _port->info().guid, generates_guid);
     _gate.set(listener, mask);
     return true;
 }

@@ -26,7 +26,7 @@ namespace norvane {
 namespace mw {
 
 /// Changes with every change of this file. An engine module of another number is refused by name.
-constexpr std::uint32_t ENGINE_ABI = 4;
+constexpr std::uint32_t ENGINE_ABI = 5;
 
 // ---- samples ----------------------------------------------------------------------------------------------------
 

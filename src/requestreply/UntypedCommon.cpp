@@ -100,35 +100,6 @@ namespace {
 
 const char* const NO_WRITERS_SAMPLE_PROPERTY = "dds.data_reader.history.generate_not_alive_no_writers_sample";
 
-// What makes a call reliable, and quick to repair on a network: short heartbeats while anything is unacknowledged, nacks answered at once,
-// and as many filters of requesters evaluated at the replier as there are requesters.
-void set_request_reply_defaults(DDS_DataWriterQos& qos) {
-    qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
-    qos.reliability.max_blocking_time = {10, 0};
-    qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
-    qos.resource_limits.max_samples = DDS_LENGTH_UNLIMITED;
-    DDS_RtpsReliableWriterProtocol_t& protocol = qos.protocol.rtps_reliable_writer;
-    protocol.max_heartbeat_retries = DDS_LENGTH_UNLIMITED;
-    protocol.heartbeat_period = {0, 100000000};
-    protocol.fast_heartbeat_period = {0, 10000000};
-    protocol.late_joiner_heartbeat_period = {0, 10000000};
-    protocol.heartbeats_per_max_samples = 2;
-    protocol.min_nack_response_delay = {0, 0};
-    protocol.max_nack_response_delay = {0, 0};
-    protocol.min_send_window_size = 32;
-    protocol.max_send_window_size = 32;
-    qos.writer_resource_limits.max_remote_reader_filters = DDS_LENGTH_UNLIMITED;
-}
-
-void set_request_reply_defaults(DDS_DataReaderQos& qos) {
-    qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
-    qos.reliability.max_blocking_time = {10, 0};
-    qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
-    qos.resource_limits.max_samples = DDS_LENGTH_UNLIMITED;
-    qos.protocol.rtps_reliable_reader.min_heartbeat_response_delay = {0, 0};
-    qos.protocol.rtps_reliable_reader.max_heartbeat_response_delay = {0, 0};
-}
-
 // A role name that the source of the QoS supplied stays.
 void set_role_name(DDS_EntityNameQosPolicy& names, const char* role_name, const char* method_name) {
     if (names.role_name != NULL) {
@@ -140,10 +111,6 @@ void set_role_name(DDS_EntityNameQosPolicy& names, const char* role_name, const 
     }
 }
 
-}  // namespace
-
-namespace {
-
 // Whatever the source of the QoS says: it may be that of an endpoint of the other kind.
 void set_awaits_replies(DDS_PropertyQosPolicy& properties, bool awaits_replies) {
     DDS_ReturnCode_t retcode = DDS_RETCODE_OK;
@@ -153,6 +120,20 @@ void set_awaits_replies(DDS_PropertyQosPolicy& properties, bool awaits_replies) 
         retcode = DDSPropertyQosPolicyHelper::remove_property(properties, AWAITS_REPLIES_PROPERTY);
     }
     check_code(retcode, "EntityUntypedImpl::initialize", VOST_LOG_ANY_FAILURE_s, "set DataWriter qos property");
+}
+
+// A QoS that loses samples may be meant, but is most often a default-constructed record.
+void report_lossy_qos(const DDS_ReliabilityQosPolicy& reliability, const DDS_HistoryQosPolicy& history, const char* endpoint,
+                      const char* topic_name, const char* defaults) {
+    const bool is_best_effort = reliability.kind != DDS_RELIABLE_RELIABILITY_QOS;
+    const bool keeps_last = history.kind != DDS_KEEP_ALL_HISTORY_QOS;
+    if ((is_best_effort || keeps_last) && log_is_on(LOG_ERROR)) {
+        const std::string text =
+            std::string("the ") + endpoint + " of topic \"" + topic_name + "\" is " + (is_best_effort ? "best-effort" : "") +
+            (is_best_effort && keeps_last ? " and " : "") + (keeps_last ? "keep-last" : "") +
+            ": samples can be lost without an error; start from norvane::" + defaults + "(), and change what has to be changed";
+        log_line(LOG_ERROR, "EntityUntypedImpl::initialize", VOST_LOG_ANY_s, text.c_str());
+    }
 }
 
 }  // namespace
@@ -254,6 +235,7 @@ void EntityUntypedImpl::initialize(const EntityParams& params, RegisterTypeFunc 
         DDS_DataWriterQos writer_qos;
         get_datawriter_qos(writer_qos, params, topic_name, role_name);
         set_awaits_replies(writer_qos.property, role_name != NULL && std::strcmp(role_name, "Requester") == 0);
+        report_lossy_qos(writer_qos.reliability, writer_qos.history, "writer", topic_name, "request_reply_writer_qos");
         _writer = _publisher != NULL ? _publisher->create_datawriter(_writer_topic, writer_qos, NULL, DDS_STATUS_MASK_NONE)
                                      : _participant->create_datawriter(_writer_topic, writer_qos, NULL, DDS_STATUS_MASK_NONE);
         check_created(_writer, "DataWriter");
@@ -271,6 +253,7 @@ void EntityUntypedImpl::initialize(const EntityParams& params, RegisterTypeFunc 
         }
         DDS_DataReaderQos reader_qos;
         get_datareader_qos(reader_qos, params, topic_name, role_name);
+        report_lossy_qos(reader_qos.reliability, reader_qos.history, "reader", topic_name, "request_reply_reader_qos");
         _max_samples_per_read = reader_qos.reader_resource_limits.max_samples_per_read;
         const DDS_StatusMask mask = reader_listener != NULL ? DDS_DATA_AVAILABLE_STATUS : DDS_STATUS_MASK_NONE;
         _reader = _subscriber != NULL ? _subscriber->create_datareader(_reader_topic, reader_qos, reader_listener, mask)

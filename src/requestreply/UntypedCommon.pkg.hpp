@@ -45,6 +45,10 @@ inline bool check_code(DDS_ReturnCode_t retcode, const char* method_name, const 
     return check_retcode(retcode, method_name, error_msg, msg, false);
 }
 
+/// Sets what requesters and repliers need where the application has said nothing. Every other field stays.
+void set_request_reply_defaults(DDS_DataWriterQos& qos);
+void set_request_reply_defaults(DDS_DataReaderQos& qos);
+
 }  // namespace details
 }  // namespace norvane
 

@@ -388,6 +388,34 @@ TEST_P(Calls, a_participant_is_made_of_its_parameters_or_names_what_was_refused)
     EXPECT_EQ("x!", requester.call("x", PATIENCE));
 }
 
+// A default-constructed reader lost four requests of five without a line, and a QoS copied from an endpoint was refused for its GUID.
+TEST_P(Calls, take_a_qos_of_ones_own_from_the_defaults_or_from_another_endpoint) {
+    LogCapture log;
+    Echo first(replier_params());
+    DDS_DataReaderQos reader_qos;
+    DDS_DataWriterQos writer_qos;
+    ASSERT_EQ(DDS_RETCODE_OK, first.replier().get_request_datareader()->get_qos(reader_qos));
+    ASSERT_EQ(DDS_RETCODE_OK, first.replier().get_reply_datawriter()->get_qos(writer_qos));
+    const DDS_DataWriterQos defaults = request_reply_writer_qos(&_participant);
+    EXPECT_EQ(defaults.history.kind, writer_qos.history.kind);
+    EXPECT_EQ(defaults.reliability.max_blocking_time, writer_qos.reliability.max_blocking_time);
+    EXPECT_EQ(defaults.protocol.rtps_reliable_writer.max_send_window_size,
+              writer_qos.protocol.rtps_reliable_writer.max_send_window_size);
+
+    Echo second(replier_params().datareader_qos(reader_qos).datawriter_qos(writer_qos));
+    TextRequester requester(requester_params().datareader_qos(reader_qos).datawriter_qos(writer_qos));
+    DDS_DataWriterQos other;
+    ASSERT_EQ(DDS_RETCODE_OK, second.replier().get_reply_datawriter()->get_qos(other));
+    EXPECT_FALSE(other.protocol.virtual_guid == writer_qos.protocol.virtual_guid);
+    ASSERT_TRUE(requester.wait_for_service(PATIENCE, 2));
+    EXPECT_EQ("x!", requester.call("x", PATIENCE));
+    EXPECT_EQ(0, log.count("samples can be lost"));
+
+    reader_qos = DDS_DataReaderQos();
+    const TextReplier lossy(replier_params().datareader_qos(reader_qos));
+    EXPECT_EQ(1, log.count("is best-effort and keep-last: samples can be lost"));
+}
+
 INSTANTIATE_TEST_SUITE_P(Engine, Calls, ::testing::ValuesIn(engine_names()), engine_of_test);
 
 }  // namespace

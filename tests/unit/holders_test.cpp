@@ -456,6 +456,10 @@ TEST(Holders, lose_a_cookie_that_finds_no_memory_and_keep_no_other_in_its_place)
     AllocationProbe::stop();
     EXPECT_EQ(1, right.info().cookie.value.length());
     EXPECT_EQ(0, left.info().cookie.value.length());
+
+    full.max_blocking_time = {3, 0};
+    ASSERT_EQ(DDS_RETCODE_OK, DDS_WriteParams_t_copy(&brief, &full));
+    EXPECT_TRUE(brief.cookie.value.length() == 3 && brief.max_blocking_time == full.max_blocking_time);
 }
 
 }  // namespace

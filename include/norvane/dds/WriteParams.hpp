@@ -69,6 +69,7 @@ inline DDS_ReturnCode_t DDS_WriteParams_t_copy(DDS_WriteParams_t* destination, c
     destination->related_sample_identity = source->related_sample_identity;
     destination->replace_auto = source->replace_auto;
     destination->source_timestamp = source->source_timestamp;
+    destination->max_blocking_time = source->max_blocking_time;
     return destination->cookie.copy_from(source->cookie) ? DDS_RETCODE_OK : DDS_RETCODE_OUT_OF_RESOURCES;
 }
 /// Releases what the record holds. Not null.

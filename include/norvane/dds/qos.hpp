@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// QoS records. Every field has an effect on at least one engine; which, is said at the field. Copies are deep.
+// QoS records. Where a field has no effect, or on some engines only, the field says so. Copies are deep.
 // Thread rule: plain values; one thread at a time.
 #ifndef NORVANE_DDS_QOS_HPP
 #define NORVANE_DDS_QOS_HPP
@@ -111,35 +111,41 @@ public:
     static DDS_ReturnCode_t remove_property(DDS_PropertyQosPolicy& policy, const char* name);
 };
 
-/// Protocol settings of a reliable writer. The embedded engine has no protocol and keeps them as they are.
+/// Protocol settings of a reliable writer. The embedded engine has no protocol: there all of them are accepted, validated and not used.
 struct DDS_RtpsReliableWriterProtocol_t {
-    DDS_Duration_t heartbeat_period = {3, 0};
-    DDS_Duration_t fast_heartbeat_period = {3, 0};
-    DDS_Duration_t late_joiner_heartbeat_period = {3, 0};
-    DDS_Long max_heartbeat_retries = 10;
-    DDS_Long heartbeats_per_max_samples = 8;
-    DDS_Duration_t min_nack_response_delay = {0, 0};
-    DDS_Duration_t max_nack_response_delay = {0, 200000000};
-    DDS_Long min_send_window_size = DDS_LENGTH_UNLIMITED;
-    DDS_Long max_send_window_size = DDS_LENGTH_UNLIMITED;
+    DDS_Duration_t heartbeat_period = {3,
+                                       0};  ///< The shorter of this and the next is the period, while samples are unacknowledged.
+    DDS_Duration_t fast_heartbeat_period = {3, 0};         ///< See heartbeat_period.
+    DDS_Duration_t late_joiner_heartbeat_period = {3, 0};  ///< Accepted, validated, not used.
+    DDS_Long max_heartbeat_retries = 10;              ///< Accepted, validated, not used: heartbeats are repeated without limit.
+    DDS_Long heartbeats_per_max_samples = 8;          ///< Accepted, validated, not used.
+    DDS_Duration_t min_nack_response_delay = {0, 0};  ///< Delay of the answer to a negative acknowledgement.
+    DDS_Duration_t max_nack_response_delay = {0, 200000000};  ///< Accepted, validated, not used.
+    DDS_Long min_send_window_size = DDS_LENGTH_UNLIMITED;     ///< Accepted, validated, not used.
+    DDS_Long max_send_window_size =
+        DDS_LENGTH_UNLIMITED;  ///< Accepted, validated, not used: see the property "norvane.fastdds.window".
 };
 
-/// Protocol settings of a reliable reader. The embedded engine has no protocol and keeps them as they are.
+/// Protocol settings of a reliable reader. The embedded engine has no protocol: there both are accepted, validated and not used.
 struct DDS_RtpsReliableReaderProtocol_t {
-    DDS_Duration_t min_heartbeat_response_delay = {0, 0};
-    DDS_Duration_t max_heartbeat_response_delay = {0, 500000000};
+    DDS_Duration_t min_heartbeat_response_delay = {0, 0};          ///< Delay of the answer to a heartbeat.
+    DDS_Duration_t max_heartbeat_response_delay = {0, 500000000};  ///< Accepted, validated, not used.
 };
 
 struct DDS_DataWriterProtocolQosPolicy {
     /// GUID under which the writer's samples are identified. Automatic: generated, and given by `get_qos` of the writer.
     /// The unknown GUID, or one that a writer of the domain (as far as the engine sees) has, is refused at creation.
     DDS_GUID_t virtual_guid = DDS_GUID_AUTO;
+    /// Set by `get_qos` when the GUID was generated. A record in which both are equal is a copy of that writer's: another writer made from it
+    /// gets a GUID of its own.
+    DDS_GUID_t generated_virtual_guid = DDS_GUID_AUTO;
     DDS_RtpsReliableWriterProtocol_t rtps_reliable_writer;
 };
 
 struct DDS_DataReaderProtocolQosPolicy {
     /// GUID of the reader. Automatic: generated, and given by `get_qos` of the reader.
     DDS_GUID_t virtual_guid = DDS_GUID_AUTO;
+    DDS_GUID_t generated_virtual_guid = DDS_GUID_AUTO;  ///< As for a writer.
     DDS_RtpsReliableReaderProtocol_t rtps_reliable_reader;
 };
 
