@@ -46,7 +46,7 @@ void Dispatcher::stop() noexcept {
         _ending = true;
     }
     _announcements_wanted.notify_all();
-    _duties_changed.notify_all();
+    _timers_changed.notify_all();
     // The worker first: it may still be adding an announcer.
     if (_worker.joinable()) {
         _worker.join();
@@ -55,10 +55,10 @@ void Dispatcher::stop() noexcept {
         }
     }
     std::deque<std::shared_ptr<Endpoint>> announcements;
-    std::vector<Duty> duties;
+    std::vector<Timer> timers;
     std::lock_guard<std::mutex> lock(_mutex);
     announcements.swap(_announcements);
-    duties.swap(_duties);
+    timers.swap(_timers);
 }
 
 void Dispatcher::announce(const std::shared_ptr<Endpoint>& endpoint) noexcept {
@@ -79,13 +79,13 @@ void Dispatcher::announce(const std::shared_ptr<Endpoint>& endpoint) noexcept {
         worker_looks = _idle_announcers == 0;
     }
     if (worker_looks) {
-        _duties_changed.notify_one();
+        _timers_changed.notify_one();
     } else {
         _announcements_wanted.notify_one();
     }
 }
 
-void Dispatcher::attend(const std::shared_ptr<Endpoint>& endpoint, std::int64_t due_ns) noexcept {
+void Dispatcher::start_timer(const std::shared_ptr<Endpoint>& endpoint, std::int64_t due_ns) noexcept {
     bool too_late = false;
     {
         std::lock_guard<std::mutex> lock(_mutex);
@@ -93,16 +93,16 @@ void Dispatcher::attend(const std::shared_ptr<Endpoint>& endpoint, std::int64_t 
             return;
         }
         try {
-            _duties.push_back({due_ns, endpoint});
+            _timers.push_back({due_ns, endpoint});
         } catch (const std::exception&) {
             return;  // no memory: the next write or wait sees to it
         }
-        std::push_heap(_duties.begin(), _duties.end());
+        std::push_heap(_timers.begin(), _timers.end());
         endpoint->set_due(due_ns);
         too_late = due_ns < _worker_wakes_ns;
     }
     if (too_late) {
-        _duties_changed.notify_one();
+        _timers_changed.notify_one();
     }
 }
 
@@ -120,7 +120,7 @@ void Dispatcher::run_announcer() noexcept {
         _waiting_since_ns = platform::monotonic_ns();
         // Several may have come before this thread woke up: its maker was told then that somebody is idle.
         if (!_announcements.empty() && _idle_announcers == 0 && _waiting_since_ns + PATIENCE_NS < _worker_wakes_ns) {
-            _duties_changed.notify_one();
+            _timers_changed.notify_one();
         }
         lock.unlock();
         endpoint->announce();
@@ -155,33 +155,33 @@ void Dispatcher::run_worker() noexcept {
             }
             next_ns = _waiting_since_ns + PATIENCE_NS;
         }
-        while (!_duties.empty() && _duties.front().due_ns <= now_ns) {
-            std::pop_heap(_duties.begin(), _duties.end());
-            Duty duty = std::move(_duties.back());
-            _duties.pop_back();
-            if (duty.endpoint->due_ns() == duty.due_ns) {
-                duty.endpoint->set_due(platform::NO_DEADLINE);
-                due.push_back(std::move(duty.endpoint));
+        while (!_timers.empty() && _timers.front().due_ns <= now_ns) {
+            std::pop_heap(_timers.begin(), _timers.end());
+            Timer timer = std::move(_timers.back());
+            _timers.pop_back();
+            if (timer.endpoint->due_ns() == timer.due_ns) {
+                timer.endpoint->set_due(platform::NO_DEADLINE);
+                due.push_back(std::move(timer.endpoint));
             } else {
-                passed_over.push_back(std::move(duty.endpoint));
+                passed_over.push_back(std::move(timer.endpoint));
             }
         }
         if (due.empty() && passed_over.empty()) {
-            next_ns = _duties.empty() ? next_ns : std::min(next_ns, _duties.front().due_ns);
+            next_ns = _timers.empty() ? next_ns : std::min(next_ns, _timers.front().due_ns);
             _worker_wakes_ns = next_ns;
             if (next_ns == platform::NO_DEADLINE) {
-                _duties_changed.wait(lock);
+                _timers_changed.wait(lock);
             } else {
-                _duties_changed.wait_for(lock, std::chrono::nanoseconds(next_ns - now_ns));
+                _timers_changed.wait_for(lock, std::chrono::nanoseconds(next_ns - now_ns));
             }
             _worker_wakes_ns = 0;
             continue;
         }
         lock.unlock();
         for (std::shared_ptr<Endpoint>& endpoint : due) {
-            const std::int64_t again_ns = endpoint->attend();
+            const std::int64_t again_ns = endpoint->run_timer();
             if (again_ns != platform::NO_DEADLINE) {
-                attend(endpoint, again_ns);
+                start_timer(endpoint, again_ns);
             }
         }
         due.clear();

@@ -34,13 +34,13 @@ public:
     /// Has the endpoint's listeners run, unless they are waiting to already.
     void announce(const std::shared_ptr<Endpoint>& endpoint) noexcept;
     /// Has the worker attend to the endpoint at the latest then. @param due_ns  of monotonic_ns.
-    void attend(const std::shared_ptr<Endpoint>& endpoint, std::int64_t due_ns) noexcept;
+    void start_timer(const std::shared_ptr<Endpoint>& endpoint, std::int64_t due_ns) noexcept;
 
 private:
-    struct Duty {
+    struct Timer {
         std::int64_t due_ns;
         std::shared_ptr<Endpoint> endpoint;
-        bool operator<(const Duty& other) const noexcept { return due_ns > other.due_ns; }  // the earliest on top of the heap
+        bool operator<(const Timer& other) const noexcept { return due_ns > other.due_ns; }  // the earliest on top of the heap
     };
 
     void run_announcer() noexcept;
@@ -54,8 +54,8 @@ private:
     std::int64_t _waiting_since_ns = 0;  // of the first in the queue
     std::size_t _idle_announcers = 0;
     std::vector<std::thread> _announcers;
-    std::condition_variable _duties_changed;
-    std::vector<Duty> _duties;          // a heap. What an endpoint has put forward since is still in it, and is passed over
+    std::condition_variable _timers_changed;
+    std::vector<Timer> _timers;         // a heap. What an endpoint has put forward since is still in it, and is passed over
     std::int64_t _worker_wakes_ns = 0;  // 0: it is awake
     std::thread _worker;
 };

@@ -58,10 +58,10 @@ public:
     virtual bool is_writer() const noexcept = 0;
     /// @return whether it is a part of a shared reader, and gets the answers to that writer of this participant.
     virtual bool shares_answers_to(const DDS_GUID_t& /*asking*/) const noexcept { return false; }
-    /// Something is new of a requester whose answers come, or may come, from here: `attend` follows. The participant's directory is locked.
+    /// Something is new of a requester whose answers come, or may come, from here: `run_timer` follows. The participant's directory is locked.
     /// @param topic  of the answers; empty when it is not known.
     /// @return whether it is of any interest here.
-    virtual bool note_requester(const std::string& /*topic*/) noexcept { return false; }
+    virtual bool on_requester_changed(const std::string& /*topic*/) noexcept { return false; }
 
     /// Tells the sink of a peer, with whatever lock that orders the events of this kind. Announces when that is wanted.
     void note(const mw::PeerEvent& event) noexcept;
@@ -82,7 +82,7 @@ public:
     bool take_place_in_queue() noexcept { return !_queued.exchange(true); }
 
     /// Does what has become due. On the worker. @return when to come again; NO_DEADLINE for not before it is asked for.
-    virtual std::int64_t attend() noexcept = 0;
+    virtual std::int64_t run_timer() noexcept = 0;
     /// A writer: asks its readers what they lack, soon and on another thread. Under locks of Fast DDS.
     virtual void ask_soon() noexcept {}
 

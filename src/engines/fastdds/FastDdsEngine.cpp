@@ -123,7 +123,7 @@ public:
             if (!choose(*settings.qos, choice, failure)) {
                 return nullptr;
             }
-            auto domain = std::make_shared<Domain>(choice.window, choice.writer_filters, choice.boxes);
+            auto domain = std::make_shared<Domain>(choice.window, choice.writer_filters, choice.ends);
             code = DDS_RETCODE_ERROR;
             if (!domain->join(static_cast<std::uint32_t>(settings.domain_id), choice.attributes)) {
                 const std::string fault = fault_of_credentials(choice.attributes.properties);

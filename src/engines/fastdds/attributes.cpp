@@ -18,8 +18,8 @@
 #include <fastrtps/xmlparser/XMLProfileManager.h>
 
 #include "engines/fastdds/transport/Interfaces.hpp"
-#include "engines/fastdds/transport/socket_buffers.hpp"
 #include "engines/fastdds/transport/UdpTransport.hpp"
+#include "engines/fastdds/transport/socket_buffers.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -101,7 +101,7 @@ struct Transports {
     bool udp = true;
     bool shared_memory = false;
     std::vector<std::string> interfaces;
-    Interfaces own;  // of this machine
+    Interfaces own;              // of this machine
     std::uint32_t datagram = 0;  // octets at most; 0: what Fast DDS has on this machine, what fits the interfaces to others
     std::uint32_t buffer = USUAL_BUFFER;
     bool batching = true;
@@ -128,11 +128,12 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         if (transports.datagram != 0) {
             udp->maxMessageSize = transports.datagram;
         }
-        choice.boxes.inbox = std::make_shared<Inbox>();
-        choice.boxes.far_datagram = transports.datagram == 0 ? transports.own.datagram_that_fits(transports.interfaces) : 0;
-        choice.boxes.interfaces = std::make_shared<const Interfaces>(transports.own);
+        choice.ends.inbox = std::make_shared<Inbox>();
+        choice.ends.far_datagram = transports.datagram == 0 ? transports.own.datagram_that_fits(transports.interfaces) : 0;
+        choice.ends.interfaces = std::make_shared<const Interfaces>(transports.own);
         // A part of the buffer is left to what is small.
-        choice.boxes.paths = std::make_shared<Paths>(granted_socket_buffers(transports.buffer).receive / 4 * 3, *choice.boxes.interfaces);
+        choice.ends.paths =
+            std::make_shared<Paths>(granted_socket_buffers(transports.buffer).receive / 4 * 3, *choice.ends.interfaces);
         if (transports.batching) {
             const std::size_t limit = transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH;
             // With several interfaces Fast DDS has a socket for each, and sends by all of them.
@@ -140,9 +141,9 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
                 transports.interfaces.size() > 1
                     ? nullptr
                     : std::make_unique<SendSocket>(transports.interfaces.empty() ? std::string() : transports.interfaces[0]);
-            choice.boxes.outbox = std::make_shared<Outbox>(limit, transports.pause, std::move(socket));
+            choice.ends.outbox = std::make_shared<Outbox>(limit, transports.pause, std::move(socket));
         }
-        attributes.userTransports.push_back(make_udp_transport(udp, choice.boxes));
+        attributes.userTransports.push_back(make_udp_transport(udp, choice.ends));
     }
 }
 

@@ -25,7 +25,7 @@ struct ParticipantChoice {
     rtps::RTPSParticipantAttributes attributes;
     std::int64_t window = 4096;  ///< Samples on the way at most, of a writer without a bound of its own.
     bool writer_filters = true;
-    Boxes boxes;  ///< Both null when Fast DDS's own transports are used.
+    TransportEnds ends;   ///< Both null when Fast DDS's own transports are used.
     std::string warning;  ///< For the log; empty: nothing to warn of.
 };
 

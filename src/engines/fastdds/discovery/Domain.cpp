@@ -8,8 +8,8 @@
 
 #include <fastdds/rtps/RTPSDomain.h>
 
-#include "engines/judgement.hpp"
 #include "engines/fastdds/discovery/LocalWriters.hpp"
+#include "engines/judgement.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -68,12 +68,12 @@ void Domain::leave() noexcept {
     if (_dispatcher != nullptr) {
         _dispatcher->stop();
     }
-    if (_boxes.outbox) {
-        _boxes.outbox->close();  // the sockets that it knows go with the participant
+    if (_ends.outbox) {
+        _ends.outbox->close();  // the sockets that it knows go with the participant
     }
-    if (_boxes.inbox) {
-        _boxes.inbox->detach();
-        _boxes.paths->listen(nullptr);
+    if (_ends.inbox) {
+        _ends.inbox->detach();
+        _ends.paths->listen(nullptr);
     }
     if (_event_thread != nullptr) {
         const std::lock_guard<std::mutex> lock(endpoints_mutex());
@@ -100,9 +100,9 @@ bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes
         const std::lock_guard<std::mutex> lock(endpoints_mutex());
         joined().push_back(this);
     }
-    if (_boxes.inbox) {
-        _boxes.inbox->attach(*_event_thread, discovery_ports(*_participant));
-        _boxes.paths->listen([](const rtps::GUID_t& guid) {
+    if (_ends.inbox) {
+        _ends.inbox->attach(*_event_thread, discovery_ports(*_participant));
+        _ends.paths->listen([](const rtps::GUID_t& guid) {
             if (const std::shared_ptr<Endpoint> writer = LocalWriters::get().find(to_guid(guid))) {
                 writer->ask_soon();
             }
@@ -120,7 +120,7 @@ std::mutex& Domain::endpoints_mutex() noexcept {
 Domain::Removal::Removal(const Domain& domain) noexcept : _lock(endpoints_mutex()), _domain(domain) {
     // All at once: each takes a while until it stands still.
     for_each_domain([](const Domain& each) { each._pause = each._event_thread->pause(); });
-    for_each_domain([](const Domain& each) { each._event_thread->wait_until_still(each._pause); });
+    for_each_domain([](const Domain& each) { each._event_thread->wait_until_paused(each._pause); });
     // The end of an endpoint waits for that of its own participant. Which has now answered all endpoints of this process, and gets no new ones.
     for_each_domain([&](const Domain& each) {
         if (&each == &domain) {
@@ -224,7 +224,7 @@ std::shared_ptr<Endpoint> Domain::find_share(const DDS_GUID_t& asking) noexcept 
     return place == _own.end() ? nullptr : *place;
 }
 
-std::vector<std::shared_ptr<const Discovered>> Domain::find_sharers(const std::string& topic) {
+std::vector<std::shared_ptr<const Discovered>> Domain::find_sharing_requesters(const std::string& topic) {
     std::vector<std::shared_ptr<const Discovered>> sharers;
     std::lock_guard<std::mutex> lock(_mutex);
     for (const auto& entry : _requesters) {
@@ -266,7 +266,7 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
             const mw::EndpointInfo& answers_before = before ? before->answers : nothing;
             const mw::EndpointInfo& answers = endpoint->answers;
             if (answers_before.topic_name != answers.topic_name || !(answers_before.guid == answers.guid)) {
-                tell_of_requester_locked(answers_before.topic_name.empty() ? answers.topic_name : answers_before.topic_name);
+                notify_of_requester_locked(answers_before.topic_name.empty() ? answers.topic_name : answers_before.topic_name);
             }
         }
         _directory[to_guid(data.guid())] = endpoint;
@@ -297,7 +297,7 @@ void Domain::forget(const rtps::GUID_t& guid) noexcept {
         if (gone->is_lost.load()) {
             note_loss_locked(*gone);
         }
-        tell_of_requester_locked(gone->answers.topic_name);
+        notify_of_requester_locked(gone->answers.topic_name);
     }
 }
 
@@ -313,10 +313,10 @@ void Domain::note_loss_locked(const Discovered& requester) noexcept {
     }
 }
 
-void Domain::tell_of_requester_locked(const std::string& topic) noexcept {
+void Domain::notify_of_requester_locked(const std::string& topic) noexcept {
     for (const std::shared_ptr<Endpoint>& own : _own) {
-        if (own->note_requester(topic)) {
-            _dispatcher->attend(own, platform::monotonic_ns());
+        if (own->on_requester_changed(topic)) {
+            _dispatcher->start_timer(own, platform::monotonic_ns());
         }
     }
 }

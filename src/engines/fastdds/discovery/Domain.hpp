@@ -35,8 +35,8 @@ class Domain : private rtps::RTPSParticipantListener {
 public:
     /// @param window  samples that a writer without a bound of its own has on the way at most.
     /// @param boxes   of its participant's transport.
-    Domain(std::int64_t window, bool writer_filters, Boxes boxes) noexcept
-        : _window(window), _writer_filters(writer_filters), _boxes(std::move(boxes)) {}
+    Domain(std::int64_t window, bool writer_filters, TransportEnds ends) noexcept
+        : _window(window), _writer_filters(writer_filters), _ends(std::move(ends)) {}
     ~Domain() override;
 
     /// Joins. @return false when Fast DDS refuses.
@@ -75,22 +75,22 @@ public:
     std::int64_t window() const noexcept { return _window; }
     bool writer_filters() const noexcept { return _writer_filters; }
     /// @return null when what is sent never waits.
-    Outbox* outbox() const noexcept { return _boxes.outbox.get(); }
+    Outbox* outbox() const noexcept { return _ends.outbox.get(); }
     /// @return whether a peer at these places is on this machine, as far as is known.
     template <typename Locators>
     bool has_near(const Locators& places) const noexcept {
-        return !_boxes.interfaces || std::all_of(places.begin(), places.end(), [this](const rtps::Locator_t& place) {
-            return _boxes.interfaces->reach_within(place);
+        return !_ends.interfaces || std::all_of(places.begin(), places.end(), [this](const rtps::Locator_t& place) {
+            return _ends.interfaces->reach_within(place);
         });
     }
     /// The readers of a writer of this participant have its samples up to a number of Fast DDS.
     void note_acknowledged(const rtps::GUID_t& writer, std::int64_t number) const noexcept {
-        if (_boxes.paths) {
-            _boxes.paths->acknowledge(writer, number);
+        if (_ends.paths) {
+            _ends.paths->acknowledge(writer, number);
         }
     }
     /// @return octets of a datagram to another machine at most; 0: as long as a message of Fast DDS.
-    std::uint32_t far_datagram() const noexcept { return _boxes.far_datagram; }
+    std::uint32_t far_datagram() const noexcept { return _ends.far_datagram; }
     DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }
 
     /// Reserves a virtual GUID. @return false when an endpoint has it, as far as is known.
@@ -113,7 +113,7 @@ public:
     std::int64_t return_deadline_ns(const DDS_GUID_t& writer_guid, DDS_GUID_t& participant) noexcept;
     /// @return the writers of ours whose answers on a topic go to a part of a shared reader.
     /// @throws std::bad_alloc
-    std::vector<std::shared_ptr<const Discovered>> find_sharers(const std::string& topic);
+    std::vector<std::shared_ptr<const Discovered>> find_sharing_requesters(const std::string& topic);
     /// @return the writer of this participant, enabled and not closed, that has the virtual GUID; null when there is none.
     std::shared_ptr<Endpoint> find_own_writer(const DDS_GUID_t& guid) noexcept;
     /// @return how a peer has left of which Fast DDS tells on the calling thread that it is gone: one thread finds leases expired.
@@ -136,12 +136,12 @@ private:
     void discover(const Data& data, bool is_writer) noexcept;
     void forget(const rtps::GUID_t& guid) noexcept;
     void note_loss_locked(const Discovered& requester) noexcept;
-    void tell_of_requester_locked(const std::string& topic) noexcept;
+    void notify_of_requester_locked(const std::string& topic) noexcept;
     void judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>& other) noexcept;
 
     const std::int64_t _window;
     const bool _writer_filters;
-    const Boxes _boxes;
+    const TransportEnds _ends;
     std::uint32_t _domain_id = 0;
     std::unique_ptr<Dispatcher> _dispatcher;
     rtps::RTPSParticipant* _participant = nullptr;

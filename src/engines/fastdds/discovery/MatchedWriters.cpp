@@ -23,12 +23,12 @@ const MatchedWriters::Match* MatchedWriters::find(const rtps::GUID_t& writer) {
     return &_matches.emplace(to_guid(writer), Match{std::move(peer), fits, false}).first->second;
 }
 
-std::shared_ptr<const Discovered> MatchedWriters::tell(const rtps::GUID_t& writer) {
+std::shared_ptr<const Discovered> MatchedWriters::confirm(const rtps::GUID_t& writer) {
     Match* const match = const_cast<Match*>(find(writer));
-    if (match == nullptr || match->told) {
+    if (match == nullptr || match->confirmed) {
         return nullptr;
     }
-    match->told = true;
+    match->confirmed = true;
     return match->fits ? match->peer : nullptr;
 }
 
@@ -39,7 +39,7 @@ std::shared_ptr<const Discovered> MatchedWriters::remove(const rtps::GUID_t& wri
     }
     const Match gone = std::move(place->second);
     _matches.erase(place);
-    return gone.fits && gone.told ? gone.peer : nullptr;
+    return gone.fits && gone.confirmed ? gone.peer : nullptr;
 }
 
 mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change) {

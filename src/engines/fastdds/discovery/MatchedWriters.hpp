@@ -17,8 +17,8 @@ class MatchedWriters {
 public:
     struct Match {
         std::shared_ptr<const Discovered> peer;
-        bool fits;  ///< Of one type with the reader. What others write is not for it.
-        bool told;  ///< Fast DDS has said that they are matched.
+        bool fits;       ///< Of one type with the reader. What others write is not for it.
+        bool confirmed;  ///< Fast DDS has said that they are matched.
     };
 
     /// @param reader  what the reader is; borrowed.
@@ -29,14 +29,14 @@ public:
     const Match* find(const rtps::GUID_t& writer);
     /// Fast DDS says that they are matched. @return the writer, when it fits and that is news; else null.
     /// @throws std::bad_alloc
-    std::shared_ptr<const Discovered> tell(const rtps::GUID_t& writer);
+    std::shared_ptr<const Discovered> confirm(const rtps::GUID_t& writer);
     /// Fast DDS says that they no longer are. @return the writer, when it fits and its match was told; else null.
     std::shared_ptr<const Discovered> remove(const rtps::GUID_t& writer) noexcept;
     /// @param each  gets every writer that fits and whose match was told.
     template <typename Each>
-    void for_each_told(Each each) const {
+    void for_each_confirmed(Each each) const {
         for (const auto& entry : _matches) {
-            if (entry.second.fits && entry.second.told) {
+            if (entry.second.fits && entry.second.confirmed) {
                 each(entry.second.peer);
             }
         }

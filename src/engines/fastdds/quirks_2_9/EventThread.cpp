@@ -19,7 +19,7 @@ EventThread::EventThread(rtps::RTPSParticipant& participant)
     : _event(std::make_unique<rtps::TimedEvent>(
           participant.get_resource_event(),
           [this] {
-              stand_still();
+              run_pause();
               return false;
           },
           0)) {
@@ -33,9 +33,9 @@ std::uint64_t EventThread::pause() noexcept {
     return _times + 1;
 }
 
-void EventThread::wait_until_still(std::uint64_t time) noexcept {
+void EventThread::wait_until_paused(std::uint64_t time) noexcept {
     std::unique_lock<std::mutex> lock(_mutex);
-    _standing.wait_for(lock, PATIENCE, [&] { return _times >= time; });
+    _paused.wait_for(lock, PATIENCE, [&] { return _times >= time; });
 }
 
 void EventThread::resume(std::uint64_t time) noexcept {
@@ -47,7 +47,7 @@ void EventThread::resume(std::uint64_t time) noexcept {
     }
 }
 
-void EventThread::stand_still() noexcept {
+void EventThread::run_pause() noexcept {
     _id.store(std::this_thread::get_id());
     std::unique_lock<std::mutex> lock(_mutex);
     if (_asking == 0) {
@@ -56,7 +56,7 @@ void EventThread::stand_still() noexcept {
     ++_times;
     _inside = _asking;
     _asking = 0;
-    _standing.notify_all();
+    _paused.notify_all();
     _resumed.wait_for(lock, LONGEST, [this] { return _inside == 0; });
 }
 

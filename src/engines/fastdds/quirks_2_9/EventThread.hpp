@@ -41,19 +41,19 @@ public:
     /// due. @return which time that will be; `resume` must follow with it.
     std::uint64_t pause() noexcept;
     /// Waits until it does; not for ever, should it be held up. With locks of Fast DDS held this must not be called.
-    void wait_until_still(std::uint64_t time) noexcept;
+    void wait_until_paused(std::uint64_t time) noexcept;
     /// Lets it go on, when all have. It goes on by itself when it has to stand still for too long.
     void resume(std::uint64_t time) noexcept;
 
 private:
-    void stand_still() noexcept;
+    void run_pause() noexcept;
 
     std::atomic<std::thread::id> _id{};
     std::mutex _mutex;         // a leaf
     std::uint64_t _times = 0;  // that it has stood still, the present one included
     int _asking = 0;           // for the next
     int _inside = 0;           // who have not had it go on again
-    std::condition_variable _standing;
+    std::condition_variable _paused;
     std::condition_variable _resumed;
     std::unique_ptr<rtps::TimedEvent> _event;  // last: its end waits for the thread, which uses the others
 };

@@ -30,7 +30,7 @@ public:
             return;
         }
         const std::uint64_t time = _timers->pause();
-        _timers->wait_until_still(time);
+        _timers->wait_until_paused(time);
         hand_on();
         _timers->resume(time);
     }

@@ -30,7 +30,8 @@ bool Reader::History::can_change_be_added_nts(const rtps::GUID_t& writer_guid, s
         return true;
     }
     if (!writer_guid.is_on_same_process_as(_reader._reader->getGuid())) {
-        return _reader._refused.count(to_guid(writer_guid)) != 0 && _reader._backlog.has_room_for(to_guid(writer_guid), payload_size);
+        return _reader._refused.count(to_guid(writer_guid)) != 0 &&
+               _reader._backlog.has_room_for(to_guid(writer_guid), payload_size);
     }
     // Fast DDS does not send it again. Its predecessors are on their way on another thread, or were refused, or are for others.
     try {
@@ -38,7 +39,7 @@ bool Reader::History::can_change_be_added_nts(const rtps::GUID_t& writer_guid, s
     } catch (const std::exception&) {
         return true;  // better out of order than never
     }
-    _reader._domain->dispatcher().attend(_reader.shared_from_this(), platform::monotonic_ns());
+    _reader._domain->dispatcher().start_timer(_reader.shared_from_this(), platform::monotonic_ns());
     return false;
 }
 
@@ -48,8 +49,8 @@ bool Reader::History::received_change(rtps::CacheChange_t* change, std::size_t m
     // One that comes in fragments is asked about when it is complete.
     const bool is_whole = change->getFragmentCount() == 0;
     const bool is_early = is_whole && missing_before != 0 && _reader.is_in_order_only();
-    if (is_early || (is_whole && _reader._bounded && _reader.is_asked_locked(*change) &&
-                     _reader._question.answer == mw::Admission::FULL)) {
+    if (is_early ||
+        (is_whole && _reader._bounded && _reader.is_queried_locked(*change) && _reader._query.answer == mw::Admission::FULL)) {
         _reader.keep_locked(*change);
         return false;
     }
@@ -60,7 +61,8 @@ bool Reader::History::completed_change(rtps::CacheChange_t* change, std::size_t 
                                        dds::SampleRejectedStatusKind& reason) {
     reason = dds::NOT_REJECTED;
     const bool is_early = missing_before != 0 && _reader.is_in_order_only();
-    if (is_early || (_reader._bounded && _reader.passes_locked(*change) && _reader.ask_locked(*change) == mw::Admission::FULL)) {
+    if (is_early ||
+        (_reader._bounded && _reader.passes_locked(*change) && _reader.query_admission_locked(*change) == mw::Admission::FULL)) {
         _reader.keep_locked(*change);
         return false;
     }
@@ -74,7 +76,7 @@ Reader::Reader(const std::shared_ptr<Domain>& domain, const mw::ReaderSettings& 
       _domain(domain),
       _intake(*this, *settings.pool),
       _reliable(settings.qos->reliability.kind == DDS_RELIABLE_RELIABILITY_QOS),
-      _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
+      _is_transient_local(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
       _bounded(settings.qos->resource_limits.max_samples != DDS_LENGTH_UNLIMITED),
       _looks_inside(!settings.routed && !settings.filter_expression.empty()),
       _routed(settings.routed),
@@ -110,7 +112,7 @@ DDS_ReturnCode_t Reader::enable(mw::SampleSink& sink) noexcept {
         _domain->add(shared_from_this());
         dds::ReaderQos qos;
         qos.m_reliability.kind = _reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
-        qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
+        qos.m_durability.kind = _is_transient_local ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
         qos.m_userData.setValue(announce_reader(_info, _routed ? Routing::OWN : Routing::NONE, _route));
         qos.data_sharing.off();
         bool registered = false;
@@ -120,7 +122,7 @@ DDS_ReturnCode_t Reader::enable(mw::SampleSink& sink) noexcept {
         }
         const std::shared_ptr<Endpoint> writer = registered && _routed ? _domain->find_own_writer(_route) : nullptr;
         if (writer) {
-            std::static_pointer_cast<Writer>(writer)->appear();
+            std::static_pointer_cast<Writer>(writer)->advertise();
         }
         return registered ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
     } catch (const std::exception&) {
@@ -167,14 +169,15 @@ void Reader::room_freed() noexcept {
     }
 }
 
-std::int64_t Reader::attend() noexcept {
+std::int64_t Reader::run_timer() noexcept {
     room_freed();
     return platform::NO_DEADLINE;
 }
 
 // Only behind a refusal: what follows a sample that was lost on the wire is sent again together with it.
 void Reader::keep_locked(const rtps::CacheChange_t& change) noexcept {
-    if (_reliable && _refused.count(to_guid(change.writerGUID)) != 0 && !change.writerGUID.is_on_same_process_as(_reader->getGuid())) {
+    if (_reliable && _refused.count(to_guid(change.writerGUID)) != 0 &&
+        !change.writerGUID.is_on_same_process_as(_reader->getGuid())) {
         _backlog.keep(change);
     }
 }
@@ -198,39 +201,39 @@ bool Reader::passes_locked(const rtps::CacheChange_t& change) {
     return !_routed || answered_writer(change) == _route;
 }
 
-bool Reader::is_asked_locked(const rtps::CacheChange_t& change) const noexcept {
-    return _question.open && _question.writer == change.writerGUID && _question.number == change.sequenceNumber;
+bool Reader::is_queried_locked(const rtps::CacheChange_t& change) const noexcept {
+    return _query.open && _query.writer == change.writerGUID && _query.number == change.sequenceNumber;
 }
 
-mw::Admission Reader::ask_locked(const rtps::CacheChange_t& change) {
-    if (_question.open && _question.answer == mw::Admission::SLOT) {
+mw::Admission Reader::query_admission_locked(const rtps::CacheChange_t& change) {
+    if (_query.open && _query.answer == mw::Admission::SLOT) {
         _intake.sink().abandon();  // Fast DDS had no memory for it
     }
     const auto refused = _refused.emplace(to_guid(change.writerGUID), change.sequenceNumber);
     const mw::SampleMetadata metadata = _matches.metadata_of(change);
-    _question.writer = change.writerGUID;
-    _question.number = change.sequenceNumber;
-    _question.open = true;
-    _question.sample.reset();
+    _query.writer = change.writerGUID;
+    _query.number = change.sequenceNumber;
+    _query.open = true;
+    _query.sample.reset();
     const void* data = nullptr;
     if (_looks_inside) {
         // What does not pass must not wait for room.
-        _question.sample = _intake.decode(change.serializedPayload.data, change.serializedPayload.length);
-        data = _question.sample ? _question.sample->data : nullptr;
+        _query.sample = _intake.decode(change.serializedPayload.data, change.serializedPayload.length);
+        data = _query.sample ? _query.sample->data : nullptr;
     }
-    _question.answer = _looks_inside && data == nullptr ? mw::Admission::NO_MEMORY : _intake.sink().admit(metadata, data);
-    if (_question.answer == mw::Admission::FULL && !_reliable) {
-        _question.answer = mw::Admission::UNWANTED;
+    _query.answer = _looks_inside && data == nullptr ? mw::Admission::NO_MEMORY : _intake.sink().admit(metadata, data);
+    if (_query.answer == mw::Admission::FULL && !_reliable) {
+        _query.answer = mw::Admission::UNWANTED;
         _intake.count_loss();
-    } else if (_question.answer == mw::Admission::NO_MEMORY) {
+    } else if (_query.answer == mw::Admission::NO_MEMORY) {
         // Nobody would ask again: better one sample counted as lost than a writer that is stuck.
-        _question.answer = mw::Admission::UNWANTED;
+        _query.answer = mw::Admission::UNWANTED;
         _intake.count_loss();
     }
-    if (_question.answer != mw::Admission::FULL && refused.second) {
+    if (_query.answer != mw::Admission::FULL && refused.second) {
         _refused.erase(to_guid(change.writerGUID));
     }
-    return _question.answer;
+    return _query.answer;
 }
 
 bool Reader::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& /*reader_guid*/) const {
@@ -246,7 +249,7 @@ bool Reader::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& 
             return true;  // not its turn: it is refused, and looked at again then
         }
         const mw::Admission answer =
-            is_asked_locked(change) && _question.answer != mw::Admission::FULL ? _question.answer : self.ask_locked(change);
+            is_queried_locked(change) && _query.answer != mw::Admission::FULL ? _query.answer : self.query_admission_locked(change);
         return answer == mw::Admission::SLOT || answer == mw::Admission::FULL;
     } catch (const std::exception&) {
         return true;  // no memory to know better
@@ -266,9 +269,9 @@ void Reader::deliver_locked(const rtps::CacheChange_t& change) {
     const mw::SampleMetadata metadata = _matches.metadata_of(change);
     mw::Admission admission = mw::Admission::SLOT;
     SampleReference sample;
-    if (is_asked_locked(change) && _question.answer == mw::Admission::SLOT) {
-        _question.open = false;
-        sample = std::move(_question.sample);
+    if (is_queried_locked(change) && _query.answer == mw::Admission::SLOT) {
+        _query.open = false;
+        sample = std::move(_query.sample);
     } else {
         admission = passes_locked(change) ? _intake.sink().admit(metadata, nullptr) : mw::Admission::FILTERED;
     }
@@ -291,7 +294,7 @@ void Reader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::WriterDisco
     const Lock lock(_reader->getMutex());
     try {
         if (reason == rtps::WriterDiscoveryInfo::DISCOVERED_WRITER) {
-            const std::shared_ptr<const Discovered> peer = _matches.tell(writer_guid);
+            const std::shared_ptr<const Discovered> peer = _matches.confirm(writer_guid);
             if (peer) {
                 note({mw::PeerEventKind::MATCHED, info_of(peer)});
             }

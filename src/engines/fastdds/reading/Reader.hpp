@@ -44,7 +44,7 @@ public:
     bool is_writer() const noexcept override { return false; }
     void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
     /// Asks writers of this process again.
-    std::int64_t attend() noexcept override;
+    std::int64_t run_timer() noexcept override;
 
 private:
     typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
@@ -67,7 +67,7 @@ private:
     };
 
     // The sample that the sink was asked about last.
-    struct Question {
+    struct AdmissionQuery {
         rtps::GUID_t writer;
         rtps::SequenceNumber_t number;
         mw::Admission answer;
@@ -79,8 +79,8 @@ private:
     void keep_locked(const rtps::CacheChange_t& change) noexcept;
     void take_backlog_locked(const DDS_GUID_t& writer) noexcept;
     bool passes_locked(const rtps::CacheChange_t& change);
-    mw::Admission ask_locked(const rtps::CacheChange_t& change);
-    bool is_asked_locked(const rtps::CacheChange_t& change) const noexcept;
+    mw::Admission query_admission_locked(const rtps::CacheChange_t& change);
+    bool is_queried_locked(const rtps::CacheChange_t& change) const noexcept;
     void deliver_locked(const rtps::CacheChange_t& change);
 
     // ---- callbacks of Fast DDS
@@ -92,7 +92,7 @@ private:
     const std::shared_ptr<Domain> _domain;
     SampleIntake _intake;
     const bool _reliable;
-    const bool _keeps;
+    const bool _is_transient_local;
     const bool _bounded;
     const bool _looks_inside;  // its filter is about the data
     const bool _routed;
@@ -102,9 +102,9 @@ private:
 
     MatchedWriters _matches;
     std::unordered_map<DDS_GUID_t, rtps::SequenceNumber_t, GuidHash> _refused;  // the first refused of each writer
-    Backlog _backlog;               // what was refused after that
-    std::size_t _missing_before = 0;  // the sample that Fast DDS is just taking in
-    Question _question;
+    Backlog _backlog;                                                           // what was refused after that
+    std::size_t _missing_before = 0;                                            // the sample that Fast DDS is just taking in
+    AdmissionQuery _query;
 };
 
 }  // namespace fastdds

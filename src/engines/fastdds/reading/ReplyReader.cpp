@@ -61,20 +61,20 @@ DDS_ReturnCode_t ReplyReader::add(ReplyRoute& route) {
     {
         const Lock lock(_reader->getMutex());
         _routes.emplace(route.writer(), &route);
-        _matches.for_each_told([&](const std::shared_ptr<const Discovered>& peer) {
+        _matches.for_each_confirmed([&](const std::shared_ptr<const Discovered>& peer) {
             route.note({mw::PeerEventKind::MATCHED, info_of(peer)});
         });
     }
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
-    if (!_is_seen) {
+    if (!_is_advertised) {
         dds::ReaderQos qos;
         qos.m_reliability.kind = dds::RELIABLE_RELIABILITY_QOS;
         qos.m_durability.kind = dds::VOLATILE_DURABILITY_QOS;
         qos.m_userData.setValue(announce_reader(_info, Routing::SHARED));
         qos.data_sharing.off();
-        _is_seen = _domain->participant().registerReader(_reader, topic_attributes(_info.topic_name, _info.type_name), qos);
+        _is_advertised = _domain->participant().registerReader(_reader, topic_attributes(_info.topic_name, _info.type_name), qos);
     }
-    return _is_seen ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+    return _is_advertised ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
 }
 
 void ReplyReader::remove(const ReplyRoute& route) noexcept {
@@ -113,7 +113,7 @@ void ReplyReader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::Writer
     mw::PeerEvent event = {mw::PeerEventKind::MATCHED, nullptr};
     try {
         if (reason == rtps::WriterDiscoveryInfo::DISCOVERED_WRITER) {
-            const std::shared_ptr<const Discovered> peer = _matches.tell(writer_guid);
+            const std::shared_ptr<const Discovered> peer = _matches.confirm(writer_guid);
             event.peer = peer ? info_of(peer) : nullptr;
         } else if (reason == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
             const std::shared_ptr<const Discovered> gone = _matches.remove(writer_guid);

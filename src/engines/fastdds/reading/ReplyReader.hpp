@@ -57,7 +57,7 @@ private:
     mw::EndpointInfo _info;
     rtps::ReaderHistory _history;
     rtps::RTPSReader* _reader = nullptr;
-    bool _is_seen = false;  // guarded by the mutex of all endpoints
+    bool _is_advertised = false;  // guarded by the mutex of all endpoints
 
     MatchedWriters _matches;
     std::unordered_multimap<DDS_GUID_t, ReplyRoute*, GuidHash> _routes;  // by the writer whose answers they want

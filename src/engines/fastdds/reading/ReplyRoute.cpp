@@ -36,7 +36,7 @@ DDS_ReturnCode_t ReplyRoute::enable(mw::SampleSink& sink) noexcept {
         const DDS_ReturnCode_t code = _reader->add(*this);
         if (code == DDS_RETCODE_OK && writer) {
             // Only now: until repliers know where the answers go, they hold them.
-            std::static_pointer_cast<Writer>(writer)->announce_answers(&_info);
+            std::static_pointer_cast<Writer>(writer)->advertise_answers(&_info);
         }
         return code;
     } catch (const std::exception&) {
@@ -58,7 +58,7 @@ void ReplyRoute::close() noexcept {
     try {
         const std::shared_ptr<Endpoint> writer = _domain->find_own_writer(this->writer());
         if (writer) {
-            std::static_pointer_cast<Writer>(writer)->announce_answers(nullptr);
+            std::static_pointer_cast<Writer>(writer)->advertise_answers(nullptr);
         }
     } catch (const std::exception&) {
         // No memory to tell: repliers go on sending, and nobody takes it.
@@ -80,7 +80,7 @@ void ReplyRoute::deliver(const rtps::GUID_t& answering, const mw::SampleMetadata
     }
 }
 
-std::int64_t ReplyRoute::attend() noexcept { return platform::NO_DEADLINE; }
+std::int64_t ReplyRoute::run_timer() noexcept { return platform::NO_DEADLINE; }
 
 }  // namespace fastdds
 }  // namespace norvane

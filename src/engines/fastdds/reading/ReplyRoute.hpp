@@ -42,7 +42,7 @@ public:
     bool is_writer() const noexcept override { return false; }
     bool shares_answers_to(const DDS_GUID_t& asking) const noexcept override { return asking == writer(); }
     void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
-    std::int64_t attend() noexcept override;
+    std::int64_t run_timer() noexcept override;
 
 private:
     const std::shared_ptr<Domain> _domain;

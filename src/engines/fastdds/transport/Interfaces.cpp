@@ -79,9 +79,9 @@ std::uint32_t Interfaces::datagram_that_fits(const std::vector<std::string>& add
     bool has_loopback_only = !addresses.empty();
     for (const Interface& each : _all) {
         const bool is_used = addresses.empty() || std::any_of(addresses.begin(), addresses.end(), [&](const std::string& text) {
-            std::uint32_t address = 0;
-            return to_address(text, address) && address == each.address;
-        });
+                                 std::uint32_t address = 0;
+                                 return to_address(text, address) && address == each.address;
+                             });
         if (!is_used || ((ntohl(each.address) >> 24U) == 127)) {
             continue;
         }

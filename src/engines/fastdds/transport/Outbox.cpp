@@ -15,16 +15,16 @@ namespace fastdds {
 namespace {
 
 // A run must be so long before its messages wait.
-constexpr int RUN = 4;
+constexpr int BURST = 4;
 // Where a message waited, and none came to join it before its writer waited too, the next run must be longer by this.
-constexpr int SETBACK = 100;
+constexpr int BACKOFF = 100;
 // How long the thread that sends what others left waits between two looks, in pauses of a run, and at least.
 constexpr int ROUND_PAUSES = 4;
 constexpr std::chrono::microseconds SHORTEST_ROUND{100};
 // After so many rounds without anything that waits, the thread sleeps until it is wanted.
 constexpr int IDLE_ROUNDS = 10;
-constexpr std::size_t MOST_LANES = 16;
-constexpr std::int64_t LANE_IDLE_NS = 1000 * 1000 * 1000;
+constexpr std::size_t MOST_DESTINATIONS = 16;
+constexpr std::int64_t DESTINATION_IDLE_NS = 1000 * 1000 * 1000;
 // How long the socket may block for want of room in its buffer.
 constexpr std::chrono::milliseconds PATIENCE{100};
 
@@ -78,8 +78,8 @@ bool Outbox::send_now(rtps::SenderResource& sender, const std::uint8_t* message,
     return sender.send(message, length, &place, &end, deadline);
 }
 
-Outbox::Writing::Writing(const Outbox* outbox) noexcept : _before(writing_to) { writing_to = outbox; }
-Outbox::Writing::~Writing() { writing_to = _before; }
+Outbox::BatchScope::BatchScope(const Outbox* outbox) noexcept : _before(writing_to) { writing_to = outbox; }
+Outbox::BatchScope::~BatchScope() { writing_to = _before; }
 
 bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
                   const TimePoint& deadline) noexcept {
@@ -88,21 +88,21 @@ bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std
     bool sent = false;
     try {
         std::lock_guard<std::mutex> lock(_mutex);
-        Lane* const lane = find_locked(sender, to);
-        if (lane == nullptr) {
+        Destination* const destination = find_locked(sender, to);
+        if (destination == nullptr) {
             sent = send_now(sender, message, length, to, deadline);
             if (sent && is_wanted_together && !_closed) {
-                add_lane_locked(sender, to);
+                add_destination_locked(sender, to);
             }
         } else if (!is_wanted_together) {
-            sent = send_behind_locked(*lane, message, length, deadline);
+            sent = send_behind_locked(*destination, message, length, deadline);
         } else {
-            const bool goes_on = lane->thread == &deferred && platform::monotonic_ns() - lane->last_ns <= _pause_ns;
-            lane->run = goes_on ? lane->run + 1 : 0;
-            lane->thread = &deferred;
-            is_deferred = lane->run >= RUN && defer_locked(*lane, message, length);
-            sent = is_deferred || send_behind_locked(*lane, message, length, deadline);
-            lane->last_ns = platform::monotonic_ns();
+            const bool goes_on = destination->thread == &deferred && platform::monotonic_ns() - destination->last_ns <= _pause_ns;
+            destination->burst = goes_on ? destination->burst + 1 : 0;
+            destination->thread = &deferred;
+            is_deferred = destination->burst >= BURST && defer_locked(*destination, message, length);
+            sent = is_deferred || send_behind_locked(*destination, message, length, deadline);
+            destination->last_ns = platform::monotonic_ns();
         }
     } catch (const std::exception&) {
         return sent;  // no memory: what has not been sent is as lost on the wire
@@ -116,87 +116,89 @@ bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std
     return sent;
 }
 
-Outbox::Lane* Outbox::find_locked(const rtps::SenderResource& sender, const rtps::Locator_t& to) noexcept {
-    for (const std::unique_ptr<Lane>& lane : _lanes) {
-        if (lane->sender == &sender && lane->place == to) {
-            return lane.get();
+Outbox::Destination* Outbox::find_locked(const rtps::SenderResource& sender, const rtps::Locator_t& to) noexcept {
+    for (const std::unique_ptr<Destination>& destination : _destinations) {
+        if (destination->sender == &sender && destination->place == to) {
+            return destination.get();
         }
     }
     return nullptr;
 }
 
 // Where there are enough of them already, all in use, what goes elsewhere goes by itself.
-void Outbox::add_lane_locked(rtps::SenderResource& sender, const rtps::Locator_t& to) {
+void Outbox::add_destination_locked(rtps::SenderResource& sender, const rtps::Locator_t& to) {
     const std::int64_t now_ns = platform::monotonic_ns();
-    if (_lanes.size() == MOST_LANES) {
-        const auto oldest = std::min_element(_lanes.begin(), _lanes.end(),
+    if (_destinations.size() == MOST_DESTINATIONS) {
+        const auto oldest = std::min_element(_destinations.begin(), _destinations.end(),
                                              [](const auto& one, const auto& other) { return one->last_ns < other->last_ns; });
-        if (now_ns - (*oldest)->last_ns < LANE_IDLE_NS) {
+        if (now_ns - (*oldest)->last_ns < DESTINATION_IDLE_NS) {
             return;
         }
         post_locked(**oldest);  // the process may have been stopped
-        _lanes.erase(oldest);
+        _destinations.erase(oldest);
     }
-    _lanes.push_back(std::make_unique<Lane>(sender, to, _datagram_limit));
-    _lanes.back()->last_ns = now_ns;
+    _destinations.push_back(std::make_unique<Destination>(sender, to, _datagram_limit));
+    _destinations.back()->last_ns = now_ns;
 }
 
 // @return false when the message cannot wait, for want of memory or of a thread, too.
-bool Outbox::defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length) noexcept {
-    if (!lane.waiting.has_room_for(length)) {
-        post_locked(lane);
+bool Outbox::defer_locked(Destination& destination, const std::uint8_t* message, std::uint32_t length) noexcept {
+    if (!destination.waiting.has_room_for(length)) {
+        post_locked(destination);
     }
-    const bool is_first = lane.waiting.is_empty();
+    const bool is_first = destination.waiting.is_empty();
     try {
         watch_locked();
-        if (!lane.waiting.append(message, length)) {
+        if (!destination.waiting.append(message, length)) {
             return false;
         }
     } catch (const std::exception&) {
         return false;
     }
-    lane.round = is_first ? _round : lane.round;
-    if (!lane.waiting.has_room_for(length)) {
-        post_locked(lane);  // another one like it would only find out
+    destination.round = is_first ? _round : destination.round;
+    if (!destination.waiting.has_room_for(length)) {
+        post_locked(destination);  // another one like it would only find out
     }
     return true;
 }
 
-bool Outbox::send_behind_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline) {
-    if (!lane.waiting.is_empty()) {
-        const bool is_joined = lane.waiting.append(message, length);  // (its memory is there)
-        post_locked(lane);
+bool Outbox::send_behind_locked(Destination& destination, const std::uint8_t* message, std::uint32_t length,
+                                const TimePoint& deadline) {
+    if (!destination.waiting.is_empty()) {
+        const bool is_joined = destination.waiting.append(message, length);  // (its memory is there)
+        post_locked(destination);
         if (is_joined) {
             return true;
         }
     }
-    return hand_over_locked(lane, message, length, deadline);
+    return hand_over_locked(destination, message, length, deadline);
 }
 
-bool Outbox::hand_over_locked(const Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline) {
-    return (_socket && _socket->send(message, length, lane.place, deadline)) ||
-           send_now(*lane.sender, message, length, lane.place, deadline);
+bool Outbox::hand_over_locked(const Destination& destination, const std::uint8_t* message, std::uint32_t length,
+                              const TimePoint& deadline) {
+    return (_socket && _socket->send(message, length, destination.place, deadline)) ||
+           send_now(*destination.sender, message, length, destination.place, deadline);
 }
 
-void Outbox::post_locked(Lane& lane) noexcept {
-    if (lane.waiting.is_empty()) {
+void Outbox::post_locked(Destination& destination) noexcept {
+    if (destination.waiting.is_empty()) {
         return;
     }
-    const std::vector<std::uint8_t>& octets = lane.waiting.octets();
+    const std::vector<std::uint8_t>& octets = destination.waiting.octets();
     try {
-        hand_over_locked(lane, octets.data(), static_cast<std::uint32_t>(octets.size()),
+        hand_over_locked(destination, octets.data(), static_cast<std::uint32_t>(octets.size()),
                          std::chrono::steady_clock::now() + PATIENCE);
     } catch (const std::exception&) {
         // As lost on the wire.
     }
-    lane.waiting.clear();
+    destination.waiting.clear();
 }
 
 void Outbox::flush() noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
-    for (const std::unique_ptr<Lane>& lane : _lanes) {
-        lane->run = lane->waiting.message_count() == 1 ? -SETBACK : lane->run;
-        post_locked(*lane);
+    for (const std::unique_ptr<Destination>& destination : _destinations) {
+        destination->burst = destination->waiting.message_count() == 1 ? -BACKOFF : destination->burst;
+        post_locked(*destination);
     }
 }
 
@@ -214,10 +216,10 @@ void Outbox::close() noexcept {
     {
         std::lock_guard<std::mutex> lock(_mutex);
         _closed = true;
-        for (const std::unique_ptr<Lane>& lane : _lanes) {
-            post_locked(*lane);
+        for (const std::unique_ptr<Destination>& destination : _destinations) {
+            post_locked(*destination);
         }
-        _lanes.clear();  // the sockets go soon
+        _destinations.clear();  // the sockets go soon
     }
     _wanted.notify_one();
     if (_watcher.joinable()) {
@@ -250,10 +252,10 @@ void Outbox::run_watcher() noexcept {
         }
         _wanted.wait_for(lock, _round_length);
         bool is_idle = true;
-        for (const std::unique_ptr<Lane>& lane : _lanes) {
-            is_idle = is_idle && lane->waiting.is_empty();
-            if (lane->round != _round) {
-                post_locked(*lane);
+        for (const std::unique_ptr<Destination>& destination : _destinations) {
+            is_idle = is_idle && destination->waiting.is_empty();
+            if (destination->round != _round) {
+                post_locked(*destination);
             }
         }
         ++_round;

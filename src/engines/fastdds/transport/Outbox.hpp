@@ -43,13 +43,13 @@ public:
     Outbox& operator=(const Outbox&) = delete;
 
     /// While it exists, what the calling thread sends through the outbox may wait.
-    class Writing {
+    class BatchScope {
     public:
         /// @param outbox  null: nothing waits.
-        explicit Writing(const Outbox* outbox) noexcept;
-        ~Writing();
-        Writing(const Writing&) = delete;
-        Writing& operator=(const Writing&) = delete;
+        explicit BatchScope(const Outbox* outbox) noexcept;
+        ~BatchScope();
+        BatchScope(const BatchScope&) = delete;
+        BatchScope& operator=(const BatchScope&) = delete;
 
     private:
         const Outbox* const _before;
@@ -76,8 +76,9 @@ public:
 
 private:
     // From one socket to one place that it reaches.
-    struct Lane {
-        Lane(rtps::SenderResource& from, const rtps::Locator_t& to, std::size_t limit) : sender(&from), place(to), waiting(limit) {}
+    struct Destination {
+        Destination(rtps::SenderResource& from, const rtps::Locator_t& to, std::size_t limit)
+            : sender(&from), place(to), waiting(limit) {}
 
         rtps::SenderResource* sender;
         rtps::Locator_t place;
@@ -85,15 +86,16 @@ private:
         std::uint64_t round = 0;       // of the thread below, when the first message came in
         std::int64_t last_ns = 0;      // when the last message that may wait was dealt with
         const void* thread = nullptr;  // that sent it
-        int run = 0;                   // such messages of that thread, each right after the one before
+        int burst = 0;                 // such messages of that thread, each right after the one before
     };
 
-    Lane* find_locked(const rtps::SenderResource& sender, const rtps::Locator_t& to) noexcept;
-    void add_lane_locked(rtps::SenderResource& sender, const rtps::Locator_t& to);
-    bool defer_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length) noexcept;
-    bool send_behind_locked(Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline);
-    bool hand_over_locked(const Lane& lane, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline);
-    void post_locked(Lane& lane) noexcept;
+    Destination* find_locked(const rtps::SenderResource& sender, const rtps::Locator_t& to) noexcept;
+    void add_destination_locked(rtps::SenderResource& sender, const rtps::Locator_t& to);
+    bool defer_locked(Destination& destination, const std::uint8_t* message, std::uint32_t length) noexcept;
+    bool send_behind_locked(Destination& destination, const std::uint8_t* message, std::uint32_t length, const TimePoint& deadline);
+    bool hand_over_locked(const Destination& destination, const std::uint8_t* message, std::uint32_t length,
+                          const TimePoint& deadline);
+    void post_locked(Destination& destination) noexcept;
     void watch_locked();
     void run_watcher() noexcept;
 
@@ -102,7 +104,7 @@ private:
     const std::chrono::microseconds _round_length;
     const std::unique_ptr<SendSocket> _socket;
     std::mutex _mutex;
-    std::vector<std::unique_ptr<Lane>> _lanes;
+    std::vector<std::unique_ptr<Destination>> _destinations;
     bool _closed = false;
     bool _watched = false;  // the thread looks again by itself
     std::uint64_t _round = 0;

@@ -103,7 +103,8 @@ public:
         if (place == _bursts.end()) {
             return true;
         }
-        const std::uint32_t looked_at = std::max(std::min(place->fragments, TOLD + (base > place->first ? base - place->first : 0)), 1U);
+        const std::uint32_t looked_at =
+            std::max(std::min(place->fragments, TOLD + (base > place->first ? base - place->first : 0)), 1U);
         const std::uint32_t missing = std::min(missing_up_to(place->last), looked_at);
         const bool has_come = base > place->first || missing < looked_at;
         if (!has_come && now_ns - place->sent_ns < _patience_ns) {
@@ -159,8 +160,8 @@ private:
         return _bursts.erase(place);
     }
     void note_arrival() noexcept {
-        _patience_ns = _round_trip_ns == 0 ? FIRST_PATIENCE_NS
-                                           : std::min(std::max(2 * _round_trip_ns, LEAST_PATIENCE_NS), MOST_PATIENCE_NS);
+        _patience_ns =
+            _round_trip_ns == 0 ? FIRST_PATIENCE_NS : std::min(std::max(2 * _round_trip_ns, LEAST_PATIENCE_NS), MOST_PATIENCE_NS);
     }
     void grow(std::int64_t arrived) noexcept {
         if (2 * arrived >= _window) {  // else it was not used

@@ -20,8 +20,8 @@ namespace transport = eprosima::fastdds::rtps;
 
 class UdpTransport final : public transport::ChainingTransport {
 public:
-    UdpTransport(const transport::ChainingTransportDescriptor& udp, Boxes boxes)
-        : ChainingTransport(udp), _boxes(std::move(boxes)) {}
+    UdpTransport(const transport::ChainingTransportDescriptor& udp, TransportEnds ends)
+        : ChainingTransport(udp), _ends(std::move(ends)) {}
 
     // As the one below has it after its start: only then are the sizes of its buffers known.
     transport::TransportDescriptorInterface* get_configuration() override { return low_level_transport_->get_configuration(); }
@@ -40,21 +40,21 @@ public:
     void receive(transport::TransportReceiverInterface* next, const rtps::octet* message, std::uint32_t length,
                  const rtps::Locator_t& local, const rtps::Locator_t& remote) override {
         thread_local std::vector<std::uint8_t> copy;
-        if (!_boxes.paths->receive(message, length)) {
+        if (!_ends.paths->receive(message, length)) {
             copy_without(Submessage::NACK_FRAG, message, length, copy);
             message = copy.data();
             length = static_cast<std::uint32_t>(copy.size());
         }
-        _boxes.inbox->take_in(message, length, local.port, [&] { next->OnDataReceived(message, length, local, remote); });
+        _ends.inbox->take_in(message, length, local.port, [&] { next->OnDataReceived(message, length, local, remote); });
     }
 
 private:
     bool send_to(rtps::SenderResource& sender, const rtps::octet* message, std::uint32_t length, const rtps::Locator_t& place,
                  const std::chrono::steady_clock::time_point& deadline) {
-        if (_boxes.far_datagram != 0 && length > _boxes.far_datagram && !_boxes.interfaces->reach_within(place)) {
+        if (_ends.far_datagram != 0 && length > _ends.far_datagram && !_ends.interfaces->reach_within(place)) {
             thread_local std::vector<std::uint8_t> part;
             bool sent = true;
-            if (split(message, length, _boxes.far_datagram, part, [&](const std::uint8_t* octets, std::size_t size) {
+            if (split(message, length, _ends.far_datagram, part, [&](const std::uint8_t* octets, std::size_t size) {
                     sent = send_datagram(sender, octets, static_cast<std::uint32_t>(size), place, deadline) && sent;
                 })) {
                 return sent;
@@ -66,7 +66,7 @@ private:
     bool send_datagram(rtps::SenderResource& sender, const rtps::octet* message, std::uint32_t length, const rtps::Locator_t& place,
                        const std::chrono::steady_clock::time_point& deadline) {
         thread_local std::vector<std::uint8_t> copy;
-        switch (_boxes.paths->send(message, length, place)) {
+        switch (_ends.paths->send(message, length, place)) {
             case Paths::Verdict::HOLD:
                 return true;  // as lost on the wire
             case Paths::Verdict::PASS_WITHOUT_HEARTBEAT:
@@ -77,29 +77,29 @@ private:
             case Paths::Verdict::PASS:
                 break;
         }
-        return _boxes.outbox ? _boxes.outbox->send(sender, message, length, place, deadline)
-                             : Outbox::send_now(sender, message, length, place, deadline);
+        return _ends.outbox ? _ends.outbox->send(sender, message, length, place, deadline)
+                            : Outbox::send_now(sender, message, length, place, deadline);
     }
 
-    const Boxes _boxes;
+    const TransportEnds _ends;
 };
 
 class UdpTransportDescriptor final : public transport::ChainingTransportDescriptor {
 public:
-    UdpTransportDescriptor(std::shared_ptr<TransportDescriptorInterface> udp, Boxes boxes)
-        : ChainingTransportDescriptor(std::move(udp)), _boxes(std::move(boxes)) {}
+    UdpTransportDescriptor(std::shared_ptr<TransportDescriptorInterface> udp, TransportEnds ends)
+        : ChainingTransportDescriptor(std::move(udp)), _ends(std::move(ends)) {}
 
-    transport::TransportInterface* create_transport() const override { return new UdpTransport(*this, _boxes); }
+    transport::TransportInterface* create_transport() const override { return new UdpTransport(*this, _ends); }
 
 private:
-    const Boxes _boxes;
+    const TransportEnds _ends;
 };
 
 }  // namespace
 
 std::shared_ptr<transport::TransportDescriptorInterface> make_udp_transport(
-    std::shared_ptr<transport::TransportDescriptorInterface> udp, const Boxes& boxes) {
-    return std::make_shared<UdpTransportDescriptor>(std::move(udp), boxes);
+    std::shared_ptr<transport::TransportDescriptorInterface> udp, const TransportEnds& ends) {
+    return std::make_shared<UdpTransportDescriptor>(std::move(udp), ends);
 }
 
 }  // namespace fastdds

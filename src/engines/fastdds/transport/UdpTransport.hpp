@@ -17,7 +17,7 @@ namespace norvane {
 namespace fastdds {
 
 /// What a participant keeps of its transport. It has an inbox, interfaces and paths, or none of them.
-struct Boxes {
+struct TransportEnds {
     std::shared_ptr<Outbox> outbox;  ///< Closed before the participant is removed; null: nothing waits.
     std::shared_ptr<Inbox> inbox;
     std::shared_ptr<const Interfaces> interfaces;
@@ -28,7 +28,7 @@ struct Boxes {
 /// @param udp  what really sends and receives.
 /// @throws std::bad_alloc
 std::shared_ptr<eprosima::fastdds::rtps::TransportDescriptorInterface> make_udp_transport(
-    std::shared_ptr<eprosima::fastdds::rtps::TransportDescriptorInterface> udp, const Boxes& boxes);
+    std::shared_ptr<eprosima::fastdds::rtps::TransportDescriptorInterface> udp, const TransportEnds& ends);
 
 }  // namespace fastdds
 }  // namespace norvane

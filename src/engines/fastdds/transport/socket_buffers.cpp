@@ -39,10 +39,10 @@ SocketBuffers granted_socket_buffers(std::uint32_t wanted) noexcept {
 }
 
 std::string warning_of_small_socket_buffers(std::uint32_t wanted) {
-    static std::atomic<std::uint32_t> told{0};
+    static std::atomic<std::uint32_t> confirmed{0};
     const SocketBuffers buffers = granted_socket_buffers(wanted);
     const bool is_enough = buffers.receive == 0 || (buffers.receive == wanted && buffers.send == wanted);
-    if (is_enough || told.exchange(std::max(wanted, told.load())) >= wanted) {
+    if (is_enough || confirmed.exchange(std::max(wanted, confirmed.load())) >= wanted) {
         return std::string();
     }
     const std::string size = std::to_string(wanted);

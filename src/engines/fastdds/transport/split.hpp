@@ -18,7 +18,8 @@ namespace fastdds {
 /// @param hand_out gets each message: `const std::uint8_t*`, `std::size_t`.
 /// @return false, and nothing has been handed out, when the message cannot be taken apart: it is sealed, or names a source of its own.
 template <typename HandOut>
-bool split(const std::uint8_t* message, std::size_t length, std::size_t limit, std::vector<std::uint8_t>& part, const HandOut& hand_out) {
+bool split(const std::uint8_t* message, std::size_t length, std::size_t limit, std::vector<std::uint8_t>& part,
+           const HandOut& hand_out) {
     constexpr std::size_t HEADER = Submessage::MESSAGE_HEADER;
     if (!Submessage::begin_a_message(message, length)) {
         return false;
@@ -60,8 +61,7 @@ bool split(const std::uint8_t* message, std::size_t length, std::size_t limit, s
         if (each.kind == Submessage::PAD || each.kind >= Submessage::FIRST_OF_VENDORS) {
             continue;
         }
-        const std::size_t with_context =
-            whole + (destination.is_said ? 0 : destination.length) + (time.is_said ? 0 : time.length);
+        const std::size_t with_context = whole + (destination.is_said ? 0 : destination.length) + (time.is_said ? 0 : time.length);
         if (part.size() > HEADER && part.size() + with_context > limit) {
             hand_out(part.data(), part.size());
             begin_part();

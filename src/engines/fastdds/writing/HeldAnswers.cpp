@@ -8,7 +8,7 @@ namespace norvane {
 namespace fastdds {
 
 std::int64_t HeldAnswers::deadline_of(const DDS_GUID_t& requester, DDS_GUID_t& participant) const noexcept {
-    if (requester == DDS_GUID_UNKNOWN || (_audience.has_reader_of(requester) && _answers.empty())) {
+    if (requester == DDS_GUID_UNKNOWN || (_readers.has_reader_of(requester) && _answers.empty())) {
         return 0;
     }
     const std::int64_t patience_ends_ns = mw::deadline_after(_patience);
@@ -16,7 +16,7 @@ std::int64_t HeldAnswers::deadline_of(const DDS_GUID_t& requester, DDS_GUID_t& p
         std::any_of(_answers.begin(), _answers.end(), [&](const HeldAnswer& held) { return held.requester == requester; });
     const std::shared_ptr<const Discovered> announced = _domain.find_requester(requester);
     if (announced) {
-        return has_one_before || !_audience.is_in_reach(requester, announced.get()) ? patience_ends_ns : 0;
+        return has_one_before || !_readers.is_in_reach(requester, announced.get()) ? patience_ends_ns : 0;
     }
     const std::int64_t return_ns = size() < _most_for_lost ? _domain.return_deadline_ns(requester, participant) : 0;
     if (return_ns != 0) {
@@ -35,7 +35,7 @@ bool HeldAnswers::is_requester_alive(const HeldAnswer& answer, bool& is_heard) c
     const std::shared_ptr<const Discovered> announced = _domain.find_requester(answer.requester);
     const bool is_another =
         announced && answer.participant != DDS_GUID_UNKNOWN && announced->info.participant_guid != answer.participant;
-    is_heard = !is_another && _audience.is_in_reach(answer.requester, announced.get());
+    is_heard = !is_another && _readers.is_in_reach(answer.requester, announced.get());
     DDS_GUID_t participant;
     return is_heard || (announced ? !is_another : _domain.return_deadline_ns(answer.requester, participant) != 0);
 }

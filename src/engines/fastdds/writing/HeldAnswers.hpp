@@ -14,7 +14,7 @@
 #include <fastdds/rtps/common/CacheChange.h>
 #include <fastdds/rtps/common/WriteParams.h>
 
-#include "engines/fastdds/writing/Audience.hpp"
+#include "engines/fastdds/writing/MatchedReaders.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -32,8 +32,8 @@ class HeldAnswers {
 public:
     /// @param patience  how long an answer waits.
     /// @param most      with so many waiting none is held for a requester that is lost: the others keep that room.
-    HeldAnswers(Domain& domain, const Audience& audience, const DDS_Duration_t& patience, std::int64_t most) noexcept
-        : _domain(domain), _audience(audience), _patience(patience), _most_for_lost(most) {}
+    HeldAnswers(Domain& domain, const MatchedReaders& audience, const DDS_Duration_t& patience, std::int64_t most) noexcept
+        : _domain(domain), _readers(audience), _patience(patience), _most_for_lost(most) {}
     HeldAnswers(const HeldAnswers&) = delete;
     HeldAnswers& operator=(const HeldAnswers&) = delete;
 
@@ -64,7 +64,7 @@ public:
                 next_ns = std::min(next_ns, place->deadline_ns);
                 *kept++ = *place;
             } else if (!is_alive || has_room()) {
-                let_go(*place, is_alive, is_heard || _audience.has_unrouted());
+                let_go(*place, is_alive, is_heard || _readers.has_unrouted());
             } else {
                 break;
             }
@@ -87,7 +87,7 @@ private:
     bool is_requester_alive(const HeldAnswer& answer, bool& is_heard) const noexcept;
 
     Domain& _domain;
-    const Audience& _audience;
+    const MatchedReaders& _readers;
     const DDS_Duration_t _patience;
     const std::int64_t _most_for_lost;
     std::deque<HeldAnswer> _answers;

@@ -27,7 +27,7 @@ namespace dds = eprosima::fastdds::dds;
 constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
 constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
 // The reader of a requester is made right after its writer, as a rule; on a machine that has much to do, some ten milliseconds later.
-constexpr std::int64_t APPEARANCE_NS = 100 * 1000 * 1000;
+constexpr std::int64_t ADVERTISING_DELAY_NS = 100 * 1000 * 1000;
 // Fast DDS's thread of timers forgets one that is due in more than a day: it costs nothing from then on. Each that is running makes that thread slower
 // at every other, under a mutex per comparison: with the timers of a thousand writers it does nothing else.
 constexpr std::int64_t NEVER_NS = 30LL * 24 * 3600 * 1000 * 1000 * 1000;
@@ -54,14 +54,14 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
       _domain(domain),
       _pool(*settings.pool),
       _reliable(settings.qos->reliability.kind == DDS_RELIABLE_RELIABILITY_QOS),
-      _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
+      _is_transient_local(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
       _keeps_last_only(settings.qos->history.kind == DDS_KEEP_LAST_HISTORY_QOS),
       _history_limit(limit_of(*settings.qos)),
       _history(std::make_unique<History>(history_attributes())),
-      _window(std::min(_keeps ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
-      _pace(_reliable && !_keeps),
-      _audience(*domain, *this, settings.qos->writer_resource_limits.max_remote_reader_filters),
-      _held(*domain, _audience, settings.qos->reliability.max_blocking_time, _window.most() / 2) {}
+      _window(std::min(_is_transient_local ? std::numeric_limits<std::int64_t>::max() : _history_limit, domain->window())),
+      _pace(_reliable && !_is_transient_local),
+      _readers(*domain, *this, settings.qos->writer_resource_limits.max_remote_reader_filters),
+      _held(*domain, _readers, settings.qos->reliability.max_blocking_time, _window.most() / 2) {}
 
 Writer::~Writer() { close(); }
 
@@ -73,17 +73,17 @@ DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string
         attributes.times.nackSupressionDuration = to_duration(NEVER_NS);
     }
     // Whoever comes back under a name of his own may get late answers to the other he once was.
-    _answers_prove = _pace.drives_heartbeats() && is_requester(settings.info) && settings.info.guid == DDS_GUID_AUTO;
+    _reply_acknowledges = _pace.drives_heartbeats() && is_requester(settings.info) && settings.info.guid == DDS_GUID_AUTO;
     // Fast DDS would add a heartbeat to each sample that follows one which is gone without an acknowledgement.
-    attributes.disable_heartbeat_piggyback = _answers_prove;
-    _pace.start(_times.heartbeatPeriod.to_ns(), _times.nackSupressionDuration.to_ns(), _answers_prove);
+    attributes.disable_heartbeat_piggyback = _reply_acknowledges;
+    _pace.start(_times.heartbeatPeriod.to_ns(), _times.nackSupressionDuration.to_ns(), _reply_acknowledges);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, _history.get(), this);
     if (_writer == nullptr) {
         failure = "Fast DDS makes no writer";
         return DDS_RETCODE_ERROR;
     }
-    _probe.writerGUID = _writer->getGuid();
+    _ack_query.writerGUID = _writer->getGuid();
     _near_fragment = _far_fragment = _writer->getMaxDataSize();
     const std::uint32_t message = _domain->participant().getMaxMessageSize();
     if (_domain->far_datagram() != 0 && _domain->far_datagram() < message) {
@@ -110,15 +110,15 @@ DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
         if (!share && is_requester(_info)) {
             // Announced once, with its reader. Told of first without it and then again, those who just then ask Fast DDS for the first are not
             // told that it is gone, and do not take the second before the heartbeat of Fast DDS's discovery: a second later.
-            _appears_later.store(true);
-            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + APPEARANCE_NS);
+            _advertises_later.store(true);
+            _domain->dispatcher().start_timer(shared_from_this(), platform::monotonic_ns() + ADVERTISING_DELAY_NS);
             return DDS_RETCODE_OK;
         }
         const std::lock_guard<std::mutex> endpoints_lock(Domain::endpoints_mutex());
         if (share) {
             _answers = std::make_unique<const mw::EndpointInfo>(share->info());
         }
-        return appear_locked() ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
+        return advertise_locked() ? DDS_RETCODE_OK : DDS_RETCODE_ERROR;
     } catch (const std::exception&) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
@@ -127,39 +127,39 @@ DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
 dds::WriterQos Writer::announced_qos() const {
     dds::WriterQos qos;
     qos.m_reliability.kind = _reliable ? dds::RELIABLE_RELIABILITY_QOS : dds::BEST_EFFORT_RELIABILITY_QOS;
-    qos.m_durability.kind = _keeps ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
+    qos.m_durability.kind = _is_transient_local ? dds::TRANSIENT_LOCAL_DURABILITY_QOS : dds::VOLATILE_DURABILITY_QOS;
     qos.m_userData.setValue(announce_writer(_info, _answers.get()));
     qos.data_sharing.off();
     return qos;
 }
 
-void Writer::announce_answers(const mw::EndpointInfo* answers) {
+void Writer::advertise_answers(const mw::EndpointInfo* answers) {
     const Call call(_calls);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
     if (!call.may_run()) {
         return;
     }
     _answers = answers == nullptr ? nullptr : std::make_unique<const mw::EndpointInfo>(*answers);
-    if (_is_seen) {
+    if (_is_advertised) {
         _domain->participant().updateWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
     } else {
-        appear_locked();
+        advertise_locked();
     }
 }
 
-bool Writer::appear() {
+bool Writer::advertise() {
     const Call call(_calls);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
-    return call.may_run() && appear_locked();
+    return call.may_run() && advertise_locked();
 }
 
-bool Writer::appear_locked() {
-    if (!_is_seen) {
-        _is_seen =
+bool Writer::advertise_locked() {
+    if (!_is_advertised) {
+        _is_advertised =
             _domain->participant().registerWriter(_writer, topic_attributes(_info.topic_name, _info.type_name), announced_qos());
-        _appears_later.store(false);
+        _advertises_later.store(false);
     }
-    return _is_seen;
+    return _is_advertised;
 }
 
 void Writer::close() noexcept {
@@ -201,16 +201,16 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     if (request.sequence_number != DDS_AUTO_SEQUENCE_NUMBER) {
         return DDS_RETCODE_UNSUPPORTED;
     }
-    const Outbox::Writing writing(_domain->outbox());
+    const Outbox::BatchScope batch(_domain->outbox());
     rtps::CacheChange_t* change = nullptr;
     DDS_ReturnCode_t code = DDS_RETCODE_OUT_OF_RESOURCES;
     try {
-        if (_appears_later.load(std::memory_order_relaxed)) {
-            appear();
+        if (_advertises_later.load(std::memory_order_relaxed)) {
+            advertise();
         }
         change = encode(request.data);
         if (change != nullptr) {
-            code = write_patiently(request, change, identity, addressed);
+            code = write_blocking(request, change, identity, addressed);
         }
     } catch (const std::exception&) {
         code = DDS_RETCODE_OUT_OF_RESOURCES;
@@ -242,8 +242,8 @@ rtps::CacheChange_t* Writer::encode(const void* data) {
 }
 
 // @param change  null afterwards when it was written.
-DDS_ReturnCode_t Writer::write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change,
-                                         DDS_SampleIdentity_t& identity, bool& addressed) {
+DDS_ReturnCode_t Writer::write_blocking(const mw::WriteRequest& request, rtps::CacheChange_t*& change,
+                                        DDS_SampleIdentity_t& identity, bool& addressed) {
     const DDS_Duration_t& limit = request.max_blocking_time;
     const bool patient = limit.sec > 0 || (limit.sec == 0 && limit.nanosec > 0);
     std::int64_t deadline_ns = 0;
@@ -259,7 +259,7 @@ DDS_ReturnCode_t Writer::write_patiently(const mw::WriteRequest& request, rtps::
         if (code != DDS_RETCODE_TIMEOUT) {
             return code;
         }
-        ask_for_acknowledgments();
+        send_heartbeat();
         if (!patient) {
             return code;
         }
@@ -289,10 +289,10 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
         change = nullptr;
         addressed = true;
         ++_counts.written;
-        _domain->dispatcher().attend(shared_from_this(), deadline_ns);
+        _domain->dispatcher().start_timer(shared_from_this(), deadline_ns);
         return DDS_RETCODE_OK;
     }
-    addressed = _audience.wants(asker);
+    addressed = _readers.has_addressee(asker);
     if (!send_locked(*change, params, addressed)) {
         return DDS_RETCODE_ERROR;
     }
@@ -304,11 +304,11 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
 }
 
 bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, bool addressed) {
-    if (_keeps && _keeps_last_only && static_cast<std::int64_t>(_history->getHistorySize()) >= _history_limit) {
+    if (_is_transient_local && _keeps_last_only && static_cast<std::int64_t>(_history->getHistorySize()) >= _history_limit) {
         _history->remove_min_change();
     }
-    if (_met_stranger) {
-        introduce_locked();
+    if (_matched_foreign_reader) {
+        send_first_heartbeat_locked();
     }
     const std::uint32_t length = change.serializedPayload.length;
     // Before the history has it: while it is added, readers of this process get it and may acknowledge it.
@@ -319,7 +319,7 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     }
     if (!_reliable) {
         _window.acknowledge_all();
-        if (!_keeps) {
+        if (!_is_transient_local) {
             _history->remove_min_change();
         }
         return true;
@@ -327,15 +327,15 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     sweep_locked();
     if (_leaves_gap && addressed && !_writer->get_separate_sending()) {
         // Else the reader would wait for the next heartbeat before it believes that nothing comes in between.
-        ask_for_acknowledgments();
+        send_heartbeat();
     }
     _leaves_gap = !addressed;
     if (_window.on_the_way() > 0) {
         if (_pace.is_heartbeat_due(length, _window.on_the_way(), _window.most())) {
-            ask_for_acknowledgments();
+            send_heartbeat();
         }
         if (!_pace.timer_runs()) {
-            _domain->dispatcher().attend(shared_from_this(), _pace.start_timer(platform::monotonic_ns()));
+            _domain->dispatcher().start_timer(shared_from_this(), _pace.start_timer(platform::monotonic_ns()));
         }
     }
     return true;
@@ -346,7 +346,7 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
 // @return samples that wait for somebody.
 std::int64_t Writer::make_room_locked() noexcept {
     const auto kept = [this] { return static_cast<std::int64_t>(_history->getHistorySize()); };
-    if (_keeps || !_window.is_full()) {
+    if (_is_transient_local || !_window.is_full()) {
         return _window.on_the_way();
     }
     if (kept() >= _window.most() || _window.has_too_many_octets()) {
@@ -368,12 +368,12 @@ bool Writer::has_room_locked() noexcept {
     if (waiting >= _window.most() || (waiting > 0 && _window.has_too_many_octets())) {
         return false;
     }
-    return !_keeps || _keeps_last_only || static_cast<std::int64_t>(_history->getHistorySize()) < _history_limit;
+    return !_is_transient_local || _keeps_last_only || static_cast<std::int64_t>(_history->getHistorySize()) < _history_limit;
 }
 
 bool Writer::is_acknowledged_locked(std::int64_t number) noexcept {
-    _probe.sequenceNumber = rtps::SequenceNumber_t(static_cast<std::int32_t>(number >> 32), static_cast<std::uint32_t>(number));
-    return _writer->is_acked_by_all(&_probe);
+    _ack_query.sequenceNumber = rtps::SequenceNumber_t(static_cast<std::int32_t>(number >> 32), static_cast<std::uint32_t>(number));
+    return _writer->is_acked_by_all(&_ack_query);
 }
 
 // A late reader may still lack what all others acknowledged long ago: that Fast DDS says only when asked for everything.
@@ -383,12 +383,12 @@ bool Writer::is_all_acknowledged_locked() noexcept { return _writer->wait_for_al
 // nothing of the others. (Fast DDS has a reader some time before it tells.)
 // @return up to where requests have arrived, going by the answers; 0 when there is nothing to go by.
 std::int64_t Writer::answered_locked() const noexcept {
-    if (!_answers_prove || _window.on_the_way() == 0 || _audience.size() != 1 ||
+    if (!_reply_acknowledges || _window.on_the_way() == 0 || _readers.size() != 1 ||
         static_cast<const rtps::StatefulWriter*>(_writer)->getMatchedReadersSize() != 1) {
         return 0;
     }
     std::int64_t number = 0;
-    _audience.for_each([&](const DDS_GUID_t& /*reader*/, const Discovered& peer) { number = _answered->last_of(peer.rtps_guid); });
+    _readers.for_each([&](const DDS_GUID_t& /*reader*/, const Discovered& peer) { number = _answered->last_of(peer.rtps_guid); });
     return number > _matched_since && number <= _window.last_sent() ? number : 0;
 }
 
@@ -398,7 +398,7 @@ void Writer::sweep_locked() noexcept {
     if (octets_before - _window.octets() >= static_cast<std::int64_t>(Paths::LARGE)) {
         _domain->note_acknowledged(_writer->getGuid(), _window.acknowledged());
     }
-    if (!_keeps) {
+    if (!_is_transient_local) {
         while (_history->changesBegin() != _history->changesEnd() &&
                static_cast<std::int64_t>((*_history->changesBegin())->sequenceNumber.to64long()) <= _window.acknowledged()) {
             _history->remove_min_change();
@@ -406,7 +406,7 @@ void Writer::sweep_locked() noexcept {
     }
 }
 
-void Writer::ask_for_acknowledgments() noexcept {
+void Writer::send_heartbeat() noexcept {
     if (!_reliable) {
         return;
     }
@@ -414,15 +414,15 @@ void Writer::ask_for_acknowledgments() noexcept {
     const Lock lock(writer.getMutex());
     if (_pace.begins_nack_check(platform::monotonic_ns())) {
         // From here on what was sent is sent again when it is asked for: before the heartbeat, whose answer may ask.
-        _audience.for_each([&](const DDS_GUID_t& reader, const Discovered&) { writer.perform_nack_supression(to_rtps(reader)); });
+        _readers.for_each([&](const DDS_GUID_t& reader, const Discovered&) { writer.perform_nack_supression(to_rtps(reader)); });
     }
     writer.send_periodic_heartbeat(false, false);
 }
 
 // Readers of other vendors may take the first heartbeat that they hear for their beginning, and never ask for what the wire lost before it. That of
 // Fast DDS, at the match, leaves before the announcement of a new writer: nobody hears it. Another one in front of the first sample.
-void Writer::introduce_locked() noexcept {
-    _met_stranger = false;
+void Writer::send_first_heartbeat_locked() noexcept {
+    _matched_foreign_reader = false;
     // (As one that says only that the writer is there: it goes out although nothing is missing, and wants no answer.)
     static_cast<rtps::StatefulWriter*>(_writer)->send_periodic_heartbeat(true, true);
 }
@@ -439,12 +439,12 @@ void Writer::choose_sending_locked() noexcept {
     // the sample would wait for the next one. A single reader sees none, and is spared the acknowledgement of each sample.
     //
     // Together, Fast DDS repeats in one large datagram what was lost. A wire that cannot carry that loses it over and over.
-    _writer->set_separate_sending((_audience.size() > 1 && _audience.has_routed()) || _pace.has_stalled());
+    _writer->set_separate_sending((_readers.size() > 1 && _readers.has_routed()) || _pace.has_stalled());
 }
 
-void Writer::pace_sending_locked() noexcept {
+void Writer::adapt_pace_locked() noexcept {
     const std::int64_t requesters = is_requester(_info) ? _domain->requester_count() : 0;
-    if (!_reliable || !_pace.adapt(static_cast<std::int64_t>(_audience.size()), requesters) || _pace.drives_heartbeats()) {
+    if (!_reliable || !_pace.adapt(static_cast<std::int64_t>(_readers.size()), requesters) || _pace.drives_heartbeats()) {
         return;
     }
     rtps::WriterTimes times = _times;
@@ -480,14 +480,14 @@ DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait
             }
             sweep_locked();
             goal = goal < 0 || !_held.is_empty() ? _window.last_sent() : goal;
-            if (_held.is_empty() && _window.acknowledged() >= goal && (!_keeps || is_all_acknowledged_locked())) {
+            if (_held.is_empty() && _window.acknowledged() >= goal && (!_is_transient_local || is_all_acknowledged_locked())) {
                 return DDS_RETCODE_OK;
             }
         }
         if (platform::monotonic_ns() >= deadline_ns) {
             return DDS_RETCODE_TIMEOUT;
         }
-        ask_for_acknowledgments();
+        send_heartbeat();
         sleep(seen, deadline_ns);
     }
 }
@@ -508,14 +508,14 @@ void Writer::wake_up() noexcept {
 
 // ---- what is held, and what readers of this process had no room for ------------------------------------------------
 
-std::int64_t Writer::attend() noexcept {
+std::int64_t Writer::run_timer() noexcept {
     const Call call(_calls);
     if (!call.may_run()) {
         return platform::NO_DEADLINE;
     }
     try {
-        if (_appears_later.load()) {
-            appear();
+        if (_advertises_later.load()) {
+            advertise();
         }
     } catch (const std::exception&) {
         return platform::monotonic_ns() + RETRY_NS;
@@ -523,8 +523,8 @@ std::int64_t Writer::attend() noexcept {
     const Lock lock(_writer->getMutex());
     const std::int64_t now_ns = platform::monotonic_ns();
     sweep_locked();
-    const std::int64_t again_ns = _audience.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
-    pace_sending_locked();  // requesters come and go
+    const std::int64_t again_ns = _readers.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
+    adapt_pace_locked();  // requesters come and go
     const std::int64_t on_the_way = _window.on_the_way();
     const Pace::Due due =
         _pace.run_timer(now_ns, on_the_way, _window.acknowledged(), on_the_way > 0 ? _window.oldest_sent_ns() : now_ns);
@@ -532,7 +532,7 @@ std::int64_t Writer::attend() noexcept {
         choose_sending_locked();
     }
     if (_heartbeat_is_due.exchange(false) || due.heartbeat) {
-        ask_for_acknowledgments();
+        send_heartbeat();
     }
     wake_up();
     return std::min(again_ns, due.next_ns);
@@ -540,7 +540,7 @@ std::int64_t Writer::attend() noexcept {
 
 void Writer::ask_soon() noexcept {
     _heartbeat_is_due.store(true);
-    _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
+    _domain->dispatcher().start_timer(shared_from_this(), platform::monotonic_ns());
 }
 
 // @return when to look again.
@@ -602,28 +602,29 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
     const std::shared_ptr<const Discovered> peer = _domain->find(reader_guid);
     const Lock lock(_writer->getMutex());
     note_distance_locked(reason == rtps::ReaderDiscoveryInfo::REMOVED_READER ? nullptr : reader_info, reader_guid);
-    if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && _audience.remove(to_guid(reader_guid))) {
+    if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && _readers.remove(to_guid(reader_guid))) {
         wake_up();
     } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && peer != nullptr &&
-               _audience.add(to_guid(reader_guid), peer, reader_guid.is_on_same_process_as(_writer->getGuid()))) {
-        _met_stranger = _met_stranger || (_pace.drives_heartbeats() && !peer->ours);
+               _readers.add(to_guid(reader_guid), peer, reader_guid.is_on_same_process_as(_writer->getGuid()))) {
+        _matched_foreign_reader = _matched_foreign_reader || (_pace.drives_heartbeats() && !peer->ours);
         if (!_held.is_empty()) {
-            _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns());
+            _domain->dispatcher().start_timer(shared_from_this(), platform::monotonic_ns());
         }
     } else {
         return;
     }
     _matched_since = _window.last_sent();
     choose_sending_locked();
-    pace_sending_locked();
-    if (_audience.is_outdated()) {
-        _domain->dispatcher().attend(shared_from_this(), platform::monotonic_ns() + RETRY_NS);
+    adapt_pace_locked();
+    if (_readers.is_outdated()) {
+        _domain->dispatcher().start_timer(shared_from_this(), platform::monotonic_ns() + RETRY_NS);
     }
 }
 
 // @param reader  null: it is gone.
 void Writer::note_distance_locked(const rtps::ReaderProxyData* reader, const rtps::GUID_t& guid) noexcept {
-    if (reader == nullptr || guid.is_on_same_process_as(_writer->getGuid()) || _domain->has_near(reader->remote_locators().unicast)) {
+    if (reader == nullptr || guid.is_on_same_process_as(_writer->getGuid()) ||
+        _domain->has_near(reader->remote_locators().unicast)) {
         _far_readers.erase(to_guid(guid));
     } else {
         try {
@@ -635,10 +636,10 @@ void Writer::note_distance_locked(const rtps::ReaderProxyData* reader, const rtp
     _history->fragment_above(_far_readers.empty() ? _near_fragment : _far_fragment);
 }
 
-bool Writer::note_requester(const std::string& topic) noexcept {
+bool Writer::on_requester_changed(const std::string& topic) noexcept {
     const bool shares_with_it = topic == _info.topic_name;
     if (shares_with_it) {
-        _audience.outdate();
+        _readers.outdate();
     }
     return shares_with_it || _held.has_any();
 }
@@ -647,7 +648,7 @@ bool Writer::note_requester(const std::string& topic) noexcept {
 void Writer::onWriterChangeReceivedByAll(rtps::RTPSWriter* /*writer*/, rtps::CacheChange_t* /*change*/) { wake_up(); }
 
 bool Writer::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const {
-    return _audience.may_get(to_guid(reader_guid), to_guid(change.write_params.related_sample_identity().writer_guid()));
+    return _readers.is_for(to_guid(reader_guid), to_guid(change.write_params.related_sample_identity().writer_guid()));
 }
 
 }  // namespace fastdds

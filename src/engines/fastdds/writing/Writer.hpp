@@ -24,8 +24,8 @@
 #include "engines/fastdds/Endpoint.hpp"
 #include "engines/fastdds/discovery/Domain.hpp"
 #include "engines/fastdds/writing/AnsweredRequests.hpp"
-#include "engines/fastdds/writing/Audience.hpp"
 #include "engines/fastdds/writing/HeldAnswers.hpp"
+#include "engines/fastdds/writing/MatchedReaders.hpp"
 #include "engines/fastdds/writing/Pace.hpp"
 #include "engines/fastdds/writing/Window.hpp"
 
@@ -49,9 +49,9 @@ public:
 
     /// Has peers know that a part of its participant's shared reader gets the answers to this writer. @param answers  null: no longer.
     /// @throws std::bad_alloc
-    void announce_answers(const mw::EndpointInfo* answers);
+    void advertise_answers(const mw::EndpointInfo* answers);
     /// Lets the writer be seen, if it is not yet: it waits for nothing any more. @return whether it is seen. @throws std::bad_alloc
-    bool appear();
+    bool advertise();
 
     /// @return where the reader of the answers to this writer notes what was answered.
     const std::shared_ptr<AnsweredRequests>& answered() const noexcept { return _answered; }
@@ -61,9 +61,9 @@ public:
     void redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept;
 
     bool is_writer() const noexcept override { return true; }
-    bool note_requester(const std::string& topic) noexcept override;
+    bool on_requester_changed(const std::string& topic) noexcept override;
     void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
-    std::int64_t attend() noexcept override;
+    std::int64_t run_timer() noexcept override;
     void ask_soon() noexcept override;
 
 private:
@@ -77,24 +77,24 @@ private:
     };
 
     rtps::CacheChange_t* encode(const void* data);
-    DDS_ReturnCode_t write_patiently(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
-                                     bool& addressed);
+    DDS_ReturnCode_t write_blocking(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
+                                    bool& addressed);
     DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
                                   bool& addressed);
     bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, bool addressed);
     std::int64_t send_held_locked(std::int64_t now_ns) noexcept;
     eprosima::fastdds::dds::WriterQos announced_qos() const;
-    bool appear_locked();
+    bool advertise_locked();
     std::int64_t make_room_locked() noexcept;
     bool has_room_locked() noexcept;
     void sweep_locked() noexcept;
     std::int64_t answered_locked() const noexcept;
     bool is_acknowledged_locked(std::int64_t number) noexcept;
     bool is_all_acknowledged_locked() noexcept;
-    void ask_for_acknowledgments() noexcept;
+    void send_heartbeat() noexcept;
     void send_deferred() noexcept;
-    void introduce_locked() noexcept;
-    void pace_sending_locked() noexcept;
+    void send_first_heartbeat_locked() noexcept;
+    void adapt_pace_locked() noexcept;
     void choose_sending_locked() noexcept;
     void note_distance_locked(const rtps::ReaderProxyData* reader, const rtps::GUID_t& guid) noexcept;
     void sleep(std::uint32_t seen, std::int64_t deadline_ns) noexcept;
@@ -109,7 +109,7 @@ private:
     const std::shared_ptr<Domain> _domain;
     mw::SamplePool& _pool;
     const bool _reliable;
-    const bool _keeps;  // transient-local
+    const bool _is_transient_local;  // transient-local
     const bool _keeps_last_only;
     const std::int64_t _history_limit;
     std::unique_ptr<History> _history;
@@ -117,8 +117,8 @@ private:
     Pace _pace;                // its timer is the worker of the participant
     rtps::WriterTimes _times;  // as the QoS has them
     rtps::RTPSWriter* _writer = nullptr;
-    std::atomic<bool> _appears_later{false};           // that of a requester, whose reader is to come
-    bool _is_seen = false;                             // guarded by the mutex of all endpoints, as is
+    std::atomic<bool> _advertises_later{false};        // that of a requester, whose reader is to come
+    bool _is_advertised = false;                       // guarded by the mutex of all endpoints, as is
     std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
 
     std::uint32_t _near_fragment = 0;  // octets, where every reader is on this machine
@@ -126,17 +126,17 @@ private:
     std::unordered_set<DDS_GUID_t, GuidHash> _far_readers;
     std::atomic<bool> _heartbeat_is_due{false};
 
-    Audience _audience;
+    MatchedReaders _readers;
     HeldAnswers _held;
     const std::shared_ptr<AnsweredRequests> _answered = std::make_shared<AnsweredRequests>();
-    bool _answers_prove = false;      // that requests have arrived
-    std::int64_t _matched_since = 0;  // the last number before the readers were those that they are
+    bool _reply_acknowledges = false;  // that requests have arrived
+    std::int64_t _matched_since = 0;   // the last number before the readers were those that they are
     mw::WriteCounts _counts;
-    bool _leaves_gap = false;         // the last sample was for nobody
-    bool _met_stranger = false;       // since the last sample
-    rtps::CacheChange_t _probe;       // asks whether a number is acknowledged
-    std::uint32_t _redeliveries = 1;  // Fast DDS itself acknowledges with 1
-    platform::FutexWord _changes{0};  // acknowledged, peer gone, closed
+    bool _leaves_gap = false;              // the last sample was for nobody
+    bool _matched_foreign_reader = false;  // since the last sample
+    rtps::CacheChange_t _ack_query;        // asks whether a number is acknowledged
+    std::uint32_t _redeliveries = 1;       // Fast DDS itself acknowledges with 1
+    platform::FutexWord _changes{0};       // acknowledged, peer gone, closed
     std::atomic<std::uint32_t> _sleepers{0};
 };
 

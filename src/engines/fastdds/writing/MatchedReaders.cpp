@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "engines/fastdds/writing/Audience.hpp"
+#include "engines/fastdds/writing/MatchedReaders.hpp"
 
 #include <exception>
 #include <utility>
@@ -7,7 +7,7 @@
 namespace norvane {
 namespace fastdds {
 
-bool Audience::add(const DDS_GUID_t& reader, const std::shared_ptr<const Discovered>& peer, bool in_this_process) noexcept {
+bool MatchedReaders::add(const DDS_GUID_t& reader, const std::shared_ptr<const Discovered>& peer, bool in_this_process) noexcept {
     const bool fits = are_of_one_type(_writer.info(), peer->info);
     // Inside a process Fast DDS takes what comes before a gap for acknowledged, and a reader with a bound may have refused some of it: it gets
     // everything, and looks for itself. (Shared readers refuse nothing.)
@@ -31,7 +31,7 @@ bool Audience::add(const DDS_GUID_t& reader, const std::shared_ptr<const Discove
     return true;
 }
 
-bool Audience::remove(const DDS_GUID_t& reader) noexcept {
+bool MatchedReaders::remove(const DDS_GUID_t& reader) noexcept {
     const auto place = _matches.find(reader);
     if (place == _matches.end()) {
         return false;
@@ -48,19 +48,19 @@ bool Audience::remove(const DDS_GUID_t& reader) noexcept {
     return true;
 }
 
-bool Audience::is_in_reach(const DDS_GUID_t& requester, const Discovered* announced) const noexcept {
+bool MatchedReaders::is_in_reach(const DDS_GUID_t& requester, const Discovered* announced) const noexcept {
     return has_reader_of(requester) || (announced != nullptr && announced->answers.topic_name == _writer.info().topic_name &&
                                         _shared.count(announced->info.participant_guid) != 0);
 }
 
-bool Audience::wants(const DDS_GUID_t& related) const noexcept {
+bool MatchedReaders::has_addressee(const DDS_GUID_t& related) const noexcept {
     if (has_unrouted() || related == DDS_GUID_UNKNOWN || !has_routed()) {
         return has_unrouted();
     }
     return is_in_reach(related, _domain.find_requester(related).get());
 }
 
-bool Audience::may_get(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept {
+bool MatchedReaders::is_for(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept {
     const auto place = _matches.find(reader);
     if (place == _matches.end()) {
         return true;  // matched just now: it looks for itself
@@ -77,10 +77,10 @@ bool Audience::may_get(const DDS_GUID_t& reader, const DDS_GUID_t& related) cons
            announced->info.participant_guid == match.peer->info.participant_guid;
 }
 
-bool Audience::refresh() noexcept {
+bool MatchedReaders::refresh() noexcept {
     try {
         if (_is_outdated.exchange(false)) {
-            update_sharers();
+            update_shares();
         }
         return true;
     } catch (const std::exception&) {
@@ -90,7 +90,7 @@ bool Audience::refresh() noexcept {
 }
 
 // @throws std::bad_alloc  when a reader comes; never when it goes
-void Audience::count(const std::shared_ptr<const Discovered>& reader, int change) {
+void MatchedReaders::count(const std::shared_ptr<const Discovered>& reader, int change) {
     if (reader->routing == Routing::NONE) {
         _unrouted += change;
     } else if (reader->routing == Routing::OWN) {
@@ -113,14 +113,14 @@ void Audience::count(const std::shared_ptr<const Discovered>& reader, int change
 
 // Tells the middleware of the readers that are parts of shared ones, as they are now.
 // @throws std::bad_alloc
-void Audience::update_sharers() {
+void MatchedReaders::update_shares() {
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> in_reach;
-    for (std::shared_ptr<const Discovered>& requester : _domain.find_sharers(_writer.info().topic_name)) {
+    for (std::shared_ptr<const Discovered>& requester : _domain.find_sharing_requesters(_writer.info().topic_name)) {
         if (_shared.count(requester->info.participant_guid) != 0) {
             in_reach.emplace(requester->info.guid, std::move(requester));
         }
     }
-    for (auto place = _sharers.begin(); place != _sharers.end();) {
+    for (auto place = _shares.begin(); place != _shares.end();) {
         const auto found = in_reach.find(place->first);
         if (found != in_reach.end() && found->second->answers.guid == place->second.reader->guid) {
             place->second.requester = found->second;
@@ -129,18 +129,18 @@ void Audience::update_sharers() {
         }
         const bool is_lost = place->second.requester->is_lost.load() || _domain.kind_of_leaving() == mw::PeerEventKind::LOST;
         _writer.note({is_lost ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED, place->second.reader});
-        place = _sharers.erase(place);
+        place = _shares.erase(place);
     }
     for (const auto& entry : in_reach) {
-        if (_sharers.count(entry.first) == 0) {
+        if (_shares.count(entry.first) == 0) {
             const mw::EndpointInfo& shared = _shared[entry.second->info.participant_guid].peer->info;
             mw::EndpointInfo reader = entry.second->answers;
             reader.type_name = shared.type_name;
             reader.type_hash = shared.type_hash;
             reader.reliability = shared.reliability;
             reader.durability = shared.durability;
-            const Sharer sharer = {entry.second, std::make_shared<const mw::EndpointInfo>(std::move(reader))};
-            _sharers.emplace(entry.first, sharer);
+            const ReaderShare sharer = {entry.second, std::make_shared<const mw::EndpointInfo>(std::move(reader))};
+            _shares.emplace(entry.first, sharer);
             _writer.note({mw::PeerEventKind::MATCHED, sharer.reader});
         }
     }

@@ -2,8 +2,8 @@
 // Who hears a writer: its matched readers, which of its samples each of them gets, and the requesters that take their answers from shared ones.
 //
 // Thread rule: under the mutex of the writer's RTPS writer, but for `outdate` and `is_outdated`. Order: it, then the participant's directory or a sink.
-#ifndef NORVANE_ENGINES_FASTDDS_WRITING_AUDIENCE_HPP
-#define NORVANE_ENGINES_FASTDDS_WRITING_AUDIENCE_HPP
+#ifndef NORVANE_ENGINES_FASTDDS_WRITING_MATCHEDREADERS_HPP
+#define NORVANE_ENGINES_FASTDDS_WRITING_MATCHEDREADERS_HPP
 
 #include <atomic>
 #include <cstddef>
@@ -16,14 +16,14 @@
 namespace norvane {
 namespace fastdds {
 
-class Audience {
+class MatchedReaders {
 public:
     /// @param writer         is told of who comes and goes.
     /// @param most_filtered  readers whose samples are chosen here at most; DDS_LENGTH_UNLIMITED for no limit.
-    Audience(Domain& domain, Endpoint& writer, DDS_Long most_filtered) noexcept
+    MatchedReaders(Domain& domain, Endpoint& writer, DDS_Long most_filtered) noexcept
         : _domain(domain), _writer(writer), _most_filtered(most_filtered) {}
-    Audience(const Audience&) = delete;
-    Audience& operator=(const Audience&) = delete;
+    MatchedReaders(const MatchedReaders&) = delete;
+    MatchedReaders& operator=(const MatchedReaders&) = delete;
 
     /// @param in_this_process  the reader is.
     /// @return false when it was there already, or there is no memory.
@@ -51,9 +51,9 @@ public:
     bool is_in_reach(const DDS_GUID_t& requester, const Discovered* announced) const noexcept;
     /// @param related  the writer that a sample answers, or DDS_GUID_UNKNOWN.
     /// @return whether anybody wants the sample.
-    bool wants(const DDS_GUID_t& related) const noexcept;
+    bool has_addressee(const DDS_GUID_t& related) const noexcept;
     /// @return whether that reader may get the sample: it is not of another type, and the sample is not chosen here for others.
-    bool may_get(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept;
+    bool is_for(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept;
 
     /// Something is new of requesters that take their answers from shared readers: `refresh` is to follow. Any thread.
     void outdate() noexcept { _is_outdated.store(true); }
@@ -73,13 +73,13 @@ private:
         std::shared_ptr<const Discovered> peer;
     };
     // A requester, and the part of a shared reader that gets its answers: to the middleware a reader of its own.
-    struct Sharer {
+    struct ReaderShare {
         std::shared_ptr<const Discovered> requester;
         std::shared_ptr<const mw::EndpointInfo> reader;
     };
 
     void count(const std::shared_ptr<const Discovered>& reader, int change);
-    void update_sharers();
+    void update_shares();
 
     Domain& _domain;
     Endpoint& _writer;
@@ -87,8 +87,8 @@ private:
     std::unordered_map<DDS_GUID_t, Match, GuidHash> _matches;        // by the RTPS GUID of the reader
     std::unordered_map<DDS_GUID_t, int, GuidHash> _routes;           // readers that want the answers to a writer
     std::unordered_map<DDS_GUID_t, SharedReader, GuidHash> _shared;  // by participant
-    std::unordered_map<DDS_GUID_t, Sharer, GuidHash>
-        _sharers;  // by the virtual GUID of the requester: what the middleware was told
+    std::unordered_map<DDS_GUID_t, ReaderShare, GuidHash>
+        _shares;  // by the virtual GUID of the requester: what the middleware was told
     int _unrouted = 0;
     int _filtered = 0;
     std::atomic<bool> _is_outdated{false};
