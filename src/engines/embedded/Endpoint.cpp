@@ -9,19 +9,15 @@ namespace embedded {
 Endpoint::Endpoint(std::shared_ptr<const mw::EndpointInfo> info) noexcept : _info(std::move(info)) {}
 
 void Endpoint::announce() noexcept {
-    if ((_announcements.fetch_add(1) & CLOSING) == 0) {
+    if (_announcements.enter()) {
         _peer_sink->announce();
     }
-    if (_announcements.fetch_sub(1) == (CLOSING | 1U)) {
-        platform::wake_all(_announcements);
-    }
+    _announcements.leave();
 }
 
 void Endpoint::wait_until_quiet() noexcept {
-    _announcements.fetch_or(CLOSING);
-    for (std::uint32_t seen = _announcements.load(); seen != CLOSING; seen = _announcements.load()) {
-        platform::wait_on(_announcements, seen, platform::NO_DEADLINE);
-    }
+    _announcements.shut();
+    _announcements.wait_until_empty();
 }
 
 bool Endpoint::leave_locked() noexcept {

@@ -6,11 +6,10 @@
 #ifndef NORVANE_ENGINES_EMBEDDED_ENDPOINT_HPP
 #define NORVANE_ENGINES_EMBEDDED_ENDPOINT_HPP
 
-#include <cstdint>
 #include <memory>
 
+#include "engines/Gate.hpp"
 #include "middleware/Engine.hpp"
-#include "platform/FutexWord.hpp"
 
 namespace norvane {
 namespace embedded {
@@ -43,14 +42,12 @@ protected:
     void attach(mw::PeerSink& sink) noexcept { _peer_sink = &sink; }
 
 private:
-    static constexpr std::uint32_t CLOSING = 0x80000000U;
-
     const std::shared_ptr<const mw::EndpointInfo> _info;
     mw::PeerSink* _peer_sink = nullptr;
     bool _left = false;
-    // Running announcements, and CLOSING. An announcement that waits for its turn in some thread is not counted: the one before it
-    // may be the one that closes this endpoint, and would wait for its own thread.
-    platform::FutexWord _announcements{0};
+    // Announcements that run. One that waits for its turn in some thread is not counted: the one before it may close this endpoint,
+    // and would wait for its own thread.
+    mw::Gate _announcements;
 };
 
 }  // namespace embedded

@@ -11,7 +11,7 @@ void SampleQueue::make_room(std::size_t count) {
     if (count <= _slots.size()) {
         return;
     }
-    std::vector<HeldSample> roomier(std::max(count, _slots.size() * 2));
+    std::vector<mw::SampleReference> roomier(std::max(count, _slots.size() * 2));
     for (std::size_t position = 0; position < _count; ++position) {
         roomier[position] = std::move(_slots[(_first + position) % _slots.size()]);
     }
@@ -25,8 +25,8 @@ void SampleQueue::push(mw::Sample& sample) noexcept {
     ++_count;
 }
 
-HeldSample SampleQueue::pop() noexcept {
-    HeldSample oldest = std::move(_slots[_first]);
+mw::SampleReference SampleQueue::pop() noexcept {
+    mw::SampleReference oldest = std::move(_slots[_first]);
     _first = (_first + 1) % _slots.size();
     --_count;
     return oldest;

@@ -5,19 +5,12 @@
 #define NORVANE_ENGINES_EMBEDDED_SAMPLEQUEUE_HPP
 
 #include <cstddef>
-#include <memory>
 #include <vector>
 
-#include "middleware/Engine.hpp"
+#include "engines/SampleReference.hpp"
 
 namespace norvane {
 namespace embedded {
-
-struct ReleaseSample {
-    void operator()(mw::Sample* sample) const noexcept { mw::release(*sample); }
-};
-/// One reference to a sample.
-typedef std::unique_ptr<mw::Sample, ReleaseSample> HeldSample;
 
 class SampleQueue {
 public:
@@ -32,10 +25,10 @@ public:
     /// Appends a sample and takes a reference of its own. There must be room.
     void push(mw::Sample& sample) noexcept;
     /// @return the reference to the oldest sample. There must be one.
-    HeldSample pop() noexcept;
+    mw::SampleReference pop() noexcept;
 
 private:
-    std::vector<HeldSample> _slots;
+    std::vector<mw::SampleReference> _slots;
     std::size_t _first = 0;
     std::size_t _count = 0;
 };

@@ -75,8 +75,8 @@ struct Writer::Outgoing {
     std::shared_ptr<Reader> relieved;  // got room back that a writer may be waiting for who owes it a backlog
     std::shared_ptr<Writer> writer;    // kept for another look: a close waits for sleepers, but not until they have left the frame
     std::shared_ptr<Endpoint> keeper;
-    HeldSample evicted;  // from the history; released with no lock held, since that may run the type's destructor
-    HeldSample sample;
+    mw::SampleReference evicted;  // from the history; released with no lock held, since that may run the type's destructor
+    mw::SampleReference sample;
     platform::WakeBatch wake;
     PendingAnnouncements announcements;
 };
@@ -399,7 +399,7 @@ void Writer::replay_locked(Match& match, platform::WakeBatch& wake, bool& announ
 void Writer::send_backlog_locked(const Reader& reader, platform::WakeBatch& wake, bool& announce) noexcept {
     for (bool more = true; more;) {
         // Released before the next round, but with the writer unlocked.
-        HeldSample sent;
+        mw::SampleReference sent;
         Lock lock(_mutex);
         Match* match = match_of_locked(reader);
         if (match == nullptr || match->backlog.empty()) {

@@ -15,9 +15,9 @@ namespace fastdds {
 
 namespace {
 
-// A listener that has run for so long while others wait may be waiting for one of them.
+// After this time a running listener may be waiting for one of those that are queued.
 constexpr std::int64_t PATIENCE_NS = 5 * 1000 * 1000;
-// No more than this many listeners block at once.
+// Most listeners that can block at once.
 constexpr std::size_t MOST_ANNOUNCERS = 64;
 
 }  // namespace
@@ -47,7 +47,7 @@ void Dispatcher::stop() noexcept {
     }
     _announcements_wanted.notify_all();
     _timers_changed.notify_all();
-    // The worker first: it may still be adding an announcer.
+    // The worker first: it may be adding an announcer.
     if (_worker.joinable()) {
         _worker.join();
         for (std::thread& announcer : _announcers) {
@@ -71,7 +71,7 @@ void Dispatcher::announce(const std::shared_ptr<Endpoint>& endpoint) noexcept {
         try {
             _announcements.push_back(endpoint);
         } catch (const std::exception&) {
-            return;  // no memory: the listener is not called for this
+            return;  // memory is short: the listener is not called for this
         }
         if (_announcements.size() == 1) {
             _waiting_since_ns = platform::monotonic_ns();
@@ -95,7 +95,7 @@ void Dispatcher::start_timer(const std::shared_ptr<Endpoint>& endpoint, std::int
         try {
             _timers.push_back({due_ns, endpoint});
         } catch (const std::exception&) {
-            return;  // no memory: the next write or wait sees to it
+            return;  // memory is short: the next write or wait does it
         }
         std::push_heap(_timers.begin(), _timers.end());
         endpoint->set_due(due_ns);
@@ -118,7 +118,7 @@ void Dispatcher::run_announcer() noexcept {
         std::shared_ptr<Endpoint> endpoint = std::move(_announcements.front());
         _announcements.pop_front();
         _waiting_since_ns = platform::monotonic_ns();
-        // Several may have come before this thread woke up: its maker was told then that somebody is idle.
+        // More may have been queued before this thread woke up, when it still counted as idle.
         if (!_announcements.empty() && _idle_announcers == 0 && _waiting_since_ns + PATIENCE_NS < _worker_wakes_ns) {
             _timers_changed.notify_one();
         }
@@ -137,13 +137,13 @@ void Dispatcher::add_announcer_locked() noexcept {
     try {
         _announcers.emplace_back([this] { run_announcer(); });
     } catch (const std::exception&) {
-        // No thread to be had: those that wait go on waiting.
+        // No thread can be started: what is queued goes on waiting.
     }
 }
 
 void Dispatcher::run_worker() noexcept {
     std::vector<std::shared_ptr<Endpoint>> due;
-    std::vector<std::shared_ptr<Endpoint>> passed_over;  // the last reference to an endpoint is not let go of under the mutex
+    std::vector<std::shared_ptr<Endpoint>> passed_over;  // the last reference to an endpoint is not released under the mutex
     std::unique_lock<std::mutex> lock(_mutex);
     while (!_ending) {
         const std::int64_t now_ns = platform::monotonic_ns();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The threads of a participant. Announcers run listeners: one as a rule, more when listeners block, so that a listener may wait for what
-// another listener does. One worker does for endpoints what has become due: held samples, sweeps, retries. It never runs user code.
+// The threads of a participant. Announcers run listeners: usually one, more while listeners block, so that a listener may wait for
+// the effect of another. One worker runs the timers of endpoints: held samples, heartbeats, retries. It never runs user code.
 //
 // The mutex is a leaf: it is taken under locks of Fast DDS, and never held while an endpoint is called.
 #ifndef NORVANE_ENGINES_FASTDDS_DISPATCHER_HPP
@@ -22,18 +22,19 @@ class Endpoint;
 
 class Dispatcher {
 public:
-    /// @throws std::exception  no thread is to be had.
+    /// @throws std::exception  no thread can be started.
     Dispatcher();
     ~Dispatcher();
     Dispatcher(const Dispatcher&) = delete;
     Dispatcher& operator=(const Dispatcher&) = delete;
 
-    /// Ends the threads, and lets go of every endpoint. From a listener it must not be called. A second time it only lets go.
+    /// Ends the threads, and releases every endpoint. Not from a listener. A second call only releases endpoints.
     void stop() noexcept;
 
-    /// Has the endpoint's listeners run, unless they are waiting to already.
+    /// Queues the endpoint for its listeners, unless it is queued already.
     void announce(const std::shared_ptr<Endpoint>& endpoint) noexcept;
-    /// Has the worker attend to the endpoint at the latest then. @param due_ns  of monotonic_ns.
+    /// Runs the endpoint's timer on the worker, not later than a time; an earlier time that is set already stays. @param due_ns  of
+    /// monotonic_ns.
     void start_timer(const std::shared_ptr<Endpoint>& endpoint, std::int64_t due_ns) noexcept;
 
 private:
@@ -55,7 +56,7 @@ private:
     std::size_t _idle_announcers = 0;
     std::vector<std::thread> _announcers;
     std::condition_variable _timers_changed;
-    std::vector<Timer> _timers;         // a heap. What an endpoint has put forward since is still in it, and is passed over
+    std::vector<Timer> _timers;         // a heap; an entry is ignored if the endpoint has a newer time
     std::int64_t _worker_wakes_ns = 0;  // 0: it is awake
     std::thread _worker;
 };

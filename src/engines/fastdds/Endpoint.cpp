@@ -18,13 +18,13 @@ void Endpoint::note_misfit(const rtps::GUID_t& peer, const mw::PeerEvent& event)
             return;
         }
     } catch (const std::exception&) {
-        // Told twice is better than not at all.
+        // Memory is short: reported twice is better than not at all.
     }
     note(event);
 }
 
 void Endpoint::announce() noexcept {
-    // Before the listeners: what is raised while they run queues the endpoint once more.
+    // Before the listeners run: an event that comes meanwhile queues the endpoint again.
     _queued.store(false);
     if (_announcements.enter()) {
         _peer_sink->announce();

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a writer and a reader on Fast DDS have in common: what peers learn of it, its sink, the gate of its announcements and the gate of
-// its calls.
+// What a writer and a reader on Fast DDS have in common: what peers learn of it, its sink, the gate of its announcements and the
+// gate of its calls.
 //
 // 1. Announcements run on the participant's dispatcher, with no lock held: they run user code, which may write, create and close.
-// 2. Once `wait_until_quiet` has returned, no announcement runs, and none begins.
-// 3. Once the gate of calls is shut and empty, no call into Fast DDS on behalf of this endpoint runs, and none begins.
+// 2. Once `wait_until_quiet` has returned, no announcement runs or will run.
+// 3. Once the gate of calls is shut and empty, no call into Fast DDS for this endpoint runs or will run.
 #ifndef NORVANE_ENGINES_FASTDDS_ENDPOINT_HPP
 #define NORVANE_ENGINES_FASTDDS_ENDPOINT_HPP
 
@@ -15,37 +15,13 @@
 #include <string>
 #include <unordered_set>
 
+#include "engines/Gate.hpp"
 #include "engines/fastdds/discovery/Announcement.hpp"
 #include "middleware/Engine.hpp"
 #include "platform/Clock.hpp"
-#include "platform/FutexWord.hpp"
 
 namespace norvane {
 namespace fastdds {
-
-/// Counts those inside; once shut, nobody comes in.
-class Gate {
-public:
-    /// @return false when it is shut. `leave` must follow in any case.
-    bool enter() noexcept { return (_inside.fetch_add(1) & SHUT) == 0; }
-    void leave() noexcept {
-        if (_inside.fetch_sub(1) == (SHUT | 1U)) {
-            platform::wake_all(_inside);
-        }
-    }
-    bool is_shut() const noexcept { return (_inside.load() & SHUT) != 0; }
-    void shut() noexcept { _inside.fetch_or(SHUT); }
-    void wait_until_empty() noexcept {
-        for (std::uint32_t seen = _inside.load(); seen != SHUT; seen = _inside.load()) {
-            platform::wait_on(_inside, seen, platform::NO_DEADLINE);
-        }
-    }
-
-private:
-    static constexpr std::uint32_t SHUT = 0x80000000U;
-
-    platform::FutexWord _inside{0};
-};
 
 class Endpoint : public std::enable_shared_from_this<Endpoint> {
 public:
@@ -53,35 +29,35 @@ public:
     Endpoint& operator=(const Endpoint&) = delete;
 
     const mw::EndpointInfo& info() const noexcept { return _info; }
-    /// The GUID that was asked for is another's.
+    /// The GUID that was asked for belongs to another endpoint.
     void disown_guid() noexcept { _info.guid = DDS_GUID_UNKNOWN; }
     virtual bool is_writer() const noexcept = 0;
-    /// @return whether it is a part of a shared reader, and gets the answers to that writer of this participant.
+    /// @return whether it is a share of a common reader that takes the answers to that writer of this participant.
     virtual bool shares_answers_to(const DDS_GUID_t& /*asking*/) const noexcept { return false; }
-    /// Something is new of a requester whose answers come, or may come, from here: `run_timer` follows. The participant's directory is locked.
-    /// @param topic  of the answers; empty when it is not known.
-    /// @return whether it is of any interest here.
+    /// A requester that this endpoint may answer has come, changed or left. The participant's directory is locked.
+    /// @param topic  of the answers; empty if it is not known.
+    /// @return whether `run_timer` is to be called.
     virtual bool on_requester_changed(const std::string& /*topic*/) noexcept { return false; }
 
-    /// Tells the sink of a peer, with whatever lock that orders the events of this kind. Announces when that is wanted.
+    /// Reports a peer to the sink, under the lock that orders events of this kind. Queues the listeners if the sink asks for it.
     void note(const mw::PeerEvent& event) noexcept;
-    /// Tells the sink of a peer that does not fit, once for each. The participant's directory is locked.
+    /// Reports an incompatible peer to the sink, once for each. The participant's directory is locked.
     void note_misfit(const rtps::GUID_t& peer, const mw::PeerEvent& event) noexcept;
-    /// The peer is gone; one that comes later under the same GUID is told of again. The participant's directory is locked.
+    /// The peer has left; a later one of the same GUID is reported again. The participant's directory is locked.
     void forget_misfit(const rtps::GUID_t& peer) noexcept { _misfits.erase(to_guid(peer)); }
 
-    /// Has the listeners run soon, on the dispatcher.
+    /// Queues the listeners on the dispatcher.
     virtual void announce_soon() noexcept = 0;
     /// Runs the listeners, unless the endpoint is closing. On the dispatcher.
     void announce() noexcept;
-    /// When it is to be attended to next. Guarded by the dispatcher.
+    /// When its timer runs next. Guarded by the dispatcher.
     std::int64_t due_ns() const noexcept { return _due_ns; }
     void set_due(std::int64_t due_ns) noexcept { _due_ns = due_ns; }
 
-    /// @return whether the endpoint was not waiting for an announcement yet.
+    /// @return whether the endpoint was not queued yet.
     bool take_place_in_queue() noexcept { return !_queued.exchange(true); }
 
-    /// Does what has become due. On the worker. @return when to come again; NO_DEADLINE for not before it is asked for.
+    /// Does what is due. On the worker. @return when to run again; NO_DEADLINE: not before the timer is started again.
     virtual std::int64_t run_timer() noexcept = 0;
     /// A writer: asks its readers what they lack, soon and on another thread. Under locks of Fast DDS.
     virtual void ask_soon() noexcept {}
@@ -91,20 +67,20 @@ protected:
     virtual ~Endpoint() = default;
 
     void attach(mw::PeerSink& sink) noexcept { _peer_sink = &sink; }
-    /// @return false when it was closed already.
+    /// @return false if it was closed already.
     bool begin_to_close() noexcept { return !_closing.exchange(true); }
     void wait_until_quiet() noexcept {
         _announcements.shut();
         _announcements.wait_until_empty();
     }
 
-    std::mutex _close_mutex;  // who closes second finds it closed, and not still being closed
+    std::mutex _close_mutex;  // a second thread that closes waits for the first
     mw::EndpointInfo _info;   // constant once the endpoint is enabled
-    Gate _calls;
+    mw::Gate _calls;
 
 private:
     mw::PeerSink* _peer_sink = nullptr;
-    Gate _announcements;
+    mw::Gate _announcements;
     std::atomic<bool> _queued{false};
     std::int64_t _due_ns = platform::NO_DEADLINE;
     std::atomic<bool> _closing{false};
@@ -114,7 +90,7 @@ private:
 /// A call into Fast DDS on behalf of an endpoint.
 class Call {
 public:
-    explicit Call(Gate& gate) noexcept : _gate(gate), _may_run(gate.enter()) {}
+    explicit Call(mw::Gate& gate) noexcept : _gate(gate), _may_run(gate.enter()) {}
     ~Call() { _gate.leave(); }
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
@@ -122,7 +98,7 @@ public:
     bool may_run() const noexcept { return _may_run; }
 
 private:
-    Gate& _gate;
+    mw::Gate& _gate;
     const bool _may_run;
 };
 

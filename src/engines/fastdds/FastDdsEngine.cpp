@@ -21,7 +21,7 @@ namespace fastdds {
 
 namespace {
 
-// The middleware's ends of a writer and a reader.
+// What the middleware holds of a writer and a reader.
 class FastDdsWriterPort : public mw::WriterPort {
 public:
     explicit FastDdsWriterPort(std::shared_ptr<Writer> writer) noexcept : _writer(std::move(writer)) {}
@@ -73,7 +73,7 @@ public:
     std::unique_ptr<mw::ReaderPort> make_reader(const mw::ReaderSettings& settings, DDS_ReturnCode_t& code,
                                                 std::string& failure) override {
         return mw::without_exceptions(code, failure, [&]() -> std::unique_ptr<mw::ReaderPort> {
-            // Only the writer of a requester of this very participant is asked where its answers go, and it can name one place.
+            // Only the writer of a requester of this participant can announce where its answers go, and only one reader.
             const std::shared_ptr<Endpoint> asking =
                 ReplyReaders::can_serve(settings) ? _domain->find_own_writer(settings.route) : nullptr;
             if (asking && is_requester(asking->info()) && !_domain->find_share(settings.route)) {

@@ -2,11 +2,11 @@
 #include "engines/fastdds/attributes.hpp"
 
 #include <algorithm>
-#include <cerrno>
+#include <charconv>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -30,15 +30,16 @@ namespace transport = eprosima::fastdds::rtps;
 using eprosima::fastrtps::Duration_t;
 
 constexpr const char* OWN_PREFIX = "norvane.";
-// Octets of small messages in one datagram: what an Ethernet frame carries.
+// Octets of small messages in one datagram: the payload of an Ethernet frame.
 constexpr std::size_t BATCH = 1472;
 constexpr std::chrono::microseconds USUAL_PAUSE{25};
-// Octets that a socket, or a segment of shared memory, holds: a few samples of 1 MiB. What does not fit is lost, and is sent again a heartbeat later.
+// Octets that a socket, or a segment of shared memory, holds: a few samples of 1 MiB. What does not fit is lost, and sent again after a
+// heartbeat.
 constexpr std::uint32_t USUAL_BUFFER = 4 * 1024 * 1024;
 constexpr long SMALLEST_BUFFER = 64 * 1024;
 constexpr long LARGEST_BUFFER = 1024 * 1024 * 1024;
 
-// As many as there are, with the room around them cut off.
+// Splits at commas, and trims white space.
 std::vector<std::string> split(const std::string& text) {
     std::vector<std::string> parts;
     for (std::size_t start = 0; start <= text.size();) {
@@ -53,13 +54,12 @@ std::vector<std::string> split(const std::string& text) {
 }
 
 bool to_number(const std::string& text, long least, long most, long& number) {
-    char* end = nullptr;
-    errno = 0;
-    number = std::strtol(text.c_str(), &end, 10);
-    return !text.empty() && *end == '\0' && errno == 0 && number >= least && number <= most;
+    const char* const end = text.data() + text.size();
+    const std::from_chars_result result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end && number >= least && number <= most;
 }
 
-// "address" or "address:port". A port of 0 stands for none.
+// "address" or "address:port". Port 0 means none.
 bool to_locator(const std::string& text, rtps::Locator_t& locator) {
     const std::size_t colon = text.find(':');
     long port = 0;
@@ -77,7 +77,7 @@ const DDS_Duration_t& shorter(const DDS_Duration_t& left, const DDS_Duration_t& 
     return left.sec < right.sec || (left.sec == right.sec && left.nanosec < right.nanosec) ? left : right;
 }
 
-// The application's own properties, without those that are for us.
+// The application's own properties, without those of norvane.
 template <typename Properties>
 void pass_on(const DDS_PropertyQosPolicy& policy, Properties& properties) {
     for (DDS_Long index = 0; index < policy.value.length(); ++index) {
@@ -89,23 +89,23 @@ void pass_on(const DDS_PropertyQosPolicy& policy, Properties& properties) {
     }
 }
 
-// Fast DDS's access control asks for the topic here, before it knows it otherwise. Before what the application passes on: the first of a name counts.
+// The access control of Fast DDS reads the topic here, before it knows it otherwise. Precedes the application's properties: the
+// first of a name counts.
 void name_topic(const std::string& topic_name, rtps::EndpointAttributes& attributes) {
     attributes.properties.properties().emplace_back("topic_name", topic_name);
 }
 
-// Without a word from the application: UDP alone. The shared memory of Fast DDS loses what is sent to a process that takes the place of one that was
-// killed, and nobody notices.
+// Default: UDP alone. The shared memory of Fast DDS silently loses samples to a process that replaces a killed one.
 struct Transports {
     bool chosen = true;
     bool udp = true;
     bool shared_memory = false;
     std::vector<std::string> interfaces;
     Interfaces own;              // of this machine
-    std::uint32_t datagram = 0;  // octets at most; 0: what Fast DDS has on this machine, what fits the interfaces to others
+    std::uint32_t datagram = 0;  // octets at most; 0: the default of Fast DDS on this machine, what fits the interfaces beyond it
     std::uint32_t buffer = USUAL_BUFFER;
     bool batching = true;
-    std::chrono::microseconds pause = USUAL_PAUSE;  // between samples that leave together, at most
+    std::chrono::microseconds pause = USUAL_PAUSE;  // longest between samples that leave together
 };
 
 void add_transports(const Transports& transports, ParticipantChoice& choice) {
@@ -136,18 +136,13 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
             std::make_shared<Paths>(granted_socket_buffers(transports.buffer).receive / 4 * 3, *choice.ends.interfaces);
         if (transports.batching) {
             const std::size_t limit = transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH;
-            // With several interfaces Fast DDS has a socket for each, and sends by all of them.
-            auto socket =
-                transports.interfaces.size() > 1
-                    ? nullptr
-                    : std::make_unique<SendSocket>(transports.interfaces.empty() ? std::string() : transports.interfaces[0]);
-            choice.ends.outbox = std::make_shared<Outbox>(limit, transports.pause, std::move(socket));
+            choice.ends.outbox = std::make_shared<Outbox>(limit, transports.pause);
         }
         attributes.userTransports.push_back(make_udp_transport(udp, choice.ends));
     }
 }
 
-// One property of ours. @return false when its value makes no sense, or there is none of that name.
+// Takes one property of norvane. @return false if its value or its name is not valid.
 bool take(const std::string& name, const std::string& value, ParticipantChoice& choice, Transports& transports) {
     rtps::BuiltinAttributes& builtin = choice.attributes.builtin;
     long number = 0;
@@ -245,7 +240,7 @@ const DDS_Property_t* find(const DDS_PropertyQosPolicy& policy, const char* name
     return nullptr;
 }
 
-// Whether security is asked for and would not be there: Fast DDS does without, and says nothing, when this one property is missing or misspelt.
+// Whether security is asked for and would be missing: without this one property Fast DDS silently runs without security.
 bool lacks_security(const rtps::PropertyPolicy& policy) {
     const std::vector<rtps::Property>& properties = policy.properties();
     return rtps::PropertyPolicyHelper::find_property(policy, "dds.sec.auth.plugin") == nullptr &&
@@ -262,7 +257,7 @@ bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std:
     attributes.builtin.discovery_config.leaseDuration = Duration_t(2, 0);
     attributes.builtin.discovery_config.leaseDuration_announcementperiod = Duration_t(0, 666000000);
 
-    // The experts' file first: single properties change what it says.
+    // The profiles file first: single properties override it.
     const DDS_Property_t* const file = find(qos.property, "norvane.fastdds.profiles_file");
     if (file != nullptr && XMLProfileManager::loadXMLFile(std::string(file->value)) != XMLP_ret::XML_OK) {
         failure = std::string("property norvane.fastdds.profiles_file: Fast DDS does not accept \"") + file->value + "\"";
@@ -313,11 +308,11 @@ rtps::WriterAttributes writer_attributes(const std::string& topic_name, const DD
     attributes.endpoint.reliabilityKind = qos.reliability.kind == DDS_RELIABLE_RELIABILITY_QOS ? rtps::RELIABLE : rtps::BEST_EFFORT;
     attributes.endpoint.durabilityKind =
         qos.durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS ? rtps::TRANSIENT_LOCAL : rtps::VOLATILE;
-    // Heartbeats go out only while something is unacknowledged: there is one period, the fast one.
+    // Heartbeats are sent only while something is unacknowledged, so there is one period, the fast one.
     attributes.times.heartbeatPeriod = to_duration(shorter(protocol.fast_heartbeat_period, protocol.heartbeat_period));
     attributes.times.initialHeartbeatDelay = Duration_t(0, 0);
     attributes.times.nackResponseDelay = to_duration(protocol.min_nack_response_delay);
-    // Without it Fast DDS's timer thread would wake for every sample. A sample that was sent just now is not sent again that soon.
+    // Without it the timer thread of Fast DDS would wake up for every sample. A sample sent less than that ago is not sent again.
     attributes.times.nackSupressionDuration = Duration_t(0, 5000000);
     attributes.mode = rtps::SYNCHRONOUS_WRITER;
     name_topic(topic_name, attributes.endpoint);
@@ -332,8 +327,8 @@ rtps::ReaderAttributes reader_attributes(const std::string& topic_name, const DD
     attributes.endpoint.durabilityKind =
         qos.durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS ? rtps::TRANSIENT_LOCAL : rtps::VOLATILE;
     attributes.times.heartbeatResponseDelay = to_duration(qos.protocol.rtps_reliable_reader.min_heartbeat_response_delay);
-    // With the default of 70 ms a tenth of all first calls would take that long. It is also the pace at which a writer is asked that does not know
-    // the reader yet: with none at all, hundreds of times for each peer that starts.
+    // With the default of 70 ms a tenth of all first calls would take that long. It is also the interval at which a reader asks a
+    // writer that has not matched it yet: with none, hundreds of times for each peer that starts.
     attributes.times.initialAcknackDelay = Duration_t(0, 1000000);
     name_topic(topic_name, attributes.endpoint);
     pass_on(qos.property, attributes.endpoint.properties.properties());
@@ -341,7 +336,7 @@ rtps::ReaderAttributes reader_attributes(const std::string& topic_name, const DD
 }
 
 rtps::HistoryAttributes history_attributes() {
-    // Samples are of all sizes. (A payload size of 0 would mean no memory at all.)
+    // Samples are of all sizes. (A payload size of 0 would reserve no memory at all.)
     return rtps::HistoryAttributes(rtps::DYNAMIC_REUSABLE_MEMORY_MODE, 64, 0, 0);
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// From QoS records to the attributes of Fast DDS. The participant's properties choose transports and discovery; docs/engines.md lists them.
+// From QoS records to attributes of Fast DDS. The participant's properties choose transports and discovery; docs/engines.md lists
+// them.
 // Thread rule: plain functions on values.
 #ifndef NORVANE_ENGINES_FASTDDS_ATTRIBUTES_HPP
 #define NORVANE_ENGINES_FASTDDS_ATTRIBUTES_HPP
@@ -25,11 +26,11 @@ struct ParticipantChoice {
     rtps::RTPSParticipantAttributes attributes;
     std::int64_t window = 4096;  ///< Samples on the way at most, of a writer without a bound of its own.
     bool writer_filters = true;
-    TransportEnds ends;   ///< Both null when Fast DDS's own transports are used.
+    TransportEnds ends;   ///< All null if the transports of Fast DDS are used unchanged.
     std::string warning;  ///< For the log; empty: nothing to warn of.
 };
 
-/// @param failure  gets the reason, which names the property, when the result is false.
+/// @param failure  gets the reason, which names the property, if the result is false.
 /// @throws std::bad_alloc
 bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std::string& failure);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// GUIDs, numbers, identities and times, from ours to those of Fast DDS and back.
+// Conversions of GUIDs, numbers, identities and times between ours and those of Fast DDS.
 #ifndef NORVANE_ENGINES_FASTDDS_IDENTITY_HPP
 #define NORVANE_ENGINES_FASTDDS_IDENTITY_HPP
 

@@ -58,7 +58,7 @@ protected:
     // @return how many times it has stood still by then.
     std::uint64_t pause_for_a_moment() const {
         const std::uint64_t time = thread->pause();
-        thread->wait_until_still(time);
+        thread->wait_until_paused(time);
         thread->resume(time);
         return time;
     }
@@ -71,7 +71,7 @@ protected:
 
 TEST_F(Clockwork, stands_still_from_the_first_pause_to_the_last_resume) {
     const std::uint64_t first = thread->pause();
-    thread->wait_until_still(first);
+    thread->wait_until_paused(first);
     EXPECT_TRUE(stands_still());
     // Who asks while it stands waits for the next time.
     const std::uint64_t second = thread->pause();
@@ -80,7 +80,7 @@ TEST_F(Clockwork, stands_still_from_the_first_pause_to_the_last_resume) {
     EXPECT_LT(first, second);
     EXPECT_TRUE(stands_still());
     thread->resume(first);
-    thread->wait_until_still(second);
+    thread->wait_until_paused(second);
     EXPECT_TRUE(stands_still());
     thread->resume(second);
     EXPECT_TRUE(stands_still()) << "one of two has resumed";
@@ -89,11 +89,11 @@ TEST_F(Clockwork, stands_still_from_the_first_pause_to_the_last_resume) {
 }
 
 TEST_F(Clockwork, goes_on_when_nobody_resumes) {
-    thread->wait_until_still(thread->pause());
+    thread->wait_until_paused(thread->pause());
     EXPECT_TRUE(goes());
     // And obeys the next one.
     const std::uint64_t next = thread->pause();
-    thread->wait_until_still(next);
+    thread->wait_until_paused(next);
     EXPECT_TRUE(stands_still());
     thread->resume(next);
     EXPECT_TRUE(goes());

@@ -17,7 +17,7 @@ namespace fastdds {
 
 namespace {
 
-// Who was stopped or cut off for longer than its lease, and goes on, is found again within a second.
+// A process that was stopped or cut off beyond its lease is rediscovered within a second of resuming.
 constexpr std::int64_t RETURN_NS = 5000LL * 1000 * 1000;
 
 template <typename Data>
@@ -42,7 +42,7 @@ mw::PeerEvent judge(const mw::EndpointInfo& writer, const mw::EndpointInfo& read
     return mw::judge(writer, reader, are_of_one_type(writer, reader));
 }
 
-// Those on which peers tell of their participants and endpoints.
+// The ports on which peers announce their participants and endpoints.
 std::vector<std::uint32_t> discovery_ports(const rtps::RTPSParticipant& participant) {
     const rtps::BuiltinAttributes& builtin = participant.getRTPSParticipantAttributes().builtin;
     std::vector<std::uint32_t> ports;
@@ -54,7 +54,8 @@ std::vector<std::uint32_t> discovery_ports(const rtps::RTPSParticipant& particip
     return ports;
 }
 
-// The participants of this process while their timer threads can be paused. Guarded by the mutex of all endpoints. Never destroyed, as that.
+// The participants of this process whose timer threads can be paused. Guarded by the mutex of all endpoints. Never destroyed, like
+// it.
 std::vector<const Domain*>& joined() noexcept {
     static std::vector<const Domain*>* const ALL = new std::vector<const Domain*>;
     return *ALL;
@@ -69,7 +70,7 @@ void Domain::leave() noexcept {
         _dispatcher->stop();
     }
     if (_ends.outbox) {
-        _ends.outbox->close();  // the sockets that it knows go with the participant
+        _ends.outbox->close();  // its sockets go with the participant
     }
     if (_ends.inbox) {
         _ends.inbox->detach();
@@ -112,16 +113,17 @@ bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes
 }
 
 std::mutex& Domain::endpoints_mutex() noexcept {
-    // Never destroyed: participants of static life leave after main.
+    // Never destroyed: participants with static storage leave after main.
     static std::mutex* const MUTEX = new std::mutex;
     return *MUTEX;
 }
 
 Domain::Removal::Removal(const Domain& domain) noexcept : _lock(endpoints_mutex()), _domain(domain) {
-    // All at once: each takes a while until it stands still.
+    // All of them first: each takes a while until it is paused.
     for_each_domain([](const Domain& each) { each._pause = each._event_thread->pause(); });
     for_each_domain([](const Domain& each) { each._event_thread->wait_until_paused(each._pause); });
-    // The end of an endpoint waits for that of its own participant. Which has now answered all endpoints of this process, and gets no new ones.
+    // Removing an endpoint waits for the timer thread of its own participant, which has now answered all endpoints of this process,
+    // and gets no new ones.
     for_each_domain([&](const Domain& each) {
         if (&each == &domain) {
             each._event_thread->resume(each._pause);
@@ -159,7 +161,7 @@ void Domain::give_back_guid(const DDS_GUID_t& guid) noexcept {
 }
 
 DDS_GUID_t Domain::make_guid() noexcept {
-    // Of the kinds that vendors define themselves: Fast DDS gives none of those.
+    // A vendor-specific kind, which Fast DDS itself never uses.
     constexpr DDS_Octet VENDORS_READER = 0x44;
     DDS_GUID_t made = guid();
     const std::uint32_t entity = _last_entity.fetch_add(1) + 1;
@@ -274,7 +276,7 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
             judge_locked(*own, endpoint);
         }
     } catch (const std::exception&) {
-        // No memory to know it: it is treated as plain.
+        // Memory is short: the endpoint is treated as plain.
     }
 }
 
@@ -290,7 +292,7 @@ void Domain::forget(const rtps::GUID_t& guid) noexcept {
     for (const std::shared_ptr<Endpoint>& own : _own) {
         own->forget_misfit(guid);
     }
-    // One that was started again under the name of one that was killed is found before the other's lease has expired.
+    // A requester restarted under the GUID of a killed one is discovered before the lease of the killed one expires.
     const auto requester = gone->is_writer ? _requesters.find(gone->info.guid) : _requesters.end();
     if (requester != _requesters.end() && requester->second == gone) {
         _requesters.erase(requester);
@@ -309,7 +311,7 @@ void Domain::note_loss_locked(const Discovered& requester) noexcept {
     try {
         _lost_requesters[requester.info.guid] = {requester.info.participant_guid, now_ns + RETURN_NS};
     } catch (const std::exception&) {
-        // No memory: nobody waits for it.
+        // Memory is short: no answer waits for it.
     }
 }
 
@@ -326,7 +328,7 @@ void Domain::judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>
         return;
     }
     mw::PeerEvent event = own.is_writer() ? judge(own.info(), other->info) : judge(other->info, own.info());
-    if (event.kind != mw::PeerEventKind::MATCHED) {  // that is told when Fast DDS has matched them
+    if (event.kind != mw::PeerEventKind::MATCHED) {  // matches are reported when Fast DDS has made them
         event.peer = info_of(other);
         own.note_misfit(other->rtps_guid, event);
     }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// One participant of Fast DDS: whom it has discovered, which endpoints are its own, and its threads.
+// One participant of Fast DDS: the endpoints that it has discovered, its own endpoints, and its threads.
 //
-// 1. Fast DDS tells of every endpoint, those of this participant included, before it matches any. The directory is kept from that.
-// 2. The directory's mutex is taken under locks of Fast DDS: it is never held while Fast DDS is called. Sinks are told of misfits under it.
+// 1. Fast DDS reports every endpoint, those of this participant included, before it matches any. That fills the directory.
+// 2. The directory's mutex is taken under locks of Fast DDS, and never held while Fast DDS is called. Sinks learn of incompatible
+//    peers under it.
 // 3. Endpoints are listed from before they are enabled until they are closed.
 #ifndef NORVANE_ENGINES_FASTDDS_DISCOVERY_DOMAIN_HPP
 #define NORVANE_ENGINES_FASTDDS_DISCOVERY_DOMAIN_HPP
@@ -33,26 +34,26 @@ namespace fastdds {
 
 class Domain : private rtps::RTPSParticipantListener {
 public:
-    /// @param window  samples that a writer without a bound of its own has on the way at most.
-    /// @param boxes   of its participant's transport.
+    /// @param window  samples on the way at most, of a writer without a bound of its own.
+    /// @param ends  of the participant's transport.
     Domain(std::int64_t window, bool writer_filters, TransportEnds ends) noexcept
         : _window(window), _writer_filters(writer_filters), _ends(std::move(ends)) {}
     ~Domain() override;
 
-    /// Joins. @return false when Fast DDS refuses.
+    /// Joins. @return false if Fast DDS refuses.
     /// @throws std::exception  no thread, or no memory.
     bool join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes& attributes);
 
-    /// Leaves: ends the threads and the participant. Every endpoint is closed. Endpoints hold the domain, and the threads hold endpoints: so
-    /// this is not left to the destructor.
+    /// Leaves: ends the threads and the participant. Every endpoint is closed. Not left to the destructor, since endpoints hold the
+    /// domain and the threads hold endpoints.
     void leave() noexcept;
 
-    /// Held while Fast DDS makes, registers or removes an endpoint, of whichever participant of the process: where that happens on several
-    /// threads at once, it pairs endpoints that are being destroyed. Above all locks of Fast DDS; no callback takes it.
+    /// Held while Fast DDS makes, registers or removes an endpoint of any participant of the process: if several threads do that at
+    /// once, Fast DDS matches endpoints that are being destroyed. Precedes all locks of Fast DDS; no callback takes it.
     static std::mutex& endpoints_mutex() noexcept;
 
-    /// Held instead while one is removed: the participants of this process are told of that on the calling thread, so their timer threads stand
-    /// still meanwhile (EventThread).
+    /// Held instead while an endpoint is removed. The participants of this process are notified on the calling thread, so their
+    /// timer threads are paused meanwhile (EventThread).
     class Removal {
     public:
         explicit Removal(const Domain& domain) noexcept;
@@ -70,11 +71,11 @@ public:
 
     rtps::RTPSParticipant& participant() const noexcept { return *_participant; }
     Dispatcher& dispatcher() noexcept { return *_dispatcher; }
-    /// @return how many writers of this participant are those of requesters.
+    /// @return the number of writers of this participant that belong to requesters.
     std::int64_t requester_count() const noexcept { return _requester_count.load(std::memory_order_relaxed); }
     std::int64_t window() const noexcept { return _window; }
     bool writer_filters() const noexcept { return _writer_filters; }
-    /// @return null when what is sent never waits.
+    /// @return null if batching is off.
     Outbox* outbox() const noexcept { return _ends.outbox.get(); }
     /// @return whether a peer at these places is on this machine, as far as is known.
     template <typename Locators>
@@ -93,41 +94,42 @@ public:
     std::uint32_t far_datagram() const noexcept { return _ends.far_datagram; }
     DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }
 
-    /// Reserves a virtual GUID. @return false when an endpoint has it, as far as is known.
+    /// Reserves a virtual GUID. @return false if a known endpoint has it.
     bool claim_guid(const DDS_GUID_t& guid);
     void give_back_guid(const DDS_GUID_t& guid) noexcept;
-    /// @return a GUID for a reader that Fast DDS knows nothing of.
+    /// @return a GUID for a reader that Fast DDS does not know of.
     DDS_GUID_t make_guid() noexcept;
 
-    /// Lists an endpoint, and tells it of those that do not fit it.
+    /// Lists an endpoint, and reports incompatible peers to it.
     /// @throws std::bad_alloc
     void add(const std::shared_ptr<Endpoint>& endpoint);
     void remove(const Endpoint& endpoint) noexcept;
 
-    /// @return what is known of an endpoint; null when nothing is.
+    /// @return what is known of an endpoint; null if nothing is.
     std::shared_ptr<const Discovered> find(const rtps::GUID_t& guid) noexcept;
-    /// @return what is known of a writer of ours that asks, and expects answers; null when the GUID is that of no such writer.
+    /// @return what is known of the writer of a requester of ours; null if the GUID is not that of one.
     std::shared_ptr<const Discovered> find_requester(const DDS_GUID_t& writer_guid) noexcept;
-    /// @return until when to wait for a requester of ours that was lost, and may be back: it was only stopped, or cut off. 0 when there is no such.
-    /// @param participant  gets the one that it was of.
+    /// @return until when to wait for a requester of ours whose lease expired: it may only have been stopped or cut off. 0 if there
+    ///         is none.
+    /// @param participant  gets the participant of that requester.
     std::int64_t return_deadline_ns(const DDS_GUID_t& writer_guid, DDS_GUID_t& participant) noexcept;
-    /// @return the writers of ours whose answers on a topic go to a part of a shared reader.
+    /// @return our writers whose answers on a topic go to a share of a common reader.
     /// @throws std::bad_alloc
     std::vector<std::shared_ptr<const Discovered>> find_sharing_requesters(const std::string& topic);
-    /// @return the writer of this participant, enabled and not closed, that has the virtual GUID; null when there is none.
+    /// @return the enabled and open writer of this participant that has the virtual GUID; null if there is none.
     std::shared_ptr<Endpoint> find_own_writer(const DDS_GUID_t& guid) noexcept;
-    /// @return how a peer has left of which Fast DDS tells on the calling thread that it is gone: one thread finds leases expired.
+    /// @return LOST when called on the timer thread (the one that detects expired leases), otherwise DELETED.
     mw::PeerEventKind kind_of_leaving() const noexcept {
         return _event_thread->is_current() ? mw::PeerEventKind::LOST : mw::PeerEventKind::DELETED;
     }
-    /// @return the part of a shared reader that gets the answers to a writer of this participant; null when there is none.
+    /// @return the share of a common reader for the answers to a writer of this participant; null if there is none.
     std::shared_ptr<Endpoint> find_share(const DDS_GUID_t& asking) noexcept;
     ReplyReaders& reply_readers() noexcept { return _reply_readers; }
 
 private:
     struct Loss {
         DDS_GUID_t participant;
-        std::int64_t deadline_ns;  // until which it may be back
+        std::int64_t deadline_ns;  // until then it may be back
     };
 
     void onReaderDiscovery(rtps::RTPSParticipant* participant, rtps::ReaderDiscoveryInfo&& info) override;
@@ -146,13 +148,13 @@ private:
     std::unique_ptr<Dispatcher> _dispatcher;
     rtps::RTPSParticipant* _participant = nullptr;
     std::unique_ptr<EventThread> _event_thread;
-    mutable std::uint64_t _pause = 0;  // of a removal. Guarded by the mutex of all endpoints
+    mutable std::uint64_t _pause = 0;  // of a removal; guarded by the mutex of all endpoints
 
     std::mutex _mutex;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _directory;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _requesters;  // by their virtual GUIDs
-    std::unordered_map<DDS_GUID_t, Loss, GuidHash> _lost_requesters;                          // the same, not long ago
-    std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;                                      // virtual GUIDs
+    std::unordered_map<DDS_GUID_t, Loss, GuidHash> _lost_requesters;  // those whose lease expired a short while ago
+    std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;              // virtual GUIDs
     std::vector<std::shared_ptr<Endpoint>> _own;
     std::atomic<std::int64_t> _requester_count{0};  // of this participant's own
     std::atomic<std::uint32_t> _last_entity{0};     // of the GUIDs made here

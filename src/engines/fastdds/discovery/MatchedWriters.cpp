@@ -14,7 +14,7 @@ const MatchedWriters::Match* MatchedWriters::find(const rtps::GUID_t& writer) {
     if (place != _matches.end()) {
         return &place->second;
     }
-    // Its first sample was faster than the news of the match.
+    // Its first sample may precede the report of the match.
     std::shared_ptr<const Discovered> peer = _domain.find(writer);
     if (!peer) {
         return nullptr;
@@ -55,7 +55,7 @@ mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change
 }
 
 DDS_GUID_t answered_writer(const rtps::CacheChange_t& change) noexcept {
-    // Once it has arrived, what a sample answers is in the place of its own identity. A plain peer answers the writer that Fast DDS knows.
+    // Fast DDS puts the related identity of a received sample in the place of its own identity. A plain peer answers the RTPS GUID.
     const DDS_GUID_t related = to_guid(change.write_params.sample_identity().writer_guid());
     return related == DDS_GUID_UNKNOWN ? related : LocalWriters::get().name_of(related);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The writers that an RTPS reader has matched, and what they tell about a sample of theirs. Guarded by the mutex of that reader.
+// The writers that an RTPS reader has matched, and the metadata of their samples. Guarded by the mutex of that reader.
 #ifndef NORVANE_ENGINES_FASTDDS_DISCOVERY_MATCHEDWRITERS_HPP
 #define NORVANE_ENGINES_FASTDDS_DISCOVERY_MATCHEDWRITERS_HPP
 
@@ -17,22 +17,22 @@ class MatchedWriters {
 public:
     struct Match {
         std::shared_ptr<const Discovered> peer;
-        bool fits;       ///< Of one type with the reader. What others write is not for it.
-        bool confirmed;  ///< Fast DDS has said that they are matched.
+        bool fits;       ///< Of the reader's type. Samples of other writers are not for it.
+        bool confirmed;  ///< Fast DDS has reported the match.
     };
 
-    /// @param reader  what the reader is; borrowed.
+    /// @param reader  describes the reader; borrowed.
     MatchedWriters(Domain& domain, const mw::EndpointInfo& reader) noexcept : _domain(domain), _reader(reader) {}
 
-    /// @return the writer, listed now when it is known but its match has not been told yet; null when nobody knows it.
+    /// @return the writer, listed now if it is discovered but its match has not been reported yet; null if it is not discovered.
     /// @throws std::bad_alloc
     const Match* find(const rtps::GUID_t& writer);
-    /// Fast DDS says that they are matched. @return the writer, when it fits and that is news; else null.
+    /// Fast DDS reports the match. @return the writer if it fits and was not confirmed before; otherwise null.
     /// @throws std::bad_alloc
     std::shared_ptr<const Discovered> confirm(const rtps::GUID_t& writer);
-    /// Fast DDS says that they no longer are. @return the writer, when it fits and its match was told; else null.
+    /// Fast DDS reports the end of the match. @return the writer if it fits and was confirmed; otherwise null.
     std::shared_ptr<const Discovered> remove(const rtps::GUID_t& writer) noexcept;
-    /// @param each  gets every writer that fits and whose match was told.
+    /// @param each  gets every writer that fits and was confirmed.
     template <typename Each>
     void for_each_confirmed(Each each) const {
         for (const auto& entry : _matches) {
@@ -51,7 +51,7 @@ private:
     std::unordered_map<DDS_GUID_t, Match, GuidHash> _matches;  // by the RTPS GUID of the writer
 };
 
-/// @return the writer that a sample that has arrived answers, as it calls itself; unknown when it answers none.
+/// @return the virtual GUID of the writer that a received sample answers; unknown if it answers none.
 DDS_GUID_t answered_writer(const rtps::CacheChange_t& change) noexcept;
 
 }  // namespace fastdds

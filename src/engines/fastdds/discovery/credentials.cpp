@@ -14,7 +14,7 @@ namespace fastdds {
 namespace {
 
 constexpr const char* PERMISSIONS = "dds.sec.access.builtin.Access-Permissions.permissions";
-constexpr std::size_t TIME_LENGTH = 19;  // 2026-01-31T23:59:59: earlier times are smaller texts
+constexpr std::size_t TIME_LENGTH = 19;  // 2026-01-31T23:59:59: earlier times compare less as text
 
 std::string now_as_text() {
     const std::time_t now = std::time(nullptr);
@@ -25,14 +25,14 @@ std::string now_as_text() {
                : "";
 }
 
-// The document is signed, and not sealed: XML lies openly in it. It may have grants of several programs.
+// The document is signed but not encrypted: its XML is readable. It may have grants for several programs.
 bool has_ended_or_not_begun(const std::string& document) {
     const std::size_t begin = document.find("<dds");
     const std::size_t end = document.rfind("</dds>");
     tinyxml2::XMLDocument xml(true, tinyxml2::COLLAPSE_WHITESPACE);
     if (begin == std::string::npos || end == std::string::npos || end < begin ||
         xml.Parse(document.data() + begin, end + std::strlen("</dds>") - begin) != tinyxml2::XML_SUCCESS) {
-        return false;  // Fast DDS has more to say about that
+        return false;  // Fast DDS reports such a document itself
     }
     const std::string now = now_as_text();
     const auto time_of = [](tinyxml2::XMLHandle validity, const char* element) {

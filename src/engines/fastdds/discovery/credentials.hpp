@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What can be told from outside of credentials that Fast DDS refuses: it does not always give a reason.
+// Finds faults in credentials that Fast DDS refuses without always giving a reason.
 // Thread rule: plain functions on values.
 #ifndef NORVANE_ENGINES_FASTDDS_DISCOVERY_CREDENTIALS_HPP
 #define NORVANE_ENGINES_FASTDDS_DISCOVERY_CREDENTIALS_HPP
@@ -13,7 +13,7 @@
 namespace norvane {
 namespace fastdds {
 
-/// @return what is wrong with the files that the properties name, by property and file; empty when nothing can be seen.
+/// @return what is wrong with the files that the properties name, by property and file; empty if no fault is found.
 /// @throws std::bad_alloc
 std::string fault_of_credentials(const rtps::PropertyPolicy& policy);
 

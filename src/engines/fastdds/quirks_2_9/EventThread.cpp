@@ -8,9 +8,9 @@ namespace fastdds {
 
 namespace {
 
-// It may be sending, or waiting for a lock, when it is asked to stand still.
+// The thread may be sending, or waiting for a lock, when it is asked to pause.
 constexpr std::chrono::milliseconds PATIENCE{1000};
-// Whoever had it stand still may be waiting for it after all.
+// Upper bound, in case the thread that paused it is itself waiting for it.
 constexpr std::chrono::milliseconds LONGEST{500};
 
 }  // namespace
@@ -41,7 +41,7 @@ void EventThread::wait_until_paused(std::uint64_t time) noexcept {
 void EventThread::resume(std::uint64_t time) noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
     if (time > _times) {
-        --_asking;  // it never came
+        --_asking;  // the pause never began
     } else if (time == _times && --_inside == 0) {
         _resumed.notify_one();
     }

@@ -13,24 +13,25 @@ namespace fastdds {
 
 namespace {
 
-// What says that an endpoint is gone may wait, at Fast DDS, for something before it that is sent again.
+// Fast DDS may keep the news that an endpoint has left until an earlier message has been repeated.
 constexpr std::int64_t CAREFUL_FOR_NS = 100 * 1000 * 1000;
 
 constexpr std::uint8_t INLINE_QOS_FLAG = 0x02;
 constexpr std::uint8_t DATA_FLAG = 0x04;
-// Where in the body the writer is named.
+// Offset of the writer's entity id in the body.
 constexpr std::size_t WRITER_OF_DATA = 8;
 constexpr std::size_t WRITER_OF_OTHERS = 4;
 
-// @return whether the writer at that place of the body is one of the four that tell of endpoints: of writers or readers, openly or sealed. (When a
-// whole participant goes, Fast DDS holds no mutex of its discovery; and with security it ends a timer then, which waits for the timer thread.)
+// @return whether the writer at that offset is one of the four that announce endpoints: writers or readers, plain or encrypted.
+//         (When a whole participant leaves, Fast DDS does not hold its discovery mutex; and with security it then ends a timer,
+//         which waits for the timer thread.)
 bool is_about_endpoints(const Submessage& each, std::size_t place) noexcept {
     const std::uint8_t* const writer = each.body + place;
     return each.length >= place + 4 && (writer[0] == 0x00 || writer[0] == 0xff) && writer[1] == 0x00 &&
            (writer[2] == 0x03 || writer[2] == 0x04) && writer[3] == 0xc2;
 }
 
-// An endpoint that is there is told of with data, and without further words.
+// An endpoint that is there is announced with data and without inline QoS.
 bool tells_of_an_end(const Submessage& each) noexcept {
     return each.kind == Submessage::DATA && (each.flags & (INLINE_QOS_FLAG | DATA_FLAG)) != DATA_FLAG &&
            is_about_endpoints(each, WRITER_OF_DATA);

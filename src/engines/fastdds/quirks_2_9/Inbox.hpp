@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where messages to a participant come in over UDP. What may remove endpoints of peers is handed on while the timer thread stands still (EventThread).
+// Receives the messages to a participant over UDP. One that may remove endpoints of peers is delivered while the timer thread is
+// paused (EventThread).
 // Thread rule: any thread at once.
 #ifndef NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_INBOX_HPP
 #define NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_INBOX_HPP
@@ -16,12 +17,12 @@ namespace fastdds {
 
 class Inbox {
 public:
-    /// Says whose timer thread it is, and where peers tell of their endpoints. @param timers  borrowed until `detach`.
+    /// @param timers  of the participant; borrowed until `detach`. @param discovery_ports  those on which peers announce endpoints.
     void attach(EventThread& timers, std::vector<std::uint32_t> discovery_ports) noexcept;
-    /// When it returns, nobody uses the timer thread.
+    /// When it returns, no thread uses the timer thread.
     void detach() noexcept;
 
-    /// Hands a message on. @param port  on which it came. @param hand_on  a call without arguments, which does not throw.
+    /// Delivers a message. @param port  on which it came. @param hand_on  a call without arguments, which does not throw.
     template <typename HandOn>
     void take_in(const std::uint8_t* message, std::uint32_t length, std::uint32_t port, const HandOn& hand_on) {
         const std::shared_lock<std::shared_mutex> lock(_mutex);
@@ -38,7 +39,7 @@ public:
 private:
     bool must_pause_locked(const std::uint8_t* message, std::uint32_t length, std::uint32_t port) noexcept;
 
-    std::shared_mutex _mutex;  // shared while a message is handed on: above all locks of Fast DDS
+    std::shared_mutex _mutex;  // shared while a message is delivered; precedes all locks of Fast DDS
     EventThread* _timers = nullptr;
     std::vector<std::uint32_t> _discovery_ports;
     std::atomic<std::int64_t> _careful_until_ns{0};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One part of an RTPS message, as it lies in memory. Thread rule: plain values.
+// One submessage of an RTPS message, in place. Thread rule: plain values.
 #ifndef NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_SUBMESSAGE_HPP
 #define NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_SUBMESSAGE_HPP
 
@@ -31,15 +31,15 @@ struct Submessage {
     };
     static constexpr std::uint8_t LITTLE_ENDIAN_FLAG = 0x01;
     static constexpr std::size_t HEADER = 4;
-    /// Octets that come before the first submessage.
+    /// Octets before the first submessage.
     static constexpr std::size_t MESSAGE_HEADER = 20;
 
-    /// @return whether the octets begin as a message does that has a submessage.
+    /// @return whether the octets begin like a message with a submessage.
     static bool begin_a_message(const std::uint8_t* octets, std::size_t length) noexcept {
         return length >= MESSAGE_HEADER + HEADER && std::memcmp(octets, "RTPS", 4) == 0;
     }
 
-    /// Reads the one that begins at a place of a message. @return false when it is not all there.
+    /// Reads the submessage that begins at a place. @return false if it is not complete.
     bool read(const std::uint8_t* message, std::size_t message_length, std::size_t place) noexcept {
         if (place + HEADER > message_length) {
             return false;
@@ -49,7 +49,7 @@ struct Submessage {
         flags = header[1];
         body = header + HEADER;
         length = (flags & LITTLE_ENDIAN_FLAG) != 0 ? header[2] + 256U * header[3] : header[3] + 256U * header[2];
-        // The last one may say nothing of its length.
+        // The last submessage may leave its length out.
         lasts_to_the_end = length == 0 && kind != PAD && kind != INFO_TS;
         length = lasts_to_the_end ? message_length - place - HEADER : length;
         return place + HEADER + length <= message_length;

@@ -33,7 +33,7 @@ bool Reader::History::can_change_be_added_nts(const rtps::GUID_t& writer_guid, s
         return _reader._refused.count(to_guid(writer_guid)) != 0 &&
                _reader._backlog.has_room_for(to_guid(writer_guid), payload_size);
     }
-    // Fast DDS does not send it again. Its predecessors are on their way on another thread, or were refused, or are for others.
+    // Fast DDS does not send it again. Earlier ones are being delivered by another thread, were refused, or are for other readers.
     try {
         _reader._refused[to_guid(writer_guid)] = rtps::SequenceNumber_t(0, 1);
     } catch (const std::exception&) {
@@ -46,7 +46,7 @@ bool Reader::History::can_change_be_added_nts(const rtps::GUID_t& writer_guid, s
 bool Reader::History::received_change(rtps::CacheChange_t* change, std::size_t missing_before,
                                       dds::SampleRejectedStatusKind& reason) {
     reason = dds::NOT_REJECTED;
-    // One that comes in fragments is asked about when it is complete.
+    // A sample in fragments is asked about when it is complete.
     const bool is_whole = change->getFragmentCount() == 0;
     const bool is_early = is_whole && missing_before != 0 && _reader.is_in_order_only();
     if (is_early ||
@@ -192,7 +192,7 @@ void Reader::take_backlog_locked(const DDS_GUID_t& writer) noexcept {
 
 // ---- samples ------------------------------------------------------------------------------------------------------
 
-// Decides what needs no room.
+// Decides about samples that need no room.
 bool Reader::passes_locked(const rtps::CacheChange_t& change) {
     const MatchedWriters::Match* const match = _matches.find(change.writerGUID);
     if (change.kind != rtps::ALIVE || (match != nullptr && !match->fits)) {
@@ -217,7 +217,7 @@ mw::Admission Reader::query_admission_locked(const rtps::CacheChange_t& change) 
     _query.sample.reset();
     const void* data = nullptr;
     if (_looks_inside) {
-        // What does not pass must not wait for room.
+        // A sample that the filter rejects must not wait for room.
         _query.sample = _intake.decode(change.serializedPayload.data, change.serializedPayload.length);
         data = _query.sample ? _query.sample->data : nullptr;
     }
@@ -226,7 +226,7 @@ mw::Admission Reader::query_admission_locked(const rtps::CacheChange_t& change) 
         _query.answer = mw::Admission::UNWANTED;
         _intake.count_loss();
     } else if (_query.answer == mw::Admission::NO_MEMORY) {
-        // Nobody would ask again: better one sample counted as lost than a writer that is stuck.
+        // It would not be asked about again: one sample counted as lost is better than a writer that stops.
         _query.answer = mw::Admission::UNWANTED;
         _intake.count_loss();
     }
@@ -252,7 +252,7 @@ bool Reader::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& 
             is_queried_locked(change) && _query.answer != mw::Admission::FULL ? _query.answer : self.query_admission_locked(change);
         return answer == mw::Admission::SLOT || answer == mw::Admission::FULL;
     } catch (const std::exception&) {
-        return true;  // no memory to know better
+        return true;  // memory is short: decided later
     }
 }
 
@@ -268,7 +268,7 @@ void Reader::onNewCacheChangeAdded(rtps::RTPSReader* /*reader*/, const rtps::Cac
 void Reader::deliver_locked(const rtps::CacheChange_t& change) {
     const mw::SampleMetadata metadata = _matches.metadata_of(change);
     mw::Admission admission = mw::Admission::SLOT;
-    SampleReference sample;
+    mw::SampleReference sample;
     if (is_queried_locked(change) && _query.answer == mw::Admission::SLOT) {
         _query.open = false;
         sample = std::move(_query.sample);
@@ -307,7 +307,7 @@ void Reader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::WriterDisco
             }
         }
     } catch (const std::exception&) {
-        // No memory: the peer is not listed.
+        // Memory is short: the peer is not listed.
     }
 }
 

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// A reader on Fast DDS: it takes samples from the RTPS reader straight into its sink, and refuses those that the sink has no room for.
+// A reader on Fast DDS: it takes samples from the RTPS reader into its sink, and refuses those that the sink has no room for.
 //
-// 1. The mutex is that of the RTPS reader, which Fast DDS holds in most callbacks: peers and refusals are under it. Order: it, then the
-//    participant's directory or a sink.
-// 2. A reliable reader with a bound asks its sink for room before Fast DDS accepts a sample, and accepts in order only. What is refused is not
-//    acknowledged. What came from another process waits in the backlog, or is sent again; in this process the writer is asked to when there is room.
-// 3. A refusal is on record before the sink is asked: else the room that comes in between would go unnoticed.
+// 1. The mutex is that of the RTPS reader, which Fast DDS holds in most callbacks. It guards peers and refusals. Order: it, then
+//    the participant's directory or a sink.
+// 2. A reliable bounded reader asks its sink for room before Fast DDS accepts a sample, and accepts in order only. A refused sample
+//    is not acknowledged. One of another process waits in the backlog, or is sent again; a writer of this process is asked for it
+//    when there is room.
+// 3. A refusal is recorded before the sink is asked: otherwise room that comes in between would go unnoticed.
 #ifndef NORVANE_ENGINES_FASTDDS_READING_READER_HPP
 #define NORVANE_ENGINES_FASTDDS_READING_READER_HPP
 
@@ -33,7 +34,7 @@ public:
     Reader(const std::shared_ptr<Domain>& domain, const mw::ReaderSettings& settings);
     ~Reader() override;
 
-    /// Makes the RTPS reader, unseen. @return OK, or what stands against it, in words for the log.
+    /// Makes the RTPS reader, which is not announced yet. @return OK, or a code; `failure` then has the reason, for the log.
     DDS_ReturnCode_t prepare(const mw::ReaderSettings& settings, std::string& failure);
 
     /// As mw::ReaderPort.
@@ -43,13 +44,13 @@ public:
 
     bool is_writer() const noexcept override { return false; }
     void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
-    /// Asks writers of this process again.
+    /// Asks writers of this process for what was refused.
     std::int64_t run_timer() noexcept override;
 
 private:
     typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
 
-    // Fast DDS keeps a sample here from its acceptance to its delivery.
+    // Fast DDS keeps a sample here from acceptance to delivery.
     class History final : public rtps::ReaderHistory {
     public:
         explicit History(Reader& reader);
@@ -66,13 +67,13 @@ private:
         Reader& _reader;
     };
 
-    // The sample that the sink was asked about last.
+    // What the sink answered about the last sample.
     struct AdmissionQuery {
         rtps::GUID_t writer;
         rtps::SequenceNumber_t number;
         mw::Admission answer;
         bool open = false;
-        SampleReference sample;  // decoded, where the answer depends on what is in it
+        mw::SampleReference sample;  // decoded if the answer depends on its content
     };
 
     bool is_in_order_only() const noexcept { return _bounded && _reliable; }
@@ -94,14 +95,14 @@ private:
     const bool _reliable;
     const bool _is_transient_local;
     const bool _bounded;
-    const bool _looks_inside;  // its filter is about the data
+    const bool _looks_inside;  // its filter is on the data
     const bool _routed;
     const DDS_GUID_t _route;
     History _history;
     rtps::RTPSReader* _reader = nullptr;
 
     MatchedWriters _matches;
-    std::unordered_map<DDS_GUID_t, rtps::SequenceNumber_t, GuidHash> _refused;  // the first refused of each writer
+    std::unordered_map<DDS_GUID_t, rtps::SequenceNumber_t, GuidHash> _refused;  // the first refused number of each writer
     Backlog _backlog;                                                           // what was refused after that
     std::size_t _missing_before = 0;                                            // the sample that Fast DDS is just taking in
     AdmissionQuery _query;

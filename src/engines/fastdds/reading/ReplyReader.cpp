@@ -19,7 +19,7 @@ namespace dds = eprosima::fastdds::dds;
 
 namespace {
 
-// What is announced is the reader, and none of those that share it.
+// The reader is announced, not the requesters that share it.
 mw::EndpointInfo shared_info(const mw::EndpointInfo& of_one, const Domain& domain) {
     mw::EndpointInfo info;
     info.participant_guid = domain.guid();
@@ -101,7 +101,7 @@ void ReplyReader::onNewCacheChangeAdded(rtps::RTPSReader* /*reader*/, const rtps
         deliver_locked(*change);
     } catch (const std::exception&) {
         for (const auto& entry : _routes) {
-            entry.second->count_loss();  // nobody knows whose it was
+            entry.second->count_loss();  // its requester is not known
         }
     }
     _history.remove_change(const_cast<rtps::CacheChange_t*>(change));
@@ -121,7 +121,7 @@ void ReplyReader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::Writer
             event.peer = gone ? info_of(gone) : nullptr;
         }
     } catch (const std::exception&) {
-        // No memory: the peer is not listed.
+        // Memory is short: the peer is not listed.
     }
     if (event.peer) {
         for (const auto& entry : _routes) {
@@ -137,7 +137,7 @@ bool ReplyReader::is_relevant(const rtps::CacheChange_t& change, const rtps::GUI
         const MatchedWriters::Match* const match = self._matches.find(change.writerGUID);
         return change.kind == rtps::ALIVE && (match == nullptr || match->fits) && _routes.count(answered_writer(change)) != 0;
     } catch (const std::exception&) {
-        return true;  // no memory to know better
+        return true;  // memory is short: decided later
     }
 }
 

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// A reader on Fast DDS that requesters of one participant share: it hands each answer to the requester that asked. So a replier has one reader for
-// all of them, whatever their number: it is found once, and each answer is weighed once.
+// A reader on Fast DDS that the requesters of one participant share: it hands each answer to the requester that asked. So a replier
+// has one reader for all of them, which is discovered once, and each answer is matched once.
 //
-// 1. The mutex is that of the RTPS reader, which Fast DDS holds in its callbacks: routes and matched writers are under it. Order: it, then the
-//    participant's directory or a sink.
-// 2. It takes every answer that somebody of the participant still wants; a requester has no bound here, so nobody is stopped by another.
+// 1. The mutex is that of the RTPS reader, which Fast DDS holds in its callbacks. It guards routes and matched writers. Order: it,
+//    then the participant's directory or a sink.
+// 2. It takes every answer that a requester of the participant waits for. These requesters have no bound, so none of them stops
+//    another.
 #ifndef NORVANE_ENGINES_FASTDDS_READING_REPLYREADER_HPP
 #define NORVANE_ENGINES_FASTDDS_READING_REPLYREADER_HPP
 
@@ -29,14 +30,14 @@ class ReplyRoute;
 class ReplyReader final : private rtps::ReaderListener, private eprosima::fastdds::rtps::IReaderDataFilter {
 public:
     ReplyReader(const std::shared_ptr<Domain>& domain, const mw::EndpointInfo& info);
-    /// Leaves. No route is left.
+    /// Removes the RTPS reader. Every route has been removed.
     ~ReplyReader() override;
 
-    /// Makes the RTPS reader, unseen. @return false when Fast DDS refuses; `failure` says why.
+    /// Makes the RTPS reader, which is not announced yet. @return false if Fast DDS refuses; `failure` has the reason.
     bool prepare(const DDS_DataReaderQos& qos, std::string& failure);
 
-    /// Begins to serve a requester, and tells it of the writers that are matched already. The first has the reader be seen.
-    /// @return OK; ERROR when Fast DDS refuses.
+    /// Begins to serve a requester, and reports the writers matched so far to it. The first one makes the reader announced.
+    /// @return OK; ERROR if Fast DDS refuses.
     /// @throws std::bad_alloc
     DDS_ReturnCode_t add(ReplyRoute& route);
     /// When it returns, no upcall of the route runs or will run.
@@ -60,7 +61,7 @@ private:
     bool _is_advertised = false;  // guarded by the mutex of all endpoints
 
     MatchedWriters _matches;
-    std::unordered_multimap<DDS_GUID_t, ReplyRoute*, GuidHash> _routes;  // by the writer whose answers they want
+    std::unordered_multimap<DDS_GUID_t, ReplyRoute*, GuidHash> _routes;  // by the writer whose answers they take
 };
 
 }  // namespace fastdds

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The reply readers that the requesters of a participant share: one for each topic and type, there for as long as somebody uses it.
+// The reply readers that the requesters of a participant share: one for each topic and type, as long as a requester uses it.
 // Any thread.
 #ifndef NORVANE_ENGINES_FASTDDS_READING_REPLYREADERS_HPP
 #define NORVANE_ENGINES_FASTDDS_READING_REPLYREADERS_HPP
@@ -21,12 +21,12 @@ class ReplyReader;
 
 class ReplyReaders {
 public:
-    /// @return whether a reader with these settings can do with a part of a shared one: it wants the answers to one writer, has no bound that
-    ///         could stop the others, and nothing of its own to announce.
+    /// @return whether a share of a common reader suffices for these settings: answers to one writer, no bound that could stop
+    ///         others, and nothing of its own to announce.
     static bool can_serve(const mw::ReaderSettings& settings) noexcept;
 
-    /// @return the reader of that topic, type and pace, made if it is not there; null when Fast DDS refuses.
-    /// @param failure  gets the reason, in words for the log.
+    /// @return the reader of that topic, type and response delay, made if there is none; null if Fast DDS refuses.
+    /// @param failure  gets the reason, for the log.
     /// @throws std::bad_alloc
     std::shared_ptr<ReplyReader> get(const std::shared_ptr<Domain>& domain, const mw::ReaderSettings& settings,
                                      std::string& failure);
@@ -34,7 +34,7 @@ public:
 private:
     typedef std::tuple<std::string, std::string, std::uint64_t, DDS_Long, DDS_UnsignedLong> Kind;
 
-    std::mutex _mutex;  // held while one is made: above all others
+    std::mutex _mutex;  // held while one is made; precedes every other lock
     std::map<Kind, std::weak_ptr<ReplyReader>> _readers;
 };
 

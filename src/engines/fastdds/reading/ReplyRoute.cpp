@@ -35,7 +35,7 @@ DDS_ReturnCode_t ReplyRoute::enable(mw::SampleSink& sink) noexcept {
         _answered = writer ? std::static_pointer_cast<Writer>(writer)->answered() : nullptr;
         const DDS_ReturnCode_t code = _reader->add(*this);
         if (code == DDS_RETCODE_OK && writer) {
-            // Only now: until repliers know where the answers go, they hold them.
+            // Last: repliers hold the answers until they know which reader takes them.
             std::static_pointer_cast<Writer>(writer)->advertise_answers(&_info);
         }
         return code;
@@ -61,7 +61,7 @@ void ReplyRoute::close() noexcept {
             std::static_pointer_cast<Writer>(writer)->advertise_answers(nullptr);
         }
     } catch (const std::exception&) {
-        // No memory to tell: repliers go on sending, and nobody takes it.
+        // Memory is short: repliers go on sending answers, which are dropped.
     }
     _reader->remove(*this);
     _reader.reset();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A requester's part of a shared reply reader: to the middleware a reader, to peers nothing.
+// A requester's share of a common reply reader. The middleware sees a reader; peers see nothing.
 //
 // Samples and peers come from the reply reader, under its mutex.
 #ifndef NORVANE_ENGINES_FASTDDS_READING_REPLYROUTE_HPP
@@ -24,7 +24,7 @@ public:
     ReplyRoute(const std::shared_ptr<Domain>& domain, const mw::ReaderSettings& settings);
     ~ReplyRoute() override;
 
-    /// Finds or makes the reader. @return OK, or what stands against it, in words for the log.
+    /// Finds or makes the reader. @return OK, or a code; `failure` then has the reason, for the log.
     DDS_ReturnCode_t prepare(const mw::ReaderSettings& settings, std::string& failure);
 
     /// As mw::ReaderPort.
@@ -34,7 +34,7 @@ public:
 
     /// @return the writer whose answers these are.
     const DDS_GUID_t& writer() const noexcept { return _info.partner_guid; }
-    /// Takes an answer in. The reply reader's mutex is held. @param answering  as Fast DDS knows it.
+    /// Delivers an answer. The reply reader's mutex is held. @param answering  the RTPS GUID of its writer.
     void deliver(const rtps::GUID_t& answering, const mw::SampleMetadata& metadata, const std::uint8_t* octets,
                  std::size_t length) noexcept;
     void count_loss() noexcept { _intake.count_loss(); }
@@ -48,7 +48,7 @@ private:
     const std::shared_ptr<Domain> _domain;
     SampleIntake _intake;
     std::shared_ptr<ReplyReader> _reader;
-    std::shared_ptr<AnsweredRequests> _answered;  // null when the writer came later
+    std::shared_ptr<AnsweredRequests> _answered;  // null if the writer was created later
 };
 
 }  // namespace fastdds

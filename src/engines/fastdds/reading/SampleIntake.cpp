@@ -6,7 +6,7 @@
 namespace norvane {
 namespace fastdds {
 
-void SampleIntake::store(SampleReference sample, const mw::SampleMetadata& metadata) noexcept {
+void SampleIntake::store(mw::SampleReference sample, const mw::SampleMetadata& metadata) noexcept {
     if (!sample) {
         _sink->abandon();
         count_loss();
@@ -17,7 +17,7 @@ void SampleIntake::store(SampleReference sample, const mw::SampleMetadata& metad
     if (_sink->commit(*sample, wake)) {
         _owner.announce_soon();
     }
-    // Before the wake-up: the reader that finds itself the only one to hold the sample gives it back without an atomic decrement.
+    // Before the wake-up: a reader that holds the only reference releases it without an atomic decrement.
     sample.reset();
 }
 

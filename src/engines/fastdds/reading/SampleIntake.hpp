@@ -1,22 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// The way of a sample from its encoding into the sink of an endpoint. Used with the lock that orders the samples of that endpoint.
+// Decodes a sample and stores it in the sink of an endpoint. Used under the lock that orders the samples of that endpoint.
 #ifndef NORVANE_ENGINES_FASTDDS_READING_SAMPLEINTAKE_HPP
 #define NORVANE_ENGINES_FASTDDS_READING_SAMPLEINTAKE_HPP
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
+#include "engines/SampleReference.hpp"
 #include "engines/fastdds/Endpoint.hpp"
 
 namespace norvane {
 namespace fastdds {
-
-struct ReleaseSample {
-    void operator()(mw::Sample* sample) const noexcept { mw::release(*sample); }
-};
-/// One reference to a sample.
-typedef std::unique_ptr<mw::Sample, ReleaseSample> SampleReference;
 
 class SampleIntake {
 public:
@@ -26,12 +20,12 @@ public:
     void attach(mw::SampleSink& sink) noexcept { _sink = &sink; }
     mw::SampleSink& sink() const noexcept { return *_sink; }
 
-    /// @return the sample; null when memory is short, or the octets are not one.
-    SampleReference decode(const std::uint8_t* octets, std::size_t length) noexcept {
-        return SampleReference(_pool.make_decoded(octets, length));
+    /// @return the sample; null if memory is short or the octets are not a sample.
+    mw::SampleReference decode(const std::uint8_t* octets, std::size_t length) noexcept {
+        return mw::SampleReference(_pool.make_decoded(octets, length));
     }
-    /// Stores a sample that the sink has kept room for. One that is null, since it could not be decoded, is counted as lost.
-    void store(SampleReference sample, const mw::SampleMetadata& metadata) noexcept;
+    /// Stores a sample that the sink has reserved room for. A null one, which could not be decoded, is counted as lost.
+    void store(mw::SampleReference sample, const mw::SampleMetadata& metadata) noexcept;
     void count_loss() noexcept;
 
 private:

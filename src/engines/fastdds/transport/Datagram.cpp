@@ -13,17 +13,17 @@ namespace {
 constexpr std::size_t HEADER = Submessage::MESSAGE_HEADER;
 constexpr std::uint8_t NO_TIME_FLAG = 0x02;
 
-// Says that what follows has no time of its own.
+// What follows has no time stamp.
 constexpr std::uint8_t NO_TIME[] = {Submessage::INFO_TS, Submessage::LITTLE_ENDIAN_FLAG | NO_TIME_FLAG, 0, 0};
 
-// What a message says of itself.
+// What a message sets and depends on.
 struct Shape {
     bool can_be_joined = false;
     bool names_destination = false;        // anywhere
-    bool names_destination_first = false;  // before anything that it matters to
+    bool names_destination_first = false;  // before any submessage that it matters to
     bool has_time = false;
     bool has_time_first = false;
-    std::size_t end = 0;  // without the last submessage, where a vendor defines that
+    std::size_t end = 0;  // without the last submessage, if that is vendor-specific
 };
 
 Shape examine(const std::uint8_t* message, std::size_t length) noexcept {
@@ -91,7 +91,7 @@ bool Datagram::append(const std::uint8_t* message, std::size_t length) {
     }
     _octets.resize(_end);
     if (_has_time && !shape.has_time_first) {
-        _octets.insert(_octets.end(), NO_TIME, NO_TIME + sizeof(NO_TIME));  // (smaller than the header that goes)
+        _octets.insert(_octets.end(), NO_TIME, NO_TIME + sizeof(NO_TIME));  // smaller than the header that is dropped
         _has_time = false;
     }
     _end = _octets.size() + shape.end - HEADER;

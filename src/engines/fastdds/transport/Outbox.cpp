@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <utility>
 
 #include <fastdds/rtps/common/LocatorsIterator.hpp>
 
@@ -14,21 +13,22 @@ namespace fastdds {
 
 namespace {
 
-// A run must be so long before its messages wait.
+// Messages wait only after this many consecutive ones.
 constexpr int BURST = 4;
-// Where a message waited, and none came to join it before its writer waited too, the next run must be longer by this.
+// If a message waited and no other joined it before its writer waited too, the next burst must be longer by this before messages
+// wait.
 constexpr int BACKOFF = 100;
-// How long the thread that sends what others left waits between two looks, in pauses of a run, and at least.
+// Length of a round of the thread, in pauses, and at least.
 constexpr int ROUND_PAUSES = 4;
 constexpr std::chrono::microseconds SHORTEST_ROUND{100};
-// After so many rounds without anything that waits, the thread sleeps until it is wanted.
+// After so many rounds without a waiting message the thread sleeps.
 constexpr int IDLE_ROUNDS = 10;
 constexpr std::size_t MOST_DESTINATIONS = 16;
 constexpr std::int64_t DESTINATION_IDLE_NS = 1000 * 1000 * 1000;
-// How long the socket may block for want of room in its buffer.
+// Longest time that the socket may block while its buffer is full.
 constexpr std::chrono::milliseconds PATIENCE{100};
 
-// The list of one place that Fast DDS wants.
+// The list of a single place, as Fast DDS takes it.
 class OnePlace final : public eprosima::fastdds::rtps::LocatorsIterator {
 public:
     OnePlace(const rtps::Locator_t& place, bool at_end) noexcept : _place(place), _at_end(at_end) {}
@@ -45,16 +45,16 @@ private:
     bool _at_end;
 };
 
-// Where the calling thread left something.
+// The outbox to which the calling thread wrote messages that wait.
 struct Deferred {
     ~Deferred();
-    const Outbox* at = nullptr;  // its memory stays as long as it is referred to below
+    const Outbox* at = nullptr;  // compared only; its memory stays while `in` refers to it
     std::weak_ptr<Outbox> in;
 };
 
 thread_local const Outbox* writing_to = nullptr;
 thread_local bool has_deferred = false;
-// What comes then, from destructors of statics or of other thread-locals, has no place to be noted.
+// After that, destructors of statics and of other thread-locals may still write, but their messages cannot wait.
 thread_local bool has_ended = false;
 thread_local Deferred deferred;
 
@@ -65,11 +65,10 @@ Deferred::~Deferred() {
 
 }  // namespace
 
-Outbox::Outbox(std::size_t datagram_limit, std::chrono::microseconds pause, std::unique_ptr<SendSocket> socket) noexcept
+Outbox::Outbox(std::size_t datagram_limit, std::chrono::microseconds pause) noexcept
     : _datagram_limit(datagram_limit),
       _pause_ns(std::chrono::nanoseconds(pause).count()),
-      _round_length(std::max(SHORTEST_ROUND, ROUND_PAUSES * pause)),
-      _socket(std::move(socket)) {}
+      _round_length(std::max(SHORTEST_ROUND, ROUND_PAUSES * pause)) {}
 
 bool Outbox::send_now(rtps::SenderResource& sender, const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& to,
                       const TimePoint& deadline) {
@@ -105,7 +104,7 @@ bool Outbox::send(rtps::SenderResource& sender, const std::uint8_t* message, std
             destination->last_ns = platform::monotonic_ns();
         }
     } catch (const std::exception&) {
-        return sent;  // no memory: what has not been sent is as lost on the wire
+        return sent;  // memory is short: what was not sent counts as lost on the wire
     }
     if (is_deferred && (!has_deferred || deferred.at != this)) {
         send_deferred();
@@ -125,7 +124,7 @@ Outbox::Destination* Outbox::find_locked(const rtps::SenderResource& sender, con
     return nullptr;
 }
 
-// Where there are enough of them already, all in use, what goes elsewhere goes by itself.
+// If there are enough of them, all in use, messages to other places are sent singly.
 void Outbox::add_destination_locked(rtps::SenderResource& sender, const rtps::Locator_t& to) {
     const std::int64_t now_ns = platform::monotonic_ns();
     if (_destinations.size() == MOST_DESTINATIONS) {
@@ -134,14 +133,14 @@ void Outbox::add_destination_locked(rtps::SenderResource& sender, const rtps::Lo
         if (now_ns - (*oldest)->last_ns < DESTINATION_IDLE_NS) {
             return;
         }
-        post_locked(**oldest);  // the process may have been stopped
+        post_locked(**oldest);  // messages may wait here if the process was stopped
         _destinations.erase(oldest);
     }
     _destinations.push_back(std::make_unique<Destination>(sender, to, _datagram_limit));
     _destinations.back()->last_ns = now_ns;
 }
 
-// @return false when the message cannot wait, for want of memory or of a thread, too.
+// @return false if the message cannot wait, also for want of memory or of a thread.
 bool Outbox::defer_locked(Destination& destination, const std::uint8_t* message, std::uint32_t length) noexcept {
     if (!destination.waiting.has_room_for(length)) {
         post_locked(destination);
@@ -157,7 +156,7 @@ bool Outbox::defer_locked(Destination& destination, const std::uint8_t* message,
     }
     destination.round = is_first ? _round : destination.round;
     if (!destination.waiting.has_room_for(length)) {
-        post_locked(destination);  // another one like it would only find out
+        post_locked(destination);  // full: the next message of this size would not fit
     }
     return true;
 }
@@ -165,19 +164,13 @@ bool Outbox::defer_locked(Destination& destination, const std::uint8_t* message,
 bool Outbox::send_behind_locked(Destination& destination, const std::uint8_t* message, std::uint32_t length,
                                 const TimePoint& deadline) {
     if (!destination.waiting.is_empty()) {
-        const bool is_joined = destination.waiting.append(message, length);  // (its memory is there)
+        const bool is_joined = destination.waiting.append(message, length);  // its memory is reserved
         post_locked(destination);
         if (is_joined) {
             return true;
         }
     }
-    return hand_over_locked(destination, message, length, deadline);
-}
-
-bool Outbox::hand_over_locked(const Destination& destination, const std::uint8_t* message, std::uint32_t length,
-                              const TimePoint& deadline) {
-    return (_socket && _socket->send(message, length, destination.place, deadline)) ||
-           send_now(*destination.sender, message, length, destination.place, deadline);
+    return send_now(*destination.sender, message, length, destination.place, deadline);
 }
 
 void Outbox::post_locked(Destination& destination) noexcept {
@@ -186,10 +179,10 @@ void Outbox::post_locked(Destination& destination) noexcept {
     }
     const std::vector<std::uint8_t>& octets = destination.waiting.octets();
     try {
-        hand_over_locked(destination, octets.data(), static_cast<std::uint32_t>(octets.size()),
-                         std::chrono::steady_clock::now() + PATIENCE);
+        send_now(*destination.sender, octets.data(), static_cast<std::uint32_t>(octets.size()), destination.place,
+                 std::chrono::steady_clock::now() + PATIENCE);
     } catch (const std::exception&) {
-        // As lost on the wire.
+        // Counts as lost on the wire.
     }
     destination.waiting.clear();
 }
@@ -219,7 +212,7 @@ void Outbox::close() noexcept {
         for (const std::unique_ptr<Destination>& destination : _destinations) {
             post_locked(*destination);
         }
-        _destinations.clear();  // the sockets go soon
+        _destinations.clear();  // their sockets are closed next
     }
     _wanted.notify_one();
     if (_watcher.joinable()) {
@@ -227,9 +220,9 @@ void Outbox::close() noexcept {
     }
 }
 
-// ---- the thread for those who neither wait nor come again ----------------------------------------------------------
+// ---- the thread for messages whose writer neither waits nor writes again -------------------------------------------
 
-// @throws std::system_error  no thread is to be had.
+// @throws std::system_error  no thread can be started.
 void Outbox::watch_locked() {
     if (_watched) {
         return;

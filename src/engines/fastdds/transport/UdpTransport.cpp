@@ -23,7 +23,7 @@ public:
     UdpTransport(const transport::ChainingTransportDescriptor& udp, TransportEnds ends)
         : ChainingTransport(udp), _ends(std::move(ends)) {}
 
-    // As the one below has it after its start: only then are the sizes of its buffers known.
+    // Copied after the start of the transport below: only then the sizes of its buffers are known.
     transport::TransportDescriptorInterface* get_configuration() override { return low_level_transport_->get_configuration(); }
 
     bool send(rtps::SenderResource* sender, const rtps::octet* message, std::uint32_t length, transport::LocatorsIterator* places,

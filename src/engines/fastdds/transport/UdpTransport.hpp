@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// UDP of Fast DDS, with an outbox on the way out and an inbox on the way in. On the wire, several messages may share a datagram, and a message that goes to
-// another machine may come in several. Thread rule: Fast DDS's own.
+// UDP of Fast DDS, with an outbox for what is sent and an inbox for what is received. On the wire several messages may share a
+// datagram, and a message to another machine may be split over several. Thread rule: that of Fast DDS.
 #ifndef NORVANE_ENGINES_FASTDDS_TRANSPORT_UDPTRANSPORT_HPP
 #define NORVANE_ENGINES_FASTDDS_TRANSPORT_UDPTRANSPORT_HPP
 
@@ -18,14 +18,14 @@ namespace fastdds {
 
 /// What a participant keeps of its transport. It has an inbox, interfaces and paths, or none of them.
 struct TransportEnds {
-    std::shared_ptr<Outbox> outbox;  ///< Closed before the participant is removed; null: nothing waits.
+    std::shared_ptr<Outbox> outbox;  ///< Closed before the participant is removed; null: batching is off.
     std::shared_ptr<Inbox> inbox;
     std::shared_ptr<const Interfaces> interfaces;
     std::shared_ptr<Paths> paths;    ///< Refers to the interfaces.
     std::uint32_t far_datagram = 0;  ///< Octets of a datagram to another machine at most; 0: as long as a message.
 };
 
-/// @param udp  what really sends and receives.
+/// @param udp  does the sending and receiving.
 /// @throws std::bad_alloc
 std::shared_ptr<eprosima::fastdds::rtps::TransportDescriptorInterface> make_udp_transport(
     std::shared_ptr<eprosima::fastdds::rtps::TransportDescriptorInterface> udp, const TransportEnds& ends);

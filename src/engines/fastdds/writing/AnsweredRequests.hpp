@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The last request of a writer that was answered: who answers a request has got it, and, since he takes them in order, those before it.
+// The last request of a writer that was answered. A reply proves that its request arrived and, since delivery is in order, all
+// earlier ones.
 //
-// The reader that gets the answers notes them, under its mutex; the writer of the requests looks, under its own. Neither needs the other's.
+// The reader of the answers notes them, under its own mutex; the writer of the requests looks, under its own. Neither takes the
+// other's.
 #ifndef NORVANE_ENGINES_FASTDDS_WRITING_ANSWEREDREQUESTS_HPP
 #define NORVANE_ENGINES_FASTDDS_WRITING_ANSWEREDREQUESTS_HPP
 
@@ -16,7 +18,7 @@ namespace fastdds {
 
 class AnsweredRequests {
 public:
-    /// @param answering  a writer of the participant that answers.
+    /// @param answering  a writer of the answering participant.
     void note(const rtps::GUID_t& answering, std::int64_t number) noexcept {
         const std::lock_guard<platform::BriefMutex> lock(_mutex);
         if (_answering != answering.guidPrefix) {
@@ -27,7 +29,7 @@ public:
         }
     }
     /// @param asked  a reader of the participant that was asked.
-    /// @return the highest number that it has answered; 0 when another has answered since.
+    /// @return the highest number that it has answered; 0 if another participant has answered since.
     std::int64_t last_of(const rtps::GUID_t& asked) const noexcept {
         const std::lock_guard<platform::BriefMutex> lock(_mutex);
         return _answering == asked.guidPrefix ? _number : 0;

@@ -30,7 +30,7 @@ void HeldAnswers::add(const HeldAnswer& answer) {
     _has_any.store(true);
 }
 
-// @return whether it is there, or may come back. @param is_heard  gets whether a reader of its has matched.
+// @return whether the requester is there, or may come back. @param is_heard  gets whether a reader for its answers has matched.
 bool HeldAnswers::is_requester_alive(const HeldAnswer& answer, bool& is_heard) const noexcept {
     const std::shared_ptr<const Discovered> announced = _domain.find_requester(answer.requester);
     const bool is_another =

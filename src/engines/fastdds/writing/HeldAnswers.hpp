@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Answers that wait, because their requester cannot hear them yet: its reader is to come, or it was lost a short while ago and may only have been stopped.
-// Those behind one that waits, for the same requester, wait too.
+// Answers that wait because their requester cannot receive them yet: its reader has not matched, or it was lost a short while ago
+// and may only have been stopped. Later answers to the same requester wait behind them.
 //
-// Thread rule: under the mutex of the writer's RTPS writer, but for `has_any`.
+// Thread rule: under the mutex of the writer's RTPS writer, except `has_any`.
 #ifndef NORVANE_ENGINES_FASTDDS_WRITING_HELDANSWERS_HPP
 #define NORVANE_ENGINES_FASTDDS_WRITING_HELDANSWERS_HPP
 
@@ -24,34 +24,35 @@ struct HeldAnswer {
     rtps::CacheChange_t* change;
     rtps::WriteParams params;
     DDS_GUID_t requester;
-    DDS_GUID_t participant;  ///< Of a requester that was lost: another that comes under its name is not meant.
+    DDS_GUID_t participant;  ///< Of a requester that was lost: one of another participant with the same GUID does not get it.
     std::int64_t deadline_ns;
 };
 
 class HeldAnswers {
 public:
-    /// @param patience  how long an answer waits.
-    /// @param most      with so many waiting none is held for a requester that is lost: the others keep that room.
+    /// @param patience  longest time that an answer waits.
+    /// @param most  with so many answers waiting, none is held for a lost requester: the room is left to the others.
     HeldAnswers(Domain& domain, const MatchedReaders& audience, const DDS_Duration_t& patience, std::int64_t most) noexcept
         : _domain(domain), _readers(audience), _patience(patience), _most_for_lost(most) {}
     HeldAnswers(const HeldAnswers&) = delete;
     HeldAnswers& operator=(const HeldAnswers&) = delete;
 
-    /// @param participant  gets that of a requester that was lost.
-    /// @return 0 to send an answer to it now; else until when it is to wait.
+    /// @param participant  gets the participant of a lost requester.
+    /// @return 0 if an answer to it can be sent now; otherwise the time until which it waits.
     std::int64_t deadline_of(const DDS_GUID_t& requester, DDS_GUID_t& participant) const noexcept;
     /// @throws std::bad_alloc
     void add(const HeldAnswer& answer);
 
     std::int64_t size() const noexcept { return static_cast<std::int64_t>(_answers.size()); }
     bool is_empty() const noexcept { return _answers.empty(); }
-    /// As it was a moment ago. Any thread.
+    /// May be out of date when it returns. Any thread.
     bool has_any() const noexcept { return _has_any.load(); }
 
-    /// Lets go of those whose requester hears them, is gone, or was waited for long enough.
-    /// @param has_room  whether one more may be sent; when not, all that come behind it wait.
-    /// @param let_go    gets the answer, whether it is to be sent, and whether anybody hears it. It owns the change from then on, and does not throw.
-    /// @return when the next one will have waited long enough; NO_DEADLINE for none.
+    /// Releases the answers whose requester can receive them, has left, or has been waited for long enough.
+    /// @param has_room  whether one more may be sent; if not, all answers behind it wait.
+    /// @param let_go  gets the answer, whether to send it, and whether a reader receives it. It owns the change from then on, and
+    ///         does not throw.
+    /// @return when the next answer will have waited long enough; NO_DEADLINE for none.
     template <typename HasRoom, typename LetGo>
     std::int64_t release(std::int64_t now_ns, const HasRoom& has_room, const LetGo& let_go) {
         std::int64_t next_ns = platform::NO_DEADLINE;
@@ -74,7 +75,7 @@ public:
         return next_ns;
     }
 
-    /// @param let_go  gets the change of each.
+    /// @param let_go  gets the change of each answer.
     template <typename LetGo>
     void clear(const LetGo& let_go) {
         for (const HeldAnswer& answer : _answers) {

@@ -9,8 +9,8 @@ namespace fastdds {
 
 bool MatchedReaders::add(const DDS_GUID_t& reader, const std::shared_ptr<const Discovered>& peer, bool in_this_process) noexcept {
     const bool fits = are_of_one_type(_writer.info(), peer->info);
-    // Inside a process Fast DDS takes what comes before a gap for acknowledged, and a reader with a bound may have refused some of it: it gets
-    // everything, and looks for itself. (Shared readers refuse nothing.)
+    // Inside a process Fast DDS takes samples before a gap as acknowledged, although a bounded reader may have refused some of
+    // them. Such a reader gets every sample, and filters itself. (Shared readers refuse nothing.)
     const bool may_see_gaps = peer->routing == Routing::SHARED || (peer->routing == Routing::OWN && !in_this_process);
     const bool filtered = fits && may_see_gaps && (_most_filtered == DDS_LENGTH_UNLIMITED || _filtered < _most_filtered);
     try {
@@ -63,7 +63,7 @@ bool MatchedReaders::has_addressee(const DDS_GUID_t& related) const noexcept {
 bool MatchedReaders::is_for(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept {
     const auto place = _matches.find(reader);
     if (place == _matches.end()) {
-        return true;  // matched just now: it looks for itself
+        return true;  // not listed yet: it filters itself
     }
     const Match& match = place->second;
     if (!match.fits || !match.filtered) {
@@ -89,7 +89,7 @@ bool MatchedReaders::refresh() noexcept {
     }
 }
 
-// @throws std::bad_alloc  when a reader comes; never when it goes
+// @throws std::bad_alloc  when a reader is added; never when one is removed
 void MatchedReaders::count(const std::shared_ptr<const Discovered>& reader, int change) {
     if (reader->routing == Routing::NONE) {
         _unrouted += change;
@@ -111,7 +111,7 @@ void MatchedReaders::count(const std::shared_ptr<const Discovered>& reader, int 
     }
 }
 
-// Tells the middleware of the readers that are parts of shared ones, as they are now.
+// Reports the shares of shared readers to the middleware, as they are now.
 // @throws std::bad_alloc
 void MatchedReaders::update_shares() {
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> in_reach;

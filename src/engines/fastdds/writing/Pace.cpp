@@ -10,18 +10,18 @@ namespace fastdds {
 
 namespace {
 
-// Octets sent without a heartbeat at most: no more than a socket's receive buffer has by default.
+// Most octets between two heartbeats: no more than the default receive buffer of a socket.
 constexpr std::int64_t MOST_OCTETS_PER_HEARTBEAT = 200 * 1024;
 constexpr std::int64_t LEAST_LOOK_PERIOD_NS = 50 * 1000 * 1000;
 constexpr std::int64_t HEARTBEATS_PER_LOOK = 5;
-// Every reader answers a heartbeat: the period grows with their number.
+// Every reader answers a heartbeat, so the period grows with their number.
 constexpr std::int64_t HEARTBEAT_NS_PER_READER = 200 * 1000;
-// Requesters of a participant write in turn. With many, a period spans several turns of a writer: else the timers of the worker would cost more than
-// the calls, and timers of Fast DDS much more than that.
+// Requesters of a participant write in turn. With many of them, a period spans several turns of a writer: otherwise their timers
+// would cost more than the calls, and timers of Fast DDS much more than that.
 constexpr std::int64_t HEARTBEAT_NS_PER_REQUESTER = 200 * 1000;
 constexpr std::int64_t FASTDDS_TIMER_NS_PER_REQUESTER = 1000 * 1000;
 constexpr std::int64_t LONGEST_FOR_REQUESTERS_NS = 1000 * 1000 * 1000;
-// Timers that are due within one such part of a period run together.
+// Timers that are due within the same such part of a period run together.
 constexpr std::int64_t PARTS_OF_A_PERIOD = 8;
 constexpr std::int64_t NACK_MARGIN_NS = 5 * 1000 * 1000;
 
@@ -43,7 +43,7 @@ bool Pace::adapt(std::int64_t readers, std::int64_t requesters) noexcept {
     }
     _period_ns = period_ns;
     _look_period_ns = std::max(LEAST_LOOK_PERIOD_NS, HEARTBEATS_PER_LOOK * period_ns);
-    // The answer to a heartbeat may ask for what was sent before it: the time is over just before the next one.
+    // The answer to a heartbeat may ask for samples sent before it, so the time ends just before the next one.
     _nack_ns = std::max(_least_nack_ns, period_ns - NACK_MARGIN_NS);
     return true;
 }
@@ -100,7 +100,7 @@ bool Pace::begins_nack_check(std::int64_t now_ns) noexcept {
     return true;
 }
 
-// @return the end of the part of a period in which a time lies: the timers of many writers then run at the same moment.
+// @return the end of the part of a period that contains a time, so that the timers of many writers run together.
 std::int64_t Pace::round_up(std::int64_t due_ns) const noexcept {
     const std::int64_t part_ns = std::max<std::int64_t>(_period_ns / PARTS_OF_A_PERIOD, 1);
     return due_ns + part_ns - due_ns % part_ns;

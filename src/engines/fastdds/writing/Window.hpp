@@ -2,9 +2,9 @@
 // The samples of a writer that are on the way: sent, and not yet acknowledged by every reader. Numbers are those of Fast DDS.
 //
 // Invariants:
-// 1. The numbers after `acknowledged()` up to `last_sent()` are on the way. Each of them has an entry, in order; no other has one.
+// 1. The numbers after `acknowledged()` up to `last_sent()` are on the way. Each of them has one entry, in order.
 // 2. `octets()` is the sum of the entries.
-// 3. `acknowledged()` never goes back.
+// 3. `acknowledged()` never decreases.
 //
 // Thread rule: under the mutex of the writer's RTPS writer.
 #ifndef NORVANE_ENGINES_FASTDDS_WRITING_WINDOW_HPP
@@ -19,7 +19,7 @@ namespace fastdds {
 
 class Window {
 public:
-    /// Octets on the way at most, whatever the number of samples. One sample may exceed it.
+    /// Most octets on the way, whatever the number of samples. A single sample may exceed it.
     static constexpr std::int64_t MOST_OCTETS = 64 * 1024 * 1024;
 
     /// @param most  samples on the way at most.
@@ -29,7 +29,7 @@ public:
 
     std::int64_t most() const noexcept { return _most; }
     std::int64_t last_sent() const noexcept { return _last_sent; }
-    /// @return the number up to which every reader has everything.
+    /// @return the number up to which every reader has every sample.
     std::int64_t acknowledged() const noexcept { return _acknowledged; }
     std::int64_t on_the_way() const noexcept { return _last_sent - _acknowledged; }
     std::int64_t octets() const noexcept { return _octets; }
@@ -38,20 +38,22 @@ public:
     /// @return when the oldest sample on the way was sent. There must be one.
     std::int64_t oldest_sent_ns() const noexcept { return _sent.front().when_ns; }
 
-    /// Gives the next number to a sample that is about to be sent. @throws std::bad_alloc
+    /// Assigns the next number to a sample that is about to be sent. @throws std::bad_alloc
     void add(std::uint32_t octets, std::int64_t when_ns) {
         _sent.push_back({octets, when_ns});
         _octets += octets;
         ++_last_sent;
     }
-    /// The sample that was added last has not been sent: its number is free again. It must not be acknowledged.
+    /// The sample added last was not sent: its number is free again. It must not be acknowledged.
     void take_back() noexcept {
         _octets -= _sent.back().octets;
         _sent.pop_back();
         --_last_sent;
     }
 
-    /// Moves on over what has arrived. @param proven  up to here it is known to have. @param has_arrived  asked for each number beyond, in order.
+    /// Acknowledges samples in order until one has not arrived.
+    /// @param proven  the number up to which arrival is known.
+    /// @param has_arrived  asked for each number beyond.
     template <typename HasArrived>
     void advance(std::int64_t proven, const HasArrived& has_arrived) noexcept {
         while (_acknowledged < _last_sent && (_acknowledged < proven || has_arrived(_acknowledged + 1))) {
@@ -60,13 +62,13 @@ public:
             _sent.pop_front();
         }
     }
-    /// Nothing is waited for: the writer is best-effort.
+    /// For a best-effort writer, which waits for nothing.
     void acknowledge_all() noexcept {
         _acknowledged = _last_sent;
         _sent.clear();
         _octets = 0;
     }
-    /// A sample on the way no longer takes memory: those that it is for have it, although one before it is missing.
+    /// A sample on the way has left the history: every reader that needs it has it, although one before it is missing.
     void release_octets_of(std::int64_t number) noexcept {
         std::uint32_t& octets = _sent[static_cast<std::size_t>(number - _acknowledged - 1)].octets;
         _octets -= octets;

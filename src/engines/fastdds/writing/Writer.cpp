@@ -23,13 +23,13 @@ namespace {
 
 namespace dds = eprosima::fastdds::dds;
 
-// Fast DDS does not always say that everything is acknowledged: waiting threads look for themselves.
+// Fast DDS does not report every acknowledgement: threads that wait for one look themselves at this interval.
 constexpr std::int64_t LOOK_AGAIN_NS = 2 * 1000 * 1000;
 constexpr std::int64_t RETRY_NS = 5 * 1000 * 1000;
-// The reader of a requester is made right after its writer, as a rule; on a machine that has much to do, some ten milliseconds later.
+// The reader of a requester is usually created right after its writer; on a busy machine some ten milliseconds later.
 constexpr std::int64_t ADVERTISING_DELAY_NS = 100 * 1000 * 1000;
-// Fast DDS's thread of timers forgets one that is due in more than a day: it costs nothing from then on. Each that is running makes that thread slower
-// at every other, under a mutex per comparison: with the timers of a thousand writers it does nothing else.
+// The timer thread of Fast DDS drops a timer that is due in more than a day. Each running timer slows it down at every other one,
+// by a comparison under a mutex: with the timers of a thousand writers it does nothing else.
 constexpr std::int64_t NEVER_NS = 30LL * 24 * 3600 * 1000 * 1000 * 1000;
 
 eprosima::fastrtps::Duration_t to_duration(std::int64_t ns) {
@@ -72,9 +72,9 @@ DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string
         attributes.times.heartbeatPeriod = to_duration(NEVER_NS);
         attributes.times.nackSupressionDuration = to_duration(NEVER_NS);
     }
-    // Whoever comes back under a name of his own may get late answers to the other he once was.
+    // A writer with a GUID chosen by the application may receive late answers meant for its predecessor of the same GUID.
     _reply_acknowledges = _pace.drives_heartbeats() && is_requester(settings.info) && settings.info.guid == DDS_GUID_AUTO;
-    // Fast DDS would add a heartbeat to each sample that follows one which is gone without an acknowledgement.
+    // Otherwise Fast DDS adds a heartbeat to each sample that follows one removed without an acknowledgement.
     attributes.disable_heartbeat_piggyback = _reply_acknowledges;
     _pace.start(_times.heartbeatPeriod.to_ns(), _times.nackSupressionDuration.to_ns(), _reply_acknowledges);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
@@ -105,11 +105,12 @@ DDS_ReturnCode_t Writer::enable(mw::PeerSink& sink) noexcept {
     try {
         LocalWriters::get().add(to_guid(_writer->getGuid()), shared_from_this());
         _domain->add(shared_from_this());
-        // A writer of that name may have been here before.
+        // A writer with this GUID may have existed before, and its reader may still be there.
         const std::shared_ptr<Endpoint> share = _domain->find_share(_info.guid);
         if (!share && is_requester(_info)) {
-            // Announced once, with its reader. Told of first without it and then again, those who just then ask Fast DDS for the first are not
-            // told that it is gone, and do not take the second before the heartbeat of Fast DDS's discovery: a second later.
+            // Announced once, together with its reader. If it were announced without the reader first and then again, a peer that
+            // is just asking Fast DDS for the first announcement would miss the second until the next discovery heartbeat, up to a
+            // second later.
             _advertises_later.store(true);
             _domain->dispatcher().start_timer(shared_from_this(), platform::monotonic_ns() + ADVERTISING_DELAY_NS);
             return DDS_RETCODE_OK;
@@ -179,7 +180,7 @@ void Writer::close() noexcept {
     LocalWriters::get().remove(to_guid(_writer->getGuid()));
     _held.clear([this](rtps::CacheChange_t* change) { _writer->release_change(change); });
     {
-        // Fast DDS itself would take them away without the mutex, and a heartbeat that is on its way counts them.
+        // Fast DDS would remove them without the mutex, while a heartbeat that is being sent counts them.
         const Lock lock(_writer->getMutex());
         while (_history->remove_min_change()) {
         }
@@ -241,7 +242,7 @@ rtps::CacheChange_t* Writer::encode(const void* data) {
     return change;
 }
 
-// @param change  null afterwards when it was written.
+// @param change  null afterwards if it was written.
 DDS_ReturnCode_t Writer::write_blocking(const mw::WriteRequest& request, rtps::CacheChange_t*& change,
                                         DDS_SampleIdentity_t& identity, bool& addressed) {
     const DDS_Duration_t& limit = request.max_blocking_time;
@@ -278,7 +279,7 @@ DDS_ReturnCode_t Writer::write_locked(const mw::WriteRequest& request, rtps::Cac
     if (!has_room_locked()) {
         return DDS_RETCODE_TIMEOUT;
     }
-    rtps::WriteParams params;  // a fresh one each time: it carries identities from one sample to the next
+    rtps::WriteParams params;  // a new one each time: Fast DDS writes identities into it
     params.related_sample_identity(to_rtps(request.related_identity));
     params.source_timestamp(to_rtps(request.source_timestamp == DDS_TIME_INVALID ? mw::current_time() : request.source_timestamp));
     const DDS_GUID_t& asker = request.related_identity.writer_guid;
@@ -311,7 +312,7 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
         send_first_heartbeat_locked();
     }
     const std::uint32_t length = change.serializedPayload.length;
-    // Before the history has it: while it is added, readers of this process get it and may acknowledge it.
+    // Before it is added to the history: readers of this process receive it, and may acknowledge it, inside that call.
     _window.add(length, _pace.drives_heartbeats() ? platform::monotonic_ns() : 0);
     if (!_history->add_change(&change, params)) {
         _window.take_back();
@@ -326,7 +327,7 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     }
     sweep_locked();
     if (_leaves_gap && addressed && !_writer->get_separate_sending()) {
-        // Else the reader would wait for the next heartbeat before it believes that nothing comes in between.
+        // Otherwise the reader waits for the next heartbeat before it takes the gap as final.
         send_heartbeat();
     }
     _leaves_gap = !addressed;
@@ -341,9 +342,9 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     return true;
 }
 
-// One reader that is silent must not stop the others: at the limit, what everybody has got that is to have it goes also from behind the first that
-// is missing.
-// @return samples that wait for somebody.
+// At the limit, also drops samples beyond the first unacknowledged one if every reader that needs them has them, so that one silent
+// reader does not stop the others.
+// @return samples that are not acknowledged and still take room.
 std::int64_t Writer::make_room_locked() noexcept {
     const auto kept = [this] { return static_cast<std::int64_t>(_history->getHistorySize()); };
     if (_is_transient_local || !_window.is_full()) {
@@ -376,12 +377,12 @@ bool Writer::is_acknowledged_locked(std::int64_t number) noexcept {
     return _writer->is_acked_by_all(&_ack_query);
 }
 
-// A late reader may still lack what all others acknowledged long ago: that Fast DDS says only when asked for everything.
+// A late reader may still lack samples that all others acknowledged long ago. Fast DDS says so only when asked about all of them.
 bool Writer::is_all_acknowledged_locked() noexcept { return _writer->wait_for_all_acked(eprosima::fastrtps::Duration_t(0, 0)); }
 
-// An answer makes the acknowledgement of its request, and the heartbeat that asks for it, superfluous. Where several readers were asked, it says
-// nothing of the others. (Fast DDS has a reader some time before it tells.)
-// @return up to where requests have arrived, going by the answers; 0 when there is nothing to go by.
+// A reply makes the acknowledgement of its request, and the heartbeat that asks for it, superfluous. It proves nothing where
+// several readers got the request. (Fast DDS counts a matched reader some time before it reports it.)
+// @return the number up to which requests have arrived according to the replies; 0 if the replies prove nothing.
 std::int64_t Writer::answered_locked() const noexcept {
     if (!_reply_acknowledges || _window.on_the_way() == 0 || _readers.size() != 1 ||
         static_cast<const rtps::StatefulWriter*>(_writer)->getMatchedReadersSize() != 1) {
@@ -413,21 +414,23 @@ void Writer::send_heartbeat() noexcept {
     auto& writer = *static_cast<rtps::StatefulWriter*>(_writer);
     const Lock lock(writer.getMutex());
     if (_pace.begins_nack_check(platform::monotonic_ns())) {
-        // From here on what was sent is sent again when it is asked for: before the heartbeat, whose answer may ask.
+        // From here on samples sent so far may be sent again when a reader asks: before the heartbeat, whose answer may ask for
+        // them.
         _readers.for_each([&](const DDS_GUID_t& reader, const Discovered&) { writer.perform_nack_supression(to_rtps(reader)); });
     }
     writer.send_periodic_heartbeat(false, false);
 }
 
-// Readers of other vendors may take the first heartbeat that they hear for their beginning, and never ask for what the wire lost before it. That of
-// Fast DDS, at the match, leaves before the announcement of a new writer: nobody hears it. Another one in front of the first sample.
+// Readers of other vendors may take the first heartbeat that they receive as their starting point, and never ask for samples lost
+// before it. The one that Fast DDS sends at the match leaves before the announcement of a new writer, and is not heard. So another
+// one precedes the first sample.
 void Writer::send_first_heartbeat_locked() noexcept {
     _matched_foreign_reader = false;
-    // (As one that says only that the writer is there: it goes out although nothing is missing, and wants no answer.)
+    // Final and with the liveliness flag: Fast DDS sends it although nothing is missing, and readers do not answer it.
     static_cast<rtps::StatefulWriter*>(_writer)->send_periodic_heartbeat(true, true);
 }
 
-// What any thread wrote.
+// Sends what waits in the outbox, of any thread.
 void Writer::send_deferred() noexcept {
     if (_domain->outbox() != nullptr) {
         _domain->outbox()->flush();
@@ -435,10 +438,12 @@ void Writer::send_deferred() noexcept {
 }
 
 void Writer::choose_sending_locked() noexcept {
-    // Readers that each get a few samples of many see gaps. Sent one by one, a sample brings its own heartbeat, which closes the gap before it: else
-    // the sample would wait for the next one. A single reader sees none, and is spared the acknowledgement of each sample.
+    // Readers that each get a few of many samples see gaps. Sent separately, each sample brings a heartbeat that closes the gap
+    // before it; otherwise the sample would wait for the next heartbeat. A single reader sees no gaps, and is spared an
+    // acknowledgement per sample.
     //
-    // Together, Fast DDS repeats in one large datagram what was lost. A wire that cannot carry that loses it over and over.
+    // Not sent separately, Fast DDS repeats lost samples in one large datagram. A link that cannot carry it loses it again each
+    // time.
     _writer->set_separate_sending((_readers.size() > 1 && _readers.has_routed()) || _pace.has_stalled());
 }
 
@@ -506,7 +511,7 @@ void Writer::wake_up() noexcept {
     }
 }
 
-// ---- what is held, and what readers of this process had no room for ------------------------------------------------
+// ---- timer, and samples for readers of this process that had no room -----------------------------------------------
 
 std::int64_t Writer::run_timer() noexcept {
     const Call call(_calls);
@@ -524,7 +529,7 @@ std::int64_t Writer::run_timer() noexcept {
     const std::int64_t now_ns = platform::monotonic_ns();
     sweep_locked();
     const std::int64_t again_ns = _readers.refresh() ? send_held_locked(now_ns) : now_ns + RETRY_NS;
-    adapt_pace_locked();  // requesters come and go
+    adapt_pace_locked();  // the number of requesters changes
     const std::int64_t on_the_way = _window.on_the_way();
     const Pace::Due due =
         _pace.run_timer(now_ns, on_the_way, _window.acknowledged(), on_the_way > 0 ? _window.oldest_sent_ns() : now_ns);
@@ -572,7 +577,8 @@ void Writer::redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& f
         return;
     }
     const Lock lock(_writer->getMutex());
-    // Fast DDS marks what a local reader refuses as not acknowledged, and leaves it at that. Here: as it delivers inside a process, in order.
+    // Fast DDS marks what a local reader refuses as not acknowledged, and does not send it again. This delivers it as Fast DDS does
+    // inside a process, in order.
     rtps::SequenceNumber_t next = from;
     for (auto place = _history->changesBegin(); place != _history->changesEnd(); ++place) {
         rtps::CacheChange_t* const change = *place;
@@ -644,7 +650,8 @@ bool Writer::on_requester_changed(const std::string& topic) noexcept {
     return shares_with_it || _held.has_any();
 }
 
-// Called from the newest to the oldest: each would be looked for from the other end, so that removing them is left to the sweep.
+// Called from the newest sample to the oldest, which would make each removal search the whole history: sweep_locked removes them
+// instead.
 void Writer::onWriterChangeReceivedByAll(rtps::RTPSWriter* /*writer*/, rtps::CacheChange_t* /*change*/) { wake_up(); }
 
 bool Writer::is_relevant(const rtps::CacheChange_t& change, const rtps::GUID_t& reader_guid) const {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // A writer on Fast DDS: it encodes samples, sends them or holds them, and bounds what is on the way.
 //
-// 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks: the audience, numbers and held samples are under it.
-//    Order: it, then the participant's directory or a sink. Encoding happens outside.
-// 2. Numbers are those of Fast DDS, which have no gaps.
+// 1. The mutex is that of the RTPS writer, which Fast DDS holds in most callbacks. It guards matched readers, window, pace and held
+//    answers. Order: it, then the participant's directory or a sink. Encoding happens outside of it.
+// 2. Sequence numbers are those of Fast DDS, which have no gaps.
 // 3. What is on the way is bounded by the Window; heartbeats follow the Pace. No thread sleeps with the mutex held.
-// 4. A sample that answers a requester of ours goes when its HeldAnswers let it.
+// 4. A sample that answers one of our requesters is sent when HeldAnswers releases it.
 #ifndef NORVANE_ENGINES_FASTDDS_WRITING_WRITER_HPP
 #define NORVANE_ENGINES_FASTDDS_WRITING_WRITER_HPP
 
@@ -37,7 +37,7 @@ public:
     Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& settings);
     ~Writer() override;
 
-    /// Makes the RTPS writer, unseen. @return OK, or what stands against it, in words for the log.
+    /// Makes the RTPS writer, which is not announced yet. @return OK, or a code; `failure` then has the reason, for the log.
     DDS_ReturnCode_t prepare(const mw::WriterSettings& settings, std::string& failure);
 
     /// As mw::WriterPort.
@@ -47,17 +47,17 @@ public:
     DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
     void close() noexcept;
 
-    /// Has peers know that a part of its participant's shared reader gets the answers to this writer. @param answers  null: no longer.
+    /// Announces that a share of the participant's reply reader takes the answers to this writer. @param answers  null: no longer.
     /// @throws std::bad_alloc
     void advertise_answers(const mw::EndpointInfo* answers);
-    /// Lets the writer be seen, if it is not yet: it waits for nothing any more. @return whether it is seen. @throws std::bad_alloc
+    /// Announces the writer to peers, if it is not announced yet. @return whether it is. @throws std::bad_alloc
     bool advertise();
 
-    /// @return where the reader of the answers to this writer notes what was answered.
+    /// @return where the reader of the answers to this writer notes which requests were answered.
     const std::shared_ptr<AnsweredRequests>& answered() const noexcept { return _answered; }
 
-    /// Hands a reader of this process the samples from a number on that it had no room for, as many as it takes now. Fast DDS does not
-    /// repeat inside a process.
+    /// Delivers the samples from a number on to a reader of this process that had no room for them, as many as it accepts now. Fast
+    /// DDS does not repeat samples inside a process.
     void redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& from) noexcept;
 
     bool is_writer() const noexcept override { return true; }
@@ -109,7 +109,7 @@ private:
     const std::shared_ptr<Domain> _domain;
     mw::SamplePool& _pool;
     const bool _reliable;
-    const bool _is_transient_local;  // transient-local
+    const bool _is_transient_local;
     const bool _keeps_last_only;
     const std::int64_t _history_limit;
     std::unique_ptr<History> _history;
@@ -117,7 +117,7 @@ private:
     Pace _pace;                // its timer is the worker of the participant
     rtps::WriterTimes _times;  // as the QoS has them
     rtps::RTPSWriter* _writer = nullptr;
-    std::atomic<bool> _advertises_later{false};        // that of a requester, whose reader is to come
+    std::atomic<bool> _advertises_later{false};        // of a requester, whose reader is created next
     bool _is_advertised = false;                       // guarded by the mutex of all endpoints, as is
     std::unique_ptr<const mw::EndpointInfo> _answers;  // what was announced of the reader of the answers
 
@@ -129,10 +129,10 @@ private:
     MatchedReaders _readers;
     HeldAnswers _held;
     const std::shared_ptr<AnsweredRequests> _answered = std::make_shared<AnsweredRequests>();
-    bool _reply_acknowledges = false;  // that requests have arrived
-    std::int64_t _matched_since = 0;   // the last number before the readers were those that they are
+    bool _reply_acknowledges = false;  // a reply proves that its request has arrived
+    std::int64_t _matched_since = 0;   // the last number before the matched readers changed
     mw::WriteCounts _counts;
-    bool _leaves_gap = false;              // the last sample was for nobody
+    bool _leaves_gap = false;              // the last sample was for no reader
     bool _matched_foreign_reader = false;  // since the last sample
     rtps::CacheChange_t _ack_query;        // asks whether a number is acknowledged
     std::uint32_t _redeliveries = 1;       // Fast DDS itself acknowledges with 1
