@@ -63,8 +63,6 @@ private:
 
     bool check(const Operand& left, FilterComparison comparison, std::size_t comparison_offset, const Operand& right);
     Condition add(const Operand& left, FilterComparison comparison, const Operand& right);
-    Condition both(const Condition& left, const Condition& right);
-    Condition either(const Condition& left, const Condition& right);
 
     std::uint32_t next_place() const noexcept { return static_cast<std::uint32_t>(_program.predicates.size()); }
     std::uint32_t& end_at(std::uint32_t exit) noexcept;
