@@ -15,7 +15,7 @@
 #include <mutex>
 #include <new>
 
-#include "Log.hpp"
+#include "middleware/Log.hpp"
 #include "platform/BriefMutex.hpp"
 
 namespace {

@@ -9,10 +9,10 @@
 #include <exception>
 #include <set>
 
-#include "Log.hpp"
 #include "TypeOperations.hpp"
 #include "Xcdr1Reader.hpp"
 #include "Xcdr1Writer.hpp"
+#include "middleware/Log.hpp"
 #include "norvane/dds/string.hpp"
 
 namespace norvane {

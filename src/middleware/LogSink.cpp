@@ -14,7 +14,7 @@
 
 #include <unistd.h>
 
-#include "Log.hpp"
+#include "middleware/Log.hpp"
 
 // Each sentence takes its argument where the core's exceptions put it too, so the two always read alike.
 const VOSTLogMessage VOST_LOG_CREATION_FAILURE_s = {0x4e560001, "could not create: %s"};

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <exception>
 
-#include "Log.hpp"
+#include "middleware/Log.hpp"
 
 namespace norvane {
 namespace mw {

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <exception>
 
-#include "Log.hpp"
+#include "middleware/Log.hpp"
 #include "norvane/dds/DomainParticipant.hpp"
 
 namespace norvane {
