@@ -10,6 +10,7 @@
 #include "middleware/DeferringEngines.hpp"
 #include "middleware/Log.hpp"
 #include "middleware/QosValidation.hpp"
+#include "middleware/SequenceNumber.hpp"
 #include "middleware/virtual_guid.hpp"
 #include "norvane/dds/TypeSupport.hpp"
 
@@ -18,9 +19,7 @@ namespace mw {
 
 namespace {
 
-std::uint64_t key_of(const DDS_SequenceNumber_t& number) noexcept {
-    return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(number.high)) << 32) | number.low;
-}
+std::uint64_t key_of(const DDS_SequenceNumber_t& number) noexcept { return static_cast<std::uint64_t>(to_integer(number)); }
 
 SampleStoreSettings store_settings(TopicEntity& topic, ContentFilteredTopicEntity* filtered, const DDS_DataReaderQos& qos) {
     SampleStoreSettings settings;

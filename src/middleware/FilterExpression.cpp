@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "FilterParser.hpp"
+#include "middleware/SequenceNumber.hpp"
 
 namespace norvane {
 namespace mw {
@@ -142,10 +143,6 @@ bool is_like(const DDS_FieldValue& text_value, const DDS_FieldValue& pattern_val
     return pattern == pattern_end;
 }
 
-std::int64_t as_integer(const DDS_SequenceNumber_t& number) noexcept {
-    return static_cast<std::int64_t>((static_cast<std::uint64_t>(static_cast<std::uint32_t>(number.high)) << 32) | number.low);
-}
-
 void set_guid(DDS_FieldValue& value, const DDS_GUID_t& guid) noexcept {
     value.kind = DDS_FIELD_OCTETS;
     value.data = guid.value;
@@ -162,11 +159,11 @@ void read_metadata(FilterMetadata field, const SampleMetadata& metadata, DDS_Fie
         case FilterMetadata::RELATED_WRITER_GUID:
             return set_guid(value, metadata.related_identity.writer_guid);
         case FilterMetadata::RELATED_SEQUENCE_NUMBER:
-            return set_integer(value, as_integer(metadata.related_identity.sequence_number));
+            return set_integer(value, to_integer(metadata.related_identity.sequence_number));
         case FilterMetadata::WRITER_GUID:
             return set_guid(value, metadata.identity.writer_guid);
         case FilterMetadata::SEQUENCE_NUMBER:
-            return set_integer(value, as_integer(metadata.identity.sequence_number));
+            return set_integer(value, to_integer(metadata.identity.sequence_number));
         case FilterMetadata::SOURCE_TIMESTAMP_SEC:
             return set_integer(value, metadata.source_timestamp.sec);
         case FilterMetadata::SOURCE_TIMESTAMP_NANOSEC:

@@ -8,6 +8,7 @@
 
 #include "middleware/FilterExpression.hpp"
 #include "middleware/Log.hpp"
+#include "middleware/SequenceNumber.hpp"
 
 namespace norvane {
 namespace mw {
@@ -16,9 +17,7 @@ namespace {
 
 typedef std::lock_guard<platform::BriefMutex> Lock;
 
-std::uint64_t key_of(const DDS_SequenceNumber_t& number) noexcept {
-    return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(number.high)) << 32) | number.low;
-}
+std::uint64_t key_of(const DDS_SequenceNumber_t& number) noexcept { return static_cast<std::uint64_t>(to_integer(number)); }
 
 bool answers_a_sample(const SampleMetadata& metadata) noexcept {
     return metadata.related_identity.sequence_number != DDS::SEQUENCE_NUMBER_UNKNOWN;

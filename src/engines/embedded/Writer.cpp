@@ -11,6 +11,7 @@
 #include "engines/embedded/Bus.hpp"
 #include "engines/embedded/Patience.hpp"
 #include "engines/embedded/PendingAnnouncements.hpp"
+#include "middleware/SequenceNumber.hpp"
 #include "middleware/clock.hpp"
 
 namespace norvane {
@@ -19,14 +20,6 @@ namespace embedded {
 namespace {
 
 typedef std::lock_guard<platform::BriefMutex> Lock;
-
-std::int64_t to_integer(const DDS_SequenceNumber_t& number) noexcept {
-    return static_cast<std::int64_t>((static_cast<std::uint64_t>(static_cast<std::uint32_t>(number.high)) << 32U) | number.low);
-}
-
-DDS_SequenceNumber_t to_sequence_number(std::int64_t number) noexcept {
-    return {static_cast<DDS_Long>(number >> 32U), static_cast<DDS_UnsignedLong>(number & 0xffffffffU)};
-}
 
 std::size_t history_limit(const DDS_DataWriterQos& qos) noexcept {
     const bool bounded = qos.resource_limits.max_samples != DDS_LENGTH_UNLIMITED;
@@ -157,7 +150,7 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
     if (code != DDS_RETCODE_OK) {
         return code;
     }
-    out.metadata.identity.sequence_number = to_sequence_number(number);
+    out.metadata.identity.sequence_number = mw::to_sequence_number(number);
     out.addressed = false;
     if (_needs_copies.load(std::memory_order_relaxed)) {
         if (!out.sample) {
@@ -206,7 +199,7 @@ mw::WriteCounts Writer::counts() noexcept {
 DDS_ReturnCode_t Writer::next_number_locked(const DDS_SequenceNumber_t& wanted, std::int64_t& number) const noexcept {
     // The greatest number is not given away: it means "none" where samples are told apart by number.
     if (wanted != DDS_AUTO_SEQUENCE_NUMBER) {
-        number = to_integer(wanted);
+        number = mw::to_integer(wanted);
         return number > _last_number && wanted != DDS::SEQUENCE_NUMBER_MAX ? DDS_RETCODE_OK : DDS_RETCODE_BAD_PARAMETER;
     }
     number = _last_number + 1;
