@@ -16,9 +16,12 @@
 #include <new>
 
 #include "middleware/Log.hpp"
+#include "middleware/alignment.hpp"
 #include "platform/BriefMutex.hpp"
 
 namespace {
+
+using norvane::mw::round_up;
 
 enum class BufferState : std::uint32_t { UNUSABLE, FREE, IN_USE };
 
@@ -31,10 +34,6 @@ struct Chunk {
     Chunk* next;
     DDS_Long buffers;
 };
-
-constexpr std::size_t round_up(std::size_t size, std::size_t alignment) noexcept {
-    return (size + alignment - 1) / alignment * alignment;
-}
 
 /// Holds a mutex for its scope, unless the pool is for one thread.
 template <typename Mutex>

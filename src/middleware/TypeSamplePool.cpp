@@ -7,6 +7,7 @@
 #include <new>
 
 #include "middleware/Log.hpp"
+#include "middleware/alignment.hpp"
 
 namespace norvane {
 namespace mw {
@@ -16,8 +17,6 @@ namespace {
 // A burst leaves at most so much behind.
 constexpr std::int64_t KEPT_OCTETS = 16 * 1024 * 1024;
 constexpr std::int64_t KEPT_AT_LEAST = 8;
-
-std::size_t round_up(std::size_t size, std::size_t alignment) noexcept { return (size + alignment - 1) / alignment * alignment; }
 
 }  // namespace
 
