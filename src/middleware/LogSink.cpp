@@ -6,9 +6,11 @@
 #include "LogSink.hpp"
 
 #include <cerrno>
+#include <charconv>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <new>
 
@@ -58,17 +60,9 @@ public:
     }
     void append(const char* text) noexcept { append(text, std::strlen(text)); }
     void append(int number) noexcept {
-        char digits[12];
-        char* at = digits + sizeof digits;
-        unsigned value = number < 0 ? 0U - static_cast<unsigned>(number) : static_cast<unsigned>(number);
-        do {
-            *--at = static_cast<char>('0' + value % 10);
-            value /= 10;
-        } while (value != 0);
-        if (number < 0) {
-            *--at = '-';
-        }
-        append(at, static_cast<std::size_t>(digits + sizeof digits - at));
+        char digits[std::numeric_limits<int>::digits10 + 2];  // all decimals and a sign
+        const std::to_chars_result result = std::to_chars(digits, digits + sizeof digits, number);
+        append(digits, static_cast<std::size_t>(result.ptr - digits));
     }
 
     /// Ends the line and writes it in one piece, so that lines of several threads and processes do not mix.
