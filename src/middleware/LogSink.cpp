@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The logging facility: templates, masks, the print function, the installed sink and the default one.
 //
-// Thread rule: any thread at once. A sink is called under no lock: a caller counts itself into the sink's place, and whoever
-// replaces the sink waits until the place is empty.
+// Thread rule: any thread at once. A sink is called under no lock: a caller counts itself into the sink's slot, and a replacement
+// waits until that slot is empty.
 #include "LogSink.hpp"
 
 #include <cerrno>
@@ -120,20 +120,20 @@ public:
     }
 };
 
-/// Where lines are handed over to the installed sink.
+/// The installed sink and the threads inside its `write`.
 ///
-/// Two places suffice: a replacement is over only when the old place is empty, and replacements go one at a time.
-class LogDesk {
+/// Two slots suffice: a replacement ends only when the old slot is empty, and replacements go one at a time.
+class LogState {
 public:
     void hand_over(const LogRecord& record) noexcept {
         std::unique_lock<std::mutex> lock(_mutex);
-        Place& place = _places[_current];
-        LogSink* const sink = place.sink;
-        ++place.inside;
+        SinkSlot& slot = _slots[_current];
+        LogSink* const sink = slot.sink;
+        ++slot.inside;
         lock.unlock();
         (sink != nullptr ? *sink : static_cast<LogSink&>(_default_sink)).write(record);
         lock.lock();
-        if (--place.inside == 0) {
+        if (--slot.inside == 0) {
             _emptied.notify_all();
         }
     }
@@ -141,15 +141,15 @@ public:
     LogSink* replace(LogSink* sink) {
         const std::lock_guard<std::mutex> turn(_replacing);
         std::unique_lock<std::mutex> lock(_mutex);
-        Place& old_place = _places[_current];
+        SinkSlot& old_slot = _slots[_current];
         _current = 1 - _current;
-        _places[_current].sink = sink;
-        _emptied.wait(lock, [&old_place] { return old_place.inside == 0; });
-        return old_place.sink;
+        _slots[_current].sink = sink;
+        _emptied.wait(lock, [&old_slot] { return old_slot.inside == 0; });
+        return old_slot.sink;
     }
 
 private:
-    struct Place {
+    struct SinkSlot {
         LogSink* sink = nullptr;  // null: the default
         int inside = 0;           // threads in the sink's write
     };
@@ -157,15 +157,15 @@ private:
     std::mutex _replacing;  // taken before _mutex
     std::mutex _mutex;      // guards what follows
     std::condition_variable _emptied;
-    Place _places[2];
+    SinkSlot _slots[2];
     int _current = 0;
 };
 
-LogDesk& log_desk() noexcept {
+LogState& log_state() noexcept {
     // Never destroyed: destructors of the program's own static objects may still log.
-    alignas(LogDesk) static unsigned char place[sizeof(LogDesk)];
-    static LogDesk* const desk = new (place) LogDesk;
-    return *desk;
+    alignas(LogState) static unsigned char storage[sizeof(LogState)];
+    static LogState* const state = new (storage) LogState;
+    return *state;
 }
 
 std::atomic<void (*)()> assert_callback{nullptr};
@@ -206,7 +206,7 @@ bool set_log_level(const char* name) noexcept {
 
 }  // namespace mw
 
-LogSink* set_log_sink(LogSink* sink) { return mw::log_desk().replace(sink); }
+LogSink* set_log_sink(LogSink* sink) { return mw::log_state().replace(sink); }
 
 void (*set_assert_callback(void (*callback)()))() { return mw::assert_callback.exchange(callback); }
 
@@ -254,6 +254,6 @@ void VOSTLogMessage_printWithParams(int, std::uint32_t level, std::uint32_t modu
     append(tail, std::strlen(tail));
     text[used] = '\0';
 
-    norvane::mw::log_desk().hand_over({level, module, message->messageId, file, line, method, text});
+    norvane::mw::log_state().hand_over({level, module, message->messageId, file, line, method, text});
     ::operator delete(owned);
 }
