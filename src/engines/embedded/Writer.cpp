@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "engines/embedded/Bus.hpp"
-#include "engines/embedded/Patience.hpp"
+#include "engines/embedded/Deadline.hpp"
 #include "engines/embedded/PendingAnnouncements.hpp"
 #include "middleware/SequenceNumber.hpp"
 #include "middleware/clock.hpp"
@@ -43,7 +43,7 @@ void make_room_for_one(std::vector<Element>& list) {
 // One write on its way.
 struct Writer::Outgoing {
     Outgoing(const mw::WriteRequest& write_request, const DDS_GUID_t& writer_guid) noexcept
-        : request(write_request), patience(write_request.max_blocking_time) {
+        : request(write_request), deadline(write_request.max_blocking_time) {
         metadata.identity.writer_guid = writer_guid;
         metadata.related_identity = request.related_identity;
         metadata.reception_timestamp = mw::current_time();
@@ -61,7 +61,7 @@ struct Writer::Outgoing {
     const mw::WriteRequest& request;
     mw::SampleMetadata metadata;
     bool addressed = false;
-    Patience patience;
+    Deadline deadline;
     platform::FutexWord* word = nullptr;
     std::uint32_t seen = 0;
     bool sleeper = false;              // counted as one
@@ -97,7 +97,7 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
         if (out.relieved) {
             _bus->send_backlogs(std::exchange(out.relieved, nullptr));
         } else if (out.sleeper) {
-            out.patience.sleep(*out.word, out.seen);
+            out.deadline.sleep(*out.word, out.seen);
             out.metadata.reception_timestamp = mw::current_time();
         } else if (_needs_copies.load(std::memory_order_relaxed)) {
             // Before the lock: a large sample must not keep other writes waiting.
@@ -131,7 +131,7 @@ DDS_ReturnCode_t Writer::attempt(Outgoing& out) noexcept {
         }
     }
     const DDS_ReturnCode_t code = attempt_locked(out);
-    if (code == DDS_RETCODE_TIMEOUT && !out.relieved && out.patience.is_left()) {
+    if (code == DDS_RETCODE_TIMEOUT && !out.relieved && out.deadline.is_ahead()) {
         out.sleeper = true;
         ++_sleepers;
     }
@@ -227,7 +227,7 @@ DDS_ReturnCode_t Writer::make_history_room_locked(Outgoing& out) noexcept {
 template <typename Ask>
 mw::Admission Writer::ask_locked(const Match& match, Outgoing& out, Ask ask) noexcept {
     mw::Admission answer = match.backlog.empty() ? ask() : mw::Admission::FULL;
-    if (answer == mw::Admission::FULL && match.reliable && out.patience.is_left()) {
+    if (answer == mw::Admission::FULL && match.reliable && out.deadline.is_ahead()) {
         out.sleep_at(match.reader->room(), match.reader);
         answer = match.backlog.empty() ? ask() : mw::Admission::FULL;
     }
@@ -311,17 +311,17 @@ DDS_ReturnCode_t Writer::claim_locked(const MatchList& matches, Outgoing& out) n
 }
 
 DDS_ReturnCode_t Writer::wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept {
-    Patience patience(max_wait);
+    Deadline deadline(max_wait);
     std::shared_ptr<Writer> writer;
     std::unique_lock<platform::BriefMutex> lock(_mutex);
-    while (!_closed && _backlogs != 0 && patience.is_left()) {
+    while (!_closed && _backlogs != 0 && deadline.is_ahead()) {
         if (!writer) {
             writer = shared_from_this();
         }
         ++_sleepers;
         const std::uint32_t seen = _changes.load();
         lock.unlock();
-        patience.sleep(_changes, seen);
+        deadline.sleep(_changes, seen);
         lock.lock();
         if (--_sleepers == 0 && _closed) {
             wake_up_locked();

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// How long one call may sleep. The clock is not read before the first sleep: most calls never do.
+// How long one call may sleep. The clock is first read when the call first sleeps: most calls never do.
 // Thread rule: a local of one thread.
-#ifndef NORVANE_ENGINES_EMBEDDED_PATIENCE_HPP
-#define NORVANE_ENGINES_EMBEDDED_PATIENCE_HPP
+#ifndef NORVANE_ENGINES_EMBEDDED_DEADLINE_HPP
+#define NORVANE_ENGINES_EMBEDDED_DEADLINE_HPP
 
 #include <cstdint>
 
@@ -14,27 +14,28 @@
 namespace norvane {
 namespace embedded {
 
-class Patience {
+class Deadline {
 public:
     /// @param limit  zero and below: none. Infinite: no end.
-    explicit Patience(const DDS_Duration_t& limit) noexcept
-        : _limit(limit), _left(limit.sec > 0 || (limit.sec == 0 && limit.nanosec > 0)) {}
+    explicit Deadline(const DDS_Duration_t& limit) noexcept
+        : _limit(limit), _ahead(limit.sec > 0 || (limit.sec == 0 && limit.nanosec > 0)) {}
 
-    bool is_left() const noexcept { return _left; }
+    /// @return false once it has passed; at first false only when the limit was zero or below.
+    bool is_ahead() const noexcept { return _ahead; }
 
-    /// Sleeps while the word holds `seen`, no longer than there is patience.
+    /// Sleeps while the word holds `seen`, until the deadline at most.
     void sleep(platform::FutexWord& word, std::uint32_t seen) noexcept {
         if (!_started) {
             _deadline_ns = mw::deadline_after(_limit);
             _started = true;
         }
         // A word that keeps changing never times out by itself.
-        _left = platform::wait_on(word, seen, _deadline_ns) && platform::monotonic_ns() < _deadline_ns;
+        _ahead = platform::wait_on(word, seen, _deadline_ns) && platform::monotonic_ns() < _deadline_ns;
     }
 
 private:
     const DDS_Duration_t _limit;
-    bool _left;
+    bool _ahead;
     bool _started = false;
     std::int64_t _deadline_ns = 0;
 };
