@@ -14,21 +14,21 @@
 namespace {
 
 unsigned char* copy_of(const unsigned char* octets, int length) {
-    return octets != NULL ? DDS_OctetBuffer_dup(octets, length) : NULL;
+    return octets != nullptr ? DDS_OctetBuffer_dup(octets, length) : nullptr;
 }
 
 void release(unsigned char*& octets) {
-    if (octets != NULL) {
+    if (octets != nullptr) {
         DDS_OctetBuffer_free(octets);
-        octets = NULL;
+        octets = nullptr;
     }
 }
 
 }  // namespace
 
-DDS_Octets::DDS_Octets() : length(0), value(NULL) {}
+DDS_Octets::DDS_Octets() : length(0), value(nullptr) {}
 
-DDS_Octets::DDS_Octets(int size) : length(size < 0 ? 0 : size), value(size < 0 ? NULL : DDS_OctetBuffer_alloc(size)) {}
+DDS_Octets::DDS_Octets(int size) : length(size < 0 ? 0 : size), value(size < 0 ? nullptr : DDS_OctetBuffer_alloc(size)) {}
 
 DDS_Octets::DDS_Octets(const DDS_Octets& other) : length(other.length), value(copy_of(other.value, other.length)) {}
 
@@ -42,7 +42,7 @@ DDS_Octets& DDS_Octets::operator=(const DDS_Octets& other) {
 }
 
 DDS_Octets::~DDS_Octets() {
-    if (value != NULL) {
+    if (value != nullptr) {
         DDS_OctetBuffer_free(value);
     }
 }
@@ -52,15 +52,15 @@ void DDS_Octets::swap(DDS_Octets& other) noexcept {
     std::swap(value, other.value);
 }
 
-unsigned int DDS_Octets::is_allocated() const noexcept { return value != NULL ? 1 : 0; }
+unsigned int DDS_Octets::is_allocated() const noexcept { return value != nullptr ? 1 : 0; }
 
-DDS_KeyedString::DDS_KeyedString() : key(NULL), value(NULL) {}
+DDS_KeyedString::DDS_KeyedString() : key(nullptr), value(nullptr) {}
 
 DDS_KeyedString::DDS_KeyedString(int key_size, int value_size)
-    : key(key_size < 0 ? NULL : DDS_String_alloc(static_cast<std::size_t>(key_size))),
-      value(value_size < 0 ? NULL : DDS_String_alloc(static_cast<std::size_t>(value_size))) {}
+    : key(key_size < 0 ? nullptr : DDS_String_alloc(static_cast<std::size_t>(key_size))),
+      value(value_size < 0 ? nullptr : DDS_String_alloc(static_cast<std::size_t>(value_size))) {}
 
-DDS_KeyedString::DDS_KeyedString(const DDS_KeyedString& other) : key(NULL), value(NULL) {
+DDS_KeyedString::DDS_KeyedString(const DDS_KeyedString& other) : key(nullptr), value(nullptr) {
     DDS_String_replace(&key, other.key);
     DDS_String_replace(&value, other.value);
 }
@@ -74,26 +74,26 @@ DDS_KeyedString& DDS_KeyedString::operator=(const DDS_KeyedString& other) {
 }
 
 DDS_KeyedString::~DDS_KeyedString() {
-    if (key != NULL) {
+    if (key != nullptr) {
         DDS_String_free(key);
     }
-    if (value != NULL) {
+    if (value != nullptr) {
         DDS_String_free(value);
     }
 }
 
 void DDS_KeyedString::swap(DDS_KeyedString& other) noexcept { DDS::swap(*this, other); }
 
-unsigned int DDS_KeyedString::is_allocated() const noexcept { return key != NULL && value != NULL ? 1 : 0; }
+unsigned int DDS_KeyedString::is_allocated() const noexcept { return key != nullptr && value != nullptr ? 1 : 0; }
 
-DDS_KeyedOctets::DDS_KeyedOctets() : key(NULL), length(0), value(NULL) {}
+DDS_KeyedOctets::DDS_KeyedOctets() : key(nullptr), length(0), value(nullptr) {}
 
 DDS_KeyedOctets::DDS_KeyedOctets(int key_size, int size)
-    : key(key_size < 0 ? NULL : DDS_String_alloc(static_cast<std::size_t>(key_size))),
+    : key(key_size < 0 ? nullptr : DDS_String_alloc(static_cast<std::size_t>(key_size))),
       length(size < 0 ? 0 : size),
-      value(size < 0 ? NULL : DDS_OctetBuffer_alloc(size)) {}
+      value(size < 0 ? nullptr : DDS_OctetBuffer_alloc(size)) {}
 
-DDS_KeyedOctets::DDS_KeyedOctets(const DDS_KeyedOctets& other) : key(NULL), length(other.length), value(NULL) {
+DDS_KeyedOctets::DDS_KeyedOctets(const DDS_KeyedOctets& other) : key(nullptr), length(other.length), value(nullptr) {
     DDS_String_replace(&key, other.key);
     value = copy_of(other.value, other.length);
 }
@@ -109,17 +109,17 @@ DDS_KeyedOctets& DDS_KeyedOctets::operator=(const DDS_KeyedOctets& other) {
 }
 
 DDS_KeyedOctets::~DDS_KeyedOctets() {
-    if (key != NULL) {
+    if (key != nullptr) {
         DDS_String_free(key);
     }
-    if (value != NULL) {
+    if (value != nullptr) {
         DDS_OctetBuffer_free(value);
     }
 }
 
 void DDS_KeyedOctets::swap(DDS_KeyedOctets& other) noexcept { DDS::swap(*this, other); }
 
-unsigned int DDS_KeyedOctets::is_allocated() const noexcept { return key != NULL && value != NULL ? 1 : 0; }
+unsigned int DDS_KeyedOctets::is_allocated() const noexcept { return key != nullptr && value != nullptr ? 1 : 0; }
 
 namespace DDS {
 

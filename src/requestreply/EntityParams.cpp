@@ -19,17 +19,17 @@ namespace {
 
 EntityParams::EntityParams(DDSDomainParticipant* participant)
     : _participant(participant),
-      _datawriter_qos(NULL),
-      _datareader_qos(NULL),
-      _publisher(NULL),
-      _subscriber(NULL),
-      _datawriter_type_support(NULL),
-      _datareader_type_support(NULL) {}
+      _datawriter_qos(nullptr),
+      _datareader_qos(nullptr),
+      _publisher(nullptr),
+      _subscriber(nullptr),
+      _datawriter_type_support(nullptr),
+      _datareader_type_support(nullptr) {}
 
 EntityParams::~EntityParams() = default;
 
 void EntityParams::validate() const {
-    if (_participant == NULL) {
+    if (_participant == nullptr) {
         refuse("NULL participant");
     }
     if (_service_name.empty()) {
@@ -39,10 +39,10 @@ void EntityParams::validate() const {
     } else if (!_request_topic_name.empty() || !_reply_topic_name.empty()) {
         refuse("service name and topic names cannot be set at the same time");
     }
-    if (_publisher != NULL && _publisher->get_participant() != _participant) {
+    if (_publisher != nullptr && _publisher->get_participant() != _participant) {
         refuse("publisher belongs to different participant");
     }
-    if (_subscriber != NULL && _subscriber->get_participant() != _participant) {
+    if (_subscriber != nullptr && _subscriber->get_participant() != _participant) {
         refuse("subscriber belongs to different participant");
     }
 }

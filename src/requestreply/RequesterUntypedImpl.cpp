@@ -35,7 +35,7 @@ DDSContentFilteredTopic* CorrelationCFTBuilder::create_correlation_cft(DDSDomain
 
     DDSContentFilteredTopic* created =
         participant->create_contentfilteredtopic(filtered_name.c_str(), topic, filter.c_str(), DDS_StringSeq());
-    if (created == NULL) {
+    if (created == nullptr) {
         check_retcode(DDS_RETCODE_ERROR, METHOD_NAME, VOST_LOG_CREATE_s, "content-filtered topic for topic " + topic_name, false);
     }
     return created;
@@ -102,18 +102,18 @@ constexpr PALUFastBufferPoolProperty WAITSET_POOL_PROPERTY = {{2, -1, -1}, 0, 0,
 
 RequesterUntypedImpl::RequesterUntypedImpl(const RequesterParams& params, RegisterTypeFunc register_request_type_fnc,
                                            RegisterTypeFunc register_reply_type_fnc, int sample_size, bool isStringDataReader)
-    : EntityUntypedImpl(true), waitset_pool(NULL) {
+    : EntityUntypedImpl(true), waitset_pool(nullptr) {
     RememberingTopicBuilder builder(this);
     try {
-        initialize(params, register_request_type_fnc, register_reply_type_fnc, sample_size, builder, NULL, isStringDataReader,
+        initialize(params, register_request_type_fnc, register_reply_type_fnc, sample_size, builder, nullptr, isStringDataReader,
                    "Requester");
     } catch (...) {
         // The entity core reaches the filter through the reader only. One that no reader came to use is still there: by name, since the
         // core does not tell whether there was a reader, and may have deleted it and the filter with it by now.
-        if (get_datareader() == NULL && !builder.filter_name().empty()) {
+        if (get_datareader() == nullptr && !builder.filter_name().empty()) {
             DDSContentFilteredTopic* filter =
                 DDSContentFilteredTopic::narrow(_participant->lookup_topicdescription(builder.filter_name().c_str()));
-            if (filter != NULL && _participant->delete_contentfilteredtopic(filter) != DDS_RETCODE_OK) {
+            if (filter != nullptr && _participant->delete_contentfilteredtopic(filter) != DDS_RETCODE_OK) {
                 log_line(LOG_ERROR, "RequesterUntypedImpl", VOST_LOG_DESTRUCTION_FAILURE_s, "content-filtered topic");
             }
         }
@@ -144,7 +144,7 @@ DDSReadCondition* RequesterUntypedImpl::create_correlation_condition(DDS_SampleS
     key.related_original_publication_virtual_sequence_number = sequence_number;
     DDSReadCondition* condition = get_datareader()->create_index_condition(state_kind, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE,
                                                                            CORRELATION_INDEX_NAME, key);
-    if (condition == NULL) {
+    if (condition == nullptr) {
         check_retcode(DDS_RETCODE_ERROR, METHOD_NAME, VOST_LOG_CREATION_FAILURE_s, "correlation condition", false);
     }
     return condition;

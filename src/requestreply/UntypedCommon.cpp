@@ -15,11 +15,11 @@
 #include "norvane/details/topic_names.hpp"
 
 ScopedReadCondition::~ScopedReadCondition() {
-    if (_condition == NULL) {
+    if (_condition == nullptr) {
         return;
     }
     DDSDataReader* reader = _condition->get_datareader();
-    if (reader != NULL) {
+    if (reader != nullptr) {
         reader->delete_readcondition(_condition);
     }
 }
@@ -31,25 +31,25 @@ namespace details {
 
 std::string log_and_rethrow_conditional(DDSDataWriter* datawriter, DDSDataReader* datareader, const Rethrowable& ex,
                                         const char* class_name, const char* function_name, bool rethrow) {
-    const char* writer_topic_name = NULL;
-    if (datawriter != NULL) {
+    const char* writer_topic_name = nullptr;
+    if (datawriter != nullptr) {
         DDSTopic* topic = datawriter->get_topic();
-        if (topic != NULL) {
+        if (topic != nullptr) {
             writer_topic_name = topic->get_name();
         }
     }
-    const char* reader_topic_name = NULL;
-    DDSTopicDescription* description = datareader != NULL ? datareader->get_topicdescription() : NULL;
-    if (description != NULL) {
+    const char* reader_topic_name = nullptr;
+    DDSTopicDescription* description = datareader != nullptr ? datareader->get_topicdescription() : nullptr;
+    if (description != nullptr) {
         DDSContentFilteredTopic* filtered = DDSContentFilteredTopic::narrow(description);
-        if (filtered != NULL) {
+        if (filtered != nullptr) {
             description = filtered->get_related_topic();
         }
-        reader_topic_name = description != NULL ? description->get_name() : NULL;
+        reader_topic_name = description != nullptr ? description->get_name() : nullptr;
     }
 
     std::string context = class_name;
-    if (writer_topic_name != NULL && reader_topic_name != NULL) {
+    if (writer_topic_name != nullptr && reader_topic_name != nullptr) {
         context.append("(").append(writer_topic_name).append(", ").append(reader_topic_name).append(")");
     }
     context.append("::").append(function_name);
@@ -78,15 +78,15 @@ DDSTopicDescription* get_or_create_topic(DDSDomainParticipant* participant, cons
                                          bool allow_cft) {
     const char* const METHOD_NAME = "norvane::details::get_or_create_topic";
     DDSTopicDescription* found = participant->lookup_topicdescription(name);
-    if (found != NULL) {
-        if (DDSTopic::narrow(found) == NULL && !allow_cft) {
+    if (found != nullptr) {
+        if (DDSTopic::narrow(found) == nullptr && !allow_cft) {
             check_retcode(DDS_RETCODE_PRECONDITION_NOT_MET, METHOD_NAME, VOST_LOG_PRECONDITION_FAILURE_s,
                           std::string("a content-filtered topic with the name already exists (") + name + ")", false);
         }
         return found;
     }
-    DDSTopic* created = participant->create_topic(name, type_name, DDS_TOPIC_QOS_DEFAULT, NULL, DDS_STATUS_MASK_NONE);
-    if (created == NULL) {
+    DDSTopic* created = participant->create_topic(name, type_name, DDS_TOPIC_QOS_DEFAULT, nullptr, DDS_STATUS_MASK_NONE);
+    if (created == nullptr) {
         check_retcode(DDS_RETCODE_ERROR, METHOD_NAME, VOST_LOG_CREATION_FAILURE_s, std::string("topic ") + name, false);
     }
     return created;
@@ -102,11 +102,11 @@ const char* const NO_WRITERS_SAMPLE_PROPERTY = "dds.data_reader.history.generate
 
 // A role name that the source of the QoS supplied stays.
 void set_role_name(DDS_EntityNameQosPolicy& names, const char* role_name, const char* method_name) {
-    if (names.role_name != NULL) {
+    if (names.role_name != nullptr) {
         return;
     }
     names.role_name = DDS_String_dup(role_name);
-    if (names.role_name == NULL) {
+    if (names.role_name == nullptr) {
         check_retcode(DDS_RETCODE_ERROR, method_name, VOST_LOG_ANY_FAILURE_s, "allocate string", false);
     }
 }
@@ -116,7 +116,7 @@ void set_awaits_replies(DDS_PropertyQosPolicy& properties, bool awaits_replies) 
     DDS_ReturnCode_t retcode = DDS_RETCODE_OK;
     if (awaits_replies) {
         retcode = DDSPropertyQosPolicyHelper::assert_property(properties, AWAITS_REPLIES_PROPERTY, "true", DDS_BOOLEAN_TRUE);
-    } else if (DDSPropertyQosPolicyHelper::lookup_property(properties, AWAITS_REPLIES_PROPERTY) != NULL) {
+    } else if (DDSPropertyQosPolicyHelper::lookup_property(properties, AWAITS_REPLIES_PROPERTY) != nullptr) {
         retcode = DDSPropertyQosPolicyHelper::remove_property(properties, AWAITS_REPLIES_PROPERTY);
     }
     check_code(retcode, "EntityUntypedImpl::initialize", VOST_LOG_ANY_FAILURE_s, "set DataWriter qos property");
@@ -144,7 +144,7 @@ void EntityUntypedImpl::get_datawriter_qos(DDS_DataWriterQos& qos, const EntityP
     NORVANE_CHECK_PRECONDITION(topic_name != NULL, "get_datawriter_qos");
 
     DDS_ReturnCode_t retcode;
-    if (params.datawriter_qos() != NULL) {
+    if (params.datawriter_qos() != nullptr) {
         retcode = DDS_DataWriterQos_copy(&qos, params.datawriter_qos());
     } else if (!params.qos_library_name().empty()) {
         NORVANE_CHECK_PRECONDITION(params.qos_profile_name() != "", "get_datawriter_qos");
@@ -164,7 +164,7 @@ void EntityUntypedImpl::get_datareader_qos(DDS_DataReaderQos& qos, const EntityP
     NORVANE_CHECK_PRECONDITION(topic_name != NULL, "get_datareader_qos");
 
     DDS_ReturnCode_t retcode;
-    if (params.datareader_qos() != NULL) {
+    if (params.datareader_qos() != nullptr) {
         retcode = DDS_DataReaderQos_copy(&qos, params.datareader_qos());
     } else if (!params.qos_library_name().empty()) {
         // No check of the profile name here: an explicit writer QoS may have let an empty one pass, and the look-up names what is wrong.
@@ -177,7 +177,7 @@ void EntityUntypedImpl::get_datareader_qos(DDS_DataReaderQos& qos, const EntityP
     set_role_name(qos.subscription_name, role_name, METHOD_NAME);
     check_code(retcode, METHOD_NAME, VOST_LOG_GET_FAILURE_s, "DataReader qos");
 
-    if (DDSPropertyQosPolicyHelper::lookup_property(qos.property, NO_WRITERS_SAMPLE_PROPERTY) == NULL) {
+    if (DDSPropertyQosPolicyHelper::lookup_property(qos.property, NO_WRITERS_SAMPLE_PROPERTY) == nullptr) {
         retcode = DDSPropertyQosPolicyHelper::add_property(qos.property, NO_WRITERS_SAMPLE_PROPERTY, "0", DDS_BOOLEAN_FALSE);
         check_code(retcode, METHOD_NAME, VOST_LOG_ANY_FAILURE_s, "set DataReader qos property");
     }
@@ -188,16 +188,16 @@ void EntityUntypedImpl::get_datareader_qos(DDS_DataReaderQos& qos, const EntityP
 const char* const EntityUntypedImpl::CLASS_NAME = "norvane::details::EntityUntypedImpl";
 
 EntityUntypedImpl::EntityUntypedImpl(bool delete_cft)
-    : _participant(NULL),
-      _publisher(NULL),
-      _subscriber(NULL),
-      _writer_topic(NULL),
-      _reader_topic(NULL),
-      _writer(NULL),
-      _reader(NULL),
-      _not_read_sample_cond(NULL),
-      _any_sample_cond(NULL),
-      _clock(NULL),
+    : _participant(nullptr),
+      _publisher(nullptr),
+      _subscriber(nullptr),
+      _writer_topic(nullptr),
+      _reader_topic(nullptr),
+      _writer(nullptr),
+      _reader(nullptr),
+      _not_read_sample_cond(nullptr),
+      _any_sample_cond(nullptr),
+      _clock(nullptr),
       _sample_size(-1),
       _isStringDataReader(false),
       _max_samples_per_read(DDS_LENGTH_UNLIMITED),
@@ -209,7 +209,7 @@ EntityUntypedImpl::~EntityUntypedImpl() { finalize(); }
 namespace {
 
 void check_created(const void* entity, const char* name) {
-    if (entity == NULL) {
+    if (entity == nullptr) {
         check_retcode(DDS_RETCODE_ERROR, "initialize", VOST_LOG_CREATION_FAILURE_s, name, false);
     }
 }
@@ -234,10 +234,10 @@ void EntityUntypedImpl::initialize(const EntityParams& params, RegisterTypeFunc 
         const char* topic_name = _writer_topic->get_name();
         DDS_DataWriterQos writer_qos;
         get_datawriter_qos(writer_qos, params, topic_name, role_name);
-        set_awaits_replies(writer_qos.property, role_name != NULL && std::strcmp(role_name, "Requester") == 0);
+        set_awaits_replies(writer_qos.property, role_name != nullptr && std::strcmp(role_name, "Requester") == 0);
         report_lossy_qos(writer_qos.reliability, writer_qos.history, "writer", topic_name, "request_reply_writer_qos");
-        _writer = _publisher != NULL ? _publisher->create_datawriter(_writer_topic, writer_qos, NULL, DDS_STATUS_MASK_NONE)
-                                     : _participant->create_datawriter(_writer_topic, writer_qos, NULL, DDS_STATUS_MASK_NONE);
+        _writer = _publisher != nullptr ? _publisher->create_datawriter(_writer_topic, writer_qos, nullptr, DDS_STATUS_MASK_NONE)
+                                        : _participant->create_datawriter(_writer_topic, writer_qos, nullptr, DDS_STATUS_MASK_NONE);
         check_created(_writer, "DataWriter");
 
         // Only now: a requester's reader topic is a filter on the GUID of the writer above.
@@ -245,7 +245,7 @@ void EntityUntypedImpl::initialize(const EntityParams& params, RegisterTypeFunc 
         NORVANE_CHECK_PRECONDITION(reader_type_name != NULL, "initialize");
         _reader_topic = topic_builder.create_reader_topic(params, reader_type_name);
         DDSContentFilteredTopic* cft = DDSContentFilteredTopic::narrow(_reader_topic);
-        if (cft != NULL) {
+        if (cft != nullptr) {
             NORVANE_CHECK_PRECONDITION(cft->get_related_topic() != NULL, "initialize");
             topic_name = cft->get_related_topic()->get_name();
         } else {
@@ -255,9 +255,9 @@ void EntityUntypedImpl::initialize(const EntityParams& params, RegisterTypeFunc 
         get_datareader_qos(reader_qos, params, topic_name, role_name);
         report_lossy_qos(reader_qos.reliability, reader_qos.history, "reader", topic_name, "request_reply_reader_qos");
         _max_samples_per_read = reader_qos.reader_resource_limits.max_samples_per_read;
-        const DDS_StatusMask mask = reader_listener != NULL ? DDS_DATA_AVAILABLE_STATUS : DDS_STATUS_MASK_NONE;
-        _reader = _subscriber != NULL ? _subscriber->create_datareader(_reader_topic, reader_qos, reader_listener, mask)
-                                      : _participant->create_datareader(_reader_topic, reader_qos, reader_listener, mask);
+        const DDS_StatusMask mask = reader_listener != nullptr ? DDS_DATA_AVAILABLE_STATUS : DDS_STATUS_MASK_NONE;
+        _reader = _subscriber != nullptr ? _subscriber->create_datareader(_reader_topic, reader_qos, reader_listener, mask)
+                                         : _participant->create_datareader(_reader_topic, reader_qos, reader_listener, mask);
         check_created(_reader, "DataReader");
 
         _any_sample_cond = _reader->create_readcondition(DDS_ANY_SAMPLE_STATE, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE);
@@ -290,34 +290,35 @@ void EntityUntypedImpl::finalize() {
     if (_finalized) {
         return;
     }
-    if (_participant != NULL) {
-        if (_reader != NULL) {
+    if (_participant != nullptr) {
+        if (_reader != nullptr) {
             // Conditions before the reader: a reader that still has one refuses to be deleted.
-            if (_not_read_sample_cond != NULL) {
+            if (_not_read_sample_cond != nullptr) {
                 log_if_failed(_waitset.detach_condition(_not_read_sample_cond), VOST_LOG_REMOVE_FAILURE_s, "condition");
                 log_if_failed(_reader->delete_readcondition(_not_read_sample_cond), VOST_LOG_DESTRUCTION_FAILURE_s,
                               "read condition (1)");
-                _not_read_sample_cond = NULL;
+                _not_read_sample_cond = nullptr;
             }
-            if (_any_sample_cond != NULL) {
+            if (_any_sample_cond != nullptr) {
                 log_if_failed(_reader->delete_readcondition(_any_sample_cond), VOST_LOG_DESTRUCTION_FAILURE_s,
                               "read condition (2)");
-                _any_sample_cond = NULL;
+                _any_sample_cond = nullptr;
             }
             DDSTopicDescription* description = _reader->get_topicdescription();
-            log_if_failed(_subscriber != NULL ? _subscriber->delete_datareader(_reader) : _participant->delete_datareader(_reader),
-                          VOST_LOG_DESTRUCTION_FAILURE_s, "reader");
-            _reader = NULL;
+            log_if_failed(
+                _subscriber != nullptr ? _subscriber->delete_datareader(_reader) : _participant->delete_datareader(_reader),
+                VOST_LOG_DESTRUCTION_FAILURE_s, "reader");
+            _reader = nullptr;
             // After the reader, which uses it.
             if (_delete_cft) {
                 log_if_failed(_participant->delete_contentfilteredtopic(DDSContentFilteredTopic::narrow(description)),
                               VOST_LOG_DESTRUCTION_FAILURE_s, "content-filtered topic");
             }
         }
-        if (_writer != NULL) {
-            log_if_failed(_publisher != NULL ? _publisher->delete_datawriter(_writer) : _participant->delete_datawriter(_writer),
+        if (_writer != nullptr) {
+            log_if_failed(_publisher != nullptr ? _publisher->delete_datawriter(_writer) : _participant->delete_datawriter(_writer),
                           VOST_LOG_DESTRUCTION_FAILURE_s, "writer");
-            _writer = NULL;
+            _writer = nullptr;
         }
     }
     _finalized = true;
@@ -343,7 +344,8 @@ void EntityUntypedImpl::send_sample(const void* data, DDS_WriteParams_t& info) {
     const char* const METHOD_NAME = "EntityUntypedImpl::send_sample";
     // One record may serve many writes; a leftover identity would go out as a second sample with the first one's number.
     info.identity = DDS_AUTO_SAMPLE_IDENTITY;
-    const DDS_ReturnCode_t retcode = DDS_DataWriter_write_w_params_untyped_generalI(_writer->get_c_datawriter(), NULL, data, info);
+    const DDS_ReturnCode_t retcode =
+        DDS_DataWriter_write_w_params_untyped_generalI(_writer->get_c_datawriter(), nullptr, data, info);
     if (retcode == DDS_RETCODE_TIMEOUT) {
         check_retcode(retcode, METHOD_NAME, VOST_LOG_ANY_FAILURE_s, "DataWriter write timeout", true);
     }
@@ -406,7 +408,7 @@ bool EntityUntypedImpl::wait_for_any_sample(const DDS_Duration_t& max_wait, int 
 
 int EntityUntypedImpl::touch_samples(int max_count, DDSReadCondition* read_condition) {
     DDS_SampleInfoSeq info_seq(0);
-    void** data = NULL;
+    void** data = nullptr;
     int sample_count = 0;
     if (get_sample_loaned(&data, &sample_count, info_seq, 0, 0, DDS_BOOLEAN_TRUE, max_count, read_condition, false)) {
         return_loan(data, info_seq);
@@ -426,7 +428,7 @@ bool EntityUntypedImpl::get_sample_loaned(void*** received_data, int* data_count
     DDS_Boolean is_loan = DDS_BOOLEAN_FALSE;
     const DDS_ReturnCode_t retcode = DDS_DataReader_read_or_take_w_condition_untypedI(
         _reader->get_c_datareader(), &is_loan, received_data, data_count, info_seq, data_seq_len, data_seq_max_len,
-        data_seq_has_ownership, NULL, _sample_size, max_samples, read_condition->get_c_readcondition(),
+        data_seq_has_ownership, nullptr, _sample_size, max_samples, read_condition->get_c_readcondition(),
         take ? DDS_BOOLEAN_TRUE : DDS_BOOLEAN_FALSE);
     if (!check_code(retcode, "EntityUntypedImpl::get_sample_loaned", VOST_LOG_ANY_FAILURE_s, "read from DataReader")) {
         return false;
@@ -444,7 +446,7 @@ bool EntityUntypedImpl::get_sample_loaned(void*** received_data, int* data_count
                       false);
     }
     return get_sample_loaned(received_data, data_count, info_seq, 0, 0, DDS_BOOLEAN_TRUE, max_samples,
-                             read_condition != NULL ? read_condition : _any_sample_cond, take);
+                             read_condition != nullptr ? read_condition : _any_sample_cond, take);
 }
 
 bool EntityUntypedImpl::receive_sample_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
@@ -467,7 +469,7 @@ void EntityUntypedImpl::validate(int min_count, int max_count, DDS_Duration_t ma
     if (min_count == DDS_LENGTH_UNLIMITED) {
         min_count = _max_samples_per_read;
     }
-    const char* violated = NULL;
+    const char* violated = nullptr;
     if (max_count <= 0 && max_count != DDS_LENGTH_UNLIMITED) {
         violated = "max_count must be greater than zero";
     } else if (max_count != DDS_LENGTH_UNLIMITED && (min_count == DDS_LENGTH_UNLIMITED || min_count > max_count)) {
@@ -477,7 +479,7 @@ void EntityUntypedImpl::validate(int min_count, int max_count, DDS_Duration_t ma
     } else if (max_count == DDS_LENGTH_UNLIMITED && max_wait == DDS_DURATION_INFINITE) {
         violated = "max_count and max_wait cannot be both unbounded";
     }
-    if (violated != NULL) {
+    if (violated != nullptr) {
         check_retcode(DDS_RETCODE_BAD_PARAMETER, "EntityUntypedImpl::validate", DDS_LOG_BAD_PARAMETER_s, violated, false);
     }
 }

@@ -40,7 +40,7 @@ void set_request_reply_defaults(DDS_DataReaderQos& qos) {
 
 DDS_DataWriterQos request_reply_writer_qos(DDSDomainParticipant* participant) {
     DDS_DataWriterQos qos;
-    if (participant != NULL) {
+    if (participant != nullptr) {
         check_retcode(participant->get_default_datawriter_qos(qos), "request_reply_writer_qos", VOST_LOG_GET_FAILURE_s,
                       "DataWriter qos", false);
     }
@@ -50,7 +50,7 @@ DDS_DataWriterQos request_reply_writer_qos(DDSDomainParticipant* participant) {
 
 DDS_DataReaderQos request_reply_reader_qos(DDSDomainParticipant* participant) {
     DDS_DataReaderQos qos;
-    if (participant != NULL) {
+    if (participant != nullptr) {
         check_retcode(participant->get_default_datareader_qos(qos), "request_reply_reader_qos", VOST_LOG_GET_FAILURE_s,
                       "DataReader qos", false);
     }
