@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Value semantics of the built-in records, the identities of received samples, and the container of loaned strings.
 //
-// A copy that finds no memory leaves a null pointer beside a length that is copied all the same: `is_allocated` is how it is told.
+// A copy that runs out of memory leaves a null pointer but copies the length: `is_allocated` is then false.
 #include "norvane/dds/builtin_types.hpp"
 
 #include <string>

@@ -6,7 +6,7 @@
 // 1. Free buffers form one list, last returned first: what was used last is still in the cache.
 // 2. Taking and giving back hold `_mutex` alone, and only for the list. Growth holds `_growth`, and `_mutex` just to link.
 // 3. A buffer whose initialisation failed is in no list, and is never finalised.
-// Thread rule: any thread at once when the pool was made for it; else one.
+// Thread rule: any thread at once when the pool was made for it; otherwise one thread.
 #include "norvane/dds/buffer_pool.hpp"
 
 #include <cstddef>
@@ -177,7 +177,7 @@ private:
 
     void* grow() {
         const ScopedLock<std::mutex> turn(_growth, _shared);
-        // Somebody may have grown the pool, or given a buffer back, while this thread waited for its turn.
+        // Another thread may have grown the pool, or returned a buffer, while this one waited for the lock.
         if (void* const buffer = take_free()) {
             return buffer;
         }
@@ -200,7 +200,7 @@ private:
     }
 
     /// Makes buffers; hands one out when `taken` is not null.
-    /// @return false when memory is short; else true, even when no buffer could be initialised.
+    /// @return false when memory is short; otherwise true, even when no buffer could be initialised.
     bool make_chunk(DDS_Long buffers, void** taken) {
         Chunk* const chunk = allocate_chunk(buffers);
         if (chunk == nullptr) {

@@ -2,7 +2,7 @@
 // The four built-in types: string, keyed string, octets, keyed octets. Their tables are constants, so handles to them own nothing.
 //
 // A null string is a legal state: it is copied as null, encoded as the empty string, and not there for a filter.
-// Octets whose length and pointer contradict each other are nobody's data: they are neither copied nor encoded.
+// Octets whose length and pointer disagree are rejected: neither copied nor encoded.
 // Thread rule: as DDS_TypeOperations says.
 #include "norvane/dds/builtin_types.hpp"
 
@@ -219,7 +219,7 @@ struct Table {
                                                       encode,         decode,
                                                       find_field,     read_field};
 
-    /// @return the constant table; nobody owns it.
+    /// @return the constant table, with static storage.
     static std::shared_ptr<const DDS_TypeOperations> handle() noexcept { return {std::shared_ptr<void>(), &OPERATIONS}; }
 };
 

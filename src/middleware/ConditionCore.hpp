@@ -67,8 +67,8 @@ public:
     /// Tells the wait sets that the trigger or the interruption may have come true. The mutex is held.
     void signal_locked(norvane::platform::WakeBatch& wake) noexcept;
     bool is_attached_locked() const noexcept { return _attachments != nullptr; }
-    /// Ends the life of the condition for everybody else: detached everywhere, never attached again. The mutex is held.
-    /// Of the references that the sets held, the creator's is left.
+    /// Detaches the condition from every wait set; it cannot be attached again. The mutex is held.
+    /// The references of the wait sets are released; the creator's remains.
     void retire_locked() noexcept;
 
 protected:
@@ -76,7 +76,7 @@ protected:
     virtual void dispose() noexcept = 0;
 
     bool only_reference() const noexcept { return _references.load(std::memory_order_acquire) == 1; }
-    /// Back to the state after construction, for a condition that is used again. Nobody else refers to it.
+    /// Restores the state after construction, for a pooled condition. There must be no other reference to it.
     void revive() noexcept {
         _references.store(1, std::memory_order_relaxed);
         _deleted = false;

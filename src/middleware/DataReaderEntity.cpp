@@ -42,7 +42,7 @@ SampleStoreSettings store_settings(TopicEntity& topic, ContentFilteredTopicEntit
     return settings;
 }
 
-// A reader may say which writer belongs to it: 32 hexadecimal digits. What is no GUID names nobody.
+// A reader may name the writer that belongs to it: 32 hexadecimal digits. Any other text counts as no name.
 DDS_GUID_t announced_partner(const DDS_PropertyQosPolicy& properties) noexcept {
     const DDS_Property_t* property = DDSPropertyQosPolicyHelper::lookup_property(properties, DDS_PARTNER_WRITER_PROPERTY);
     DDS_GUID_t guid = DDS_GUID_UNKNOWN;
@@ -221,7 +221,7 @@ private:
     void status_condition_gone() noexcept override { _store.drop_holder(); }
     void reset(DDS_StatusMask status) noexcept { _changes.fetch_and(~status, std::memory_order_relaxed); }
 
-    // Loans may come back while the reader is being deleted: whoever needs the port holds it meanwhile.
+    // Loans may be returned while the reader is being deleted, so each user of the port holds a reference during its call.
     std::shared_ptr<ReaderPort> port() noexcept {
         std::lock_guard<platform::BriefMutex> lock(_port_mutex);
         return _port;
@@ -393,7 +393,7 @@ bool DataReaderEntity<Interface>::peer_changed(const PeerEvent& event) noexcept 
 template <typename Interface>
 void DataReaderEntity<Interface>::announce() noexcept {
     _gate.run("DDSDataReaderListener", [this](DDSDataReaderListener& listener, DDS_StatusMask raised) {
-        // Peers before samples: a listener that keeps books of its peers knows the writer when its sample comes.
+        // Peers before samples: a listener that keeps a list of peers must know the writer when its sample arrives.
         if ((raised & DDS_SUBSCRIPTION_MATCHED_STATUS) != 0) {
             DDS_SubscriptionMatchedStatus status;
             get_subscription_matched_status(status);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The data reader: a port of the engine that feeds a sample store, with statuses and a listener. The object lives until its store has no
-// holder any more, so that loans can be returned after the reader was deleted.
+// The data reader: a port of the engine that feeds a sample store, with statuses and a listener. The object lives until the last
+// holder of its store has released it, so that loans can be returned after the reader was deleted.
 #ifndef NORVANE_MIDDLEWARE_DATAREADERENTITY_HPP
 #define NORVANE_MIDDLEWARE_DATAREADERENTITY_HPP
 

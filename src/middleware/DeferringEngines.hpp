@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The engines in use that may keep what a thread has written until that thread waits. Thread rule: any thread at once; nothing blocks.
+// The engines in use that may hold back what a thread has written until that thread waits.
+// Thread rule: any thread at once; nothing blocks.
 #ifndef NORVANE_MIDDLEWARE_DEFERRINGENGINES_HPP
 #define NORVANE_MIDDLEWARE_DEFERRINGENGINES_HPP
 
@@ -14,10 +15,10 @@ namespace mw {
 
 class DeferringEngines {
 public:
-    /// Remembers an engine for as long as the process lives. One that does not defer is no trouble.
+    /// Remembers an engine for as long as the process lives. One that does not defer is ignored.
     static void add(Engine& engine) noexcept;
 
-    /// Has everything leave that the calling thread has written: it is about to wait.
+    /// Sends everything that the calling thread has written and that is held back: the thread is about to wait.
     static void send_deferred() noexcept {
         for (const std::atomic<Engine*>& place : _engines) {
             Engine* const engine = place.load(std::memory_order_acquire);

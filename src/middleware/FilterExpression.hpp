@@ -18,8 +18,8 @@ namespace mw {
 
 class FilterExpression {
 public:
-    /// Compiles the text of a filter, which may come from anybody.
-    /// @param type        whose fields it may name; null when there are none. Kept.
+    /// Compiles the text of a filter, which may be hostile.
+    /// @param type        the type whose fields the text may name; null when there are none. Kept.
     /// @param text        at most MAX_FILTER_LENGTH characters; null is refused.
     /// @param parameters  values of %0, %1 ... as literals of the language; not needed any more afterwards.
     /// @param filter      gets the filter; unchanged when it is refused.

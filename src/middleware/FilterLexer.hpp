@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Cuts the text of a filter into tokens. The text comes from anybody; nothing in it is trusted.
+// Cuts the text of a filter into tokens. The text may be hostile; nothing in it is trusted.
 // Thread rule: one thread at a time.
 #ifndef NORVANE_MIDDLEWARE_FILTERLEXER_HPP
 #define NORVANE_MIDDLEWARE_FILTERLEXER_HPP

@@ -30,12 +30,12 @@ private:
     // An exit is the index of a predicate, times two, plus one for its end when it holds.
     static constexpr std::uint32_t NO_EXIT = 0xffffffffU;
 
-    /// Ends of predicates whose next place is not known yet, chained through those very ends.
+    /// Exits of predicates whose target is not known yet, chained through those exits.
     struct Exits {
         std::uint32_t first = NO_EXIT;
         std::uint32_t last = NO_EXIT;
     };
-    /// A condition parsed: its ends when it holds and when it does not.
+    /// A parsed condition: its exits when it is true and when it is not.
     struct Condition {
         Exits on_true;
         Exits on_false;

@@ -8,7 +8,7 @@
 namespace norvane {
 namespace mw {
 
-/// Membership of an element in one list. Plain: what is taken out keeps its old links, and cannot be asked whether it is in the list.
+/// Membership of an element in one list. A removed element keeps its old links, so a hook cannot tell whether it is in the list.
 typedef boost::intrusive::list_member_hook<boost::intrusive::link_mode<boost::intrusive::normal_link>> ListHook;
 
 /// A list through one of its elements' hooks. It does not count them.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lets one thread at a time into an entity's listener. What is raised meanwhile makes that thread go round once more.
+// Lets one thread at a time into an entity's listener. That thread also reports the statuses raised meanwhile.
 //
-// Invariant: whoever raises a status and finds the gate taken may leave; the thread inside looks again before it leaves.
+// Invariant: a thread that raises a status while the gate is taken may return; the thread inside checks again before it leaves.
 // Thread rule: any thread.
 #ifndef NORVANE_MIDDLEWARE_LISTENERGATE_HPP
 #define NORVANE_MIDDLEWARE_LISTENERGATE_HPP
@@ -31,7 +31,7 @@ public:
         return _listener;
     }
 
-    /// Notes a status that the listener is to be called for; one that nobody listens to is not kept for a later listener.
+    /// Notes a status that the listener is to be called for. A status without a listener is not kept for a later one.
     /// @return whether `run` must follow.
     bool raise_if_wanted(DDS_StatusMask status) noexcept {
         if ((_mask.load(std::memory_order_relaxed) & status) == 0) {

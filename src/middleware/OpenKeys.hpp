@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Which keys are over. Keys count upwards; each is opened, later closed, and never used again.
 //
-// All keys below a floor are over unless they are open. A key from the floor up is over only when it was closed: one that nobody has opened
-// yet counts as open, since a sample can arrive before the thread that caused it has opened its key. The floor follows the keys, so
-// that the memory needed is that of the keys in between. A key that is never opened holds the floor back for MAX_BEHIND closed keys at
-// most, and then counts as over.
+// All keys below a floor are over unless they are open. A key from the floor up is over only when it was closed: one that has not
+// been opened counts as open, since a sample can arrive before the thread that caused it has opened its key. The floor follows the
+// keys, so memory is needed only for the keys in between. A key that is never opened holds the floor back for at most MAX_BEHIND
+// closed keys, and then counts as over.
 // Thread rule: none of its own; guarded by the store's lock.
 #ifndef NORVANE_MIDDLEWARE_OPENKEYS_HPP
 #define NORVANE_MIDDLEWARE_OPENKEYS_HPP
@@ -59,7 +59,7 @@ private:
             ++_floor;
         }
         if (_closed.size() > MAX_BEHIND) {
-            // Half of the way at once, so that the walk over all closed keys is paid for by as many that were closed since the last.
+            // Half of the distance at once, so that the cost of the walk is amortised over the keys closed since the last one.
             _floor = std::max(_floor, _highest_closed - MAX_BEHIND / 2);
             _closed.erase_below(_floor);
         }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The peers of one endpoint: who matches, who would but for a policy or the type, and the counts that statuses report.
+// The peers of one endpoint: those that match, those that a policy or the type rules out, and the counts that statuses report.
 // Thread rule: any thread; a leaf lock of its own.
 #ifndef NORVANE_MIDDLEWARE_PEERREGISTER_HPP
 #define NORVANE_MIDDLEWARE_PEERREGISTER_HPP
@@ -33,7 +33,7 @@ public:
     DDS_IncompatibleTypeStatus incompatible_type() noexcept;
 
     DDS_ReturnCode_t list(DDS_InstanceHandleSeq& handles) noexcept;
-    /// @return what is known of a matched peer, of several with one GUID that of the latest; null when there is none of that handle.
+    /// @return what is known of a matched peer; of the latest when several have one GUID; null when none has that handle.
     std::shared_ptr<const EndpointInfo> find(const DDS_InstanceHandle_t& handle) noexcept;
 
 private:
@@ -44,7 +44,7 @@ private:
     };
 
     std::mutex _mutex;
-    // One that was killed may be followed by another under its GUID before it is missed. In the order of their coming.
+    // In order of arrival. A peer with the GUID of a killed one may appear before the loss of that one is noticed.
     std::multimap<DDS_GUID_t, std::shared_ptr<const EndpointInfo>, Order> _matched;
     MatchCounts _counts;
     DDS_IncompatibleQosStatus _incompatible_qos;
@@ -57,7 +57,7 @@ EndpointInfo describe(const std::string& topic_name, const std::string& type_nam
 EndpointInfo describe(const std::string& topic_name, const std::string& type_name, const DDS_TypeOperations& type,
                       const DDS_DataReaderQos& qos);
 
-/// Fills what the object API tells of a peer. @return DDS_RETCODE_OK or DDS_RETCODE_OUT_OF_RESOURCES.
+/// Fills what the object API reports about a peer. @return DDS_RETCODE_OK or DDS_RETCODE_OUT_OF_RESOURCES.
 DDS_ReturnCode_t report(const EndpointInfo& peer, DDS_SubscriptionBuiltinTopicData& data) noexcept;
 DDS_ReturnCode_t report(const EndpointInfo& peer, DDS_PublicationBuiltinTopicData& data) noexcept;
 

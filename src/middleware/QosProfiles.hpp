@@ -2,7 +2,7 @@
 // The registry of QoS profiles behind the participant factory: libraries, their profiles, and in each profile writer and reader
 // settings for the topics that match a pattern.
 //
-// It holds what it is told; reading files is no business of it. A loader would parse a file and make the calls below.
+// It does not read files: a loader would parse a file and make the calls below.
 // Thread rule: any operation from any thread.
 #ifndef NORVANE_MIDDLEWARE_QOSPROFILES_HPP
 #define NORVANE_MIDDLEWARE_QOSPROFILES_HPP
@@ -42,7 +42,7 @@ private:
         std::optional<std::string> topic_filter;  // none: every topic
         Qos qos;
     };
-    // Lists, since a QoS record must not be copied behind our back: such a copy could not tell that memory was short.
+    // Lists, since a QoS record must not be copied implicitly: such a copy cannot report that memory is short.
     struct Profile {
         std::list<Settings<DDS_DataWriterQos>> writers;
         std::list<Settings<DDS_DataReaderQos>> readers;

@@ -116,7 +116,7 @@ DDS_ReturnCode_t DDSPropertyQosPolicyHelper::add_property(DDS_PropertyQosPolicy&
         DDS_String_free(value_copy);
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
-    // An element that comes back into use still has its old strings.
+    // An element that is reused still has its old strings.
     DDS_Property_t& property = policy.value[length];
     DDS_String_free(property.name);
     DDS_String_free(property.value);

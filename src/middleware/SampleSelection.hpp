@@ -2,9 +2,9 @@
 // A reader's samples in their slots, and the selections they are found by: the whole store, or one key of its index.
 //
 // Invariants:
-// 1. A selection holds its samples in order of reception, and those that were not read once more: an operation costs what it returns.
-// 2. The counters agree with the lists whenever the store's lock is free. They change under it, and are atomic for the triggers, which read
-//    them without it.
+// 1. A selection lists its samples in order of reception, and the unread ones in a second list: an operation costs what it returns.
+// 2. The counters agree with the lists whenever the store's lock is free. They change under it, and are atomic for the triggers,
+//    which read them without it.
 // Thread rule: none of its own, but for the counters and the interruption; guarded by the store's lock.
 #ifndef NORVANE_MIDDLEWARE_SAMPLESELECTION_HPP
 #define NORVANE_MIDDLEWARE_SAMPLESELECTION_HPP

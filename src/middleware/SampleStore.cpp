@@ -89,11 +89,11 @@ bool SampleStore::has_room_locked() const noexcept {
         const std::size_t depth = static_cast<std::size_t>(_settings.depth);
         const std::size_t listed = _listed + _reserved + 1;
         std::size_t leaving = listed > depth ? listed - depth : 0;
-        // The oldest go, and only those that are not on loan leave room behind.
+        // The oldest samples are dropped; only those that are not on loan free room.
         for (auto place = _whole.all.begin(); leaving > 0 && place != _whole.all.end(); ++place, --leaving) {
             will_be_replaced += place->slot.pins == 0 ? 1 : 0;
         }
-        // What is reserved will be listed before this one, and make way for it in its turn.
+        // Reserved slots will be listed before this one, and are dropped for it in their turn.
         will_be_replaced += std::min(leaving, _reserved);
     }
     return _occupied + _reserved + 1 - will_be_replaced <= static_cast<std::size_t>(_settings.max_samples);
@@ -133,7 +133,7 @@ void SampleStore::abandon() noexcept {
 }
 
 bool SampleStore::commit(Sample& sample, platform::WakeBatch& wake) noexcept {
-    // What could not be looked at before it was decoded is looked at now.
+    // A filter that needs the decoded sample is evaluated now.
     if (_settings.filter != nullptr && _settings.filter->needs_data() &&
         !_settings.filter->evaluate(sample.metadata, sample.data)) {
         abandon();
@@ -229,7 +229,7 @@ DDS_ReturnCode_t SampleStore::create_index(const char* index_name) noexcept {
                   [index_name] { return std::string("there is an index \"") + index_name + "\" already"; });
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
-    // Room first, for the samples that are there and for those that are on their way.
+    // Room first, for the samples in the store and for the reserved ones.
     if (!_keys.reserve(_listed + _reserved)) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }

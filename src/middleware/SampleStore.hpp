@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The samples of one reader: what is there, in which state, under which key, on loan to whom, and what waits for it.
+// The samples of one reader: their states, their keys, the loans, and the conditions that wait for them.
 //
 // Invariants:
-// 1. Everything but the counters that triggers read is guarded by the one mutex. It is never held while user code runs or an engine is
-//    called. Order: engine, this mutex, wait set.
-// 2. A slot is listed (to be read or taken), pinned (on loan), or both; when neither, it is free again. Slots that are listed or pinned
-//    occupy room; so do those reserved by `admit`.
+// 1. One mutex guards everything but the counters that triggers read. It is never held while user code runs or an engine is called.
+//    Order: engine, this mutex, wait set.
+// 2. A slot is listed (to be read or taken), pinned (on loan), or both; otherwise it is free. Listed and pinned slots occupy room,
+//    and so do those reserved by `admit`.
 // 3. A reservation has its slot, its key and its place in the index: `commit` cannot fail.
-// 4. The store counts its holders: the reader, its status condition, each read condition, each loan. The last one to go tells the owner.
+// 4. The store counts its holders: the reader, its status condition, each read condition, each loan. The last release notifies the
+//    owner.
 // Selections, keys and loans have their own: SampleSelection.hpp, KeyTable.hpp, LoanTable.hpp.
 #ifndef NORVANE_MIDDLEWARE_SAMPLESTORE_HPP
 #define NORVANE_MIDDLEWARE_SAMPLESTORE_HPP
@@ -47,7 +48,7 @@ public:
     virtual DDS_DataReader* c_reader() noexcept = 0;
     /// There is room again for an engine that was told FULL. Called without the lock.
     virtual void room_freed() noexcept = 0;
-    /// Nobody holds the store any more. Called without the lock, once; the store is not touched afterwards.
+    /// The last holder has released the store. Called without the lock, once; the store is not touched afterwards.
     virtual void last_holder_gone() noexcept = 0;
 
 protected:
@@ -107,9 +108,9 @@ public:
                                   DDS_SampleStateMask states, bool take) noexcept;
     DDS_ReturnCode_t return_loan(void** received_data, DDS_SampleInfoSeq& info_seq) noexcept;
 
-    /// Drops what nobody has on loan, and takes nothing in any more.
+    /// Drops all samples that are not on loan, and accepts no more.
     void close() noexcept;
-    /// A holder lets go. The store may be gone afterwards.
+    /// Releases one holder's reference. The store may be destroyed afterwards.
     void drop_holder() noexcept;
 
     /// The reader's status condition, which is signalled at every arrival while it is attached. Guarded by `mutex()`.
@@ -118,7 +119,7 @@ public:
     /// Counts arrivals, for the data-available status.
     std::int64_t arrivals() const noexcept { return _arrivals.load(std::memory_order_acquire); }
 
-    /// @return how many samples nobody has taken yet.
+    /// @return the number of samples that have not been taken.
     std::int64_t held() const noexcept {
         return _whole.unread_count.load(std::memory_order_relaxed) + _whole.read_count.load(std::memory_order_relaxed);
     }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Remembers whether spinning before sleeping paid off lately, and decides whether the next wait spins.
 //
-// After k fruitless spins in a row, 2^k waits go straight to sleep. The history belongs to the topic that is waited on, not to the
-// pooled wait set, since it is the peers' pace that it learns; and not to the reader: many that wait in turn would each learn it anew.
+// After k fruitless spins in a row, 2^k waits go straight to sleep. The history belongs to the topic that is waited on: it
+// learns the peers' pace. A pooled wait set serves many topics, and each reader of a topic would have to learn the pace anew.
 // Thread rule: any thread; a lost update costs one spin more or less.
 #ifndef NORVANE_MIDDLEWARE_SPINHISTORY_HPP
 #define NORVANE_MIDDLEWARE_SPINHISTORY_HPP
@@ -15,7 +15,7 @@ namespace mw {
 
 class SpinHistory {
 public:
-    /// Longest spin. Below the time that a wake-up takes, a spin would cost its time and be followed by the sleep it should have saved.
+    /// Longest spin. One shorter than a wake-up takes would cost its time and still be followed by the sleep that it should save.
     static constexpr std::int64_t BOUND_NS = 50000;
 
     /// @return whether this wait should spin; false on a thread that has one processor only.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The status condition of an entity: true while an enabled status has changed. Made with the entity; goes when nobody refers to it.
+// The status condition of an entity: true while an enabled status has changed. Created with the entity; deleted with its last
+// reference.
 #ifndef NORVANE_MIDDLEWARE_STATUSCONDITION_HPP
 #define NORVANE_MIDDLEWARE_STATUSCONDITION_HPP
 
@@ -17,7 +18,7 @@ public:
     virtual DDSEntity* entity() noexcept = 0;
     /// Statuses that have changed. Reads atomics only.
     virtual DDS_StatusMask changes() const noexcept = 0;
-    /// The condition is gone for good. Called without a lock; only for a condition that shares the source's mutex.
+    /// The condition has been destroyed. Called without a lock; only for a condition that shares the source's mutex.
     virtual void status_condition_gone() noexcept {}
 
 protected:
@@ -39,7 +40,7 @@ public:
           _source(source),
           _shares_mutex(shared_mutex != nullptr) {}
 
-    /// The entity goes: detaches the condition everywhere and gives the entity's reference up.
+    /// The entity is being deleted: detaches the condition everywhere and releases the entity's reference.
     void retire() noexcept;
     /// A status has changed.
     void signal(platform::WakeBatch& wake) noexcept;

@@ -14,7 +14,7 @@ namespace mw {
 
 namespace {
 
-// A burst leaves at most so much behind.
+// Free memory that is kept after a burst, unless fewer than KEPT_AT_LEAST samples fit into it.
 constexpr std::int64_t KEPT_OCTETS = 16 * 1024 * 1024;
 constexpr std::int64_t KEPT_AT_LEAST = 8;
 

@@ -2,7 +2,7 @@
 // Samples of one type, made once and used many times.
 //
 // Samples are taken under a lock and given back without one: they collect on a stack that the next taker empties in one go.
-// The pool lives until its owner and every sample have let go of it.
+// The pool lives until its owner and every sample have released it.
 // Thread rule: any thread.
 #ifndef NORVANE_MIDDLEWARE_TYPESAMPLEPOOL_HPP
 #define NORVANE_MIDDLEWARE_TYPESAMPLEPOOL_HPP
@@ -22,7 +22,7 @@ class TypeSamplePool final : public SamplePool {
 public:
     /// @return a pool with one owner; null when memory is short.
     static TypeSamplePool* make(std::shared_ptr<const DDS_TypeOperations> type) noexcept;
-    /// The owner lets go.
+    /// Releases the owner's reference.
     void disown() noexcept { let_go(); }
 
     Sample* make_copy(const void* data) noexcept override;

@@ -90,7 +90,7 @@ void WaitSetCore::mark_ready(Attachment& attachment, platform::WakeBatch& wake) 
     {
         std::lock_guard<platform::BriefMutex> lock(_mutex);
         if (attachment.ready) {
-            return;  // whoever is about to sleep has yet to look at it
+            return;  // a thread that is about to sleep has yet to check it
         }
         _ready.push_back(attachment);
         ++_ready_count;
@@ -133,7 +133,7 @@ WaitSetCore::Look WaitSetCore::look(DDSConditionSeq& active, DDS_ReturnCode_t& i
         return Look::NOTHING;
     }
     if (!make_room_for_ready_locked(active)) {
-        // What only held once takes up no room in the result.
+        // A condition that is no longer true takes up no room in the result.
         drop_idle_locked();
         if (!make_room_for_ready_locked(active)) {
             active.length(0);

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// The wait set behind a DDSWaitSet: its attachments, the ones to look at, and the word that its waiter sleeps on.
+// The wait set behind a DDSWaitSet: its attachments, the ready list, and the word that its waiter sleeps on.
 //
 // Invariants:
 // 1. Both lists change only under the mutex.
-// 2. An attachment whose condition may hold is in the ready list; a wait takes out those that do not.
-// 3. No lost wake-up: a notifier sets the trigger, puts the attachment into the ready list, then changes the word. The waiter reads the
-//    word, looks at the ready list, then sleeps on the value it read. The lowest bit says that somebody sleeps; the notifier that clears
-//    it wakes. A time-out leaves the bit set, so the next sleeper must accept it.
-// 4. Cores are never given back to the heap, only used again: a notifier may touch the word of a set that is gone.
+// 2. An attachment whose condition may be true is in the ready list; a wait removes those that are not.
+// 3. No lost wake-up: a notifier sets the trigger, puts the attachment into the ready list, then changes the word. The waiter reads
+//    the word, checks the ready list, then sleeps on the value it read. The lowest bit is set while a thread sleeps; the notifier
+//    that clears it wakes that thread. A time-out leaves the bit set, so the next sleeper must accept it.
+// 4. Cores are reused and never freed: a notifier may access the word of a wait set that has been deleted.
 #ifndef NORVANE_MIDDLEWARE_WAITSETCORE_HPP
 #define NORVANE_MIDDLEWARE_WAITSETCORE_HPP
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads XCDR1, little-endian, behind its encapsulation header. The octets come from anybody: every bound is checked before it is used.
+// Reads XCDR1, little-endian, behind its encapsulation header. The octets are untrusted: every bound is checked before use.
 //
 // The first thing that is missing or malformed spoils the reader: every later read gives false.
 // Thread rule: one thread at a time.

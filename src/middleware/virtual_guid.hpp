@@ -9,8 +9,8 @@
 namespace norvane {
 namespace mw {
 
-/// Decides on the GUID of an endpoint that is about to be made. A GUID that was generated for the endpoint whose QoS this is a copy of is not
-/// taken over: the two would be one writer to their peers.
+/// Decides on the GUID of an endpoint that is about to be made. A GUID that was generated for the endpoint whose QoS this is a copy
+/// of is not taken over: the two would be one writer to their peers.
 /// @return whether the engine is to generate it.
 template <typename Protocol>
 bool takes_generated_guid(Protocol& protocol) noexcept {

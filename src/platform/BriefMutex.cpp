@@ -7,8 +7,8 @@ namespace norvane {
 namespace platform {
 
 void BriefMutex::lock_contended() noexcept {
-    // A holder on another core is out again within this many looks; one that was scheduled away is not, and spinning on would
-    // only keep it off the core.
+    // A holder that runs on another core unlocks within this many spins. One that was preempted does not, and further spinning
+    // would only keep it off the core.
     constexpr int LOOKS = 64;
     for (int look = 0; look < LOOKS; ++look) {
         if (_state.load(std::memory_order_relaxed) == FREE && try_lock()) {

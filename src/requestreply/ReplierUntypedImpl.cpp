@@ -22,7 +22,7 @@ DDSTopicDescription* ReplierUntypedImpl::ReplierTopicBuilder::create_reader_topi
     const std::string name = !params.request_topic_name().empty()
                                  ? params.request_topic_name()
                                  : create_request_topic_name_from_service_name(params.service_name());
-    // A content-filtered topic of that name is the application's way to have only some requests read.
+    // An application gives the name of a content-filtered topic to receive only some of the requests.
     return get_or_create_topic(_replier->_participant, name.c_str(), request_type_name, true);
 }
 

@@ -10,7 +10,7 @@
 namespace norvane {
 namespace details {
 
-// ---- the filter -------------------------------------------------------------------------------------------------------------------
+// ---- the filter -----------------------------------------------------------------------------------------------------------------
 
 const char* const CorrelationCFTBuilder::GUID_FIELD_NAME = "@related_sample_identity.writer_guid.value";
 const int CorrelationCFTBuilder::GUID_SIZE;
@@ -41,7 +41,7 @@ DDSContentFilteredTopic* CorrelationCFTBuilder::create_correlation_cft(DDSDomain
     return created;
 }
 
-// ---- topics -----------------------------------------------------------------------------------------------------------------------
+// ---- topics ---------------------------------------------------------------------------------------------------------------------
 
 RequesterUntypedImpl::RequesterTopicBuilder::RequesterTopicBuilder(RequesterUntypedImpl* requester) : _requester(requester) {}
 
@@ -62,8 +62,8 @@ DDSTopicDescription* RequesterUntypedImpl::RequesterTopicBuilder::create_reader_
     DDSTopic* topic = DDSTopic::narrow(get_or_create_topic(_requester->_participant, name.c_str(), reply_type_name, false));
     NORVANE_CHECK_PRECONDITION(topic != NULL, "create_reader_topic");
 
-    // The code of get_qos is not looked at; the GUID is. A filter on a GUID that no request carries would pass nothing, for ever and
-    // without a word; one on the unknown GUID would pass what answers nobody.
+    // The GUID is checked, not the code of get_qos. A filter on a GUID that no request carries would silently pass no reply; one on
+    // the unknown GUID would pass samples that answer no request.
     DDS_DataWriterQos writer_qos;
     _requester->get_datawriter()->get_qos(writer_qos);
     const DDS_GUID_t& guid = writer_qos.protocol.virtual_guid;
@@ -76,8 +76,8 @@ DDSTopicDescription* RequesterUntypedImpl::RequesterTopicBuilder::create_reader_
 
 namespace {
 
-// Remembers the name of the filter, so that the constructor can find it again when no reader came to use it. The name is room that was
-// taken beforehand: nothing may fail between the making of the filter and its being remembered.
+// Remembers the name of the filter, so that the constructor can delete it when no reader was created for it. The name's memory was
+// reserved beforehand: nothing may fail between creating the filter and remembering it.
 class RememberingTopicBuilder : public RequesterUntypedImpl::RequesterTopicBuilder {
 public:
     explicit RememberingTopicBuilder(RequesterUntypedImpl* requester) : RequesterTopicBuilder(requester) {
@@ -98,7 +98,7 @@ constexpr PALUFastBufferPoolProperty WAITSET_POOL_PROPERTY = {{2, -1, -1}, 0, 0,
 
 }  // namespace
 
-// ---- life -------------------------------------------------------------------------------------------------------------------------
+// ---- life -----------------------------------------------------------------------------------------------------------------------
 
 RequesterUntypedImpl::RequesterUntypedImpl(const RequesterParams& params, RegisterTypeFunc register_request_type_fnc,
                                            RegisterTypeFunc register_reply_type_fnc, int sample_size, bool isStringDataReader)
@@ -108,8 +108,8 @@ RequesterUntypedImpl::RequesterUntypedImpl(const RequesterParams& params, Regist
         initialize(params, register_request_type_fnc, register_reply_type_fnc, sample_size, builder, nullptr, isStringDataReader,
                    "Requester");
     } catch (...) {
-        // The entity core reaches the filter through the reader only. One that no reader came to use is still there: by name, since the
-        // core does not tell whether there was a reader, and may have deleted it and the filter with it by now.
+        // The entity core deletes the filter with its reader. Without a reader it still exists. It is looked up by name, since the
+        // core does not report whether there was a reader, and may have deleted both by now.
         if (get_datareader() == nullptr && !builder.filter_name().empty()) {
             DDSContentFilteredTopic* filter =
                 DDSContentFilteredTopic::narrow(_participant->lookup_topicdescription(builder.filter_name().c_str()));
@@ -119,7 +119,7 @@ RequesterUntypedImpl::RequesterUntypedImpl(const RequesterParams& params, Regist
         }
         throw;
     }
-    // From here on a failure leaves the entities to the destructor of the entity core, which finds reader and filter in place.
+    // After a failure from here on, the destructor of the entity core deletes the entities: reader and filter are in place.
     check_code(get_datareader()->create_index(CORRELATION_INDEX_NAME), "RequesterUntypedImpl", VOST_LOG_CREATION_FAILURE_s,
                "correlation index");
     PALUFastBufferPoolProperty property = WAITSET_POOL_PROPERTY;
@@ -131,7 +131,7 @@ RequesterUntypedImpl::~RequesterUntypedImpl() { delete waitset_pool; }
 
 void swap(RequesterUntypedImpl& a, RequesterUntypedImpl& b) { a.swap(b); }
 
-// ---- replies to one request -------------------------------------------------------------------------------------------------------
+// ---- replies to one request -----------------------------------------------------------------------------------------------------
 
 DDSReadCondition* RequesterUntypedImpl::create_correlation_condition(DDS_SampleStateMask state_kind,
                                                                      const DDS_SequenceNumber_t& sequence_number) {
@@ -152,8 +152,8 @@ DDSReadCondition* RequesterUntypedImpl::create_correlation_condition(DDS_SampleS
 
 bool RequesterUntypedImpl::wait_for_replies(const DDS_Duration_t& max_wait, int min_sample_count,
                                             const DDS_SampleIdentity_t& related_request_id) {
-    // The order of the three is the order of their ends: both conditions go, and with them leave the wait set, before the pool has the
-    // wait set back and another thread takes it.
+    // Declared in this order so that both conditions are deleted, and thereby detached, before the wait set returns to the pool,
+    // where another thread can take it.
     PoolAutoPtr<DDSWaitSet> waitset(waitset_pool->get_auto_ptr());
     ScopedReadCondition correlation_condition(
         create_correlation_condition(DDS_NOT_READ_SAMPLE_STATE, related_request_id.sequence_number));

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The untyped core: topics, endpoint QoS, life of the endpoints, sending, waiting, and loans.
 //
-// Nothing here takes a lock or starts a thread. On the way of a call nothing is allocated unless something fails: codes are looked at
-// before a text is built, and condition and info sequences start without memory.
+// Nothing here takes a lock or starts a thread. A successful call allocates nothing: codes are checked before a text is built, and
+// condition and info sequences start without memory.
 #include "norvane/details/EntityUntypedImpl.hpp"
 
 #include <cstdlib>
@@ -27,7 +27,7 @@ ScopedReadCondition::~ScopedReadCondition() {
 namespace norvane {
 namespace details {
 
-// ---- reports ----------------------------------------------------------------------------------------------------------------------
+// ---- reports --------------------------------------------------------------------------------------------------------------------
 
 std::string log_and_rethrow_conditional(DDSDataWriter* datawriter, DDSDataReader* datareader, const Rethrowable& ex,
                                         const char* class_name, const char* function_name, bool rethrow) {
@@ -68,7 +68,7 @@ void EntityUntypedImpl::log_and_rethrow(const Rethrowable& ex, const char* class
 
 void init_sample_info(DDS_SampleInfo& info) { info.valid_data = DDS_BOOLEAN_FALSE; }
 
-// ---- topics -----------------------------------------------------------------------------------------------------------------------
+// ---- topics ---------------------------------------------------------------------------------------------------------------------
 
 std::string create_request_topic_name_from_service_name(std::string service_name) { return service_name.append("Request"); }
 
@@ -94,13 +94,13 @@ DDSTopicDescription* get_or_create_topic(DDSDomainParticipant* participant, cons
 
 EntityUntypedImpl::TopicBuilder::~TopicBuilder() = default;
 
-// ---- endpoint QoS -----------------------------------------------------------------------------------------------------------------
+// ---- endpoint QoS ---------------------------------------------------------------------------------------------------------------
 
 namespace {
 
 const char* const NO_WRITERS_SAMPLE_PROPERTY = "dds.data_reader.history.generate_not_alive_no_writers_sample";
 
-// A role name that the source of the QoS supplied stays.
+// A role name that the source of the QoS has set is kept.
 void set_role_name(DDS_EntityNameQosPolicy& names, const char* role_name, const char* method_name) {
     if (names.role_name != nullptr) {
         return;
@@ -111,7 +111,7 @@ void set_role_name(DDS_EntityNameQosPolicy& names, const char* role_name, const 
     }
 }
 
-// Whatever the source of the QoS says: it may be that of an endpoint of the other kind.
+// Overrides the source of the QoS, which may be that of an endpoint of the other kind.
 void set_awaits_replies(DDS_PropertyQosPolicy& properties, bool awaits_replies) {
     DDS_ReturnCode_t retcode = DDS_RETCODE_OK;
     if (awaits_replies) {
@@ -122,7 +122,7 @@ void set_awaits_replies(DDS_PropertyQosPolicy& properties, bool awaits_replies) 
     check_code(retcode, "EntityUntypedImpl::initialize", VOST_LOG_ANY_FAILURE_s, "set DataWriter qos property");
 }
 
-// A QoS that loses samples may be meant, but is most often a default-constructed record.
+// A QoS that loses samples may be intended, but is usually a default-constructed record.
 void report_lossy_qos(const DDS_ReliabilityQosPolicy& reliability, const DDS_HistoryQosPolicy& history, const char* endpoint,
                       const char* topic_name, const char* defaults) {
     const bool is_best_effort = reliability.kind != DDS_RELIABLE_RELIABILITY_QOS;
@@ -167,7 +167,8 @@ void EntityUntypedImpl::get_datareader_qos(DDS_DataReaderQos& qos, const EntityP
     if (params.datareader_qos() != nullptr) {
         retcode = DDS_DataReaderQos_copy(&qos, params.datareader_qos());
     } else if (!params.qos_library_name().empty()) {
-        // No check of the profile name here: an explicit writer QoS may have let an empty one pass, and the look-up names what is wrong.
+        // The profile name is not checked here: it may be empty beside an explicit writer QoS, and the look-up reports what is
+        // wrong.
         retcode = DDSDomainParticipantFactory::get_instance()->get_datareader_qos_from_profile_for_topic(
             qos, params.qos_library_name().c_str(), params.qos_profile_name().c_str(), topic_name);
     } else {
@@ -183,7 +184,7 @@ void EntityUntypedImpl::get_datareader_qos(DDS_DataReaderQos& qos, const EntityP
     }
 }
 
-// ---- life of the endpoints --------------------------------------------------------------------------------------------------------
+// ---- life of the endpoints ------------------------------------------------------------------------------------------------------
 
 const char* const EntityUntypedImpl::CLASS_NAME = "norvane::details::EntityUntypedImpl";
 
@@ -338,7 +339,7 @@ void EntityUntypedImpl::swap(EntityUntypedImpl& other) {
     _waitset.swap(other._waitset);
 }
 
-// ---- sending ----------------------------------------------------------------------------------------------------------------------
+// ---- sending --------------------------------------------------------------------------------------------------------------------
 
 void EntityUntypedImpl::send_sample(const void* data, DDS_WriteParams_t& info) {
     const char* const METHOD_NAME = "EntityUntypedImpl::send_sample";
@@ -352,7 +353,7 @@ void EntityUntypedImpl::send_sample(const void* data, DDS_WriteParams_t& info) {
     check_code(retcode, METHOD_NAME, VOST_LOG_ANY_FAILURE_s, "DataWriter write failure");
 }
 
-// ---- waiting ----------------------------------------------------------------------------------------------------------------------
+// ---- waiting --------------------------------------------------------------------------------------------------------------------
 
 bool EntityUntypedImpl::wait_for_samples(const DDS_Duration_t& max_wait, int min_sample_count, DDSWaitSet& waitset,
                                          DDSReadCondition* initial_condition, DDSReadCondition* condition) {
@@ -373,14 +374,14 @@ bool EntityUntypedImpl::wait_for_samples(const DDS_Duration_t& max_wait, int min
     while (min_sample_count > 0) {
         DDS_ReturnCode_t retcode;
         if (min_sample_count == 1) {
-            retcode = waitset.wait(activeConditions, remaining_wait);  // the last one: nobody needs to know how long it took
+            retcode = waitset.wait(activeConditions, remaining_wait);  // the last wait: its duration is not needed
         } else {
             DDS_Time_t before_wait = DDS_TIME_INVALID;
             _participant->get_current_time(before_wait);
             retcode = waitset.wait(activeConditions, remaining_wait);
             DDS_Time_t after_wait = before_wait;
             _participant->get_current_time(after_wait);
-            // A clock that cannot be read must not end the wait: then nothing is subtracted.
+            // If the clock cannot be read, the wait goes on with the time that was left.
             if (before_wait != DDS_TIME_INVALID) {
                 remaining_wait = remaining_wait - (after_wait - before_wait);
             }
@@ -394,7 +395,7 @@ bool EntityUntypedImpl::wait_for_samples(const DDS_Duration_t& max_wait, int min
         NORVANE_CHECK_PRECONDITION(activeConditions[0] == condition, "wait_for_samples");
 
         if (min_sample_count <= 1) {
-            --min_sample_count;  // the trigger proves the one that is missing; it stays not read
+            --min_sample_count;  // the trigger stands for the missing sample, which stays not read
         } else {
             min_sample_count -= touch_samples(min_sample_count, condition);
         }
@@ -416,7 +417,7 @@ int EntityUntypedImpl::touch_samples(int max_count, DDSReadCondition* read_condi
     return sample_count;
 }
 
-// ---- loans ------------------------------------------------------------------------------------------------------------------------
+// ---- loans ----------------------------------------------------------------------------------------------------------------------
 
 bool EntityUntypedImpl::get_sample_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
                                           DDS_Long data_seq_len, DDS_Long data_seq_max_len, DDS_Boolean data_seq_has_ownership,

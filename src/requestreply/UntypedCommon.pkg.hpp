@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the sources of this room share and nobody else sees: the log gate, the check of return codes on the fast way, and the owner of
-// a read condition.
+// Private to the sources of this folder: the log gate, the check of return codes on the fast path, and the owner of a read
+// condition.
 // Thread rule: no state; any thread.
 #ifndef NORVANE_REQUESTREPLY_UNTYPEDCOMMON_PKG_HPP
 #define NORVANE_REQUESTREPLY_UNTYPEDCOMMON_PKG_HPP
@@ -33,8 +33,8 @@ inline void log_line(std::uint32_t level, const char* method, const VOSTLogMessa
     }
 }
 
-/// `check_retcode` without the time-out as an error, for the fast way: its std::string costs an allocation, which no success, empty read
-/// or time-out may pay.
+/// `check_retcode` for the fast path, which does not treat a time-out as an error: a success, an empty read or a time-out must not
+/// pay for the allocation of its std::string.
 inline bool check_code(DDS_ReturnCode_t retcode, const char* method_name, const VOSTLogMessage& error_msg, const char* msg) {
     if (retcode == DDS_RETCODE_OK) {
         return true;
@@ -57,7 +57,7 @@ class ScopedReadCondition {
 public:
     /// @param condition  may be null.
     explicit ScopedReadCondition(DDSReadCondition* condition) : _condition(condition) {}
-    /// Deleting is the middleware's to refuse: the operation that used the condition is over, and its outcome stands.
+    /// A failed deletion is not reported: the operation that used the condition has ended, and its outcome stands.
     virtual ~ScopedReadCondition();
 
     DDSReadCondition* get() { return _condition; }

@@ -42,7 +42,7 @@ bool Bus::claim_guid(DDS_GUID_t& guid) {
     if (guid != DDS_GUID_AUTO) {
         return _guids.insert(guid).second;
     }
-    // Somebody may have asked for the very one that is next.
+    // An application may already have chosen the GUID that is generated next.
     do {
         guid = next_guid();
     } while (!_guids.insert(guid).second);
@@ -159,7 +159,7 @@ void Bus::remove(const std::shared_ptr<Reader>& reader) noexcept {
             }
         }
     }
-    // Writers that sleep at it go on without it.
+    // Writers that wait for room in the reader go on without it.
     reader->signal_room();
     for (const std::shared_ptr<Writer>& writer : writers) {
         if (writer) {
@@ -201,7 +201,7 @@ void Bus::send_backlogs(const std::shared_ptr<Reader>& reader) noexcept {
         }
     }
     wake.flush();
-    // Those who owed it may write again.
+    // Writers that had a backlog for the reader may write again.
     reader->signal_room();
     if (announce) {
         reader->announce();

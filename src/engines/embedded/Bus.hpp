@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the writers and readers of one domain number find each other. It brings them together and takes them apart; no sample passes
-// through it.
+// Matches the writers and readers of one domain number, and unmatches those that leave. No sample passes through it.
 //
 // 1. The mutex is for matching: a write never takes it. Lock order: bus, writer, store.
-// 2. A peer is in the writer's tables before anybody is told that it matched, and out of them before anybody is told that it left.
+// 2. A peer enters the writer's tables before either end is told of the match, and leaves them before either is told that it left.
 // 3. Sinks are told under the mutex, which orders the events of a peer; listeners run after it is released.
 #ifndef NORVANE_ENGINES_EMBEDDED_BUS_HPP
 #define NORVANE_ENGINES_EMBEDDED_BUS_HPP
@@ -25,16 +24,16 @@ namespace embedded {
 
 class Bus {
 public:
-    /// @return the bus of the domain, which lives as long as somebody holds it.
+    /// @return the bus of the domain; it lives until the last reference to it is released.
     static std::shared_ptr<Bus> of_domain(DDS_DomainId_t domain_id);
 
     /// Reserves a GUID until its endpoint is removed. @param guid  automatic: a new one is made.
     /// @return false when another endpoint has it.
     bool claim_guid(DDS_GUID_t& guid);
-    /// For one that no endpoint came to have.
+    /// Releases a reserved GUID that no endpoint has taken.
     void give_back_guid(const DDS_GUID_t& guid) noexcept;
 
-    /// Lets an opened endpoint be seen, and matches it with those that are there.
+    /// Makes an opened endpoint visible, and matches it with the visible ones.
     /// @return OK; OUT_OF_RESOURCES, and then it has been removed.
     DDS_ReturnCode_t add(const std::shared_ptr<Writer>& writer) noexcept;
     DDS_ReturnCode_t add(const std::shared_ptr<Reader>& reader) noexcept;
@@ -43,7 +42,7 @@ public:
     void remove(const std::shared_ptr<Writer>& writer) noexcept;
     void remove(const std::shared_ptr<Reader>& reader) noexcept;
 
-    /// Sends a reader what writers owe it from before its time, now that it has room.
+    /// Sends a reader the samples in its writers' backlogs, now that it has room.
     void send_backlogs(const std::shared_ptr<Reader>& reader) noexcept;
 
 private:

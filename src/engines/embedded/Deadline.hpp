@@ -16,7 +16,7 @@ namespace embedded {
 
 class Deadline {
 public:
-    /// @param limit  zero and below: none. Infinite: no end.
+    /// @param limit  zero or below: the call may not sleep. Infinite: it may sleep without end.
     explicit Deadline(const DDS_Duration_t& limit) noexcept
         : _limit(limit), _ahead(limit.sec > 0 || (limit.sec == 0 && limit.nanosec > 0)) {}
 
@@ -29,7 +29,7 @@ public:
             _deadline_ns = mw::deadline_after(_limit);
             _started = true;
         }
-        // A word that keeps changing never times out by itself.
+        // A wait on a word that keeps changing never times out, so the clock is checked as well.
         _ahead = platform::wait_on(word, seen, _deadline_ns) && platform::monotonic_ns() < _deadline_ns;
     }
 

@@ -9,7 +9,7 @@ namespace embedded {
 EmbeddedReaderPort::EmbeddedReaderPort(std::shared_ptr<Bus> bus, std::shared_ptr<Reader> reader) noexcept
     : _bus(std::move(bus)), _reader(std::move(reader)) {}
 
-// One that was never enabled has a GUID to give back.
+// A reader that was never enabled still holds its reserved GUID.
 EmbeddedReaderPort::~EmbeddedReaderPort() { _bus->remove(_reader); }
 
 const mw::EndpointInfo& EmbeddedReaderPort::info() const noexcept { return *_reader->info(); }
@@ -20,7 +20,7 @@ DDS_ReturnCode_t EmbeddedReaderPort::enable(mw::SampleSink& sink) noexcept {
 }
 
 void EmbeddedReaderPort::room_freed() noexcept {
-    // What is older goes first: the writers that owe it refuse anything newer until they have settled.
+    // Older samples first: a writer with a backlog for the reader refuses newer samples until the backlog is sent.
     if (_reader->debtors().load() != 0) {
         _bus->send_backlogs(_reader);
     } else {

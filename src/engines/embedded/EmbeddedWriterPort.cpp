@@ -9,7 +9,7 @@ namespace embedded {
 EmbeddedWriterPort::EmbeddedWriterPort(std::shared_ptr<Bus> bus, std::shared_ptr<Writer> writer) noexcept
     : _bus(std::move(bus)), _writer(std::move(writer)) {}
 
-// One that was never enabled has a GUID to give back.
+// A writer that was never enabled still holds its reserved GUID.
 EmbeddedWriterPort::~EmbeddedWriterPort() { _bus->remove(_writer); }
 
 const mw::EndpointInfo& EmbeddedWriterPort::info() const noexcept { return *_writer->info(); }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The middleware's end of a writer on the bus. A thread that is in `write` while it is destroyed works on the writer, not on the port.
+// The middleware's end of a writer on the bus. A thread inside `write` while the port is destroyed uses the writer, not the port.
 #ifndef NORVANE_ENGINES_EMBEDDED_EMBEDDEDWRITERPORT_HPP
 #define NORVANE_ENGINES_EMBEDDED_EMBEDDEDWRITERPORT_HPP
 

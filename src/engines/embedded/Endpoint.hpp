@@ -28,7 +28,7 @@ public:
     /// Runs the listeners, unless the endpoint is closing.
     void announce() noexcept;
 
-    /// Lets no announcement begin any more, and waits for those that run.
+    /// Refuses further announcements, and blocks until those that run have returned.
     void wait_until_quiet() noexcept;
 
     /// Notes that the endpoint has left the bus. The bus's mutex is held.

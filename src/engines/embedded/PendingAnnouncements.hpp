@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Endpoints whose listeners are to run once every lock has been released. They are kept alive meanwhile, and nothing else is: the
-// listener of one may delete another, or the writer whose write this is.
+// Endpoints whose listeners are to run once every lock has been released. Only these endpoints are kept alive meanwhile: a listener
+// may delete another endpoint, or the writer of the current write.
 // Thread rule: a local of one thread.
 #ifndef NORVANE_ENGINES_EMBEDDED_PENDINGANNOUNCEMENTS_HPP
 #define NORVANE_ENGINES_EMBEDDED_PENDINGANNOUNCEMENTS_HPP
@@ -34,7 +34,7 @@ private:
 
     std::size_t _few_count = 0;
     union {
-        std::shared_ptr<Endpoint> _few[FEW];  // the first `_few_count` live: a write must not pay for those it does not need
+        std::shared_ptr<Endpoint> _few[FEW];  // the first `_few_count` are constructed: a write pays only for those it uses
     };
     std::vector<std::shared_ptr<Endpoint>> _more;
 };

@@ -28,11 +28,11 @@ public:
 
     /// Changes when there may be room again, and when the reader leaves.
     platform::FutexWord& room() noexcept { return _room; }
-    /// Sends the writers that sleep at this reader to look again.
+    /// Wakes the writers that wait for room in this reader.
     void signal_room() noexcept;
 
-    /// Writers that owe the reader samples from before its time. A writer counts itself *before* the reader refuses a sample, so that
-    /// the `room_freed` which follows the refusal finds the count.
+    /// Number of writers with a backlog of older samples for the reader. A writer counts itself *before* the reader refuses a
+    /// sample, so that the `room_freed` after the refusal sees the count.
     std::atomic<std::uint32_t>& debtors() noexcept { return _debtors; }
 
     /// Its matched writers. The bus's mutex is held.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Samples in order, each held by one reference: what a transient-local writer keeps, and what a full reader could not take yet.
+// Samples in order, each held by one reference: the history of a transient-local writer, and the backlog of a full reader.
 // A ring that grows and never shrinks. Thread rule: its owner's lock.
 #ifndef NORVANE_ENGINES_EMBEDDED_SAMPLEQUEUE_HPP
 #define NORVANE_ENGINES_EMBEDDED_SAMPLEQUEUE_HPP
@@ -19,7 +19,7 @@ public:
     /// @param position  0 is the oldest.
     mw::Sample& operator[](std::size_t position) const noexcept { return *_slots[(_first + position) % _slots.size()]; }
 
-    /// Makes room for so many samples in all.
+    /// Makes room for `count` samples in total.
     /// @throws std::bad_alloc  nothing has changed.
     void make_room(std::size_t count);
     /// Appends a sample and takes a reference of its own. There must be room.

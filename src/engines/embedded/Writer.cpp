@@ -30,7 +30,7 @@ std::size_t history_limit(const DDS_DataWriterQos& qos) noexcept {
     return std::max<std::size_t>(limit, 1);
 }
 
-// Not reserve(size + 1): that would move everything each time.
+// Not reserve(size + 1), which would reallocate each time.
 template <typename Element>
 void make_room_for_one(std::vector<Element>& list) {
     if (list.size() == list.capacity()) {
@@ -51,7 +51,7 @@ struct Writer::Outgoing {
             request.source_timestamp == DDS_TIME_INVALID ? metadata.reception_timestamp : request.source_timestamp;
     }
 
-    // What to sleep on. The keeper keeps the word; none when it is the writer's own.
+    // Sets the word to sleep on. The keeper keeps it alive; null when it is the writer's own.
     void sleep_at(platform::FutexWord& place, std::shared_ptr<Endpoint> place_keeper) noexcept {
         word = &place;
         keeper = std::move(place_keeper);
@@ -65,8 +65,8 @@ struct Writer::Outgoing {
     platform::FutexWord* word = nullptr;
     std::uint32_t seen = 0;
     bool sleeper = false;              // counted as one
-    std::shared_ptr<Reader> relieved;  // got room back that a writer may be waiting for who owes it a backlog
-    std::shared_ptr<Writer> writer;    // kept for another look: a close waits for sleepers, but not until they have left the frame
+    std::shared_ptr<Reader> relieved;  // regained room, which a writer with a backlog for it may wait for
+    std::shared_ptr<Writer> writer;    // keeps the writer for another attempt: a close waits for sleepers, not for their frames
     std::shared_ptr<Endpoint> keeper;
     mw::SampleReference evicted;  // from the history; released with no lock held, since that may run the type's destructor
     mw::SampleReference sample;
@@ -120,8 +120,8 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     return DDS_RETCODE_OK;
 }
 
-// @return the outcome; PRECONDITION_NOT_MET when a reader has come, and a copy is needed now. With `out.relieved` or `out.sleeper` set it is
-// not the last word: see to the reader, or sleep, and come again.
+// @return the outcome; PRECONDITION_NOT_MET when a reader has matched, so that a copy is needed now. With `out.relieved` or
+// `out.sleeper` set the outcome is not final: send that reader its backlogs, or sleep, and try again.
 DDS_ReturnCode_t Writer::attempt(Outgoing& out) noexcept {
     Lock lock(_mutex);
     if (out.sleeper) {
@@ -197,7 +197,7 @@ mw::WriteCounts Writer::counts() noexcept {
 }
 
 DDS_ReturnCode_t Writer::next_number_locked(const DDS_SequenceNumber_t& wanted, std::int64_t& number) const noexcept {
-    // The greatest number is not given away: it means "none" where samples are told apart by number.
+    // The greatest number is never assigned: it means "none" where samples are identified by number.
     if (wanted != DDS_AUTO_SEQUENCE_NUMBER) {
         number = mw::to_integer(wanted);
         return number > _last_number && wanted != DDS::SEQUENCE_NUMBER_MAX ? DDS_RETCODE_OK : DDS_RETCODE_BAD_PARAMETER;
@@ -222,8 +222,8 @@ DDS_ReturnCode_t Writer::make_history_room_locked(Outgoing& out) noexcept {
     return DDS_RETCODE_OK;
 }
 
-// Asks a reader for room. A thread that may sleep asks once more after it has read the word: else the room that comes between the
-// refusal and the reading would go unnoticed.
+// Asks a reader for room. A thread that may sleep asks once more after it has read the word: otherwise it would miss room that was
+// freed between the refusal and the reading.
 template <typename Ask>
 mw::Admission Writer::ask_locked(const Match& match, Outgoing& out, Ask ask) noexcept {
     mw::Admission answer = match.backlog.empty() ? ask() : mw::Admission::FULL;
@@ -272,7 +272,7 @@ DDS_ReturnCode_t Writer::deliver_to_all_locked(const MatchList* routed, const Ma
             }
         } else if (claim.admitted) {
             claim.match->sink->abandon();
-            // Another writer may have found the reader full for this claim alone, with something new or with something owed.
+            // Another writer may have found the reader full only because of this claim, for a new sample or for its backlog.
             claim.match->reader->signal_room();
             if (claim.match->reader->debtors().load() != 0) {
                 out.relieved = claim.match->reader;
@@ -282,7 +282,7 @@ DDS_ReturnCode_t Writer::deliver_to_all_locked(const MatchList* routed, const Ma
     return code;
 }
 
-// Reserves a slot in each reader. On failure the claims made so far are to be given back.
+// Reserves a slot in each reader. On failure the caller releases the claims made so far.
 DDS_ReturnCode_t Writer::claim_locked(const MatchList& matches, Outgoing& out) noexcept {
     for (Match* match : matches) {
         switch (ask_locked(*match, out, [&] { return match->sink->admit(out.metadata, out.sample->data); })) {
@@ -299,7 +299,7 @@ DDS_ReturnCode_t Writer::claim_locked(const MatchList& matches, Outgoing& out) n
                 if (match->reliable) {
                     return DDS_RETCODE_TIMEOUT;
                 }
-                // Counted as lost when the write succeeds: it may be repeated before it does.
+                // Counted as lost only when the write succeeds: it may be retried before.
                 out.addressed = true;
                 _claims.push_back({match, false});
                 break;
@@ -357,7 +357,7 @@ void Writer::connect_locked(const std::shared_ptr<Reader>& reader, platform::Wak
     _needs_copies.store(true, std::memory_order_relaxed);
 }
 
-// Sends what is kept to a reader that has just come. What it cannot take stays with the match.
+// Sends the history to a newly matched reader. What it cannot accept stays in the backlog of the match.
 void Writer::replay_locked(Match& match, platform::WakeBatch& wake, bool& announce) {
     if (_history.empty()) {
         return;
@@ -404,7 +404,7 @@ void Writer::send_backlog_locked(const Reader& reader, platform::WakeBatch& wake
             return;  // its next `room_freed` comes here again
         }
         if (answer == mw::Admission::NO_MEMORY) {
-            // Nobody would call again: better one sample counted as lost than a writer that is stuck.
+            // No `room_freed` would follow: one sample counted as lost is better than a writer that is stuck.
             wanted = match->sink->sample_lost();
         }
         announce = announce || wanted;
@@ -456,7 +456,7 @@ std::vector<std::unique_ptr<Match>> Writer::shut_locked() noexcept {
         }
         wake_up_locked();
     }
-    // Those that sleep at a reader find the writer closed when they look again.
+    // Threads that wait for room in a reader find the writer closed when they wake.
     for (const std::unique_ptr<Match>& match : matches) {
         match->reader->signal_room();
     }

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// A writer on the bus: its numbers, its matches and where each sample goes, what it keeps for late readers.
+// A writer on the bus: sequence numbers, matched readers, routing of each sample, and the history for late readers.
 //
-// 1. One mutex orders the writes; deliveries run under it. A write takes no lock above it, so it never waits for matching elsewhere.
-// 2. Matches change under the bus's mutex and then this one; either is enough to look at them.
+// 1. One mutex orders the writes; deliveries run under it. A write takes no lock above it, so it never waits for other matches.
+// 2. Matches change under the bus's mutex and this one, locked in that order; either suffices to read them.
 // 3. A match with a backlog counts as full: nothing newer overtakes it.
 // 4. A failed write stores nothing, uses no number, and leaves no room reserved.
-// 5. What follows a write's unlock touches no writer: the listeners that it runs may have deleted it.
+// 5. After a write has unlocked, it accesses no member: the listeners that it runs may delete the writer.
 #ifndef NORVANE_ENGINES_EMBEDDED_WRITER_HPP
 #define NORVANE_ENGINES_EMBEDDED_WRITER_HPP
 
@@ -31,8 +31,8 @@ class Bus;
 /// A reader as its writer sees it.
 struct Match {
     mw::SampleSink* sink;
-    bool reliable;        ///< Both ends are.
-    SampleQueue backlog;  ///< From before the reader's time, and not taken by it yet. Reliable matches only.
+    bool reliable;        ///< Both ends are reliable.
+    SampleQueue backlog;  ///< Samples written before the match, and not yet accepted by the reader. Reliable matches only.
     std::shared_ptr<Reader> reader;
     std::size_t position;   ///< Among the writer's matches.
     bool announce = false;  ///< For whoever takes the matches apart.
@@ -42,7 +42,7 @@ class Writer : public Endpoint, public std::enable_shared_from_this<Writer> {
 public:
     Writer(std::shared_ptr<const mw::EndpointInfo> info, const mw::WriterSettings& settings) noexcept;
 
-    /// Before the writer joins the bus.
+    /// Called before the writer joins the bus.
     void open(mw::PeerSink& sink, std::shared_ptr<Bus> bus) noexcept;
 
     /// As mw::WriterPort.
@@ -52,24 +52,24 @@ public:
 
     // The rest is for the bus, which holds its mutex, except for the last.
 
-    /// Lets a reader get what is written, and first what is kept for it.
+    /// Matches a reader: it gets the history first, then what is written.
     /// @param announce  set when the reader wants `announce`.
     /// @throws std::bad_alloc  the reader is not matched.
     void connect_locked(const std::shared_ptr<Reader>& reader, platform::WakeBatch& wake, bool& announce);
-    /// Takes a matched reader out. No upcall to it runs on behalf of this writer afterwards, or will.
+    /// Removes a matched reader. Once it returns, no upcall to the reader runs or will run for this writer.
     void disconnect_locked(const Reader& reader) noexcept;
     /// Sends as much of the reader's backlog as there is room for.
     void send_backlog_locked(const Reader& reader, platform::WakeBatch& wake, bool& announce) noexcept;
-    /// Ends writing: threads that are blocked are sent away. @return the matches.
+    /// Ends writing: blocked threads return. @return the matches.
     std::vector<std::unique_ptr<Match>> shut_locked() noexcept;
-    /// Waits until the threads that were blocked are on their way out.
+    /// Blocks until no thread is asleep in a call of this writer.
     void wait_until_nobody_sleeps() noexcept;
 
 private:
     struct Outgoing;
     struct Claim {
         Match* match;
-        bool admitted;  ///< Else its reader is full, and may lose the sample.
+        bool admitted;  ///< Otherwise the reader is full, best-effort, and loses the sample.
     };
     typedef std::vector<Match*> MatchList;
 
@@ -98,7 +98,7 @@ private:
 
     alignas(platform::CACHE_LINE) platform::BriefMutex _mutex;
     bool _closed = false;
-    std::atomic<bool> _needs_copies;  // read without the mutex as a hint: changes under it
+    std::atomic<bool> _needs_copies;  // changes under the mutex; read without it as a hint
     std::int64_t _last_number = 0;
     mw::WriteCounts _counts;
     std::unordered_map<DDS_GUID_t, MatchList, GuidHash>

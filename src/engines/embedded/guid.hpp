@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The source of GUIDs that nobody asked for.
+// The source of generated GUIDs.
 #ifndef NORVANE_ENGINES_EMBEDDED_GUID_HPP
 #define NORVANE_ENGINES_EMBEDDED_GUID_HPP
 
@@ -11,7 +11,7 @@ namespace embedded {
 
 using mw::GuidHash;
 
-/// @return a GUID that this process has not made before: eight octets drawn when the process first asks, then a count.
+/// @return a GUID that this process has not made before: eight random octets, drawn once per process, then a count.
 /// @throws std::exception  the system has no random octets to give.
 DDS_GUID_t next_guid();
 
