@@ -60,6 +60,7 @@ struct Writer::Outgoing {
 
     const mw::WriteRequest& request;
     mw::SampleMetadata metadata;
+    DDS_ReturnCode_t code = DDS_RETCODE_OK;  // of the last attempt
     bool addressed = false;
     Deadline deadline;
     platform::FutexWord* word = nullptr;
@@ -92,8 +93,7 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     identity = DDS_UNKNOWN_SAMPLE_IDENTITY;
     addressed = false;
     Outgoing out(request, info()->guid);
-    DDS_ReturnCode_t code = DDS_RETCODE_PRECONDITION_NOT_MET;
-    while (code == DDS_RETCODE_PRECONDITION_NOT_MET || out.sleeper || out.relieved) {
+    do {
         if (out.relieved) {
             _bus->send_backlogs(std::exchange(out.relieved, nullptr));
         } else if (out.sleeper) {
@@ -106,10 +106,9 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
                 return DDS_RETCODE_OUT_OF_RESOURCES;
             }
         }
-        code = attempt(out);
-    }
-    if (code != DDS_RETCODE_OK) {
-        return code;
+    } while (attempt(out) == Attempt::RETRY);
+    if (out.code != DDS_RETCODE_OK) {
+        return out.code;
     }
     identity = out.metadata.identity;
     addressed = out.addressed;
@@ -120,9 +119,8 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     return DDS_RETCODE_OK;
 }
 
-// @return the outcome; PRECONDITION_NOT_MET when a reader has matched, so that a copy is needed now. With `out.relieved` or
-// `out.sleeper` set the outcome is not final: send that reader its backlogs, or sleep, and try again.
-DDS_ReturnCode_t Writer::attempt(Outgoing& out) noexcept {
+// RETRY: send the backlogs of `out.relieved` if it is set, else sleep if `out.sleeper` is set, else copy the sample; then try again.
+Writer::Attempt Writer::attempt(Outgoing& out) noexcept {
     Lock lock(_mutex);
     if (out.sleeper) {
         out.sleeper = false;
@@ -130,15 +128,21 @@ DDS_ReturnCode_t Writer::attempt(Outgoing& out) noexcept {
             wake_up_locked();
         }
     }
-    const DDS_ReturnCode_t code = attempt_locked(out);
-    if (code == DDS_RETCODE_TIMEOUT && !out.relieved && out.deadline.is_ahead()) {
+    if (!_closed && !out.sample && _needs_copies.load(std::memory_order_relaxed)) {
+        return Attempt::RETRY;  // a reader has matched since `write` chose not to copy
+    }
+    out.code = attempt_locked(out);
+    if (out.code == DDS_RETCODE_TIMEOUT && !out.relieved && out.deadline.is_ahead()) {
         out.sleeper = true;
         ++_sleepers;
     }
-    if ((out.sleeper || out.relieved) && !out.writer) {
+    if (!out.sleeper && !out.relieved) {
+        return Attempt::OVER;
+    }
+    if (!out.writer) {
         out.writer = shared_from_this();
     }
-    return code;
+    return Attempt::RETRY;
 }
 
 DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
@@ -153,9 +157,6 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
     out.metadata.identity.sequence_number = mw::to_sequence_number(number);
     out.addressed = false;
     if (_needs_copies.load(std::memory_order_relaxed)) {
-        if (!out.sample) {
-            return DDS_RETCODE_PRECONDITION_NOT_MET;
-        }
         if (_keeps) {
             code = make_history_room_locked(out);
             if (code != DDS_RETCODE_OK) {

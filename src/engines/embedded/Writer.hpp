@@ -67,13 +67,14 @@ public:
 
 private:
     struct Outgoing;
+    enum class Attempt { OVER, RETRY };
     struct Claim {
         Match* match;
         bool admitted;  ///< Otherwise the reader is full, best-effort, and loses the sample.
     };
     typedef std::vector<Match*> MatchList;
 
-    DDS_ReturnCode_t attempt(Outgoing& out) noexcept;
+    Attempt attempt(Outgoing& out) noexcept;
     DDS_ReturnCode_t attempt_locked(Outgoing& out) noexcept;
     DDS_ReturnCode_t next_number_locked(const DDS_SequenceNumber_t& wanted, std::int64_t& number) const noexcept;
     DDS_ReturnCode_t make_history_room_locked(Outgoing& out) noexcept;
