@@ -119,7 +119,8 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     return DDS_RETCODE_OK;
 }
 
-// RETRY: send the backlogs of `out.relieved` if it is set, else sleep if `out.sleeper` is set, else copy the sample; then try again.
+// RETRY: send the backlogs of `out.relieved` if it is set, else sleep if `out.sleeper` is set, else copy the sample; then try
+// again.
 Writer::Attempt Writer::attempt(Outgoing& out) noexcept {
     Lock lock(_mutex);
     if (out.sleeper) {
