@@ -67,6 +67,7 @@ void TypeSamplePool::destroy_sample(Sample* sample) noexcept {
     ::operator delete(static_cast<void*>(sample), std::align_val_t(_alignment));
 }
 
+// The metadata is what the sample had before: engines assign it whole.
 Sample* TypeSamplePool::take() noexcept {
     Sample* sample = nullptr;
     {
@@ -81,7 +82,6 @@ Sample* TypeSamplePool::take() noexcept {
     }
     if (sample != nullptr) {
         sample->references.store(1, std::memory_order_relaxed);
-        sample->metadata = SampleMetadata();
     } else {
         sample = make_sample();
     }
