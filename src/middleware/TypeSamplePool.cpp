@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <exception>
-#include <mutex>
 #include <new>
 
 #include "middleware/Log.hpp"
 #include "middleware/alignment.hpp"
+#include "platform/Processor.hpp"
 
 namespace norvane {
 namespace mw {
@@ -15,8 +15,8 @@ namespace mw {
 namespace {
 
 // Free memory that is kept after a burst, unless fewer than KEPT_AT_LEAST samples fit into it.
-constexpr std::int64_t KEPT_OCTETS = 16 * 1024 * 1024;
-constexpr std::int64_t KEPT_AT_LEAST = 8;
+constexpr std::size_t KEPT_OCTETS = 16 * 1024 * 1024;
+constexpr std::size_t KEPT_AT_LEAST = 8;
 
 }  // namespace
 
@@ -28,16 +28,17 @@ TypeSamplePool::TypeSamplePool(std::shared_ptr<const DDS_TypeOperations> type) n
     : _type(std::move(type)),
       _data_offset(round_up(sizeof(Sample), _type->alignment)),
       _alignment(std::max(_type->alignment, platform::CACHE_LINE)),
-      _kept(std::max(KEPT_AT_LEAST, KEPT_OCTETS / static_cast<std::int64_t>(_data_offset + _type->size))) {}
+      _free(std::max(KEPT_AT_LEAST, KEPT_OCTETS / (_data_offset + _type->size))) {}
 
-TypeSamplePool::~TypeSamplePool() {
-    for (Sample* stack : {_free, _returned.load(std::memory_order_acquire)}) {
-        while (stack != nullptr) {
-            Sample* next = stack->next;
-            destroy_sample(stack);
-            stack = next;
-        }
+void TypeSamplePool::disown() noexcept {
+    Sample* kept = _free.close();
+    while (kept != nullptr) {
+        Sample* next = kept->next;
+        destroy_sample(kept);
+        let_go();
+        kept = next;
     }
+    let_go();
 }
 
 Sample* TypeSamplePool::make_sample() noexcept {
@@ -57,7 +58,7 @@ Sample* TypeSamplePool::make_sample() noexcept {
         ::operator delete(place, std::align_val_t(_alignment));
         return nullptr;
     }
-    _made.fetch_add(1, std::memory_order_relaxed);
+    _holders.fetch_add(1, std::memory_order_relaxed);
     return sample;
 }
 
@@ -69,25 +70,11 @@ void TypeSamplePool::destroy_sample(Sample* sample) noexcept {
 
 // The metadata is what the sample had before: engines assign it whole.
 Sample* TypeSamplePool::take() noexcept {
-    Sample* sample = nullptr;
-    {
-        std::lock_guard<platform::BriefMutex> lock(_mutex);
-        if (_free == nullptr) {
-            _free = _returned.exchange(nullptr, std::memory_order_acquire);
-        }
-        sample = _free;
-        if (sample != nullptr) {
-            _free = sample->next;
-        }
+    Sample* sample = _free.take();
+    if (sample == nullptr) {
+        return make_sample();
     }
-    if (sample != nullptr) {
-        sample->references.store(1, std::memory_order_relaxed);
-    } else {
-        sample = make_sample();
-    }
-    if (sample != nullptr) {
-        _holders.fetch_add(1, std::memory_order_relaxed);
-    }
+    sample->references.store(1, std::memory_order_relaxed);
     return sample;
 }
 
@@ -158,16 +145,10 @@ void TypeSamplePool::take_back(Sample& sample) noexcept {
     if (_type->clear != nullptr) {
         _type->clear(*_type, sample.data);
     }
-    if (_made.load(std::memory_order_relaxed) - _holders.load(std::memory_order_relaxed) > _kept) {
+    if (!_free.put(sample)) {
         destroy_sample(&sample);
-        _made.fetch_sub(1, std::memory_order_relaxed);
-    } else {
-        Sample* top = _returned.load(std::memory_order_relaxed);
-        do {
-            sample.next = top;
-        } while (!_returned.compare_exchange_weak(top, &sample, std::memory_order_release, std::memory_order_relaxed));
+        let_go();
     }
-    let_go();
 }
 
 void TypeSamplePool::let_go() noexcept {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Samples of one type, made once and used many times.
 //
-// Samples are taken under a lock and given back without one: they collect on a stack that the next taker empties in one go.
-// The pool lives until its owner and every sample have released it.
+// The pool lives until its owner has released it and every sample is destroyed: the free ones when the owner releases it, the others
+// when they come back.
 // Thread rule: any thread.
 #ifndef NORVANE_MIDDLEWARE_TYPESAMPLEPOOL_HPP
 #define NORVANE_MIDDLEWARE_TYPESAMPLEPOOL_HPP
@@ -12,8 +12,7 @@
 #include <memory>
 
 #include "middleware/Engine.hpp"
-#include "platform/BriefMutex.hpp"
-#include "platform/Processor.hpp"
+#include "middleware/FreeSamples.hpp"
 
 namespace norvane {
 namespace mw {
@@ -23,7 +22,7 @@ public:
     /// @return a pool with one owner; null when memory is short.
     static TypeSamplePool* make(std::shared_ptr<const DDS_TypeOperations> type) noexcept;
     /// Releases the owner's reference.
-    void disown() noexcept { let_go(); }
+    void disown() noexcept;
 
     Sample* make_copy(const void* data) noexcept override;
     Sample* make_decoded(const std::uint8_t* octets, std::size_t length) noexcept override;
@@ -34,7 +33,7 @@ public:
 
 private:
     explicit TypeSamplePool(std::shared_ptr<const DDS_TypeOperations> type) noexcept;
-    ~TypeSamplePool() override;
+    ~TypeSamplePool() override = default;
 
     Sample* take() noexcept;
     Sample* make_sample() noexcept;
@@ -46,15 +45,9 @@ private:
     const std::shared_ptr<const DDS_TypeOperations> _type;
     const std::size_t _data_offset;
     const std::size_t _alignment;
-    const std::int64_t _kept;  // free samples kept for later; more go back to the heap
 
-    alignas(platform::CACHE_LINE) platform::BriefMutex _mutex;
-    Sample* _free = nullptr;  // guarded by the mutex
-
-    std::atomic<std::int64_t> _made{0};  // samples that there are
-
-    alignas(platform::CACHE_LINE) std::atomic<Sample*> _returned{nullptr};
-    std::atomic<std::int64_t> _holders{1};  // the owner, and every sample that is out: so the free ones need not be counted
+    FreeSamples _free;
+    std::atomic<std::int64_t> _holders{1};  // the owner, and every sample that there is, free or not
 };
 
 /// Owns a pool's owner share.
