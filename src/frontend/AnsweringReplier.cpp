@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "frontend/HoldingSpan.hpp"
 #include "norvane/details/guid_text.hpp"
 
 namespace norvane {
@@ -11,6 +12,13 @@ namespace details {
 AnsweringReplier::AnsweringReplier() : _max_queued_requests(DDS_LENGTH_UNLIMITED) {}
 
 AnsweringReplier::~AnsweringReplier() = default;
+
+void AnsweringReplier::initialize(const EntityParams& params, RegisterTypeFunc register_request_type,
+                                  RegisterTypeFunc register_reply_type, int request_size, DDSDataReaderListener* reader_listener,
+                                  bool is_string) {
+    const HoldingSpan span(params.participant(), "Replier");
+    ReplierUntypedImpl::initialize(params, register_request_type, register_reply_type, request_size, reader_listener, is_string);
+}
 
 void AnsweringReplier::get_datareader_qos(DDS_DataReaderQos& qos, const EntityParams& params, const char* topic_name,
                                           const char* role_name) {

@@ -3,6 +3,7 @@
 // key is closed.
 #include "norvane/details/CallingRequester.hpp"
 
+#include "frontend/HoldingSpan.hpp"
 #include "frontend/log_line.hpp"
 #include "frontend/require_ok.hpp"
 #include "norvane/details/DispatcherLink.hpp"
@@ -39,6 +40,12 @@ private:
 
 CallingRequester::CallingRequester(const RequesterParams& params, Dispatcher* dispatcher, RegisterTypeFunc register_request_type,
                                    RegisterTypeFunc register_reply_type, int reply_size, bool is_string)
+    : CallingRequester(HoldingSpan(params.participant(), "Requester"), params, dispatcher, register_request_type,
+                       register_reply_type, reply_size, is_string) {}
+
+CallingRequester::CallingRequester(const HoldingSpan&, const RequesterParams& params, Dispatcher* dispatcher,
+                                   RegisterTypeFunc register_request_type, RegisterTypeFunc register_reply_type, int reply_size,
+                                   bool is_string)
     : RequesterUntypedImpl(params, register_request_type, register_reply_type, reply_size, is_string),
       _repliers(*get_datawriter(), *get_datareader()) {
     check_retcode(get_datareader()->admit_open_keys_only(CORRELATION_INDEX_NAME, DDS_BOOLEAN_TRUE), "Requester::Requester",
@@ -231,12 +238,12 @@ void CallingRequester::close_call(const OpenCall& call) noexcept {
 
 std::exception_ptr CallingRequester::timeout_of(const Timeout& timeout, const OpenCall* sent) {
     _timed_out.fetch_add(1, std::memory_order_relaxed);
-    NoReply why = sent != nullptr ? _repliers.silence(sent->newest_replier)
-                        : is_service_ready()
-                            ? NoReply{TimeoutReason::NO_ROOM, "a replier had no room for the request: its queue is full"}
-                            : _repliers.obstacle();
+    NoReply why = sent != nullptr      ? _repliers.silence(sent->newest_replier)
+                  : is_service_ready() ? NoReply{TimeoutReason::NO_ROOM, "a replier had no room for the request: its queue is full"}
+                                       : _repliers.obstacle();
     // Acknowledged is what a replier has taken into its queue; a write returns before that where requests leave the process.
-    if (why.reason == TimeoutReason::SILENT && get_datawriter()->wait_for_acknowledgments(DDS_DURATION_ZERO) == DDS_RETCODE_TIMEOUT) {
+    if (why.reason == TimeoutReason::SILENT &&
+        get_datawriter()->wait_for_acknowledgments(DDS_DURATION_ZERO) == DDS_RETCODE_TIMEOUT) {
         why.text += "; it has not taken in every request: its queue is full, or it hangs";
     }
     const std::string what = sent != nullptr ? "::call: no reply within " : "::call_async: nothing was sent within ";

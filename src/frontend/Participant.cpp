@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "norvane/Participant.hpp"
 
-#include "frontend/log_line.hpp"
 #include "norvane/Exception.hpp"
 #include "norvane/dds/DomainParticipantFactory.hpp"
 
@@ -29,12 +28,6 @@ Participant::Participant(const ParticipantParams& params) : _participant(nullptr
     }
 }
 
-Participant::~Participant() {
-    if (_participant->delete_contained_entities() != DDS_RETCODE_OK ||
-        DDSDomainParticipantFactory::get_instance()->delete_participant(_participant) != DDS_RETCODE_OK) {
-        details::log_line(details::LOG_ERROR, "Participant::~Participant",
-                          "the participant could not be deleted: something made in it is still in use");
-    }
-}
+Participant::~Participant() { DDSDomainParticipantFactory::get_instance()->release_participant(_participant); }
 
 }  // namespace norvane

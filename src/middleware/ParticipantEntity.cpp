@@ -2,6 +2,7 @@
 #include "middleware/ParticipantEntity.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <vector>
 
@@ -40,43 +41,6 @@ bool is_same_type(const DDS_TypeOperations& left, const DDS_TypeOperations& righ
                                left.size == right.size && left.alignment == right.alignment);
 }
 
-/// Counts as a user of a topic, and of its filter, from `begin_locked` on: until it goes, unless the use is kept.
-class TopicUse {
-public:
-    explicit TopicUse(std::mutex& mutex) noexcept : _mutex(mutex) {}
-    TopicUse(const TopicUse&) = delete;
-    TopicUse& operator=(const TopicUse&) = delete;
-    ~TopicUse() {
-        if (_topic != nullptr && !_kept) {
-            std::lock_guard<std::mutex> lock(_mutex);
-            end_locked(*_topic, _filtered);
-        }
-    }
-
-    void begin_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept {
-        _topic = &topic;
-        _filtered = filtered;
-        ++topic.users;
-        if (filtered != nullptr) {
-            ++filtered->users;
-        }
-    }
-    void keep() noexcept { _kept = true; }
-    static void end_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept {
-        --topic.users;
-        if (filtered != nullptr) {
-            --filtered->users;
-        }
-    }
-    TopicEntity& topic() noexcept { return *_topic; }
-
-private:
-    std::mutex& _mutex;
-    TopicEntity* _topic = nullptr;
-    ContentFilteredTopicEntity* _filtered = nullptr;
-    bool _kept = false;
-};
-
 struct DiscardReader {
     void operator()(ReaderControl* reader) const noexcept { reader->discard(); }
 };
@@ -92,7 +56,77 @@ Result or_out_of_memory(const char* method, Result failed, Operation operation) 
     }
 }
 
+/// Lists what a log line names, up to a bound.
+class ListText {
+public:
+    void add(const std::string& entry) {
+        constexpr std::size_t MAX_ENTRIES = 8;
+        if (_count < MAX_ENTRIES) {
+            _text += (_count == 0 ? "" : ", ") + entry;
+        }
+        ++_count;
+        _more = _count > MAX_ENTRIES ? _count - MAX_ENTRIES : 0;
+    }
+    std::string text() const { return _more == 0 ? _text : _text + " and " + std::to_string(_more) + " more"; }
+
+private:
+    std::string _text;
+    std::size_t _count = 0;
+    std::size_t _more = 0;
+};
+
+/// Leaves a participant alone that cannot be destroyed here.
+void give_up(std::unique_ptr<ParticipantEntity>& participant) noexcept {
+    log_error("DDSDomainParticipantFactory::release_participant",
+              "the participant, or the last entity in it, was deleted from inside a listener: the participant stays until the "
+              "process ends; "
+              "destroy participants, requesters, repliers and services outside listeners");
+    static_cast<void>(participant.release());
+}
+
+std::string of_holder(const char* holder) { return holder == nullptr ? "" : std::string(" of a ") + holder; }
+
 }  // namespace
+
+/// Counts as a user of a topic, and of its filter, from `begin_locked` on: until it goes, unless the use is kept.
+class ParticipantEntity::TopicUse {
+public:
+    explicit TopicUse(ParticipantEntity& participant) noexcept : _participant(participant) {}
+    TopicUse(const TopicUse&) = delete;
+    TopicUse& operator=(const TopicUse&) = delete;
+    ~TopicUse() {
+        if (_topic != nullptr && !_kept) {
+            _participant.end_endpoint(_holder, *_topic, _filtered);
+        }
+    }
+
+    void begin_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept {
+        _topic = &topic;
+        _filtered = filtered;
+        _holder = _participant.holder_locked();
+        ++topic.users;
+        if (filtered != nullptr) {
+            ++filtered->users;
+        }
+        _participant._held_endpoints += _holder != nullptr ? 1 : 0;
+    }
+    void keep() noexcept { _kept = true; }
+    TopicEntity& topic() noexcept { return *_topic; }
+    const char* holder() const noexcept { return _holder; }
+
+private:
+    ParticipantEntity& _participant;
+    TopicEntity* _topic = nullptr;
+    ContentFilteredTopicEntity* _filtered = nullptr;
+    const char* _holder = nullptr;
+    bool _kept = false;
+};
+
+ParticipantEntity::Ended::~Ended() {
+    if (participant != nullptr && participant->delete_contained_entities() != DDS_RETCODE_OK) {
+        give_up(participant);
+    }
+}
 
 ParticipantEntity::ParticipantEntity(DDS_DomainId_t domain_id, Engine& engine) : _domain_id(domain_id), _engine(engine) {}
 
@@ -124,7 +158,130 @@ bool ParticipantEntity::prepare(const DDS_DomainParticipantQos& qos) {
 bool ParticipantEntity::is_empty() noexcept {
     Lock lock(_mutex);
     return _topics.empty() && _filtered_topics.empty() && _publishers.empty() && _subscribers.empty() && _writers.empty() &&
-           _readers.empty();
+           _readers.empty() && _held_endpoints == 0 && _holdings.empty();
+}
+
+std::string ParticipantEntity::contents() {
+    Lock lock(_mutex);
+    ListText list;
+    for (const auto& entry : _writers) {
+        list.add("the writer of \"" + entry.second.writer->topic().name() + "\"" + of_holder(entry.second.holder));
+    }
+    for (const auto& entry : _readers) {
+        list.add("the reader of \"" + entry.second.reader->topic().name() + "\"" + of_holder(entry.second.holder));
+    }
+    for (const auto& entry : _filtered_topics) {
+        list.add("the content-filtered topic \"" + entry.first + "\"");
+    }
+    for (const auto& entry : _topics) {
+        list.add("the topic \"" + entry.first + "\"");
+    }
+    for (std::size_t count = _publishers.size(); count > 0; --count) {
+        list.add("a publisher");
+    }
+    for (std::size_t count = _subscribers.size(); count > 0; --count) {
+        list.add("a subscriber");
+    }
+    return list.text();
+}
+
+// ---- holders ------------------------------------------------------------------------------------------------------
+
+DDS_ReturnCode_t ParticipantEntity::begin_holding(const char* holder) {
+    Lock lock(_mutex);
+    return or_out_of_memory("DDSDomainParticipant::begin_holding", DDS_RETCODE_OUT_OF_RESOURCES, [&] {
+        _holdings.push_back({std::this_thread::get_id(), listener_depth::depth, holder});
+        return DDS_RETCODE_OK;
+    });
+}
+
+void ParticipantEntity::end_holding() {
+    Ended ended;
+    Lock lock(_mutex);
+    const auto last = std::find_if(_holdings.rbegin(), _holdings.rend(),
+                                   [](const Holding& holding) { return holding.thread == std::this_thread::get_id(); });
+    if (last == _holdings.rend()) {
+        return;
+    }
+    _holdings.erase(std::next(last).base());
+    if (!_holdings.empty()) {
+        return;
+    }
+    // Topics that lost their last user meanwhile, or never got one, since making the endpoint failed.
+    for (auto entry = _topics.begin(); entry != _topics.end();) {
+        const auto next = std::next(entry);
+        if (entry->second->users == 0 && entry->second->goes_with_last_user) {
+            ended.topics.insert(_topics.extract(entry));
+        }
+        entry = next;
+    }
+}
+
+/// @return the holder of what the calling thread makes; null for none.
+const char* ParticipantEntity::holder_locked() const noexcept {
+    const auto last = std::find_if(_holdings.rbegin(), _holdings.rend(),
+                                   [](const Holding& holding) { return holding.thread == std::this_thread::get_id(); });
+    return last != _holdings.rend() && last->listener_depth == listener_depth::depth ? last->holder : nullptr;
+}
+
+/// Ends one use of a topic, and of its filter. While a holder is being made its topic stays, since it may be about to use one that it found.
+void ParticipantEntity::end_use_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered, Ended& ended) noexcept {
+    if (filtered != nullptr) {
+        --filtered->users;
+    }
+    if (--topic.users == 0 && topic.goes_with_last_user && _holdings.empty()) {
+        ended.topics.insert(_topics.extract(_topics.find(topic.name())));
+    }
+}
+
+/// The last step of an endpoint's deletion. With a released participant nothing of it may be touched afterwards.
+void ParticipantEntity::end_endpoint(const char* holder, TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept {
+    Ended ended;
+    Lock lock(_mutex);
+    end_use_locked(topic, filtered, ended);
+    if (holder == nullptr || --_held_endpoints > 0 || _self == nullptr) {
+        return;
+    }
+    if (is_inside_a_listener()) {
+        give_up(_self);  // this thread may be one of the engine's, which cannot wait for its own end
+    } else {
+        ended.participant = std::move(_self);
+    }
+}
+
+std::string ParticipantEntity::held_endpoints_locked() const {
+    ListText list;
+    for (const auto& entry : _writers) {
+        if (entry.second.holder != nullptr) {
+            list.add("the writer of \"" + entry.second.writer->topic().name() + "\"" + of_holder(entry.second.holder));
+        }
+    }
+    for (const auto& entry : _readers) {
+        if (entry.second.holder != nullptr) {
+            list.add("the reader of \"" + entry.second.reader->topic().name() + "\"" + of_holder(entry.second.holder));
+        }
+    }
+    const std::string text = list.text();
+    return text.empty() ? "endpoints that another thread makes or deletes" : text;
+}
+
+DDS_ReturnCode_t ParticipantEntity::release(std::unique_ptr<ParticipantEntity> participant) {
+    constexpr const char* METHOD = "DDSDomainParticipantFactory::release_participant";
+    ParticipantEntity& released = *participant;
+    // Before it can go with another thread's last deletion. What is refused here is met again then.
+    released.delete_endpoints_without_holder();
+    Ended ended;
+    Lock lock(released._mutex);
+    if (released._held_endpoints == 0) {
+        ended.participant = std::move(participant);
+        return DDS_RETCODE_OK;
+    }
+    log_error(METHOD, [&] {
+        return "still in use: " + released.held_endpoints_locked() +
+               ". The participant stays until they are gone; destroy its requesters, repliers and services before it";
+    });
+    released._self = std::move(participant);
+    return DDS_RETCODE_PRECONDITION_NOT_MET;
 }
 
 DDS_ReturnCode_t ParticipantEntity::get_qos(DDS_DomainParticipantQos& qos) {
@@ -237,6 +394,7 @@ DDSTopic* ParticipantEntity::create_topic(const char* topic_name, const char* ty
         const auto existing = _topics.find(topic_name);
         if (existing != _topics.end()) {
             if (existing->second->type_name() == type_name && is_same_type(*existing->second->type(), *type->second)) {
+                existing->second->goes_with_last_user = existing->second->goes_with_last_user && holder_locked() != nullptr;
                 return existing->second.get();
             }
             log_error(METHOD, [&] {
@@ -254,6 +412,7 @@ DDSTopic* ParticipantEntity::create_topic(const char* topic_name, const char* ty
             throw std::bad_alloc();
         }
         auto topic = std::make_unique<TopicEntity>(*this, topic_name, type_name, type->second, std::move(pool), qos);
+        topic->goes_with_last_user = holder_locked() != nullptr;
         return _topics.emplace(topic_name, std::move(topic)).first->second.get();
     });
 }
@@ -288,6 +447,7 @@ DDSTopicDescription* ParticipantEntity::lookup_topicdescription(const char* name
     Lock lock(_mutex);
     const auto topic = _topics.find(name);
     if (topic != _topics.end()) {
+        topic->second->goes_with_last_user = topic->second->goes_with_last_user && holder_locked() != nullptr;
         return topic->second.get();
     }
     const auto filtered = _filtered_topics.find(name);
@@ -342,6 +502,8 @@ DDS_ReturnCode_t ParticipantEntity::delete_contentfilteredtopic(DDSContentFilter
     if (topic == nullptr) {
         return DDS_RETCODE_BAD_PARAMETER;
     }
+    Ended ended;
+    std::unique_ptr<ContentFilteredTopicEntity> deleted;
     Lock lock(_mutex);
     ContentFilteredTopicEntity* found = find_filtered_topic_locked(topic);
     if (found == nullptr) {
@@ -352,8 +514,10 @@ DDS_ReturnCode_t ParticipantEntity::delete_contentfilteredtopic(DDSContentFilter
         log_error(METHOD, [found] { return "\"" + found->name() + "\" is used by a reader"; });
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
-    --found->topic().users;
-    _filtered_topics.erase(_filtered_topics.find(found->name()));
+    const auto entry = _filtered_topics.find(found->name());
+    deleted = std::move(entry->second);
+    _filtered_topics.erase(entry);
+    end_use_locked(deleted->topic(), nullptr, ended);
     return DDS_RETCODE_OK;
 }
 
@@ -454,7 +618,7 @@ DDSDataWriter* ParticipantEntity::create_writer(DDSPublisher& owner, DDSTopic* t
                                                 DDSDataWriterListener* listener, DDS_StatusMask mask) {
     constexpr const char* METHOD = "DDSPublisher::create_datawriter";
     return or_out_of_memory<DDSDataWriter*>(METHOD, nullptr, [&]() -> DDSDataWriter* {
-        TopicUse use(_mutex);
+        TopicUse use(*this);
         DDS_DataWriterQos wanted;
         DDS_ReturnCode_t code = DDS_RETCODE_OK;
         {
@@ -475,7 +639,7 @@ DDSDataWriter* ParticipantEntity::create_writer(DDSPublisher& owner, DDSTopic* t
         }
         {
             Lock lock(_mutex);
-            _writers.emplace(made, WriterEntry{&owner, std::move(writer)});
+            _writers.emplace(made, WriterEntry{&owner, std::move(writer), use.holder()});
         }
         if (made->enable() == DDS_RETCODE_OK) {
             use.keep();
@@ -495,6 +659,7 @@ DDS_ReturnCode_t ParticipantEntity::delete_writer(DDSPublisher& owner, DDSDataWr
         return DDS_RETCODE_BAD_PARAMETER;
     }
     std::unique_ptr<DataWriterEntity> deleted;
+    const char* holder = nullptr;
     {
         Lock lock(_mutex);
         const auto found = _writers.find(writer);
@@ -507,13 +672,13 @@ DDS_ReturnCode_t ParticipantEntity::delete_writer(DDSPublisher& owner, DDSDataWr
             return DDS_RETCODE_PRECONDITION_NOT_MET;
         }
         deleted = std::move(found->second.writer);
+        holder = found->second.holder;
         _writers.erase(found);
     }
     TopicEntity& topic = deleted->topic();
     deleted->close();
     deleted.reset();
-    Lock lock(_mutex);
-    TopicUse::end_locked(topic, nullptr);
+    end_endpoint(holder, topic, nullptr);
     return DDS_RETCODE_OK;
 }
 
@@ -521,7 +686,7 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
                                                 DDSDataReaderListener* listener, DDS_StatusMask mask) {
     constexpr const char* METHOD = "DDSSubscriber::create_datareader";
     return or_out_of_memory<DDSDataReader*>(METHOD, nullptr, [&]() -> DDSDataReader* {
-        TopicUse use(_mutex);
+        TopicUse use(*this);
         ContentFilteredTopicEntity* filtered = nullptr;
         DDS_DataReaderQos wanted;
         DDS_ReturnCode_t code = DDS_RETCODE_OK;
@@ -549,7 +714,7 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
         if (!type_may_travel(METHOD, use.topic())) {
             return nullptr;
         }
-        // Gone again, unless it comes into the books.
+        // Destroyed on return unless registered below.
         std::unique_ptr<ReaderControl, DiscardReader> reader(make_reader_entity(owner, use.topic(), filtered, wanted));
         if (reader == nullptr || !reader->prepare(*_port, listener, mask, code)) {
             return nullptr;
@@ -557,7 +722,7 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
         DDSDataReader* made = &reader->reader();
         {
             Lock lock(_mutex);
-            _readers.emplace(made, ReaderEntry{&owner, reader.get()});
+            _readers.emplace(made, ReaderEntry{&owner, reader.get(), use.holder()});
         }
         if (reader->enable() == DDS_RETCODE_OK) {
             reader.release();
@@ -580,6 +745,7 @@ DDS_ReturnCode_t ParticipantEntity::delete_reader(DDSSubscriber& owner, DDSDataR
         return DDS_RETCODE_BAD_PARAMETER;
     }
     ReaderControl* deleted = nullptr;
+    const char* holder = nullptr;
     {
         Lock lock(_mutex);
         const auto found = _readers.find(reader);
@@ -599,13 +765,13 @@ DDS_ReturnCode_t ParticipantEntity::delete_reader(DDSSubscriber& owner, DDSDataR
             return DDS_RETCODE_PRECONDITION_NOT_MET;
         }
         deleted = found->second.reader;
+        holder = found->second.holder;
         _readers.erase(found);
     }
     TopicEntity& topic = deleted->topic();
     ContentFilteredTopicEntity* filtered = deleted->filtered_topic();
     deleted->close();  // the object may live on for its loans, but has nothing to do with the participant any more
-    Lock lock(_mutex);
-    TopicUse::end_locked(topic, filtered);
+    end_endpoint(holder, topic, filtered);
     return DDS_RETCODE_OK;
 }
 
@@ -651,17 +817,21 @@ DDS_ReturnCode_t ParticipantEntity::get_default_datareader_qos_for_topic(DDS_Dat
     return topic_name != nullptr ? get_default_datareader_qos(qos) : DDS_RETCODE_BAD_PARAMETER;
 }
 
-DDS_ReturnCode_t ParticipantEntity::delete_contained_entities() {
+DDS_ReturnCode_t ParticipantEntity::delete_endpoints_without_holder() {
     return or_out_of_memory("DDSDomainParticipant::delete_contained_entities", DDS_RETCODE_OUT_OF_RESOURCES, [&] {
         std::vector<std::pair<DDSSubscriber*, DDSDataReader*>> readers;
         std::vector<std::pair<DDSPublisher*, DDSDataWriter*>> writers;
         {
             Lock lock(_mutex);
             for (const auto& entry : _readers) {
-                readers.emplace_back(entry.second.owner, &entry.second.reader->reader());
+                if (entry.second.holder == nullptr) {
+                    readers.emplace_back(entry.second.owner, &entry.second.reader->reader());
+                }
             }
             for (const auto& entry : _writers) {
-                writers.emplace_back(entry.second.owner, entry.second.writer.get());
+                if (entry.second.holder == nullptr) {
+                    writers.emplace_back(entry.second.owner, entry.second.writer.get());
+                }
             }
         }
         DDS_ReturnCode_t code = DDS_RETCODE_OK;
@@ -673,16 +843,32 @@ DDS_ReturnCode_t ParticipantEntity::delete_contained_entities() {
             const DDS_ReturnCode_t deleted = delete_writer(*entry.first, entry.second);
             code = code == DDS_RETCODE_OK ? deleted : code;
         }
-        if (code != DDS_RETCODE_OK) {
-            return code;
-        }
-        Lock lock(_mutex);
-        _publishers.clear();
-        _subscribers.clear();
-        _filtered_topics.clear();
-        _topics.clear();
-        return DDS_RETCODE_OK;
+        return code;
     });
+}
+
+DDS_ReturnCode_t ParticipantEntity::delete_contained_entities() {
+    constexpr const char* METHOD = "DDSDomainParticipant::delete_contained_entities";
+    {
+        Lock lock(_mutex);
+        if (_held_endpoints > 0 || !_holdings.empty()) {
+            log_error(METHOD, [this] {
+                return "nothing is deleted, since there is still in use: " + held_endpoints_locked() +
+                       "; destroy the requesters, repliers and services first";
+            });
+            return DDS_RETCODE_PRECONDITION_NOT_MET;
+        }
+    }
+    const DDS_ReturnCode_t code = delete_endpoints_without_holder();
+    if (code != DDS_RETCODE_OK) {
+        return code;
+    }
+    Lock lock(_mutex);
+    _publishers.clear();
+    _subscribers.clear();
+    _filtered_topics.clear();
+    _topics.clear();
+    return DDS_RETCODE_OK;
 }
 
 }  // namespace mw
@@ -691,3 +877,6 @@ DDS_ReturnCode_t ParticipantEntity::delete_contained_entities() {
 DDSPublisherListener::~DDSPublisherListener() = default;
 DDSSubscriberListener::~DDSSubscriberListener() = default;
 DDSDomainParticipantListener::~DDSDomainParticipantListener() = default;
+
+DDS_ReturnCode_t DDSDomainParticipant::begin_holding(const char*) { return DDS_RETCODE_OK; }
+void DDSDomainParticipant::end_holding() {}

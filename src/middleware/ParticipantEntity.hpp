@@ -2,9 +2,11 @@
 // The participant: its types, topics, publishers and subscribers, and the endpoints in them.
 //
 // Invariants:
-// 1. The mutex guards the books: which types, topics, publishers, subscribers and endpoints there are, and what uses what. It is never
+// 1. The mutex guards the registry: which types, topics, publishers, subscribers and endpoints there are, and what uses what. It is never
 //    held while an engine is called, since that may run a listener.
-// 2. An object that is given in is looked up in the books by its address before it is touched: a foreign or deleted one is refused.
+// 2. An object that is given in is looked up in the registry by its address before it is touched: a foreign or deleted one is refused.
+// 3. A released participant owns itself until the last endpoint with a holder is deleted. The thread that deletes it destroys the
+//    participant; every other deletion has passed its last section under the mutex by then.
 #ifndef NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP
 #define NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP
 
@@ -13,6 +15,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "middleware/DataReaderEntity.hpp"
 #include "middleware/DataWriterEntity.hpp"
@@ -34,6 +38,11 @@ public:
     /// Joins the domain. @return false when the engine refused; the log says why.
     bool prepare(const DDS_DomainParticipantQos& qos);
     bool is_empty() noexcept;
+    /// @return what there is, in words for the log: the first few entities, and how many more.
+    std::string contents();
+    /// Destroys a participant with all that is in it, now or with the last endpoint that has a holder.
+    /// @return as DDSDomainParticipantFactory::release_participant.
+    static DDS_ReturnCode_t release(std::unique_ptr<ParticipantEntity> participant);
 
     DDS_DomainId_t get_domain_id() override { return _domain_id; }
     DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos& qos) override;
@@ -72,6 +81,8 @@ public:
     DDS_ReturnCode_t get_default_datawriter_qos_for_topic(DDS_DataWriterQos& qos, const char* topic_name) override;
     DDS_ReturnCode_t get_default_datareader_qos_for_topic(DDS_DataReaderQos& qos, const char* topic_name) override;
     DDS_ReturnCode_t delete_contained_entities() override;
+    DDS_ReturnCode_t begin_holding(const char* holder) override;
+    void end_holding() override;
 
     DDSStatusCondition* get_statuscondition() override { return _status.condition(); }
     DDS_StatusMask get_status_changes() override { return 0; }
@@ -87,23 +98,47 @@ public:
 
 private:
     typedef std::lock_guard<std::mutex> Lock;
+    // Looked up by plain characters: a look-up allocates nothing.
+    typedef std::map<std::string, std::unique_ptr<TopicEntity>, std::less<>> Topics;
 
-    template <typename Names>
-    bool is_name_taken_locked(const char* method, const char* name, const Names& names);
+    class TopicUse;
+
+    // What came to its end under the mutex. Destroyed without it: that runs code of types and of the engine.
+    struct Ended {
+        Ended() = default;
+        Ended(const Ended&) = delete;
+        Ended& operator=(const Ended&) = delete;
+        ~Ended();
+
+        std::unique_ptr<ParticipantEntity> participant;
+        Topics topics;
+    };
+
+    // A span in which a thread makes what has a holder.
+    struct Holding {
+        std::thread::id thread;
+        int listener_depth;  // of the thread at its beginning: inside a further listener it is not that holder's doing
+        const char* holder;
+    };
+
     TopicEntity* find_topic_locked(const DDSTopicDescription* topic) noexcept;
     ContentFilteredTopicEntity* find_filtered_topic_locked(const DDSTopicDescription* topic) noexcept;
-    bool is_owner_used_locked(const DDSEntity& owner) noexcept;
     bool type_may_travel(const char* method, const TopicEntity& topic);
-    DDSPublisher* own_publisher() noexcept;
-    DDSSubscriber* own_subscriber() noexcept;
+    const char* holder_locked() const noexcept;
+    void end_use_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered, Ended& ended) noexcept;
+    void end_endpoint(const char* holder, TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept;
+    std::string held_endpoints_locked() const;
+    DDS_ReturnCode_t delete_endpoints_without_holder();
 
     struct WriterEntry {
         DDSPublisher* owner;
         std::unique_ptr<DataWriterEntity> writer;
+        const char* holder;  // null: none
     };
     struct ReaderEntry {
         DDSSubscriber* owner;
         ReaderControl* reader;
+        const char* holder;  // null: none
     };
 
     const DDS_DomainId_t _domain_id;
@@ -113,9 +148,8 @@ private:
     QuietStatus _status{*this};
 
     std::mutex _mutex;
-    // Looked up by plain characters: a look-up allocates nothing.
     std::map<std::string, std::shared_ptr<const DDS_TypeOperations>, std::less<>> _types;
-    std::map<std::string, std::unique_ptr<TopicEntity>, std::less<>> _topics;
+    Topics _topics;
     std::map<std::string, std::unique_ptr<ContentFilteredTopicEntity>, std::less<>> _filtered_topics;
     std::map<const DDSPublisher*, std::unique_ptr<PublisherEntity>> _publishers;
     std::map<const DDSSubscriber*, std::unique_ptr<SubscriberEntity>> _subscribers;
@@ -125,6 +159,9 @@ private:
     DDS_DataReaderQos _default_reader_qos;
     std::unique_ptr<PublisherEntity> _own_publisher;  // of endpoints that are made through the participant
     std::unique_ptr<SubscriberEntity> _own_subscriber;
+    std::vector<Holding> _holdings;
+    std::size_t _held_endpoints = 0;           // those being deleted included
+    std::unique_ptr<ParticipantEntity> _self;  // once released
 };
 
 }  // namespace mw

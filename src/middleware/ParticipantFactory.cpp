@@ -69,13 +69,32 @@ DDS_ReturnCode_t ParticipantFactory::delete_participant(DDSDomainParticipant* pa
             return DDS_RETCODE_BAD_PARAMETER;
         }
         if (!found->second->is_empty()) {
-            log_error(METHOD, "the participant still has entities; delete them first, or call delete_contained_entities");
+            log_error(METHOD, [&] {
+                return "the participant still has " + found->second->contents() +
+                       "; delete them first, or call delete_contained_entities (a requester, replier or service is destroyed)";
+            });
             return DDS_RETCODE_PRECONDITION_NOT_MET;
         }
         deleted = std::move(found->second);
         _participants.erase(found);
     }
     return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t ParticipantFactory::release_participant(DDSDomainParticipant* participant) {
+    std::unique_ptr<ParticipantEntity> released;
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        const auto found = _participants.find(participant);
+        if (found == _participants.end()) {
+            log_error("DDSDomainParticipantFactory::release_participant",
+                      "the participant is null, deleted already, or was not made by this factory");
+            return DDS_RETCODE_BAD_PARAMETER;
+        }
+        released = std::move(found->second);
+        _participants.erase(found);
+    }
+    return ParticipantEntity::release(std::move(released));
 }
 
 }  // namespace mw

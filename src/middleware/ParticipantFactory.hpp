@@ -19,6 +19,7 @@ public:
     DDSDomainParticipant* create_participant(DDS_DomainId_t domain_id, const DDS_DomainParticipantQos& qos,
                                              DDSDomainParticipantListener* listener, DDS_StatusMask mask) override;
     DDS_ReturnCode_t delete_participant(DDSDomainParticipant* participant) override;
+    DDS_ReturnCode_t release_participant(DDSDomainParticipant* participant) override;
 
     DDS_ReturnCode_t get_datawriter_qos_from_profile_for_topic(DDS_DataWriterQos& qos, const char* library_name,
                                                                const char* profile_name, const char* topic_name) override {

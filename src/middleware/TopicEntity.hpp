@@ -36,7 +36,8 @@ public:
     /// Of the waits on all its readers.
     const std::shared_ptr<SpinHistory>& spin_history() const noexcept { return _spin_history; }
 
-    unsigned users = 0;  // endpoints and content-filtered topics
+    unsigned users = 0;                // endpoints and content-filtered topics
+    bool goes_with_last_user = false;  // made for a holder, and not seen by the application
 
 private:
     DDSDomainParticipant& _participant;

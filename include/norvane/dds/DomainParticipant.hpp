@@ -8,7 +8,7 @@
 #include "norvane/dds/Topic.hpp"
 #include "norvane/dds/TypeSupport.hpp"
 
-/// Tells of what happens to a participant. Nothing does so far.
+/// Is called when a status of a participant changes. A participant has no statuses so far.
 class NORVANE_EXPORT DDSDomainParticipantListener {
 public:
     virtual ~DDSDomainParticipantListener();
@@ -16,7 +16,7 @@ public:
 
 /// Membership in a domain. Endpoints meet when their participants are in the same domain and on engines that reach each other.
 ///
-/// An object of one participant given to another is refused with DDS_RETCODE_BAD_PARAMETER or null.
+/// An object of one participant that is given to another is refused: a deletion with DDS_RETCODE_PRECONDITION_NOT_MET, a creation with null.
 /// @par Threads  Any operation from any thread.
 class NORVANE_EXPORT DDSDomainParticipant : public DDSEntity {
 public:
@@ -50,6 +50,8 @@ public:
     /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET when it is not this participant's or an
     ///         endpoint or a content-filtered topic uses it.
     virtual DDS_ReturnCode_t delete_topic(DDSTopic* topic) = 0;
+    /// Finds a topic or content-filtered topic by name. A topic that was to go with its last user (see `begin_holding`) stays from then on,
+    /// until the application deletes it.
     /// @return the topic or content-filtered topic of that name in this participant; null when there is none.
     virtual DDSTopicDescription* lookup_topicdescription(const char* name) = 0;
 
@@ -93,8 +95,21 @@ public:
 
     /// Deletes everything that the participant made, in the order that each deletion asks for: conditions, readers, writers,
     /// publishers, subscribers, content-filtered topics, topics. Loans out keep their reader's memory until they are returned.
-    /// @return DDS_RETCODE_OK; DDS_RETCODE_PRECONDITION_NOT_MET when called from inside a listener of one of them.
+    /// @return DDS_RETCODE_OK; DDS_RETCODE_PRECONDITION_NOT_MET when called from inside a listener of one of them, or while an endpoint has
+    ///         a holder (see `begin_holding`): then nothing is deleted, and the log names the endpoints.
     virtual DDS_ReturnCode_t delete_contained_entities() = 0;
+
+    /// Says that what the calling thread makes here, until `end_holding`, has a holder: an object such as a requester, which keeps pointers
+    /// to its endpoints and deletes them itself. May be nested. Listeners that run meanwhile are not concerned.
+    ///
+    /// An endpoint with a holder is not deleted by `delete_contained_entities`, and keeps its participant alive
+    /// (DDSDomainParticipantFactory::release_participant). A topic that is made goes with its last endpoint and content-filtered topic. One
+    /// that the application makes or looks up, before or after, is the application's, and stays until it is deleted.
+    /// @param holder  what the holder is, for the log: "Requester". Not null; lives as long as the process.
+    /// @return DDS_RETCODE_OK; DDS_RETCODE_OUT_OF_RESOURCES when memory is short: then `end_holding` must not follow.
+    virtual DDS_ReturnCode_t begin_holding(const char* holder);
+    /// Ends what the last `begin_holding` of the calling thread began. Without one it does nothing.
+    virtual void end_holding();
 };
 
 #endif

@@ -28,6 +28,15 @@ public:
     /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null or what this factory did not make; DDS_RETCODE_PRECONDITION_NOT_MET while
     ///         it still has entities (topics included: see DDSDomainParticipant::delete_contained_entities).
     virtual DDS_ReturnCode_t delete_participant(DDSDomainParticipant* participant) = 0;
+    /// Deletes a participant with everything in it, as soon as that is safe: at once, or, while endpoints have a holder
+    /// (DDSDomainParticipant::begin_holding), together with the last of those. Until then it works as before, and the log names the endpoints.
+    /// The caller must not use the participant any more, nor what it made there itself.
+    ///
+    /// A participant whose last entity is deleted from inside a listener stays until the process ends, since the listener's thread may be the
+    /// engine's own: the log says so.
+    /// @return DDS_RETCODE_OK when it is gone; DDS_RETCODE_PRECONDITION_NOT_MET when it goes later; DDS_RETCODE_BAD_PARAMETER for null or what
+    ///         this factory did not make.
+    virtual DDS_ReturnCode_t release_participant(DDSDomainParticipant* participant) = 0;
 
     /// Fills `qos` from the settings of a profile that suit a topic: of those whose topic filter matches, the one added last.
     /// @param library_name, profile_name  not null. @param topic_name  null means the settings without a topic filter.

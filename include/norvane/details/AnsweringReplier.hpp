@@ -44,6 +44,10 @@ public:
 protected:
     AnsweringReplier();
 
+    /// As ReplierUntypedImpl::initialize; the participant learns that the endpoints have a holder.
+    void initialize(const EntityParams& params, RegisterTypeFunc register_request_type, RegisterTypeFunc register_reply_type,
+                    int request_size, DDSDataReaderListener* reader_listener, bool is_string);
+
     void get_datareader_qos(DDS_DataReaderQos& qos, const EntityParams& params, const char* topic_name,
                             const char* role_name) override;
 

@@ -40,6 +40,7 @@ struct OpenCall {
 
 /// Where asynchronous calls wait for their replies. See norvane::Dispatcher.
 class DispatcherLink;
+class HoldingSpan;
 
 class NORVANE_EXPORT CallingRequester : public RequesterUntypedImpl {
 public:
@@ -133,6 +134,10 @@ protected:
     std::shared_ptr<DispatcherLink> _dispatcher_link;
 
 private:
+    /// @param span  lasts until the endpoints are made.
+    CallingRequester(const HoldingSpan& span, const RequesterParams& params, Dispatcher* dispatcher,
+                     RegisterTypeFunc register_request_type, RegisterTypeFunc register_reply_type, int reply_size, bool is_string);
+
     [[noreturn]] void throw_nobody(const char* method_name, const Timeout& timeout);
     DDS_ReturnCode_t write_request(const void* request, DDS_WriteParams_t& params, const char* method_name);
     OpenCall opened(const DDS_SampleIdentity_t& request_id, std::uint64_t newest_replier);
