@@ -2,8 +2,8 @@
 // The seam. Above it: sample states, conditions, index, wait sets, loans, filters, QoS records. Below it, an engine: makes
 // endpoints, moves a sample with its identities to the matching readers, reports peers, tells the time, and closes.
 //
-// Downcalls (to ports) come from any thread, with no lock of the middleware held. Upcalls (to sinks) are noexcept; they never block,
-// write, call back into the engine, or take a lock that is held across a call into the engine; `announce` alone runs user code, and is
+// Downcalls (to ports) come from any thread, with no lock of the middleware held. Upcalls (to sinks) are noexcept; they never
+// block, write, call the engine, or take a lock that is held across a call of the engine. Only `announce` runs user code; it is
 // called with no lock of the engine held. Lock order: engine, store, wait set.
 // Nothing crosses the seam as an exception.
 #ifndef NORVANE_MIDDLEWARE_ENGINE_HPP
@@ -49,7 +49,7 @@ struct Sample {
     SampleMetadata metadata;
 };
 
-/// Makes samples of one type. Lives until its owner and every one of its samples have let go of it.
+/// Makes samples of one type. Lives until its owner and all of its samples have released it.
 class SamplePool {
 public:
     /// Copies a sample of the type. @return one reference; null when memory is short or the copy threw.
@@ -61,7 +61,7 @@ public:
     /// Encodes a sample. @return octets written; 0 when it cannot be encoded, or does not fit.
     virtual std::size_t encode(const void* data, std::uint8_t* octets, std::size_t capacity) noexcept = 0;
     virtual const DDS_TypeOperations& type() const noexcept = 0;
-    /// Takes a sample back that nobody refers to any more.
+    /// Takes back a sample that has no reference left.
     virtual void take_back(Sample& sample) noexcept = 0;
 
 protected:
@@ -71,7 +71,7 @@ protected:
 inline void retain(Sample& sample) noexcept { sample.references.fetch_add(1, std::memory_order_relaxed); }
 
 inline void release(Sample& sample) noexcept {
-    // The only reference needs no atomic decrement: nobody else can make another one.
+    // The only reference needs no atomic decrement: another one can only be made from it.
     if (sample.references.load(std::memory_order_acquire) == 1 || sample.references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         sample.pool->take_back(sample);
     }
@@ -112,7 +112,7 @@ struct PeerEvent {
     DDS_Long requested = 0;
 };
 
-/// Hears of an endpoint's peers.
+/// Receives the events of an endpoint's peers.
 class PeerSink {
 public:
     /// @return whether `announce` is wanted.
@@ -136,16 +136,17 @@ enum class Admission {
 /// Takes a reader's samples in.
 class SampleSink : public PeerSink {
 public:
-    /// Asks for room. @param data  the sample, when it can be looked at; null when it is still encoded: a filter that needs it is then
-    /// evaluated by `commit`.
+    /// Asks for room. @param data  the sample; null while it is still encoded: a filter that needs it is then evaluated by
+    /// `commit`.
     virtual Admission admit(const SampleMetadata& metadata, const void* data) noexcept = 0;
     /// Gives the room of an admitted sample back. The engine itself tells the writers that wait for room there.
     virtual void abandon() noexcept = 0;
-    /// Stores an admitted sample, and takes a reference of its own. @param wake  gets the threads to wake after every lock is released.
-    /// A sample that the filter, evaluated only now, does not pass is not stored; its room is free again (as after `abandon`).
+    /// Stores an admitted sample, and takes a reference of its own. @param wake  gets the threads to wake once all locks are
+    /// released. A sample that the filter, evaluated only now, does not pass is not stored; its room is free again (as after
+    /// `abandon`).
     /// @return whether `announce` is wanted.
     virtual bool commit(Sample& sample, platform::WakeBatch& wake) noexcept = 0;
-    /// `admit` and `commit` in one step, for a sample that goes to one reader alone. @param announce  set when `announce` is wanted.
+    /// `admit` and `commit` in one step, for a sample that goes to one reader only. @param announce  set when `announce` is wanted.
     virtual Admission deliver(Sample& sample, platform::WakeBatch& wake, bool& announce) noexcept = 0;
     /// Counts a sample that was lost on its way, or dropped because a best-effort reader was full.
     /// @return whether `announce` is wanted.
@@ -205,7 +206,7 @@ public:
     /// @return OK; TIMEOUT; OUT_OF_RESOURCES; BAD_PARAMETER for a number that is not above those used, UNSUPPORTED where the engine
     ///         assigns all of them; ALREADY_DELETED once closed.
     virtual DDS_ReturnCode_t write(const WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept = 0;
-    /// Counted below the seam: once `write` is through with its listeners, whoever called it may have been deleted by one of them.
+    /// Counted by the engine: the listeners that `write` runs may delete the entity that called it.
     virtual WriteCounts counts() noexcept = 0;
     /// @return OK; TIMEOUT; ALREADY_DELETED once closed.
     virtual DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept = 0;
@@ -253,10 +254,10 @@ public:
     virtual const char* name() const noexcept = 0;
     /// Whether samples leave the process, so that types must be encodable.
     virtual bool leaves_process() const noexcept = 0;
-    /// Whether a sample that is written may stay here while its thread goes on writing, so that several leave together. Threads then call
-    /// `send_deferred` before they wait, and when they look for samples and find none.
+    /// Whether the engine may hold a written sample back while its thread goes on writing, so that several are sent together.
+    /// Threads then call `send_deferred` before they wait, and when they read and find no sample.
     virtual bool defers() const noexcept { return false; }
-    /// Has what the calling thread wrote leave now.
+    /// Sends now what the calling thread wrote and the engine holds back.
     virtual void send_deferred() noexcept {}
     virtual std::unique_ptr<DomainPort> join(const DomainSettings& settings, DDS_ReturnCode_t& code, std::string& failure) = 0;
 

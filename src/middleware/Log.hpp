@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the middleware and the engines write a log line: the masks are looked at first, the text is built only when the line goes out.
+// How the middleware and the engines write a log line: the masks are checked first, and the text is built only for a line that goes
+// out.
 //
 // A text is a `const char*`, a `std::string`, or a callable that returns either; give a callable where building costs something.
 // Header only, on the exported logging facility, so that an engine in a module of its own logs the same way.
@@ -69,7 +70,7 @@ void log_warning(const char* method, const Text& text, const char* file = __buil
     log_line(LOG_LEVEL_WARNING, PART, file, line, method, text);
 }
 
-/// Something worth knowing when one looks for it.
+/// Something worth knowing when a problem is investigated.
 template <LogPart PART = LogPart::MIDDLEWARE, typename Text>
 void log_notice(const char* method, const Text& text, const char* file = __builtin_FILE(), int line = __builtin_LINE()) noexcept {
     log_line(LOG_LEVEL_NOTICE, PART, file, line, method, text);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A number that nobody outside the process knows: mixed into hashes, it keeps a peer from choosing what collides.
+// A random number that is unknown outside the process. Mixed into hashes, it prevents a peer from choosing keys that collide.
 #ifndef NORVANE_PLATFORM_SECRET_HPP
 #define NORVANE_PLATFORM_SECRET_HPP
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Threads to wake once every lock has been released: a thread woken earlier would run straight into the lock.
+// Threads to wake once every lock has been released: a thread woken earlier would block on the lock at once.
 //
 // The words must stay readable until the batch is flushed, although the wait set they belong to may be gone by then; waking a
-// word that somebody else uses meanwhile does no harm.
+// word that another wait set has reused meanwhile is a spurious wake-up and harmless.
 #ifndef NORVANE_PLATFORM_WAKEBATCH_HPP
 #define NORVANE_PLATFORM_WAKEBATCH_HPP
 
@@ -18,7 +18,7 @@ public:
     WakeBatch& operator=(const WakeBatch&) = delete;
     ~WakeBatch() { flush(); }
 
-    /// Notes a sleeper. When the batch is full the sleeper is woken here and now: slower, but not lost.
+    /// Notes a sleeper. When the batch is full the sleeper is woken immediately: slower, but not lost.
     void add(FutexWord& word) noexcept {
         if (_count == ROOM) {
             wake_one(word);
