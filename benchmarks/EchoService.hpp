@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is measured: requesters and a replier of one service in one process, and a thread that answers each request with its own content.
-// Thread rule: made, used and destroyed by one thread, but for the requesters themselves, which any thread may use.
+// What is measured: requesters and a replier of one service in one process, and a thread that answers each request with its own
+// content. Thread rule: made, used and destroyed by one thread, but for the requesters themselves, which any thread may use.
 #ifndef BENCH_ECHOSERVICE_HPP
 #define BENCH_ECHOSERVICE_HPP
 

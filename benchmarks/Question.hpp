@@ -57,8 +57,8 @@ enum class Unit { TIME, RATE, COUNT, OCTETS };
 /// Of a row that is only reported.
 constexpr double NO_TARGET = std::numeric_limits<double>::quiet_NaN();
 
-/// One line of the table. Its ratio is the median over the rounds of ours divided by the floor. Without a floor, its own value is held to the
-/// target: of a COUNT the mean over all rounds, since a median would hide what is rare.
+/// One line of the table. Its ratio is the median over the rounds of ours divided by the floor. Without a floor, its own value is
+/// held to the target: of a COUNT the mean over all rounds, since a median would hide what is rare.
 struct Row {
     std::string label;
     Unit unit;

@@ -74,7 +74,8 @@ void Table::ReportRuns(const std::vector<Run>& runs) {
             aggregates["median"] = aggregates["mean"] = &run;
         }
     }
-    // Google Benchmark reports the single rounds first, and the aggregates in a second call: those of a question that broke half-way too.
+    // Google Benchmark reports the single rounds first, and the aggregates in a second call: those of a question that broke
+    // half-way too.
     if (aggregates.empty() || _broken.count(question.name) > 0) {
         return;
     }

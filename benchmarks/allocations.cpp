@@ -90,8 +90,8 @@ public:
         if (seen != 1) {
             throw std::runtime_error("the counting allocator is not in use");
         }
-        // Pools grow with the most that was ever under way, and how much that is depends on who runs when: with 64 in flight they might
-        // grow once more after a long time. The steady state is what comes after that.
+        // Pools grow with the most that was ever under way, and how much that is depends on who runs when: with 64 in flight they
+        // might grow once more after a long time. The steady state is what comes after that.
         for (int round = 0; round < 10; ++round) {
             in_flight(16 * IN_FLIGHT);
             calls();

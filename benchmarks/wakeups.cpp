@@ -1,9 +1,9 @@
 // How often is a thread that waits for its reply woken without one, while T threads of one requester wait at once?
 // SPDX-License-Identifier: Apache-2.0
 //
-// What is counted: how often a thread comes back from a sleep inside one wait for its reply, less the one time that the reply was there.
-// A sleep is a futex wait with a time limit: the wait has one, and a thread that sleeps for a lock has none. The replier gathers all T
-// requests and answers the last one first.
+// What is counted: how often a thread comes back from a sleep inside one wait for its reply, less the one time that the reply was
+// there. A sleep is a futex wait with a time limit: the wait has one, and a thread that sleeps for a lock has none. The replier
+// gathers all T requests and answers the last one first.
 #include <dlfcn.h>
 #include <linux/futex.h>
 #include <sys/syscall.h>

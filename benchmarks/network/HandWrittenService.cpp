@@ -119,7 +119,8 @@ dds::DataWriterQos writer_qos() {
     qos.reliable_writer_qos().times.initialHeartbeatDelay = {0, 0};
     qos.reliable_writer_qos().times.heartbeatPeriod = {0, 10000000};
     qos.reliable_writer_qos().times.nackResponseDelay = {0, 0};
-    // With the default of 0, each sample wakes up the thread that serves the timers of Fast DDS: a round trip takes up to twice as long.
+    // With the default of 0, each sample wakes up the thread that serves the timers of Fast DDS: a round trip takes up to twice as
+    // long.
     qos.reliable_writer_qos().times.nackSupressionDuration = {0, 5000000};
     return qos;
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The floor: request-reply as one writes it by hand on the DDS layer of Fast DDS, for one requester and one replier.
 //
-// A listener takes each sample and hands it to the application's thread, which sleeps on a condition variable meanwhile. The reply carries
-// the identity of the request; the requester drops replies to others when they arrive. Buffers are used again and again.
+// A listener takes each sample and hands it to the application's thread, which sleeps on a condition variable meanwhile. The reply
+// carries the identity of the request; the requester drops replies to others when they arrive. Buffers are used again and again.
 // Thread rule: made, used and destroyed by one thread.
 #ifndef BENCH_NETWORK_HANDWRITTENSERVICE_HPP
 #define BENCH_NETWORK_HANDWRITTENSERVICE_HPP

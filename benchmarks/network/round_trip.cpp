@@ -24,7 +24,7 @@ struct Portion {
     std::size_t size;
     int calls;  ///< In a round.
 };
-constexpr Portion PORTIONS[] = {{"64 B", 64, 250},          {"4 KiB", 4096, 250},      {"64 kB", 64000, 50},  {"128 kB", 128000, 50},
+constexpr Portion PORTIONS[] = {{"64 B", 64, 250},      {"4 KiB", 4096, 250},  {"64 kB", 64000, 50}, {"128 kB", 128000, 50},
                                 {"256 kB", 256000, 20}, {"1 MiB", 1 << 20, 8}, {"4 MiB", 4 << 20, 4}};
 
 template <class Requester>

@@ -43,9 +43,9 @@ private:
 ///     norvane::Participant participant;
 ///     norvane::Requester<Question, Answer> requester(norvane::RequesterParams(participant).service_name("Oracle"));
 /// @endcode
-/// Declare it before what is made in it. Requesters, repliers and services that are still there when it is destroyed go on to work: the
-/// log names them, and the participant leaves the domain with the last of them. A program that needs other QoS makes its participant with
-/// DDSDomainParticipantFactory.
+/// Declare it before what is made in it. Requesters, repliers and services that are still there when it is destroyed go on to work:
+/// the log names them, and the participant leaves the domain with the last of them. A program that needs other QoS makes its
+/// participant with DDSDomainParticipantFactory.
 /// @par Threads  Same object: any, but destruction overlaps with nothing.
 class NORVANE_EXPORT Participant {
 public:
@@ -58,7 +58,8 @@ public:
         : Participant(ParticipantParams().domain_id(domain_id).engine(engine)) {}
     /// The same with properties. @param params  read during the call only.
     explicit Participant(const ParticipantParams& params);
-    /// Deletes the participant and what was made in it with the object API; requesters, repliers and services that remain keep it alive.
+    /// Deletes the participant and what was made in it with the object API; requesters, repliers and services that remain keep it
+    /// alive.
     ~Participant();
     Participant(const Participant&) = delete;
     Participant& operator=(const Participant&) = delete;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The free samples of a pool: a ring of places in front of a stack.
 //
-// A place is filled and emptied by one compare-and-swap. What finds no place near the end of the filled ones goes to the stack, which is
-// filled without a lock and emptied under one. Closed, it keeps nothing more: each place, and the stack, then hold a mark.
+// A place is filled and emptied by one compare-and-swap. What finds no place near the end of the filled ones goes to the stack,
+// which is filled without a lock and emptied under one. Closed, it keeps nothing more: each place, and the stack, then hold a mark.
 // Thread rule: any thread that holds a share in the pool, by its ownership or by a sample.
 #ifndef NORVANE_MIDDLEWARE_FREESAMPLES_HPP
 #define NORVANE_MIDDLEWARE_FREESAMPLES_HPP

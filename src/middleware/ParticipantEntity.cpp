@@ -224,7 +224,8 @@ const char* ParticipantEntity::holder_locked() const noexcept {
     return last != _holdings.rend() && last->listener_depth == listener_depth::depth ? last->holder : nullptr;
 }
 
-/// Ends one use of a topic, and of its filter. While a holder is being made its topic stays, since it may be about to use one that it found.
+/// Ends one use of a topic, and of its filter. While a holder is being made its topic stays, since it may be about to use one that
+/// it found.
 void ParticipantEntity::end_use_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered, Ended& ended) noexcept {
     if (filtered != nullptr) {
         --filtered->users;

@@ -2,9 +2,10 @@
 // The participant: its types, topics, publishers and subscribers, and the endpoints in them.
 //
 // Invariants:
-// 1. The mutex guards the registry: which types, topics, publishers, subscribers and endpoints there are, and what uses what. It is never
-//    held while an engine is called, since that may run a listener.
-// 2. An object that is given in is looked up in the registry by its address before it is touched: a foreign or deleted one is refused.
+// 1. The mutex guards the registry: which types, topics, publishers, subscribers and endpoints there are, and what uses what. It is
+//    never held while an engine is called, since that may run a listener.
+// 2. An object that is given in is looked up in the registry by its address before it is touched: a foreign or deleted one is
+//    refused.
 // 3. A released participant owns itself until the last endpoint with a holder is deleted. The thread that deletes it destroys the
 //    participant; every other deletion has passed its last section under the mutex by then.
 #ifndef NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Samples of one type, made once and used many times.
 //
-// The pool lives until its owner has released it and every sample is destroyed: the free ones when the owner releases it, the others
-// when they come back.
+// The pool lives until its owner has released it and every sample is destroyed: the free ones when the owner releases it, the
+// others when they come back.
 // Thread rule: any thread.
 #ifndef NORVANE_MIDDLEWARE_TYPESAMPLEPOOL_HPP
 #define NORVANE_MIDDLEWARE_TYPESAMPLEPOOL_HPP

@@ -94,7 +94,8 @@ void BadWire::carry(int from, int to, unsigned seed) {
         Clock::time_point due = Clock::now() + std::chrono::milliseconds(_manner.delay_ms);
         if (_manner.bits_per_us > 0) {
             free_at = std::max(free_at, Clock::now());
-            const double queued = std::chrono::duration<double, std::micro>(free_at - Clock::now()).count() * _manner.bits_per_us / 8;
+            const double queued =
+                std::chrono::duration<double, std::micro>(free_at - Clock::now()).count() * _manner.bits_per_us / 8;
             if (queued > QUEUE) {
                 continue;
             }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A wire between this process's network and that of a peer, which loses, delays and reorders packets, or is slow. Packets pass through this process.
-// Thread rule: made, used and destroyed by one thread.
+// A wire between this process's network and that of a peer, which loses, delays and reorders packets, or is slow. Packets pass
+// through this process. Thread rule: made, used and destroyed by one thread.
 #ifndef NORVANE_TESTS_NETWORK_BADWIRE_HPP
 #define NORVANE_TESTS_NETWORK_BADWIRE_HPP
 
@@ -16,13 +16,14 @@ namespace test {
 class BadWire {
 public:
     struct Manner {
-        double loss = 0;          ///< Share of the packets, 0 to 1, as is
-        double reordered = 0;     ///< what comes up to 3 ms late, so that others overtake it.
-        int delay_ms = 0;         ///< In each direction.
-        double bits_per_us = 0;   ///< 0: no limit. What waits for its turn is 100 KB at most.
+        double loss = 0;         ///< Share of the packets, 0 to 1, as is
+        double reordered = 0;    ///< what comes up to 3 ms late, so that others overtake it.
+        int delay_ms = 0;        ///< In each direction.
+        double bits_per_us = 0;  ///< 0: no limit. What waits for its turn is 100 KB at most.
     };
 
-    /// @param peer  a process in another network namespace. The ends are the devices `norvane0` here and `norvane1` there, without an address.
+    /// @param peer  a process in another network namespace. The ends are the devices `norvane0` here and `norvane1` there, without
+    ///              an address.
     BadWire(pid_t peer, const Manner& manner);
     ~BadWire();
     BadWire(const BadWire&) = delete;

@@ -57,8 +57,8 @@ std::string ask_together(Asker& asker, int count) {
     return "ok";
 }
 
-// @return packets and octets per call, and packets a second that were neither request nor reply, in the quietest of several windows:
-// on a busy machine some calls take so long that a heartbeat is due. Else what went wrong.
+// @return packets and octets per call, and packets a second that were neither request nor reply, in the quietest of several
+// windows: on a busy machine some calls take so long that a heartbeat is due. Else what went wrong.
 std::string measure(int requesters, bool together, const std::string& batching, const std::string& queue) {
     PeerProcess service("metered_oracle", {batching, queue});
     Participant participant(wired(batching));

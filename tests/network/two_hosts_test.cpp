@@ -61,7 +61,11 @@ int neighbour(const std::vector<std::string>&) {
             const std::size_t blank = line.find(' ', 6);
             participant = std::make_unique<Participant>(on_wire(line.substr(6, blank - 6), "-", line.substr(blank + 1)));
             service = std::make_unique<Oracle>(ReplierParams(*participant).service_name("Wire"), [](const Question& question) {
-                return Answer{question.number, question.of, std::string(question.of == "huge" ? HUGE : question.of == "large" ? LARGE : SMALL, 'x')};
+                return Answer{question.number, question.of,
+                              std::string(question.of == "huge"    ? HUGE
+                                          : question.of == "large" ? LARGE
+                                                                   : SMALL,
+                                          'x')};
             });
             std::cout << "ok" << std::endl;
         } else if (line == "leave") {
@@ -188,7 +192,10 @@ int house(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
     std::cout << "ready" << std::endl;
     for (std::string line; std::getline(std::cin, line);) {
-        std::cout << (!is_alone ? "no wire" : line.compare(0, 4, "bad ") == 0 ? call_over_bad_wire(line.substr(4)) : call_over_wire(line)) << std::endl;
+        std::cout << (!is_alone                         ? "no wire"
+                      : line.compare(0, 4, "bad ") == 0 ? call_over_bad_wire(line.substr(4))
+                                                        : call_over_wire(line))
+                  << std::endl;
     }
     return 0;
 }
@@ -223,7 +230,8 @@ class BadWires : public ::testing::TestWithParam<Badness> {};
 INSTANTIATE_TEST_SUITE_P(With, BadWires,
                          ::testing::Values(Badness{"no_fault", "0 0 0 0", 1.5}, Badness{"loss_of_1_percent", "0.01 0 0 0", 3},
                                            Badness{"loss_of_10_percent", "0.1 0 0 0", 5},
-                                           Badness{"reordering_of_25_percent", "0 0.25 0 0", 3}, Badness{"delay_of_50_ms", "0 0 50 0", 3},
+                                           Badness{"reordering_of_25_percent", "0 0.25 0 0", 3},
+                                           Badness{"delay_of_50_ms", "0 0 50 0", 3},
                                            Badness{"loss_and_delay_of_10_ms", "0.01 0 10 0", 3},
                                            Badness{"ten_megabit_per_second", "0 0 0 10", 3}),
                          [](const auto& test) { return test.param.name; });

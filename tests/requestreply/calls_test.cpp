@@ -388,7 +388,8 @@ TEST_P(Calls, a_participant_is_made_of_its_parameters_or_names_what_was_refused)
     EXPECT_EQ("x!", requester.call("x", PATIENCE));
 }
 
-// A default-constructed reader lost four requests of five without a line, and a QoS copied from an endpoint was refused for its GUID.
+// A default-constructed reader lost four requests of five without a line, and a QoS copied from an endpoint was refused for its
+// GUID.
 TEST_P(Calls, take_a_qos_of_ones_own_from_the_defaults_or_from_another_endpoint) {
     LogCapture log;
     Echo first(replier_params());

@@ -36,13 +36,14 @@ struct NORVANE_EXPORT DDS_DataReader {
 ///                                empty one) is accepted: the reader lends, and never copies into the caller's buffer.
 /// @param reserved                null.
 /// @param sample_size             octets of one sample; must be the size of the reader's type.
-/// @param max_samples             at most so many; DDS_LENGTH_UNLIMITED for all. 0 and other negative counts find nothing. A take is
-///                                bounded by `max_samples_per_read` of the reader's QoS besides.
+/// @param max_samples             at most so many; DDS_LENGTH_UNLIMITED for all. 0 and other negative counts find nothing. A take
+///                                is bounded by `max_samples_per_read` of the reader's QoS besides.
 /// @param condition               a live condition of this reader. Not null.
 /// @param take                    whether to take.
 /// @return DDS_RETCODE_OK with at least one sample; DDS_RETCODE_NO_DATA; DDS_RETCODE_BAD_PARAMETER for a null argument, another
-///         reader's condition, or another sample size; DDS_RETCODE_PRECONDITION_NOT_MET when `info_seq` holds memory or a loan, or the
-///         data sequence is not empty; DDS_RETCODE_ALREADY_DELETED for a deleted condition or reader; DDS_RETCODE_OUT_OF_RESOURCES.
+///         reader's condition, or another sample size; DDS_RETCODE_PRECONDITION_NOT_MET when `info_seq` holds memory or a loan, or
+///         the data sequence is not empty; DDS_RETCODE_ALREADY_DELETED for a deleted condition or reader;
+///         DDS_RETCODE_OUT_OF_RESOURCES.
 /// @par Threads  Same reader: any.
 /// @par Blocks   Never.
 NORVANE_EXPORT DDS_ReturnCode_t DDS_DataReader_read_or_take_w_condition_untypedI(
@@ -52,8 +53,8 @@ NORVANE_EXPORT DDS_ReturnCode_t DDS_DataReader_read_or_take_w_condition_untypedI
 
 /// Returns a loan. Any number may be out at once, and they come back in any order, from any thread.
 /// @param received_data, info_seq  as the read gave them. Afterwards `info_seq` is empty and owning.
-/// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET for what this reader has not lent, or has
-///         back already: nothing changes then.
+/// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET for what this reader has not lent,
+///         or has back already: nothing changes then.
 /// @par Blocks  Never.
 NORVANE_EXPORT DDS_ReturnCode_t DDS_DataReader_return_loan_untypedI(DDS_DataReader* reader, void** received_data,
                                                                     DDS_SampleInfoSeq& info_seq);
@@ -127,8 +128,8 @@ public:
     /// Closes a key. Its samples that were not taken are dropped and counted.
     virtual DDS_ReturnCode_t close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) = 0;
 
-    /// Leaves the domain for good, before the reader is deleted: writers see it go, and nothing is received any more. What was received can
-    /// still be read and taken. May overlap with every other operation but deletion.
+    /// Leaves the domain for good, before the reader is deleted: writers see it go, and nothing is received any more. What was
+    /// received can still be read and taken. May overlap with every other operation but deletion.
     /// @return DDS_RETCODE_OK, also when it has left already; DDS_RETCODE_PRECONDITION_NOT_MET from inside its listener.
     /// @par Blocks  While its listener runs.
     virtual DDS_ReturnCode_t leave_domain() = 0;

@@ -22,11 +22,11 @@ struct NORVANE_EXPORT DDS_DataWriter {
 /// @param reserved  null.
 /// @param data      one sample of the writer's type; borrowed for the call.
 /// @param params    see DDS_WriteParams_t; `identity` gets the assigned identity.
-/// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null or an identity that is not this writer's to use; DDS_RETCODE_UNSUPPORTED
-///         for a sequence number that is not automatic, on an engine that assigns them all; DDS_RETCODE_TIMEOUT when there was no room
-///         within the reliability policy's `max_blocking_time`; DDS_RETCODE_OUT_OF_RESOURCES when memory is short or the sample cannot be
-///         copied; DDS_RETCODE_ALREADY_DELETED when the writer is deleted meanwhile. A write that fails stores nothing and uses up no
-///         number.
+/// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null or an identity that is not this writer's to use;
+///         DDS_RETCODE_UNSUPPORTED for a sequence number that is not automatic, on an engine that assigns them all;
+///         DDS_RETCODE_TIMEOUT when there was no room within the reliability policy's `max_blocking_time`;
+///         DDS_RETCODE_OUT_OF_RESOURCES when memory is short or the sample cannot be copied; DDS_RETCODE_ALREADY_DELETED when the
+///         writer is deleted meanwhile. A write that fails stores nothing and uses up no number.
 /// @par Threads  Same writer: any; distinct `params`.
 /// @par Blocks   Up to `max_blocking_time`; never inside a listener.
 NORVANE_EXPORT DDS_ReturnCode_t DDS_DataWriter_write_w_params_untyped_generalI(DDS_DataWriter* writer, void* reserved,

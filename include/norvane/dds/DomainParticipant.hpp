@@ -16,7 +16,8 @@ public:
 
 /// Membership in a domain. Endpoints meet when their participants are in the same domain and on engines that reach each other.
 ///
-/// An object of one participant that is given to another is refused: a deletion with DDS_RETCODE_PRECONDITION_NOT_MET, a creation with null.
+/// An object of one participant that is given to another is refused: a deletion with DDS_RETCODE_PRECONDITION_NOT_MET, a creation
+/// with null.
 /// @par Threads  Any operation from any thread.
 class NORVANE_EXPORT DDSDomainParticipant : public DDSEntity {
 public:
@@ -35,7 +36,8 @@ public:
     /// @return as DDSTypeSupport::register_type.
     virtual DDS_ReturnCode_t register_type(const char* type_name, const std::shared_ptr<const DDS_TypeOperations>& type) = 0;
     /// Forgets a type name.
-    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for an unknown name; DDS_RETCODE_PRECONDITION_NOT_MET while a topic uses it.
+    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for an unknown name; DDS_RETCODE_PRECONDITION_NOT_MET while a topic uses
+    /// it.
     virtual DDS_ReturnCode_t unregister_type(const char* type_name) = 0;
     /// @return the operations registered under the name; null when there are none.
     virtual std::shared_ptr<const DDS_TypeOperations> lookup_type(const char* type_name) = 0;
@@ -44,14 +46,15 @@ public:
     /// service at once all succeed.
     /// @param topic_name  not null, not empty, at most 255 characters.
     /// @param type_name   a registered type.
-    /// @return the topic; null when the type is unknown, or the name is taken by a topic of another type or a content-filtered topic.
+    /// @return the topic; null when the type is unknown, or the name is taken by a topic of another type or a content-filtered
+    /// topic.
     virtual DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos,
                                    DDSTopicListener* listener, DDS_StatusMask mask) = 0;
-    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET when it is not this participant's or an
-    ///         endpoint or a content-filtered topic uses it.
+    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET when it is not this
+    ///         participant's or an endpoint or a content-filtered topic uses it.
     virtual DDS_ReturnCode_t delete_topic(DDSTopic* topic) = 0;
-    /// Finds a topic or content-filtered topic by name. A topic that was to go with its last user (see `begin_holding`) stays from then on,
-    /// until the application deletes it.
+    /// Finds a topic or content-filtered topic by name. A topic that was to go with its last user (see `begin_holding`) stays from
+    /// then on, until the application deletes it.
     /// @return the topic or content-filtered topic of that name in this participant; null when there is none.
     virtual DDSTopicDescription* lookup_topicdescription(const char* name) = 0;
 
@@ -64,8 +67,8 @@ public:
     virtual DDSContentFilteredTopic* create_contentfilteredtopic(const char* name, DDSTopic* related_topic,
                                                                  const char* filter_expression,
                                                                  const DDS_StringSeq& expression_parameters) = 0;
-    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET when it is not this participant's or a
-    ///         reader uses it.
+    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET when it is not this
+    ///         participant's or a reader uses it.
     virtual DDS_ReturnCode_t delete_contentfilteredtopic(DDSContentFilteredTopic* topic) = 0;
 
     virtual DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener, DDS_StatusMask mask) = 0;
@@ -95,16 +98,16 @@ public:
 
     /// Deletes everything that the participant made, in the order that each deletion asks for: conditions, readers, writers,
     /// publishers, subscribers, content-filtered topics, topics. Loans out keep their reader's memory until they are returned.
-    /// @return DDS_RETCODE_OK; DDS_RETCODE_PRECONDITION_NOT_MET when called from inside a listener of one of them, or while an endpoint has
-    ///         a holder (see `begin_holding`): then nothing is deleted, and the log names the endpoints.
+    /// @return DDS_RETCODE_OK; DDS_RETCODE_PRECONDITION_NOT_MET when called from inside a listener of one of them, or while an
+    ///         endpoint has a holder (see `begin_holding`): then nothing is deleted, and the log names the endpoints.
     virtual DDS_ReturnCode_t delete_contained_entities() = 0;
 
-    /// Says that what the calling thread makes here, until `end_holding`, has a holder: an object such as a requester, which keeps pointers
-    /// to its endpoints and deletes them itself. May be nested. Listeners that run meanwhile are not concerned.
+    /// Says that what the calling thread makes here, until `end_holding`, has a holder: an object such as a requester, which keeps
+    /// pointers to its endpoints and deletes them itself. May be nested. Listeners that run meanwhile are not concerned.
     ///
     /// An endpoint with a holder is not deleted by `delete_contained_entities`, and keeps its participant alive
-    /// (DDSDomainParticipantFactory::release_participant). A topic that is made goes with its last endpoint and content-filtered topic. One
-    /// that the application makes or looks up, before or after, is the application's, and stays until it is deleted.
+    /// (DDSDomainParticipantFactory::release_participant). A topic that is made goes with its last endpoint and content-filtered
+    /// topic. One that the application makes or looks up, before or after, is the application's, and stays until it is deleted.
     /// @param holder  what the holder is, for the log: "Requester". Not null; lives as long as the process.
     /// @return DDS_RETCODE_OK; DDS_RETCODE_OUT_OF_RESOURCES when memory is short: then `end_holding` must not follow.
     virtual DDS_ReturnCode_t begin_holding(const char* holder);

@@ -29,8 +29,8 @@ public:
     virtual DDSDataWriter* create_datawriter(DDSTopic* topic, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener,
                                              DDS_StatusMask mask) = 0;
     /// Deletes a data writer. Threads that are blocked in its write return with DDS_RETCODE_ALREADY_DELETED first.
-    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET for a writer of another publisher, or
-    ///         from inside the writer's listener.
+    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET for a writer of another
+    ///         publisher, or from inside the writer's listener.
     virtual DDS_ReturnCode_t delete_datawriter(DDSDataWriter* writer) = 0;
 };
 

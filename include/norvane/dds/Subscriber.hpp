@@ -29,8 +29,8 @@ public:
     virtual DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
                                              DDSDataReaderListener* listener, DDS_StatusMask mask) = 0;
     /// Deletes a data reader; one with loans out is closed, and goes with its last loan.
-    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET for a reader of another subscriber, one
-    ///         that still has conditions, or from inside the reader's listener.
+    /// @return DDS_RETCODE_OK; DDS_RETCODE_BAD_PARAMETER for null; DDS_RETCODE_PRECONDITION_NOT_MET for a reader of another
+    ///         subscriber, one that still has conditions, or from inside the reader's listener.
     /// @par Blocks  While the reader's listener runs on another thread.
     virtual DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) = 0;
 };

@@ -78,8 +78,8 @@ struct DDS_TypeOperations {
     bool (*read_field)(const DDS_TypeOperations& type, const void* sample, int field, DDS_FieldValue* value);
 
     /// Optional: null when every value can be encoded. Tells of a sample whether it cannot be, and why. Does not allocate or throw.
-    /// @param reason    when it cannot: gets the first value that cannot be encoded, and what is wrong with it, for example "Order.lines[3].name:
-    ///                  a NUL inside a string". Cut off to fit, and terminated.
+    /// @param reason    when it cannot: gets the first value that cannot be encoded, and what is wrong with it, for example
+    ///                  "Order.lines[3].name: a NUL inside a string". Cut off to fit, and terminated.
     /// @param capacity  of `reason`; 0 for none.
     /// @return whether the sample cannot be encoded.
     bool (*unencodable)(const DDS_TypeOperations& type, const void* sample, char* reason, std::size_t capacity) = nullptr;

@@ -36,8 +36,8 @@ public:
     /// @param active_conditions  gets the very pointers that were attached and hold; empty unless the result is OK.
     /// @param timeout            DDS_DURATION_ZERO looks once; a negative one is a time-out whatever holds;
     ///                           DDS_DURATION_INFINITE never gives up.
-    /// @return DDS_RETCODE_OK with at least one condition; DDS_RETCODE_TIMEOUT; DDS_RETCODE_PRECONDITION_NOT_MET when another thread
-    ///         is waiting; DDS_RETCODE_OUT_OF_RESOURCES when the sequence cannot hold the result; or the code with which a
+    /// @return DDS_RETCODE_OK with at least one condition; DDS_RETCODE_TIMEOUT; DDS_RETCODE_PRECONDITION_NOT_MET when another
+    ///         thread is waiting; DDS_RETCODE_OUT_OF_RESOURCES when the sequence cannot hold the result; or the code with which a
     ///         reader whose condition is attached was interrupted.
     /// @par Blocks  Up to `timeout`.
     virtual DDS_ReturnCode_t wait(DDSConditionSeq& active_conditions, const DDS_Duration_t& timeout);

@@ -49,7 +49,8 @@ struct DDS_WriteParams_t {
     /// Time to stamp the sample with; `DDS_TIME_INVALID` means the time of the write.
     DDS_Time_t source_timestamp = DDS_TIME_INVALID;
     DDS_Cookie_t cookie;
-    /// Longest time that this write may block, when that is shorter than the writer's own `max_blocking_time`. Infinite: the writer's own.
+    /// Longest time that this write may block, when that is shorter than the writer's own `max_blocking_time`. Infinite: the
+    /// writer's own.
     DDS_Duration_t max_blocking_time = DDS_DURATION_INFINITE;
 };
 

@@ -58,7 +58,8 @@ struct NORVANE_EXPORT DDS_KeyedOctets {
 
     /// Holds nothing: null, 0, null.
     DDS_KeyedOctets();
-    /// Allocates an empty key with room for `key_size` characters and `size` octets, all zero. A negative size leaves that one null.
+    /// Allocates an empty key with room for `key_size` characters and `size` octets, all zero. A negative size leaves that one
+    /// null.
     DDS_KeyedOctets(int key_size, int size);
     DDS_KeyedOctets(const DDS_KeyedOctets& other);
     /// Replaces key, then octets, then length. Assigning a record to itself changes nothing.

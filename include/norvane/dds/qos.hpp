@@ -26,7 +26,8 @@ enum DDS_QosPolicyId_t { DDS_INVALID_QOS_POLICY_ID = 0, DDS_DURABILITY_QOS_POLIC
 /// Whether a sample may be lost. A reader that asks for reliable matches reliable writers only.
 struct DDS_ReliabilityQosPolicy {
     DDS_ReliabilityQosPolicyKind kind = DDS_BEST_EFFORT_RELIABILITY_QOS;
-    /// Longest time that a write blocks when there is no room; zero never blocks, infinite waits without limit. (At a reader: unused.)
+    /// Longest time that a write blocks when there is no room; zero never blocks, infinite waits without limit. (At a reader:
+    /// unused.)
     DDS_Duration_t max_blocking_time = {0, 100000000};
 };
 
@@ -111,7 +112,8 @@ public:
     static DDS_ReturnCode_t remove_property(DDS_PropertyQosPolicy& policy, const char* name);
 };
 
-/// Protocol settings of a reliable writer. The embedded engine has no protocol: there all of them are accepted, validated and not used.
+/// Protocol settings of a reliable writer. The embedded engine has no protocol: there all of them are accepted, validated and not
+/// used.
 struct DDS_RtpsReliableWriterProtocol_t {
     DDS_Duration_t heartbeat_period = {3,
                                        0};  ///< The shorter of this and the next is the period, while samples are unacknowledged.
@@ -136,8 +138,8 @@ struct DDS_DataWriterProtocolQosPolicy {
     /// GUID under which the writer's samples are identified. Automatic: generated, and given by `get_qos` of the writer.
     /// The unknown GUID, or one that a writer of the domain (as far as the engine sees) has, is refused at creation.
     DDS_GUID_t virtual_guid = DDS_GUID_AUTO;
-    /// Set by `get_qos` when the GUID was generated. A record in which both are equal is a copy of that writer's: another writer made from it
-    /// gets a GUID of its own.
+    /// Set by `get_qos` when the GUID was generated. A record in which both are equal is a copy of that writer's: another writer
+    /// made from it gets a GUID of its own.
     DDS_GUID_t generated_virtual_guid = DDS_GUID_AUTO;
     DDS_RtpsReliableWriterProtocol_t rtps_reliable_writer;
 };
@@ -150,7 +152,8 @@ struct DDS_DataReaderProtocolQosPolicy {
 };
 
 struct DDS_DataWriterResourceLimitsQosPolicy {
-    /// Readers whose filter the writer evaluates itself; the others filter at their end. Unlimited, or at least 0. (Network engines.)
+    /// Readers whose filter the writer evaluates itself; the others filter at their end. Unlimited, or at least 0. (Network
+    /// engines.)
     DDS_Long max_remote_reader_filters = 32;
 };
 
@@ -159,15 +162,15 @@ struct DDS_DataReaderResourceLimitsQosPolicy {
     DDS_Long max_samples_per_read = DDS_LENGTH_UNLIMITED;
 };
 
-/// Property of a data reader, to be propagated: the virtual GUID of the data writer that belongs to it, as 32 hexadecimal digits. Peers see it
-/// as the reader's partner, and so know which writer and which reader are one application's.
+/// Property of a data reader, to be propagated: the virtual GUID of the data writer that belongs to it, as 32 hexadecimal digits.
+/// Peers see it as the reader's partner, and so know which writer and which reader are one application's.
 inline constexpr const char* DDS_PARTNER_WRITER_PROPERTY = "norvane.partner_writer_guid";
 
 namespace norvane {
 
 /// Property of a data writer, to be propagated, with the value "true": a reader that is filtered on the virtual GUID of the writer
-/// takes the answers to its samples. Network engines hold such an answer until that reader has matched. Every requester sets it on its
-/// request writer.
+/// takes the answers to its samples. Network engines hold such an answer until that reader has matched. Every requester sets it on
+/// its request writer.
 inline constexpr const char* AWAITS_REPLIES_PROPERTY = "norvane.awaits_replies";
 
 }  // namespace norvane

@@ -33,8 +33,8 @@ constexpr const char* OWN_PREFIX = "norvane.";
 // Octets of small messages in one datagram: the payload of an Ethernet frame.
 constexpr std::size_t BATCH = 1472;
 constexpr std::chrono::microseconds USUAL_PAUSE{25};
-// Octets that a socket, or a segment of shared memory, holds: a few samples of 1 MiB. What does not fit is lost, and sent again after a
-// heartbeat.
+// Octets that a socket, or a segment of shared memory, holds: a few samples of 1 MiB. What does not fit is lost, and sent again
+// after a heartbeat.
 constexpr std::uint32_t USUAL_BUFFER = 4 * 1024 * 1024;
 constexpr long SMALLEST_BUFFER = 64 * 1024;
 constexpr long LARGEST_BUFFER = 1024 * 1024 * 1024;

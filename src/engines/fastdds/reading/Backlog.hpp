@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Samples from other processes that a bounded reader refused for want of room, so that they need not come over the wire again. They are not
-// acknowledged: to their writer they are still on the way.
+// Samples from other processes that a bounded reader refused for want of room, so that they need not come over the wire again. They
+// are not acknowledged: to their writer they are still on the way.
 //
 // Invariants:
 // 1. A sample is here once at most. Those of a writer are in order, and may have gaps.
-// 2. The octets of a writer's samples are at most MOST_OCTETS, its samples at most MOST_SAMPLES: what is beyond is sent again by the writer.
+// 2. The octets of a writer's samples are at most MOST_OCTETS, its samples at most MOST_SAMPLES: what is beyond is sent again by
+//    the writer.
 //
 // Thread rule: under the mutex of the RTPS reader.
 #ifndef NORVANE_ENGINES_FASTDDS_READING_BACKLOG_HPP

@@ -31,8 +31,8 @@ public:
     /// @return whether what is sent to a place stays on this machine.
     bool reach_within(const rtps::Locator_t& place) const noexcept;
     /// @param addresses  of the interfaces in question; empty: all.
-    /// @return the octets that a UDP datagram may have so that each of them but the loopback carries it in one packet; that of Ethernet when there
-    ///         is no other than the loopback, and 0 when that alone is in question.
+    /// @return the octets that a UDP datagram may have so that each of them but the loopback carries it in one packet; that of
+    ///         Ethernet when there is no other than the loopback, and 0 when that alone is in question.
     std::uint32_t datagram_that_fits(const std::vector<std::string>& addresses) const noexcept;
 
 private:

@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// How much of a writer's large samples may be on the way to one participant of a peer, at one of its places, without an acknowledgement: a congestion
-// window. It is that of one writer, so that a reader which takes nothing in stops nobody else's samples.
+// How much of a writer's large samples may be on the way to one participant of a peer, at one of its places, without an
+// acknowledgement: a congestion window. It is that of one writer, so that a reader which takes nothing in stops nobody else's
+// samples.
 //
-// A burst is what was sent of one sample since the reader last said what it lacks. What does not fit into the window is not sent: to Fast DDS it is
-// lost on the wire, and the reader asks for it with its next acknowledgement. So the reader's requests pull a large sample over a narrow wire.
+// A burst is what was sent of one sample since the reader last said what it lacks. What does not fit into the window is not sent:
+// to Fast DDS it is lost on the wire, and the reader asks for it with its next acknowledgement. So the reader's requests pull a
+// large sample over a narrow wire.
 //
 // Invariants:
 // 1. `on_the_way` is the sum of the bursts' octets. It exceeds the window by one datagram at most.
-// 2. The window doubles with each burst that arrives, but for a twentieth, until one does not; then it grows by an eighth. It shrinks by what was lost when that is more
-//    than a fifth, and by half when nothing arrives.
+// 2. The window doubles with each burst that arrives, but for a twentieth, until one does not; then it grows by an eighth. It
+//    shrinks by what was lost when that is more than a fifth, and by half when nothing arrives.
 // 3. While nothing arrives, the time until the next try doubles, up to MOST_PATIENCE_NS.
 //
 // Times are those that the caller passes in. Thread rule: one thread at a time.
@@ -94,12 +96,12 @@ public:
         }
     }
 
-    /// A reader lacks fragments of a sample. @param base  the first of them. @param missing_up_to  how many of TOLD from there on it lacks, up to a
-    /// fragment. @return whether what it lacks is to be sent again: not when it told so before the last burst came.
+    /// A reader lacks fragments of a sample. @param base  the first of them. @param missing_up_to  how many of TOLD from there on
+    /// it lacks, up to a fragment. @return whether what it lacks is to be sent again: not when it told so before the last burst
+    /// came.
     template <typename MissingUpTo>
     bool ask_again(std::int64_t number, std::uint32_t base, const MissingUpTo& missing_up_to, std::int64_t now_ns) noexcept {
-        const auto place =
-            std::find_if(_bursts.begin(), _bursts.end(), [&](const Burst& each) { return each.number == number; });
+        const auto place = std::find_if(_bursts.begin(), _bursts.end(), [&](const Burst& each) { return each.number == number; });
         if (place == _bursts.end()) {
             return true;
         }

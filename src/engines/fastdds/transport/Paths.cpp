@@ -25,7 +25,7 @@ constexpr std::size_t FRAGMENT_SIZE = 26;
 constexpr std::size_t SAMPLE_SIZE = 28;
 constexpr std::size_t DATA_FRAG_HEAD = 32;
 constexpr std::size_t WRITER_OF_ACKNACK = 4;
-constexpr std::size_t SET_OF_ACKNACK = 8;     // base of 8 octets, count of bits, bits
+constexpr std::size_t SET_OF_ACKNACK = 8;  // base of 8 octets, count of bits, bits
 constexpr std::size_t NUMBER_OF_NACK_FRAG = 8;
 constexpr std::size_t SET_OF_NACK_FRAG = 16;  // base of 4 octets, count of bits, bits
 constexpr std::uint32_t MOST_BITS = Path::TOLD;
@@ -96,7 +96,8 @@ void Paths::learn_locked(const rtps::Locator_t& place, const Prefix& peer, std::
         return;
     }
     // Another process has the port of one that is gone, or the one that was not used for longest makes room.
-    const auto gone = known != nullptr ? std::find_if(_places.begin(), _places.end(), [&](const auto& each) { return each.get() == known; })
+    const auto gone = known != nullptr
+                          ? std::find_if(_places.begin(), _places.end(), [&](const auto& each) { return each.get() == known; })
                       : _places.size() < MOST_PATHS
                           ? _places.end()
                           : std::min_element(_places.begin(), _places.end(),
@@ -185,7 +186,8 @@ Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, cons
             std::memcpy(writer.entityId.value, &writer_entity, sizeof writer_entity);
             _listener(writer);
         }
-        // One behind each fragment would have the reader ask for those that are still on the way. At the end of a burst it is sent for the listener.
+        // One behind each fragment would have the reader ask for those that are still on the way. At the end of a burst it is sent
+        // for the listener.
         return !may_leave ? Verdict::HOLD : has_heartbeat && !is_end ? Verdict::PASS_WITHOUT_HEARTBEAT : Verdict::PASS;
     } catch (const std::exception&) {
         return Verdict::PASS;  // no memory to know better
@@ -225,7 +227,9 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                 const std::int64_t base = read_number(each, SET_OF_ACKNACK);
                 path->acknowledge(
                     base,
-                    [&](std::int64_t number) { return number - base < MOST_BITS && bits.has(static_cast<std::uint32_t>(number - base)); },
+                    [&](std::int64_t number) {
+                        return number - base < MOST_BITS && bits.has(static_cast<std::uint32_t>(number - base));
+                    },
                     now_ns);
             } else if (path != nullptr) {
                 const std::uint32_t base = read_u32(each, SET_OF_NACK_FRAG);
@@ -250,7 +254,8 @@ void Paths::acknowledge(const rtps::GUID_t& writer, std::int64_t up_to) noexcept
     const std::lock_guard<std::mutex> lock(_mutex);
     for (const std::unique_ptr<ToPlace>& to : _places) {
         if (Path* const path = path_of(*to, entity)) {
-            path->acknowledge(up_to + 1, [](std::int64_t) { return false; }, now_ns);
+            path->acknowledge(
+                up_to + 1, [](std::int64_t) { return false; }, now_ns);
         }
     }
 }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The paths of a participant to its peers (Path). It reads what large samples, heartbeats and acknowledgements go out and come in, and decides what may
-// leave, and which requests for a repeat are out of date.
+// The paths of a participant to its peers (Path). It reads what large samples, heartbeats and acknowledgements go out and come in,
+// and decides what may leave, and which requests for a repeat are out of date.
 //
-// 1. A place belongs to the participant that the last message sent there named. A writer has a path to it once its readers there have acknowledged
-//    anything: a peer that never does is sent everything.
+// 1. A place belongs to the participant that the last message sent there named. A writer has a path to it once its readers there
+//    have acknowledged anything: a peer that never does is sent everything.
 // 2. Samples below LARGE octets, and those of discovery, pass untouched.
 // 3. The mutex is taken under locks of Fast DDS. The listener is called with it held, and takes leaves only.
 //
@@ -46,8 +46,8 @@ public:
     Paths(const Paths&) = delete;
     Paths& operator=(const Paths&) = delete;
 
-    /// @param listener  is told of writers of this participant whose readers should be asked what they lack. Null: nobody is told; when it returns, no
-    ///                  call of the one before runs.
+    /// @param listener  is told of writers of this participant whose readers should be asked what they lack. Null: nobody is told;
+    ///                  when it returns, no call of the one before runs.
     void listen(HeartbeatListener listener);
 
     enum class Verdict { PASS, PASS_WITHOUT_HEARTBEAT, HOLD };

@@ -14,10 +14,12 @@ struct SocketBuffers {
     std::uint32_t send = 0;
 };
 
-/// @return the octets that a UDP socket gets when it asks for `wanted` in both directions, at most `wanted`; zeros when there is no socket to be had.
+/// @return the octets that a UDP socket gets when it asks for `wanted` in both directions, at most `wanted`; zeros when there is no
+/// socket to be had.
 SocketBuffers granted_socket_buffers(std::uint32_t wanted) noexcept;
 
-/// @return what to log when the system grants less than `wanted`: once in a process, and again when more is wanted; else an empty text.
+/// @return what to log when the system grants less than `wanted`: once in a process, and again when more is wanted; else an empty
+/// text.
 /// @throws std::bad_alloc
 std::string warning_of_small_socket_buffers(std::uint32_t wanted);
 

@@ -12,11 +12,13 @@
 namespace norvane {
 namespace fastdds {
 
-/// Hands out the submessages of a message in messages of their own, each as long as possible and at most `limit` octets. Each begins with the
-/// destination and the time that hold at its place of the whole. A submessage that is longer than the limit has a message for itself.
+/// Hands out the submessages of a message in messages of their own, each as long as possible and at most `limit` octets. Each
+/// begins with the destination and the time that hold at its place of the whole. A submessage that is longer than the limit has a
+/// message for itself.
 /// @param part     memory that is used again and again.
 /// @param hand_out gets each message: `const std::uint8_t*`, `std::size_t`.
-/// @return false, and nothing has been handed out, when the message cannot be taken apart: it is sealed, or names a source of its own.
+/// @return false, and nothing has been handed out, when the message cannot be taken apart: it is sealed, or names a source of its
+/// own.
 template <typename HandOut>
 bool split(const std::uint8_t* message, std::size_t length, std::size_t limit, std::vector<std::uint8_t>& part,
            const HandOut& hand_out) {
