@@ -282,7 +282,8 @@ bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std:
             continue;
         }
         if (!take(property.name, property.value, choice, transports)) {
-            failure = std::string("property ") + property.name + ": \"" + property.value + "\" is not understood";
+            failure = std::string("property ") + property.name + ": \"" + property.value +
+                      "\" is not understood, or names what this machine does not have";
             return false;
         }
     }
