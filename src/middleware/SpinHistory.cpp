@@ -18,12 +18,11 @@ bool spin_is_switched_off() noexcept {
 
 }  // namespace
 
-bool SpinHistory::thread_may_spin() noexcept {
-    static const bool SWITCHED_OFF = spin_is_switched_off();
-    return !SWITCHED_OFF && platform::has_several_processors();
-}
-
 bool SpinHistory::should_spin() noexcept {
+    static const bool SWITCHED_OFF = spin_is_switched_off();
+    if (SWITCHED_OFF || !platform::has_several_processors()) {
+        return false;
+    }
     const std::uint32_t to_skip = _to_skip.load(std::memory_order_relaxed);
     if (to_skip > 0) {
         _to_skip.store(to_skip - 1, std::memory_order_relaxed);

@@ -18,9 +18,7 @@ public:
     /// Longest spin. One shorter than a wake-up takes would cost its time and still be followed by the sleep that it should save.
     static constexpr std::int64_t BOUND_NS = 50000;
 
-    /// @return whether this thread may spin at all; false when it has one processor only, or spinning is switched off.
-    static bool thread_may_spin() noexcept;
-    /// @return whether this wait should spin, on a thread that may.
+    /// @return whether this wait should spin; false on a thread that has one processor only.
     bool should_spin() noexcept;
     /// Tells how a spin ended.
     void spun(bool paid_off) noexcept {

@@ -159,9 +159,6 @@ WaitSetCore::Look WaitSetCore::look(DDSConditionSeq& active, DDS_ReturnCode_t& i
 }
 
 bool WaitSetCore::spin(std::uint32_t seen) noexcept {
-    if (!SpinHistory::thread_may_spin()) {
-        return false;
-    }
     DDS_Condition* condition = nullptr;
     {
         std::lock_guard<platform::BriefMutex> lock(_mutex);
