@@ -50,6 +50,7 @@ for group in "$@"; do
             ;;
         bench)
             need libbenchmark-dev /usr/include/benchmark/benchmark.h
+            need libzmq3-dev /usr/include/zmq.h
             ;;
         *)
             echo "scripts/ensure_packages.sh: no such group: $group" >&2
