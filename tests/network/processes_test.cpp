@@ -139,6 +139,32 @@ int callers(const std::vector<std::string>& arguments) {
     return 0;
 }
 
+// Threads that each call without a pause. Any line: how many calls were answered.
+int incessant_callers(const std::vector<std::string>& arguments) {
+    DDSDomainParticipant& participant = join_domain(arguments[0]);
+    std::atomic<bool> ended{false};
+    std::atomic<int> answered{0};
+    std::vector<std::thread> threads;
+    for (int count = 0; count < std::stoi(arguments[2]); ++count) {
+        threads.emplace_back([&] {
+            TextRequester requester(RequesterParams(&participant).service_name(arguments[1]));
+            while (!ended) {
+                answered += requester.call("x", seconds(10)) == "x!" ? 1 : 0;
+            }
+        });
+    }
+    std::cout << "ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        std::cout << answered << std::endl;
+    }
+    ended = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    leave_domain(participant);
+    return 0;
+}
+
 // A reader of the answers to one writer, whose GUID is given in hexadecimal digits. Any line: how many answers it has.
 int hearer(const std::vector<std::string>& arguments) {
     DDSDomainParticipant& participant = join_domain(arguments[0]);
@@ -163,7 +189,7 @@ int hearer(const std::vector<std::string>& arguments) {
 
 const bool KNOWN = roles().insert({"hearer", hearer}).second && roles().insert({"echo", echo}).second &&
                    roles().insert({"small_reader", small_reader}).second && roles().insert({"burster", burster}).second &&
-                   roles().insert({"callers", callers}).second;
+                   roles().insert({"callers", callers}).second && roles().insert({"incessant_callers", incessant_callers}).second;
 
 class Processes : public TextFixture {
 protected:
@@ -193,6 +219,18 @@ TEST_P(Processes, the_first_call_of_each_of_many_requesters_is_answered) {
     EXPECT_EQ("30", others.ask("30"));
     EXPECT_EQ("30", others.ask("30"));
     EXPECT_TRUE(eventually([&] { return first.ask("answered") == "60"; }));
+}
+
+// A reader of the replier's own process is offered replies from the moment that Fast DDS has matched it, before the match is reported.
+TEST_P(Processes, a_newcomer_in_the_process_of_a_busy_replier_is_answered_at_once) {
+    const Service<std::string, std::string> echo(ReplierParams(&_participant).service_name("S"),
+                                                 [](const std::string& text) { return text + "!"; });
+    PeerProcess busy("incessant_callers", {domain(), "S", "4"});
+    EXPECT_TRUE(eventually([&] { return busy.ask("answered") != "0"; }));
+    for (int newcomer = 0; newcomer < 60 && !HasFailure(); ++newcomer) {
+        TextRequester requester(requester_params());
+        EXPECT_NO_THROW(EXPECT_EQ("y!", requester.call("y", seconds(5)))) << newcomer;
+    }
 }
 
 // Small samples share datagrams when they are written at once. (A reliable writer's heartbeats would bring in what was left

@@ -7,14 +7,21 @@
 namespace norvane {
 namespace fastdds {
 
-bool MatchedReaders::add(const DDS_GUID_t& reader, const std::shared_ptr<const Discovered>& peer, bool in_this_process) noexcept {
+MatchedReaders::Match MatchedReaders::match_with(const std::shared_ptr<const Discovered>& peer) const noexcept {
     const bool fits = are_of_one_type(_writer.info(), peer->info);
     // Inside a process Fast DDS takes samples before a gap as acknowledged, although a bounded reader may have refused some of
     // them. Such a reader gets every sample, and filters itself. (Shared readers refuse nothing.)
+    const bool in_this_process = peer->rtps_guid.is_on_same_process_as(_domain.participant().getGuid());
     const bool may_see_gaps = peer->routing == Routing::SHARED || (peer->routing == Routing::OWN && !in_this_process);
     const bool filtered = fits && may_see_gaps && (_most_filtered == DDS_LENGTH_UNLIMITED || _filtered < _most_filtered);
+    return {peer, fits, filtered};
+}
+
+bool MatchedReaders::add(const DDS_GUID_t& reader, const std::shared_ptr<const Discovered>& peer) noexcept {
+    const Match match = match_with(peer);
+    const bool fits = match.fits;
     try {
-        if (!_matches.emplace(reader, Match{peer, fits, filtered}).second) {
+        if (!_matches.emplace(reader, match).second) {
             return false;
         }
         if (fits) {
@@ -24,7 +31,7 @@ bool MatchedReaders::add(const DDS_GUID_t& reader, const std::shared_ptr<const D
         _matches.erase(reader);
         return false;
     }
-    _filtered += filtered ? 1 : 0;
+    _filtered += match.filtered ? 1 : 0;
     if (fits && peer->routing != Routing::SHARED) {
         _writer.note({mw::PeerEventKind::MATCHED, info_of(peer)});
     }
@@ -62,10 +69,17 @@ bool MatchedReaders::has_addressee(const DDS_GUID_t& related) const noexcept {
 
 bool MatchedReaders::is_for(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept {
     const auto place = _matches.find(reader);
-    if (place == _matches.end()) {
-        return true;  // not listed yet: it filters itself
+    if (place != _matches.end()) {
+        return is_for(place->second, related);
     }
-    const Match& match = place->second;
+    // Fast DDS offers samples to a reader from the moment of the match, and reports the match afterwards. A local reader refuses
+    // what comes before it has matched the writer; at the next gap that counts as acknowledged, and the reader goes on waiting for
+    // it. So it is offered its own samples only, which come later. One that is not in the directory any more would not acknowledge.
+    const std::shared_ptr<const Discovered> peer = _domain.find(to_rtps(reader));
+    return peer && is_for(match_with(peer), related);
+}
+
+bool MatchedReaders::is_for(const Match& match, const DDS_GUID_t& related) const noexcept {
     if (!match.fits || !match.filtered) {
         return match.fits;
     }

@@ -26,9 +26,8 @@ public:
     MatchedReaders(const MatchedReaders&) = delete;
     MatchedReaders& operator=(const MatchedReaders&) = delete;
 
-    /// @param in_this_process  whether the reader is.
     /// @return false if it is listed already, or memory is short.
-    bool add(const DDS_GUID_t& reader, const std::shared_ptr<const Discovered>& peer, bool in_this_process) noexcept;
+    bool add(const DDS_GUID_t& reader, const std::shared_ptr<const Discovered>& peer) noexcept;
     /// @return false if it is not listed.
     bool remove(const DDS_GUID_t& reader) noexcept;
 
@@ -53,6 +52,7 @@ public:
     /// @param related  the writer that a sample answers, or DDS_GUID_UNKNOWN.
     /// @return whether any reader takes the sample.
     bool has_addressee(const DDS_GUID_t& related) const noexcept;
+    /// @param reader  matched, even if it is not listed yet.
     /// @return whether to send the sample to that reader: it has the writer's type, and a sample chosen at the writer is for it.
     bool is_for(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept;
 
@@ -79,6 +79,8 @@ private:
         std::shared_ptr<const mw::EndpointInfo> reader;
     };
 
+    Match match_with(const std::shared_ptr<const Discovered>& peer) const noexcept;
+    bool is_for(const Match& match, const DDS_GUID_t& related) const noexcept;
     void count(const std::shared_ptr<const Discovered>& reader, int change);
     void update_shares();
 

@@ -611,7 +611,7 @@ void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDisco
     if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && _readers.remove(to_guid(reader_guid))) {
         wake_up();
     } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && peer != nullptr &&
-               _readers.add(to_guid(reader_guid), peer, reader_guid.is_on_same_process_as(_writer->getGuid()))) {
+               _readers.add(to_guid(reader_guid), peer)) {
         _matched_foreign_reader = _matched_foreign_reader || (_pace.drives_heartbeats() && !peer->ours);
         if (!_held.is_empty()) {
             _domain->dispatcher().start_timer(shared_from_this(), platform::monotonic_ns());
