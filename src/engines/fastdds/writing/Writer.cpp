@@ -603,15 +603,23 @@ void Writer::redeliver(rtps::RTPSReader& reader, const rtps::SequenceNumber_t& f
 
 // ---- callbacks of Fast DDS ----------------------------------------------------------------------------------------
 
-void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS reason,
+void Writer::on_reader_discovery(rtps::RTPSWriter* /*writer*/, rtps::ReaderDiscoveryInfo::DISCOVERY_STATUS /*reason*/,
                                  const rtps::GUID_t& reader_guid, const rtps::ReaderProxyData* reader_info) {
     const std::shared_ptr<const Discovered> peer = _domain->find(reader_guid);
-    const Lock lock(_writer->getMutex());
-    note_distance_locked(reason == rtps::ReaderDiscoveryInfo::REMOVED_READER ? nullptr : reader_info, reader_guid);
-    if (reason == rtps::ReaderDiscoveryInfo::REMOVED_READER && _readers.remove(to_guid(reader_guid))) {
+    Lock lock(_writer->getMutex());
+    // Reports come without the mutex. Where one thread matches a reader while another ends its match, because its lease has ended,
+    // they come in any order. So each report only says that something has changed.
+    const bool is_matched = _writer->matched_reader_is_matched(reader_guid);
+    if (is_matched && peer == nullptr) {
+        // Fast DDS has matched a reader that it had forgotten meanwhile, and would never end that match.
+        lock.unlock();
+        _writer->matched_reader_remove(reader_guid);
+        return;
+    }
+    note_distance_locked(is_matched ? reader_info : nullptr, reader_guid);
+    if (!is_matched && _readers.remove(to_guid(reader_guid))) {
         wake_up();
-    } else if (reason == rtps::ReaderDiscoveryInfo::DISCOVERED_READER && peer != nullptr &&
-               _readers.add(to_guid(reader_guid), peer)) {
+    } else if (is_matched && _readers.add(to_guid(reader_guid), peer)) {
         _matched_foreign_reader = _matched_foreign_reader || (_pace.drives_heartbeats() && !peer->ours);
         if (!_held.is_empty()) {
             _domain->dispatcher().start_timer(shared_from_this(), platform::monotonic_ns());
