@@ -4,6 +4,7 @@
 #define NORVANE_TESTS_SUPPORT_THROWN_HPP
 
 #include <cxxabi.h>
+#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <exception>
@@ -41,6 +42,12 @@ Thrown thrown_by(Call call) {
     } catch (const std::exception& exception) {
         return {class_name(typeid(exception)), exception.what()};
     }
+}
+
+/// @param words  somewhere in the message.
+inline void expect_thrown(const std::string& type, const std::string& words, const Thrown& thrown) {
+    EXPECT_EQ(type, thrown.type) << thrown.message;
+    EXPECT_NE(std::string::npos, thrown.message.find(words)) << thrown.message;
 }
 
 /// @return the template with its argument in place.
