@@ -8,12 +8,16 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <random>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "norvane/norvane.hpp"
 #include "support/AllocationProbe.hpp"
 #include "support/LogCapture.hpp"
+#include "support/Seed.hpp"
 #include "support/ServiceFixture.hpp"
 #include "support/Thrown.hpp"
 
@@ -267,33 +271,27 @@ TEST(DescribedTypes, what_cannot_be_encoded_is_not) {
     const DDS_TypeOperations& type = table<Everything>();
     const struct {
         std::function<void(Everything&)> spoil;
-        const char* reason;
+        const char* reason;  // behind the name of the type
     } cases[] = {
-        {[](Everything&) {}, ""},
-        {[](Everything& value) { value.text.assign("a\0b", 3); },
-         "norvane::test::described::Everything.text: a NUL inside a string"},
-        {[](Everything& value) { value.note = std::string(1, '\0'); },
-         "norvane::test::described::Everything.note: a NUL inside a string"},
-        {[](Everything& value) {
-             value.words = {"a", std::string(2, '\0')};
-         },
-         "norvane::test::described::Everything.words[1]: a NUL inside a string"},
+        {[](Everything&) {}, nullptr},
+        {[](Everything& value) { value.text.assign("a\0b", 3); }, "text: a NUL inside a string"},
+        {[](Everything& value) { value.note = std::string(1, '\0'); }, "note: a NUL inside a string"},
+        {[](Everything& value) { value.words[1].push_back('\0'); }, "words[1]: a NUL inside a string"},
         {[](Everything& value) { value.colour = static_cast<Colour>(2); },
-         "norvane::test::described::Everything.colour: 2 is no enumerator of norvane::test::described::Colour"},
+         "colour: 2 is no enumerator of norvane::test::described::Colour"},
     };
     for (const auto& each : cases) {
         Everything value = everything();
         each.spoil(value);
         Octets octets(1000);
-        const bool is_right = *each.reason == '\0';
-        EXPECT_EQ(is_right ? EVERYTHING.size() : 0U, type.encode(type, &value, octets.data(), octets.size())) << each.reason;
+        const bool is_right = each.reason == nullptr;
+        const std::string reason = is_right ? "" : std::string("norvane::test::described::Everything.") + each.reason;
+        EXPECT_EQ(is_right ? EVERYTHING.size() : 0U, type.encode(type, &value, octets.data(), octets.size())) << reason;
         for (const std::size_t capacity : {200, 30, 1, 0}) {
-            std::string reason(200, '#');
-            EXPECT_EQ(!is_right, type.unencodable(type, &value, &reason[0], capacity)) << each.reason;
-            if (capacity > 0) {
-                EXPECT_EQ(std::string(each.reason).substr(0, capacity - 1), reason.c_str());
-            }
-            EXPECT_EQ(std::string::npos, reason.find_first_not_of('#', capacity)) << "beyond its end";
+            std::string told(200, '#');
+            EXPECT_EQ(!is_right, type.unencodable(type, &value, &told[0], capacity)) << reason;
+            EXPECT_TRUE(capacity == 0 || told.c_str() == reason.substr(0, capacity - 1)) << told;
+            EXPECT_EQ(std::string::npos, told.find_first_not_of('#', capacity)) << "beyond its end";
         }
     }
     EXPECT_EQ(nullptr, table<Fixed>().unencodable) << "every value can be encoded: none need be looked at";
@@ -310,28 +308,27 @@ TEST(DescribedTypes, hostile_octets_are_refused_or_decoded_but_never_believed) {
     padded.push_back(0);
     EXPECT_FALSE(decode(padded, value)) << "there is more than padding behind it";
 
-    struct Lie {
+    const struct {
         std::size_t at;  // behind the header
         std::uint8_t octet;
         const char* what;
-    };
-    const Lie lies[] = {{0, 2, "a boolean of 2"},
-                        {28, 2, "no enumerator"},
-                        {29, 1, "an enumerator and more"},
-                        {34, 0, "too large for the enum"},
-                        {36, 0, "a string without a NUL"},
-                        {36, 3, "a string that ends too early"},
-                        {41, 0, "a NUL inside a string"},
-                        {43, 'x', "no NUL at the end"},
-                        {47, 0x7f, "2 billion numbers"},
-                        {60, 3, "a bit of 3"},
-                        {64, 200, "too many words"},
-                        {67, 0xff, "4 billion words"},
-                        {116, 13, "another member's id"},
-                        {118, 7, "a value cut short"},
-                        {118, 16, "an optional value with more behind it"},
-                        {155, 0x80, "2 GiB of octets"}};
-    for (const Lie& lie : lies) {
+    } lies[] = {{0, 2, "a boolean of 2"},
+                {28, 2, "no enumerator"},
+                {29, 1, "an enumerator and more"},
+                {34, 0, "too large for the enum"},
+                {36, 0, "a string without a NUL"},
+                {36, 3, "a string that ends too early"},
+                {41, 0, "a NUL inside a string"},
+                {43, 'x', "no NUL at the end"},
+                {47, 0x7f, "2 billion numbers"},
+                {60, 3, "a bit of 3"},
+                {64, 200, "too many words"},
+                {67, 0xff, "4 billion words"},
+                {116, 13, "another member's id"},
+                {118, 7, "a value cut short"},
+                {118, 16, "an optional value with more behind it"},
+                {155, 0x80, "2 GiB of octets"}};
+    for (const auto& lie : lies) {
         Octets octets = EVERYTHING;
         octets[4 + lie.at] = lie.octet;
         EXPECT_FALSE(decode(octets, value)) << lie.what;
@@ -342,9 +339,8 @@ TEST(DescribedTypes, hostile_octets_are_refused_or_decoded_but_never_believed) {
     // An optional value's length may hold padding, but not more than the value.
     for (const bool is_padded : {true, false}) {
         Pair<std::optional<std::int16_t>> pair{};
-        const Octets longer = {
-            0, 1, 0, 0, 0,    0,   static_cast<std::uint8_t>(is_padded ? 5 : 6), 0, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-            0, 0, 0, 0, 0x10, 0x40};
+        Octets longer = {0, 1, 0, 0, 0, 0, 5, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x10, 0x40};
+        longer[6] = is_padded ? 5 : 6;
         EXPECT_EQ(is_padded, decode(longer, pair));
         EXPECT_EQ(9, pair.x);
     }
@@ -355,23 +351,20 @@ TEST(DescribedTypes, hostile_octets_are_refused_or_decoded_but_never_believed) {
     }
 
     // Whatever comes: no crash, and no more blocks of memory than octets to fill them.
-    const auto survive = [&](const Octets& octets) {
+    std::mt19937 random(test_seed());
+    int accepted = 0;
+    for (int round = 0; round < 20000; ++round) {
+        Octets octets = EVERYTHING;
+        for (auto changes = 1 + random() % 3; changes > 0; --changes) {
+            octets[4 + random() % (octets.size() - 4)] = static_cast<std::uint8_t>(random());
+        }
         Everything fresh;
         AllocationProbe::fail(0);
-        const bool decoded = decode(octets, fresh);
+        accepted += decode(octets, fresh) ? 1 : 0;
         AllocationProbe::stop();
         EXPECT_LE(AllocationProbe::count(), static_cast<long>(octets.size()) + 2);
         EXPECT_LE(fresh.text.capacity() + 8 * fresh.numbers.capacity() + fresh.octets.capacity() + 4 * fresh.words.capacity(),
                   3 * octets.size() + 3 * sizeof(std::string));
-        return decoded;
-    };
-    int accepted = 0;
-    for (std::size_t at = 4; at < EVERYTHING.size(); ++at) {
-        for (int change = 1; change < 256; ++change) {
-            Octets octets = EVERYTHING;
-            octets[at] = static_cast<std::uint8_t>(octets[at] ^ change);
-            accepted += survive(octets) ? 1 : 0;
-        }
     }
     EXPECT_GT(accepted, 1000) << "a number may be any number";
 }
@@ -402,60 +395,53 @@ TEST(DescribedTypes, short_memory_is_a_failure_and_leaves_samples_whole) {
     EXPECT_FALSE(copy.note.has_value());
 }
 
-TEST(DescribedTypes, filters_find_fields_by_path) {
-    const auto& type = table<Everything>();
-    const Everything value = everything();
+// @return the value of a field, as text; empty when it is absent or there is none.
+template <class T>
+std::string field_of(const T& value, const char* path) {
     DDS_FieldKind kind;
-    const auto read = [&](const char* path, DDS_FieldKind expected, DDS_FieldValue& field) {
-        const int number = type.find_field(type, path, &kind);
-        EXPECT_LE(0, number) << path;
-        EXPECT_EQ(expected, kind) << path;
-        return number >= 0 && type.read_field(type, &value, number, &field) && field.kind == expected;
-    };
     DDS_FieldValue field;
-    EXPECT_TRUE(read("flag", DDS_FIELD_BOOLEAN, field) && field.boolean);
-    EXPECT_TRUE(read("large", DDS_FIELD_INTEGER, field) && field.integer == -2);
-    EXPECT_TRUE(read("small", DDS_FIELD_UNSIGNED, field) && field.unsigned_integer == 0x1234);
-    EXPECT_TRUE(read("real", DDS_FIELD_FLOAT, field) && field.floating == 1.5);
-    EXPECT_TRUE(read("colour", DDS_FIELD_INTEGER, field) && field.integer == 7);
-    EXPECT_TRUE(read("text", DDS_FIELD_STRING, field) && std::string(static_cast<const char*>(field.data), field.length) == "hey");
-    EXPECT_TRUE(read("code", DDS_FIELD_STRING, field) && std::string(static_cast<const char*>(field.data), field.length) == "xy");
-    EXPECT_TRUE(read("octets", DDS_FIELD_OCTETS, field) && field.length == 1 &&
-                *static_cast<const std::uint8_t*>(field.data) == 0xee);
-    EXPECT_TRUE(read("id", DDS_FIELD_UNSIGNED, field) && field.unsigned_integer == 5);
-    EXPECT_FALSE(read("note", DDS_FIELD_STRING, field)) << "an absent value was read";
-    EXPECT_TRUE(read("place.y", DDS_FIELD_FLOAT, field) && field.floating == -1);
-    EXPECT_TRUE(read("last", DDS_FIELD_UNSIGNED, field) && field.unsigned_integer == 6);
+    const int number = table<T>().find_field(table<T>(), path, &kind);
+    if (number < 0 || !table<T>().read_field(table<T>(), &value, number, &field)) {
+        return "";
+    }
+    EXPECT_EQ(kind, field.kind) << path;
+    return kind == DDS_FIELD_BOOLEAN    ? (field.boolean ? "true" : "false")
+           : kind == DDS_FIELD_INTEGER  ? std::to_string(field.integer)
+           : kind == DDS_FIELD_UNSIGNED ? std::to_string(field.unsigned_integer) + "u"
+           : kind == DDS_FIELD_FLOAT    ? std::to_string(field.floating)
+                                        : std::string(static_cast<const char*>(field.data), field.length);
+}
+
+TEST(DescribedTypes, filters_find_fields_by_path) {
+    const std::pair<const char*, const char*> FIELDS[] = {
+        {"flag", "true"}, {"large", "-2"},    {"small", "4660u"}, {"real", "1.500000"},     {"colour", "7"}, {"text", "hey"},
+        {"code", "xy"},   {"octets", "\xee"}, {"id", "5u"},       {"place.y", "-1.000000"}, {"last", "6u"},  {"note", ""},
+    };
+    for (const auto& each : FIELDS) {
+        EXPECT_EQ(each.second, field_of(everything(), each.first)) << each.first;
+    }
+    DDS_FieldKind kind;
     for (const char* const path :
          {"", ".", "place", "place.", "place.z", "flag.x", "numbers", "points.x", "Flag", "flagg", "words", "place.y.y"}) {
-        EXPECT_EQ(-1, type.find_field(type, path, &kind)) << path;
+        EXPECT_EQ(-1, table<Everything>().find_field(table<Everything>(), path, &kind)) << path;
     }
-    const int inner = table<PointAndName>().find_field(table<PointAndName>(), "point.y", &kind);
-    const PointAndName named = {{1, 2.5}, "n"};
-    EXPECT_TRUE(table<PointAndName>().read_field(table<PointAndName>(), &named, inner, &field) && field.floating == 2.5);
+    EXPECT_EQ("2.500000", field_of(PointAndName{{1, 2.5}, "n"}, "point.y"));
+}
+
+template <class... T>
+std::set<std::uint64_t> hashes_of() {
+    return {table<T>().layout_hash...};
 }
 
 TEST(DescribedTypes, layouts_are_told_apart_by_names_kinds_and_nesting) {
     typedef std::int16_t Small;
-    const std::vector<std::uint64_t> hashes = {table<Point>().layout_hash,
-                                               table<Renamed>().layout_hash,
-                                               table<Longer>().layout_hash,
-                                               table<Pair<std::int8_t>>().layout_hash,
-                                               table<Pair<std::uint16_t>>().layout_hash,
-                                               table<Pair<float>>().layout_hash,
-                                               table<Pair<bool>>().layout_hash,
-                                               table<Pair<Colour>>().layout_hash,
-                                               table<Pair<Shade>>().layout_hash,
-                                               table<Pair<Point>>().layout_hash,
-                                               table<Pair<Renamed>>().layout_hash,
-                                               table<Pair<std::optional<Small>>>().layout_hash,
-                                               table<Pair<std::vector<Small>>>().layout_hash,
-                                               table<Pair<std::array<Small, 2>>>().layout_hash,
-                                               table<Pair<std::array<Small, 3>>>().layout_hash,
-                                               table<Pair<std::string>>().layout_hash};
-    for (std::size_t left = 0; left < hashes.size(); ++left) {
-        EXPECT_EQ(1, std::count(hashes.begin(), hashes.end(), hashes[left])) << left;
-    }
+    const auto simple = hashes_of<Point, Renamed, Longer, Pair<std::int8_t>, Pair<std::uint16_t>, Pair<float>, Pair<bool>>();
+    const auto nested =
+        hashes_of<Pair<Colour>, Pair<Shade>, Pair<Point>, Pair<Renamed>, Pair<std::optional<Small>>, Pair<std::vector<Small>>,
+                  Pair<std::array<Small, 2>>, Pair<std::array<Small, 3>>, Pair<std::string>>();
+    std::set<std::uint64_t> all = simple;
+    all.insert(nested.begin(), nested.end());
+    EXPECT_EQ(16U, all.size());
     EXPECT_EQ(table<Point>().layout_hash, table<Pair<short>>().layout_hash);
     EXPECT_STREQ("norvane::test::described::Point", table<Point>().name);
 }
@@ -494,8 +480,6 @@ protected:
         ASSERT_EQ(1U, replies.size());
         check(static_cast<const T&>(replies.begin()->data()));
         EXPECT_EQ(id, replies[0].related_identity());
-        const LoanedSamples<T> moved = std::move(replies);
-        EXPECT_EQ(1U, moved.size());
     }
 };
 
@@ -526,41 +510,32 @@ TEST_P(TypesOnTheRoad, described_and_built_in_types_go_there_and_back) {
 }
 
 TEST_P(TypesOnTheRoad, what_no_engine_could_encode_is_refused_on_every_engine) {
-    const LogCapture quiet;
+    const LogCapture log;
     Requester<DDS_Octets, DDS_KeyedOctets> requester(requester_params());
     Replier<DDS_Octets, DDS_KeyedOctets> replier(replier_params());
+    Requester<Everything, Everything> described(requester_params(nullptr, "described"));
     DDS_Octets octets;
+    const DDS_SampleIdentity_t id = requester.send_request(octets);
     octets.length = 5;
-    EXPECT_THROW(requester.send_request(octets), BadParameterException);
-    octets.length = 0;
     DDS_KeyedOctets keyed(3, 1);
     keyed.length = -1;
-    EXPECT_THROW(replier.send_reply(keyed, requester.send_request(octets)), BadParameterException);
-
-    Requester<Everything, Everything> described(requester_params(nullptr, "described"));
     Everything value = everything();
     value.words = {"fine", "fine", std::string(1, '\0')};
-    for (const std::function<void()>& send : {std::function<void()>([&] { described.send_request(value); }),
-                                              std::function<void()>([&] { described.call(value, PATIENCE); })}) {
-        const Thrown thrown = thrown_by(send);
-        EXPECT_EQ("BadParameterException", thrown.type);
-        EXPECT_NE(std::string::npos, thrown.message.find("Everything.words[2]: a NUL inside a string")) << thrown.message;
-    }
-    const LogCapture log;
+    const char* const REASON = "Everything.words[2]: a NUL inside a string";
+    expect_thrown("BadParameterException", "", thrown_by([&] { requester.send_request(octets); }));
+    expect_thrown("BadParameterException", "", thrown_by([&] { replier.send_reply(keyed, id); }));
+    expect_thrown("BadParameterException", REASON, thrown_by([&] { described.send_request(value); }));
+    expect_thrown("BadParameterException", REASON, thrown_by([&] { described.call(value, PATIENCE); }));
+    const int before = log.count(REASON);
     DDS_WriteParams_t params;
     EXPECT_EQ(DDS_RETCODE_BAD_PARAMETER, DDS_DataWriter_write_w_params_untyped_generalI(
                                              described.get_request_datawriter()->get_c_datawriter(), nullptr, &value, params));
-    EXPECT_EQ(1, log.count("Everything.words[2]: a NUL inside a string"));
+    EXPECT_EQ(before + 1, log.count(REASON));
     EXPECT_EQ(0, described.stats().sent);
-}
-
-TEST_P(TypesOnTheRoad, a_type_support_of_another_type_is_refused_where_samples_hold_memory) {
     // DDS_Octets has the size and alignment of DDS_KeyedString: read as each other, a length becomes a pointer.
     ASSERT_EQ(sizeof(DDS_Octets), sizeof(DDS_KeyedString));
-    const LogCapture quiet;
-    EXPECT_THROW(
-        (Requester<DDS_KeyedString, Point>(requester_params().request_type_support(&DDSOctetsTypeSupport::get_instance()))),
-        BadParameterException);
+    const RequesterParams mistaken = requester_params().request_type_support(&DDSOctetsTypeSupport::get_instance());
+    expect_thrown("BadParameterException", "", thrown_by([&] { Requester<DDS_KeyedString, Point>{mistaken}; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, TypesOnTheRoad, ::testing::ValuesIn(engine_names()), engine_of_test);

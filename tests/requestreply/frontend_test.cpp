@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The typed front-end, over the whole road: structs and strings, replies told apart by request, loans, types that do not fit, and
-// the forms of waiting.
+// The typed front-end: loans, types that do not fit, parameters, filters, and the forms of waiting.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -16,6 +15,7 @@
 #include "support/AllocationProbe.hpp"
 #include "support/DoubledDomain.hpp"
 #include "support/LogCapture.hpp"
+#include "support/OpenEntities.hpp"
 #include "support/Thrown.hpp"
 
 namespace norvane {
@@ -333,6 +333,41 @@ TEST_F(Frontend, a_repliers_parameters_reach_the_side_that_they_name) {
     // The type support of the replies is the writer's: one of another type is refused there.
     params.reply_type_support(&DDSStringTypeSupport::get_instance());
     expect_thrown("BadParameterException", "norvane::test::Bill", thrown_by([&] { norvane::Replier<std::string, Bill>{params}; }));
+}
+
+TEST_F(Frontend, a_requesters_filter_is_named_and_written_digit_by_digit) {
+    DDS_DataWriterQos qos = request_reply_writer_qos();
+    qos.protocol.virtual_guid = {{0x01, 0x0f, 0xa3, 0, 0x7c, 0x2e, 0x10, 0xff, 0, 0, 0, 0x01, 0x80, 0, 0, 0xc2}};
+    const TextRequester requester(requester_params("S").datawriter_qos(qos));
+    auto* filter = DDSContentFilteredTopic::narrow(requester.get_reply_datareader()->get_topicdescription());
+    ASSERT_NE(nullptr, filter);
+    EXPECT_STREQ("SReply_010fa3007c2e10ff00000001800000c2", filter->get_name());
+    EXPECT_STREQ("@related_sample_identity.writer_guid.value = &hex(010fa3007c2e10ff00000001800000c2)",
+                 filter->get_filter_expression());
+}
+
+TEST_F(Frontend, a_filter_of_the_applications_is_read_by_the_replier_and_stays_and_is_refused_elsewhere) {
+    ASSERT_EQ(DDS_RETCODE_OK, DDSStringTypeSupport::get_instance().register_type(&_real));
+    DDSTopic* base = _participant->create_topic("Base", "DDS::String", DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
+    _participant->create_contentfilteredtopic("FilteredRequest", base, "value = 'yes'", DDS_StringSeq());
+    _participant->create_contentfilteredtopic("OtherReply", base, "value = 'yes'", DDS_StringSeq());
+    {
+        OpenReplier replier(params("Filtered"));
+        OpenRequester requester(RequesterParams(_participant.get()).request_topic_name("Base").reply_topic_name("FilteredReply"));
+        requester.send("no");
+        requester.send("yes");
+        const std::vector<Received> requests = replier.requests();
+        ASSERT_EQ(1U, requests.size());
+        EXPECT_EQ("yes", requests[0].text);
+    }
+    EXPECT_EQ("2 filters", live());
+    const LogCapture quiet;
+    for (const Thrown& each :
+         {thrown_by([&] { OpenRequester requester(params("Filtered")); }),
+          thrown_by([&] { OpenRequester requester(params("Other")); }), thrown_by([&] { OpenReplier replier(params("Other")); })}) {
+        expect_thrown("PreconditionNotMetException", "a content-filtered topic with the name already exists (", each);
+    }
+    EXPECT_EQ("2 filters", live());
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 // Requests and replies over the whole road, on every engine: waited for by many threads, and while entities come and go.
 #include <algorithm>
 #include <atomic>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -49,16 +51,13 @@ TEST_P(WholeRoad, threads_that_wait_on_one_requester_are_each_woken_by_their_own
     }
 }
 
+// A requester, replier and loans of both, each side with a participant of its own.
 TEST_P(WholeRoad, entities_loans_and_participants_may_go_in_any_order) {
-    enum Part { REQUESTER, REPLIER, REQUESTS, REPLIES };
-    std::vector<Part> order = {REQUESTER, REPLIER, REQUESTS, REPLIES};
+    std::string order = "ABQR";  // sorted
     do {
+        SCOPED_TRACE(order);
         DDSDomainParticipant* const requester_side = factory().create_participant(_domain, participant_qos(GetParam()), nullptr, 0);
         DDSDomainParticipant* const replier_side = factory().create_participant(_domain, participant_qos(GetParam()), nullptr, 0);
-        const auto leave = [](DDSDomainParticipant* participant) {
-            EXPECT_EQ(DDS_RETCODE_OK, participant->delete_contained_entities());
-            EXPECT_EQ(DDS_RETCODE_OK, factory().delete_participant(participant));
-        };
         auto requester = std::make_unique<TextRequester>(requester_params(requester_side));
         auto replier = std::make_unique<TextReplier>(replier_params(replier_side));
         await_repliers(*requester, 1);
@@ -67,24 +66,18 @@ TEST_P(WholeRoad, entities_loans_and_participants_may_go_in_any_order) {
         replier->send_reply("answer", id);
         ASSERT_TRUE(requester->wait_for_replies(PATIENCE, id));
         Texts replies = requester->read_replies(id);
-        for (const Part part : order) {
+        for (const char part : order) {
             EXPECT_TRUE(requests.empty() || strings_of(requests) == Strings{"question"});
             EXPECT_TRUE(replies.empty() || strings_of(replies) == Strings{"answer"});
-            switch (part) {
-                case REQUESTER:
-                    requester.reset();
-                    leave(requester_side);
-                    break;
-                case REPLIER:
-                    replier.reset();
-                    leave(replier_side);
-                    break;
-                case REQUESTS:
-                    requests.return_loan();
-                    break;
-                case REPLIES:
-                    replies.return_loan();
-                    break;
+            if (part == 'Q') {
+                requests.return_loan();
+            } else if (part == 'R') {
+                replies.return_loan();
+            } else {
+                part == 'A' ? requester.reset() : replier.reset();
+                DDSDomainParticipant* const left = part == 'A' ? requester_side : replier_side;
+                EXPECT_EQ(DDS_RETCODE_OK, left->delete_contained_entities());
+                EXPECT_EQ(DDS_RETCODE_OK, factory().delete_participant(left));
             }
         }
     } while (std::next_permutation(order.begin(), order.end()));
@@ -95,11 +88,9 @@ TEST_P(WholeRoad, a_participant_that_goes_too_early_stays_until_the_last_request
     for (const std::string order : {"PRSDLW", "PSRLDW", "RPSWLD", "SPDLRW", "LDPWSR", "WLRSPD", "DPSLWR"}) {
         const LogCapture log;
         const auto probe = std::make_shared<const DDS_TypeOperations>(*DDSStringTypeSupport::get_instance().get_type_operations());
-        auto participant = std::make_unique<Participant>(ParticipantParams()
-                                                             .domain_id(_domain)
-                                                             .engine(GetParam())
-                                                             .property("norvane.fastdds.interfaces", "127.0.0.1")
-                                                             .property("norvane.fastdds.reach", "process"));
+        ParticipantParams params = ParticipantParams().domain_id(_domain).engine(GetParam());
+        params.property("norvane.fastdds.interfaces", "127.0.0.1").property("norvane.fastdds.reach", "process");
+        auto participant = std::make_unique<Participant>(params);
         DDSDomainParticipant& joined = *participant->get();
         ASSERT_EQ(DDS_RETCODE_OK, joined.register_type("Probe", probe));
         auto dispatcher = std::make_unique<Dispatcher>();
@@ -120,32 +111,18 @@ TEST_P(WholeRoad, a_participant_that_goes_too_early_stays_until_the_last_request
         EXPECT_EQ(DDS_RETCODE_PRECONDITION_NOT_MET, joined.delete_contained_entities());
         EXPECT_EQ(DDS_RETCODE_PRECONDITION_NOT_MET, factory().delete_participant(&joined));
         EXPECT_EQ(2, log.count("the writer of \"SReply\" of a Replier"));
+        const std::map<char, std::function<void()>> steps = {
+            {'P', [&] { participant.reset(); }}, {'R', [&] { requester.reset(); }},  {'S', [&] { service.reset(); }},
+            {'D', [&] { dispatcher.reset(); }},  {'L', [&] { loan.return_loan(); }}, {'W', [&] { waitset.reset(); }},
+        };
         bool goes_early = false;
         for (const char part : order) {
-            switch (part) {
-                case 'P':
-                    goes_early = requester != nullptr || service != nullptr;
-                    participant.reset();
-                    break;
-                case 'R':
-                    requester.reset();
-                    break;
-                case 'S':
-                    service.reset();
-                    break;
-                case 'D':
-                    dispatcher.reset();
-                    break;
-                case 'L':
-                    EXPECT_EQ(Strings{"to x"}, strings_of(loan));
-                    loan.return_loan();
-                    break;
-                default:
-                    waitset.reset();
-            }
+            goes_early = goes_early || (part == 'P' && (requester != nullptr || service != nullptr));
+            steps.at(part)();
             if (requester != nullptr && service != nullptr) {
                 EXPECT_EQ("to y", requester->call("y", PATIENCE)) << order << " after " << part;
             }
+            EXPECT_TRUE(loan.empty() || strings_of(loan) == Strings{"to x"});
             EXPECT_EQ(participant == nullptr && requester == nullptr && service == nullptr, probe.use_count() == 1)
                 << order << " after " << part;
         }
@@ -177,45 +154,30 @@ TEST_P(WholeRoad, a_topic_goes_with_its_last_user_unless_the_application_has_see
 }
 
 TEST_P(WholeRoad, threads_that_join_one_service_at_once_all_find_each_other) {
-    constexpr std::size_t PAIRS = 4;
-    constexpr int ROUNDS = 15;
-    for (int round = 0; round < ROUNDS; ++round) {
+    constexpr int THREADS = 4;
+    for (int round = 0; round < 15; ++round) {
         const std::string service = "S" + std::to_string(round);
-        std::vector<std::unique_ptr<TextRequester>> requesters(PAIRS);
-        std::vector<std::unique_ptr<TextReplier>> repliers(PAIRS);
-        std::atomic<std::size_t> ready{0};
+        std::atomic<int> ready{0};
+        std::atomic<int> done{0};
         std::vector<std::thread> threads;
-        for (std::size_t index = 0; index < 2 * PAIRS; ++index) {
-            threads.emplace_back([&, index] {
+        for (int number = 0; number < THREADS; ++number) {
+            threads.emplace_back([&] {
                 ++ready;
-                eventually([&] { return ready == 2 * PAIRS; });
-                const Thrown thrown = thrown_by([&] {
-                    if (index % 2 == 0) {
-                        requesters[index / 2] = std::make_unique<TextRequester>(requester_params(nullptr, service));
-                    } else {
-                        repliers[index / 2] = std::make_unique<TextReplier>(replier_params(nullptr, service));
-                    }
-                });
-                EXPECT_EQ("", thrown.type) << thrown.message;
+                EXPECT_TRUE(eventually([&] { return ready == THREADS; }));
+                TextRequester requester(requester_params(nullptr, service));
+                TextReplier replier(replier_params(nullptr, service));
+                await_repliers(requester, THREADS);
+                const DDS_SampleIdentity_t id = requester.send_request("x");
+                EXPECT_TRUE(replier.wait_for_requests(PATIENCE, THREADS));
+                EXPECT_EQ(THREADS, answer_all(replier, ""));
+                EXPECT_TRUE(requester.wait_for_replies(PATIENCE, THREADS, id));
+                ++done;
+                EXPECT_TRUE(eventually([&] { return done == THREADS; }));
             });
         }
         for (std::thread& thread : threads) {
             thread.join();
         }
-        std::vector<DDS_SampleIdentity_t> ids;
-        for (const auto& requester : requesters) {
-            await_repliers(*requester, PAIRS);
-            ids.push_back(requester->send_request("x"));
-        }
-        for (const auto& replier : repliers) {
-            EXPECT_TRUE(replier->wait_for_requests(PATIENCE, PAIRS));
-            answer_all(*replier, "");
-        }
-        for (std::size_t index = 0; index < PAIRS; ++index) {
-            EXPECT_TRUE(requesters[index]->wait_for_replies(PATIENCE, PAIRS, ids[index]));
-        }
-        requesters.clear();
-        repliers.clear();
         EXPECT_TRUE(only_topics_are_left(service + "Request", service + "Reply"));
     }
 }
