@@ -250,32 +250,25 @@ TEST_F(FailureSweep, a_filter_without_a_reader_that_cannot_be_deleted_is_logged)
     LogCapture log;
     EXPECT_EQ("RuntimeException", thrown_by([&] { OpenRequester requester(params("S")); }).type);
     EXPECT_EQ("1 filters", live());
-    const auto lines = log.library_lines();
-    ASSERT_EQ(3U, lines.size());
-    EXPECT_EQ("RequesterUntypedImpl", lines[2].method);
-    EXPECT_EQ(expanded(VOST_LOG_DESTRUCTION_FAILURE_s, "content-filtered topic"), lines[2].text);
-    _script.fail_every("DDSDomainParticipant::create_datareader", DDS_RETCODE_OK);
-    _script.fail_every("DDSDomainParticipant::delete_contentfilteredtopic", DDS_RETCODE_OK);
+    EXPECT_EQ(1, log.count(expanded(VOST_LOG_DESTRUCTION_FAILURE_s, "content-filtered topic")));
 }
 
 TEST_F(FailureSweep, codes_by_which_nothing_failed_let_the_operation_go_on) {
+    const LogCapture quiet;
     for (const DDS_ReturnCode_t code : {DDS_RETCODE_TIMEOUT, DDS_RETCODE_NO_DATA}) {
+        pair_up();
         for (const char* call : {"DDSDomainParticipant::get_default_datawriter_qos_for_topic",
                                  "DDSDomainParticipant::get_default_datareader_qos_for_topic", "DDSDataReader::create_index"}) {
             _script.fail_every(call, code);
-            EXPECT_EQ("", thrown_by([&] { OpenRequester requester(params("S")); }).type) << call;
-            _script.fail_every(call, DDS_RETCODE_OK);
+            EXPECT_EQ("", thrown_by([&] { OpenRequester requester(params("T")); }).type) << call;
         }
-        pair_up();
         _script.fail_every("DDS_DataWriter::write", code);
-        LogCapture log;
         const Thrown thrown = thrown_by([&] { _requester->send("y"); });
-        _script.fail_every("DDS_DataWriter::write", DDS_RETCODE_OK);
         const bool late = code == DDS_RETCODE_TIMEOUT;
         EXPECT_EQ(late ? "TimeoutException" : "", thrown.type);
         EXPECT_EQ(late ? "EntityUntypedImpl::send_sample:" + expanded(VOST_LOG_ANY_FAILURE_s, "DataWriter write timeout") : "",
                   thrown.message);
-        EXPECT_EQ(late ? 1U : 0U, log.lines().size());
+        _script.fail_every("DDS_DataWriter::write", DDS_RETCODE_OK);
         tidy_up();
     }
 }
@@ -355,21 +348,15 @@ TEST_F(FailureSweep, a_call_for_which_memory_is_short_leaves_nothing) {
     NumberRequester requester(RequesterParams(&_real).service_name("S"));
     answerer.replier = &replier;
     replier.get_request_datareader()->set_listener(&answerer, DDS_DATA_AVAILABLE_STATUS);
-    int calls = 0;
     for (const int value : {1, 2}) {  // the first finds the pools empty
         fail_each_allocation([&] {
             bool answered = false;
-            bool known = true;
             try {
                 answered = requester.call({value}, DDS_DURATION_ZERO).value == value + 1;
             } catch (const Rethrowable&) {
             } catch (const std::bad_alloc&) {
-            } catch (...) {
-                known = false;
             }
             AllocationProbe::stop();
-            ++calls;
-            EXPECT_TRUE(known);
             EXPECT_TRUE(answered || AllocationProbe::has_failed());
         });
     }
