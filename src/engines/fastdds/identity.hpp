@@ -13,6 +13,7 @@
 #include <fastdds/rtps/common/Time_t.h>
 
 #include "engines/GuidHash.hpp"
+#include "middleware/SequenceNumber.hpp"
 #include "norvane/dds/types.hpp"
 
 namespace norvane {
@@ -34,13 +35,8 @@ inline rtps::GUID_t to_rtps(const DDS_GUID_t& guid) noexcept {
     return result;
 }
 
-inline std::int64_t to_integer(const DDS_SequenceNumber_t& number) noexcept {
-    return static_cast<std::int64_t>((static_cast<std::uint64_t>(static_cast<std::uint32_t>(number.high)) << 32U) | number.low);
-}
-
-inline DDS_SequenceNumber_t to_sequence_number(std::int64_t number) noexcept {
-    return {static_cast<DDS_Long>(number >> 32U), static_cast<DDS_UnsignedLong>(number & 0xffffffffU)};
-}
+using mw::to_integer;
+using mw::to_sequence_number;
 
 inline DDS_SequenceNumber_t to_sequence_number(const rtps::SequenceNumber_t& number) noexcept { return {number.high, number.low}; }
 
