@@ -1,22 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "middleware/DataWriterEntity.hpp"
 
-#include <tuple>
-
 #include "middleware/Log.hpp"
 #include "middleware/QosValidation.hpp"
+#include "middleware/clock.hpp"
 #include "middleware/virtual_guid.hpp"
 
 namespace norvane {
 namespace mw {
-
-namespace {
-
-const DDS_Duration_t& shorter(const DDS_Duration_t& left, const DDS_Duration_t& right) noexcept {
-    return std::tie(right.sec, right.nanosec) < std::tie(left.sec, left.nanosec) ? right : left;
-}
-
-}  // namespace
 
 DataWriterEntity::DataWriterEntity(DDSPublisher& publisher, TopicEntity& topic)
     : _publisher(publisher), _topic(topic), _status_condition(new StatusCondition(*this)) {}

@@ -13,6 +13,7 @@
 #include "Xcdr1Reader.hpp"
 #include "Xcdr1Writer.hpp"
 #include "middleware/Log.hpp"
+#include "middleware/Names.hpp"
 #include "norvane/dds/string.hpp"
 
 namespace norvane {
@@ -204,7 +205,7 @@ bool read_field(const DDS_TypeOperations& type, const void* sample, int field, D
 }
 /// @return what is wrong with a description; empty when nothing is.
 std::string fault_of(const std::string& type_name, const std::vector<DDS_DynamicMember>& members) {
-    if (type_name.empty() || type_name.size() > MAX_TYPE_NAME_LENGTH || type_name.find('\0') != std::string::npos) {
+    if (type_name.empty() || type_name.size() > MAX_NAME_LENGTH || type_name.find('\0') != std::string::npos) {
         return "a type name has 1 to 255 characters";
     }
     if (members.empty()) {

@@ -8,6 +8,7 @@
 
 #include "middleware/DeferringEngines.hpp"
 #include "middleware/Log.hpp"
+#include "middleware/Names.hpp"
 #include "middleware/PublisherEntity.hpp"
 #include "middleware/QosValidation.hpp"
 #include "middleware/SubscriberEntity.hpp"
@@ -17,24 +18,6 @@ namespace norvane {
 namespace mw {
 
 namespace {
-
-constexpr std::size_t MAX_NAME_LENGTH = 255;
-
-/// @return whether the name may be used; when not, the log says why.
-bool is_name_usable(const char* method, const char* what, const char* name) noexcept {
-    if (name == nullptr || *name == '\0') {
-        log_error(method, [what] { return std::string("the ") + what + " name is null or empty"; });
-        return false;
-    }
-    if (std::strlen(name) > MAX_NAME_LENGTH) {
-        log_error(method, [&] {
-            return std::string("the ") + what + " name has " + std::to_string(std::strlen(name)) + " characters, " +
-                   std::to_string(MAX_NAME_LENGTH) + " are allowed: " + name;
-        });
-        return false;
-    }
-    return true;
-}
 
 bool is_same_type(const DDS_TypeOperations& left, const DDS_TypeOperations& right) noexcept {
     return &left == &right || (std::strcmp(left.name, right.name) == 0 && left.layout_hash == right.layout_hash &&

@@ -5,11 +5,11 @@
 #include <cstring>
 #include <exception>
 
+#include "middleware/Names.hpp"
+
 namespace norvane {
 namespace mw {
 namespace {
-
-constexpr std::size_t MAX_NAME_LENGTH = 255;
 
 /// Keeps the first fault found; later rules are then passed over.
 class Verdict {

@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "middleware/Log.hpp"
+#include "middleware/Names.hpp"
 #include "norvane/dds/DomainParticipant.hpp"
 
 namespace norvane {
@@ -18,7 +19,7 @@ const char* fault_of(const DDS_TypeOperations& type) noexcept {
     if (type.name == nullptr || *type.name == '\0') {
         return "has no name";
     }
-    if (std::strlen(type.name) > MAX_TYPE_NAME_LENGTH) {
+    if (std::strlen(type.name) > MAX_NAME_LENGTH) {
         return "has a name of more than 255 characters";
     }
     if (type.size == 0) {
@@ -48,7 +49,7 @@ bool is_usable(const DDS_TypeOperations& type, std::string& what) noexcept {
     }
     try {
         const char* const name = type.name != nullptr ? type.name : "";
-        what = "type \"" + std::string(name, ::strnlen(name, MAX_TYPE_NAME_LENGTH)) + "\" " + fault;
+        what = "type \"" + std::string(name, ::strnlen(name, MAX_NAME_LENGTH)) + "\" " + fault;
     } catch (const std::exception&) {
         what.clear();
     }

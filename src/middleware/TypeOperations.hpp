@@ -12,9 +12,6 @@
 namespace norvane {
 namespace mw {
 
-/// Longest name of a type or topic.
-constexpr std::size_t MAX_TYPE_NAME_LENGTH = 255;
-
 /// Looks whether a table can be worked with: a name, a size, a proper alignment, and every operation that is not optional.
 /// @param what  gets the fault, for the log; empty when there was no memory for it. Unchanged when all is well.
 /// @return whether it can.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The process's clock in the object API's types, for middleware and engines.
+// The process's clock, and spans of time, in the object API's types. For middleware and engines.
 #ifndef NORVANE_MIDDLEWARE_CLOCK_HPP
 #define NORVANE_MIDDLEWARE_CLOCK_HPP
 
@@ -26,6 +26,11 @@ inline std::int64_t deadline_after(const DDS_Duration_t& duration) noexcept {
     return duration == DDS_DURATION_INFINITE
                ? platform::NO_DEADLINE
                : platform::monotonic_ns() + static_cast<std::int64_t>(duration.sec) * SECOND_NS + duration.nanosec;
+}
+
+/// @return the shorter of two durations; an infinite one is longer than any other.
+inline const DDS_Duration_t& shorter(const DDS_Duration_t& left, const DDS_Duration_t& right) noexcept {
+    return left.sec < right.sec || (left.sec == right.sec && left.nanosec < right.nanosec) ? left : right;
 }
 
 }  // namespace mw

@@ -20,6 +20,7 @@
 #include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/UdpTransport.hpp"
 #include "engines/fastdds/transport/socket_buffers.hpp"
+#include "middleware/clock.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -72,10 +73,6 @@ bool to_locator(const std::string& text, rtps::Locator_t& locator) {
 }
 
 Duration_t to_duration(const DDS_Duration_t& duration) { return Duration_t(duration.sec, duration.nanosec); }
-
-const DDS_Duration_t& shorter(const DDS_Duration_t& left, const DDS_Duration_t& right) noexcept {
-    return left.sec < right.sec || (left.sec == right.sec && left.nanosec < right.nanosec) ? left : right;
-}
 
 // The application's own properties, without those of norvane.
 template <typename Properties>
@@ -310,7 +307,7 @@ rtps::WriterAttributes writer_attributes(const std::string& topic_name, const DD
     attributes.endpoint.durabilityKind =
         qos.durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS ? rtps::TRANSIENT_LOCAL : rtps::VOLATILE;
     // Heartbeats are sent only while something is unacknowledged, so there is one period, the fast one.
-    attributes.times.heartbeatPeriod = to_duration(shorter(protocol.fast_heartbeat_period, protocol.heartbeat_period));
+    attributes.times.heartbeatPeriod = to_duration(mw::shorter(protocol.fast_heartbeat_period, protocol.heartbeat_period));
     attributes.times.initialHeartbeatDelay = Duration_t(0, 0);
     attributes.times.nackResponseDelay = to_duration(protocol.min_nack_response_delay);
     // Without it the timer thread of Fast DDS would wake up for every sample. A sample sent less than that ago is not sent again.
