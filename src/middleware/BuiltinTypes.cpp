@@ -11,9 +11,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "TypeOperations.hpp"
-#include "Xcdr1Reader.hpp"
-#include "Xcdr1Writer.hpp"
+#include "middleware/TypeOperations.hpp"
+#include "middleware/Xcdr1Reader.hpp"
+#include "middleware/Xcdr1Writer.hpp"
 
 namespace norvane {
 namespace mw {

@@ -9,11 +9,11 @@
 #include <exception>
 #include <set>
 
-#include "TypeOperations.hpp"
-#include "Xcdr1Reader.hpp"
-#include "Xcdr1Writer.hpp"
 #include "middleware/Log.hpp"
 #include "middleware/Names.hpp"
+#include "middleware/TypeOperations.hpp"
+#include "middleware/Xcdr1Reader.hpp"
+#include "middleware/Xcdr1Writer.hpp"
 #include "norvane/dds/string.hpp"
 
 namespace norvane {

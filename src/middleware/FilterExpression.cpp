@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Compiles filters, and evaluates them.
-#include "FilterExpression.hpp"
+#include "middleware/FilterExpression.hpp"
 
 #include <cstring>
 #include <exception>
 #include <new>
 #include <utility>
 
-#include "FilterParser.hpp"
+#include "middleware/FilterParser.hpp"
 #include "middleware/SequenceNumber.hpp"
 
 namespace norvane {

@@ -9,8 +9,8 @@
 #include <optional>
 #include <string>
 
-#include "Engine.hpp"
-#include "FilterProgram.hpp"
+#include "middleware/Engine.hpp"
+#include "middleware/FilterProgram.hpp"
 #include "norvane/dds/sequence.hpp"
 
 namespace norvane {

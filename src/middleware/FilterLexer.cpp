@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The tokens of the filter language. Nothing here depends on the locale.
-#include "FilterLexer.hpp"
+#include "middleware/FilterLexer.hpp"
 
 #include <charconv>
 #include <system_error>

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "FilterProgram.hpp"
+#include "middleware/FilterProgram.hpp"
 
 namespace norvane {
 namespace mw {

@@ -6,7 +6,7 @@
 //   term        = { NOT } ( "(" condition ")" | predicate )
 //   predicate   = operand comparison operand | operand [NOT] BETWEEN operand AND operand | operand [NOT] LIKE string
 //   operand     = field | "@" metadata | literal | parameter
-#include "FilterParser.hpp"
+#include "middleware/FilterParser.hpp"
 
 #include <utility>
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "FilterLexer.hpp"
-#include "FilterProgram.hpp"
+#include "middleware/FilterLexer.hpp"
+#include "middleware/FilterProgram.hpp"
 #include "norvane/dds/sequence.hpp"
 
 namespace norvane {

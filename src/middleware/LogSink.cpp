@@ -3,7 +3,7 @@
 //
 // Thread rule: any thread at once. A sink is called under no lock: a caller counts itself into the sink's slot, and a replacement
 // waits until that slot is empty.
-#include "LogSink.hpp"
+#include "middleware/LogSink.hpp"
 
 #include <cerrno>
 #include <charconv>

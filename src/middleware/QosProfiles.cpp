@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The registry of QoS profiles.
-#include "QosProfiles.hpp"
+#include "middleware/QosProfiles.hpp"
 
 #include <cstring>
 #include <exception>

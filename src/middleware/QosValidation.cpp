@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Rules for QoS records. Each is one line of `rules_for`: the field, its value, what is wrong, and what would be right.
-#include "QosValidation.hpp"
+#include "middleware/QosValidation.hpp"
 
 #include <cstring>
 #include <exception>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The check of a table of type operations, and the part of a type support that all of them share.
-#include "TypeOperations.hpp"
+#include "middleware/TypeOperations.hpp"
 
 #include <cstring>
 #include <exception>
