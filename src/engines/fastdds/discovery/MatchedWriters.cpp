@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/discovery/MatchedWriters.hpp"
 
+#include <exception>
 #include <utility>
 
 #include "engines/fastdds/discovery/LocalWriters.hpp"
@@ -40,6 +41,22 @@ std::shared_ptr<const Discovered> MatchedWriters::remove(const rtps::GUID_t& wri
     const Match gone = std::move(place->second);
     _matches.erase(place);
     return gone.fits && gone.confirmed ? gone.peer : nullptr;
+}
+
+mw::PeerEvent MatchedWriters::report(rtps::WriterDiscoveryInfo::DISCOVERY_STATUS reason, const rtps::GUID_t& writer) noexcept {
+    try {
+        if (reason == rtps::WriterDiscoveryInfo::DISCOVERED_WRITER) {
+            const std::shared_ptr<const Discovered> peer = confirm(writer);
+            return {mw::PeerEventKind::MATCHED, peer ? info_of(peer) : nullptr};
+        }
+        if (reason == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
+            const std::shared_ptr<const Discovered> gone = remove(writer);
+            return {_domain.kind_of_leaving(), gone ? info_of(gone) : nullptr};
+        }
+    } catch (const std::exception&) {
+        // Memory is short: the peer is not listed.
+    }
+    return {mw::PeerEventKind::MATCHED, nullptr};
 }
 
 mw::SampleMetadata MatchedWriters::metadata_of(const rtps::CacheChange_t& change) {

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include <fastdds/rtps/common/CacheChange.h>
+#include <fastdds/rtps/writer/WriterDiscoveryInfo.h>
 
 #include "engines/fastdds/discovery/Domain.hpp"
 
@@ -27,11 +28,10 @@ public:
     /// @return the writer, listed now if it is discovered but its match has not been reported yet; null if it is not discovered.
     /// @throws std::bad_alloc
     const Match* find(const rtps::GUID_t& writer);
-    /// Fast DDS reports the match. @return the writer if it fits and was not confirmed before; otherwise null.
-    /// @throws std::bad_alloc
-    std::shared_ptr<const Discovered> confirm(const rtps::GUID_t& writer);
-    /// Fast DDS reports the end of the match. @return the writer if it fits and was confirmed; otherwise null.
-    std::shared_ptr<const Discovered> remove(const rtps::GUID_t& writer) noexcept;
+    /// Fast DDS reports a match, or the end of one.
+    /// @return what the reader's peer sink is to hear of it. No peer: nothing, since the writer does not fit, or was reported before,
+    ///         or memory is short; it is not listed then.
+    mw::PeerEvent report(rtps::WriterDiscoveryInfo::DISCOVERY_STATUS reason, const rtps::GUID_t& writer) noexcept;
     /// @param each  gets every writer that fits and was confirmed.
     template <typename Each>
     void for_each_confirmed(Each each) const {
@@ -46,6 +46,11 @@ public:
     mw::SampleMetadata metadata_of(const rtps::CacheChange_t& change);
 
 private:
+    // The writer if it fits and was not confirmed before; otherwise null. Throws std::bad_alloc.
+    std::shared_ptr<const Discovered> confirm(const rtps::GUID_t& writer);
+    // The writer if it fits and was confirmed; otherwise null.
+    std::shared_ptr<const Discovered> remove(const rtps::GUID_t& writer) noexcept;
+
     Domain& _domain;
     const mw::EndpointInfo& _reader;
     std::unordered_map<DDS_GUID_t, Match, GuidHash> _matches;  // by the RTPS GUID of the writer

@@ -292,22 +292,13 @@ void Reader::deliver_locked(const rtps::CacheChange_t& change) {
 void Reader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::WriterDiscoveryInfo::DISCOVERY_STATUS reason,
                                  const rtps::GUID_t& writer_guid, const rtps::WriterProxyData* /*writer_info*/) {
     const Lock lock(_reader->getMutex());
-    try {
-        if (reason == rtps::WriterDiscoveryInfo::DISCOVERED_WRITER) {
-            const std::shared_ptr<const Discovered> peer = _matches.confirm(writer_guid);
-            if (peer) {
-                note({mw::PeerEventKind::MATCHED, info_of(peer)});
-            }
-        } else if (reason == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
-            _refused.erase(to_guid(writer_guid));
-            _backlog.forget(to_guid(writer_guid));
-            const std::shared_ptr<const Discovered> gone = _matches.remove(writer_guid);
-            if (gone) {
-                note({_domain->kind_of_leaving(), info_of(gone)});
-            }
-        }
-    } catch (const std::exception&) {
-        // Memory is short: the peer is not listed.
+    if (reason == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
+        _refused.erase(to_guid(writer_guid));
+        _backlog.forget(to_guid(writer_guid));
+    }
+    const mw::PeerEvent event = _matches.report(reason, writer_guid);
+    if (event.peer) {
+        note(event);
     }
 }
 

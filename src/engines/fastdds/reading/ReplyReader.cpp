@@ -110,19 +110,7 @@ void ReplyReader::onNewCacheChangeAdded(rtps::RTPSReader* /*reader*/, const rtps
 void ReplyReader::on_writer_discovery(rtps::RTPSReader* /*reader*/, rtps::WriterDiscoveryInfo::DISCOVERY_STATUS reason,
                                       const rtps::GUID_t& writer_guid, const rtps::WriterProxyData* /*writer_info*/) {
     const Lock lock(_reader->getMutex());
-    mw::PeerEvent event = {mw::PeerEventKind::MATCHED, nullptr};
-    try {
-        if (reason == rtps::WriterDiscoveryInfo::DISCOVERED_WRITER) {
-            const std::shared_ptr<const Discovered> peer = _matches.confirm(writer_guid);
-            event.peer = peer ? info_of(peer) : nullptr;
-        } else if (reason == rtps::WriterDiscoveryInfo::REMOVED_WRITER) {
-            const std::shared_ptr<const Discovered> gone = _matches.remove(writer_guid);
-            event.kind = _domain->kind_of_leaving();
-            event.peer = gone ? info_of(gone) : nullptr;
-        }
-    } catch (const std::exception&) {
-        // Memory is short: the peer is not listed.
-    }
+    const mw::PeerEvent event = _matches.report(reason, writer_guid);
     if (event.peer) {
         for (const auto& entry : _routes) {
             entry.second->note(event);
