@@ -38,12 +38,12 @@ public:
     typedef T element_type;
 
     /// Owns nothing, and is bound to no pool until one is transferred in.
-    PoolAutoPtr() noexcept : _ptr(NULL), _related_pool(NULL) {}
+    PoolAutoPtr() noexcept : _ptr(nullptr), _related_pool(nullptr) {}
     /// @param ptr  of `pool`, or null.
     PoolAutoPtr(element_type* ptr, FastObjectPool<T>& pool) noexcept : _ptr(ptr), _related_pool(&pool) {}
     PoolAutoPtr(PoolAutoPtr<T>& other) noexcept : _ptr(other.release()), _related_pool(other._related_pool) {}
     PoolAutoPtr(details::PoolAutoPtrRef<T> ref) noexcept : _ptr(ref._ptr), _related_pool(&ref._related_pool) {}
-    ~PoolAutoPtr() { reset(NULL); }
+    ~PoolAutoPtr() { reset(nullptr); }
 
     PoolAutoPtr& operator=(PoolAutoPtr<T>& other) noexcept {
         if (this != &other) {
@@ -72,7 +72,7 @@ public:
     /// Gives the ownership up without giving the object back.
     element_type* release() noexcept {
         element_type* released = _ptr;
-        _ptr = NULL;
+        _ptr = nullptr;
         return released;
     }
 
@@ -82,7 +82,7 @@ public:
         if (ptr == _ptr) {
             return;
         }
-        if (_ptr != NULL) {
+        if (_ptr != nullptr) {
             _related_pool->return_ptr(_ptr);
         }
         _ptr = ptr;
@@ -97,7 +97,7 @@ public:
 private:
     // The old object goes back to the pool it came from, before the handle is bound to another one.
     void take_over(element_type* ptr, FastObjectPool<T>* pool) noexcept {
-        reset(NULL);
+        reset(nullptr);
         _ptr = ptr;
         _related_pool = pool;
     }
@@ -130,7 +130,7 @@ public:
     /// @throws std::bad_alloc  none is free and none can be made.
     element_type* get_ptr() {
         void* buffer = PALUFastBufferPool_getBufferWithSize(buffer_pool, -1);
-        if (buffer == NULL) {
+        if (buffer == nullptr) {
             throw std::bad_alloc();
         }
         return static_cast<element_type*>(buffer);
@@ -169,9 +169,9 @@ public:
 private:
     void initialize(const PALUFastBufferPoolProperty& property) {
         buffer_pool = PALUFastBufferPool_newWithParams(static_cast<DDS_Long>(sizeof(T)), static_cast<DDS_Long>(alignof(T)),
-                                                       &BufferMemoryAdapter<T>::buffer_initialize, NULL,
-                                                       &BufferMemoryAdapter<T>::buffer_finalize, NULL, &property, "8", 1);
-        if (buffer_pool == NULL) {
+                                                       &BufferMemoryAdapter<T>::buffer_initialize, nullptr,
+                                                       &BufferMemoryAdapter<T>::buffer_finalize, nullptr, &property, "8", 1);
+        if (buffer_pool == nullptr) {
             throw std::bad_alloc();
         }
     }
