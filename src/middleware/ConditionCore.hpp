@@ -60,7 +60,7 @@ public:
     }
 
     /// @return DDS_RETCODE_OK also when it is attached already; ALREADY_DELETED; OUT_OF_RESOURCES.
-    DDS_ReturnCode_t attach_to(norvane::mw::WaitSetCore& set, DDSCondition* reported) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t attach_to(norvane::mw::WaitSetCore& set, DDSCondition* reported) noexcept;
     /// @return whether it was attached.
     bool detach_from(norvane::mw::WaitSetCore& set) noexcept;
 

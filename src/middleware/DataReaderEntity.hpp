@@ -22,8 +22,9 @@ namespace mw {
 class ReaderControl {
 public:
     /// Makes the port, disabled. @param code  gets the reason when the result is false; the log has it in words.
-    virtual bool prepare(DomainPort& domain, DDSDataReaderListener* listener, DDS_StatusMask mask, DDS_ReturnCode_t& code) = 0;
-    virtual DDS_ReturnCode_t enable() noexcept = 0;
+    [[nodiscard]] virtual bool prepare(DomainPort& domain, DDSDataReaderListener* listener, DDS_StatusMask mask,
+                                       DDS_ReturnCode_t& code) = 0;
+    [[nodiscard]] virtual DDS_ReturnCode_t enable() noexcept = 0;
     /// Leaves the domain, and gives the object up: it goes now, or with its last loan. Not for a reader that was never prepared.
     virtual void close() noexcept = 0;
     /// Gives an object up that was never enabled.

@@ -22,9 +22,9 @@ public:
     ~DataWriterEntity() override;
 
     /// Makes the port, disabled. @param code  gets the reason when the result is false; the log has it in words.
-    bool prepare(DomainPort& domain, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener, DDS_StatusMask mask,
-                 DDS_ReturnCode_t& code);
-    DDS_ReturnCode_t enable() noexcept { return _port->enable(*this); }
+    [[nodiscard]] bool prepare(DomainPort& domain, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener,
+                               DDS_StatusMask mask, DDS_ReturnCode_t& code);
+    [[nodiscard]] DDS_ReturnCode_t enable() noexcept { return _port->enable(*this); }
     /// Leaves the domain; no listener runs afterwards.
     void close() noexcept;
     bool is_inside_listener() noexcept { return _gate.is_inside(); }

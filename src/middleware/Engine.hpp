@@ -199,17 +199,18 @@ public:
     /// @return what peers learn, with the GUIDs in place.
     virtual const EndpointInfo& info() const noexcept = 0;
     /// Lets the writer be seen. @param sink  lives until `close` has returned.
-    virtual DDS_ReturnCode_t enable(PeerSink& sink) noexcept = 0;
+    [[nodiscard]] virtual DDS_ReturnCode_t enable(PeerSink& sink) noexcept = 0;
     /// Writes one sample. All or none: a reliable write that finds a reader full stores nothing until there is room everywhere.
     /// @param identity   gets the identity assigned; unknown when the engine will assign it later.
     /// @param addressed  gets whether there was a reader to send it to.
     /// @return OK; TIMEOUT; OUT_OF_RESOURCES; BAD_PARAMETER for a number that is not above those used, UNSUPPORTED where the engine
     ///         assigns all of them; ALREADY_DELETED once closed.
-    virtual DDS_ReturnCode_t write(const WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept = 0;
+    [[nodiscard]] virtual DDS_ReturnCode_t write(const WriteRequest& request, DDS_SampleIdentity_t& identity,
+                                                 bool& addressed) noexcept = 0;
     /// Counted by the engine: the listeners that `write` runs may delete the entity that called it.
     virtual WriteCounts counts() noexcept = 0;
     /// @return OK; TIMEOUT; ALREADY_DELETED once closed.
-    virtual DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept = 0;
+    [[nodiscard]] virtual DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept = 0;
     /// Leaves. Threads blocked in `write` return first; when it returns, no upcall runs or will run.
     virtual void close() noexcept = 0;
 };
@@ -222,7 +223,7 @@ public:
     /// @return what peers learn, with the GUIDs in place.
     virtual const EndpointInfo& info() const noexcept = 0;
     /// Lets the reader be seen. @param sink  lives until `close` has returned.
-    virtual DDS_ReturnCode_t enable(SampleSink& sink) noexcept = 0;
+    [[nodiscard]] virtual DDS_ReturnCode_t enable(SampleSink& sink) noexcept = 0;
     /// There is room again, after the sink answered FULL.
     virtual void room_freed() noexcept = 0;
     /// Leaves. When it returns, no upcall runs or will run.

@@ -39,7 +39,7 @@ struct Loan {
     std::unique_ptr<SampleSlot*[]> many_slots;
 
     /// @return false when memory is short.
-    bool make_room(int wanted) noexcept;
+    [[nodiscard]] bool make_room(int wanted) noexcept;
     /// Gives large arrays back to the heap.
     void shrink() noexcept;
 };
@@ -47,11 +47,11 @@ struct Loan {
 class LoanTable {
 public:
     /// @return a record with room for `count` samples, for which `lend` cannot fail; null when memory is short.
-    Loan* take(int count) noexcept;
+    [[nodiscard]] Loan* take(int count) noexcept;
     /// The record is out from here on.
     void lend(Loan& loan) noexcept { _out.insert(key_of(loan.data), &loan); }
     /// @return the loan with that array, which is not out any more; null when there is none, or its infos are others.
-    Loan* recall(void** data, const DDS_SampleInfo* infos) noexcept;
+    [[nodiscard]] Loan* recall(void** data, const DDS_SampleInfo* infos) noexcept;
     /// Keeps an empty record for the next loan.
     void keep(Loan& loan) noexcept;
 

@@ -37,7 +37,7 @@ public:
     ~ParticipantEntity() override;
 
     /// Joins the domain. @return false when the engine refused; the log says why.
-    bool prepare(const DDS_DomainParticipantQos& qos);
+    [[nodiscard]] bool prepare(const DDS_DomainParticipantQos& qos);
     bool is_empty() noexcept;
     /// @return what there is, in words for the log: the first few entities, and how many more.
     std::string contents();

@@ -32,7 +32,7 @@ public:
     DDS_IncompatibleQosStatus incompatible_qos() noexcept;
     DDS_IncompatibleTypeStatus incompatible_type() noexcept;
 
-    DDS_ReturnCode_t list(DDS_InstanceHandleSeq& handles) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t list(DDS_InstanceHandleSeq& handles) noexcept;
     /// @return what is known of a matched peer; of the latest when several have one GUID; null when none has that handle.
     std::shared_ptr<const EndpointInfo> find(const DDS_InstanceHandle_t& handle) noexcept;
 
@@ -58,8 +58,8 @@ EndpointInfo describe(const std::string& topic_name, const std::string& type_nam
                       const DDS_DataReaderQos& qos);
 
 /// Fills what the object API reports about a peer. @return DDS_RETCODE_OK or DDS_RETCODE_OUT_OF_RESOURCES.
-DDS_ReturnCode_t report(const EndpointInfo& peer, DDS_SubscriptionBuiltinTopicData& data) noexcept;
-DDS_ReturnCode_t report(const EndpointInfo& peer, DDS_PublicationBuiltinTopicData& data) noexcept;
+[[nodiscard]] DDS_ReturnCode_t report(const EndpointInfo& peer, DDS_SubscriptionBuiltinTopicData& data) noexcept;
+[[nodiscard]] DDS_ReturnCode_t report(const EndpointInfo& peer, DDS_PublicationBuiltinTopicData& data) noexcept;
 
 inline DDS_InstanceHandle_t handle_of(const DDS_GUID_t& guid) noexcept {
     DDS_InstanceHandle_t handle;

@@ -50,11 +50,12 @@ private:
     typedef std::map<std::string, Profile, std::less<>> Library;
 
     template <typename Qos>
-    DDS_ReturnCode_t add_settings(const char* method, const char* library_name, const char* profile_name, const char* topic_filter,
-                                  const Qos& qos, std::list<Settings<Qos>> Profile::*kind) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t add_settings(const char* method, const char* library_name, const char* profile_name,
+                                                const char* topic_filter, const Qos& qos,
+                                                std::list<Settings<Qos>> Profile::*kind) noexcept;
     template <typename Qos>
-    DDS_ReturnCode_t get_settings(const char* method, Qos& qos, const char* library_name, const char* profile_name,
-                                  const char* topic_name, std::list<Settings<Qos>> Profile::*kind) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t get_settings(const char* method, Qos& qos, const char* library_name, const char* profile_name,
+                                                const char* topic_name, std::list<Settings<Qos>> Profile::*kind) noexcept;
     /// @return the profile; null, with a line logged, when a name is malformed or unknown.
     Profile* find_locked(const char* method, const char* library_name, const char* profile_name);
 

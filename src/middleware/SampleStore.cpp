@@ -451,7 +451,7 @@ void SampleStore::delete_conditions() noexcept {
         if (condition == nullptr) {
             return;
         }
-        delete_condition(*condition);
+        static_cast<void>(delete_condition(*condition));  // refused when another thread has deleted it meanwhile
     }
 }
 

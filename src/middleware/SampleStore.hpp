@@ -90,23 +90,23 @@ public:
                                     DDS_InstanceStateMask instance_states) noexcept;
     ReadCondition* create_key_condition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                         DDS_InstanceStateMask instance_states, const char* index_name, std::uint64_t key) noexcept;
-    DDS_ReturnCode_t delete_condition(ReadCondition& condition) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t delete_condition(ReadCondition& condition) noexcept;
     std::size_t condition_count() noexcept;
     /// Deletes every condition.
     void delete_conditions() noexcept;
 
-    DDS_ReturnCode_t create_index(const char* index_name) noexcept;
-    DDS_ReturnCode_t interrupt(DDS_ReturnCode_t code) noexcept;
-    DDS_ReturnCode_t interrupt_key(const char* index_name, std::uint64_t key, DDS_ReturnCode_t code) noexcept;
-    DDS_ReturnCode_t admit_open_keys_only(const char* index_name, bool open_only) noexcept;
-    DDS_ReturnCode_t open_key(const char* index_name, std::uint64_t key) noexcept;
-    DDS_ReturnCode_t close_key(const char* index_name, std::uint64_t key) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t create_index(const char* index_name) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t interrupt(DDS_ReturnCode_t code) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t interrupt_key(const char* index_name, std::uint64_t key, DDS_ReturnCode_t code) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t admit_open_keys_only(const char* index_name, bool open_only) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t open_key(const char* index_name, std::uint64_t key) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t close_key(const char* index_name, std::uint64_t key) noexcept;
 
-    DDS_ReturnCode_t read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                  ReadCondition& condition, bool take) noexcept;
-    DDS_ReturnCode_t read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                  DDS_SampleStateMask states, bool take) noexcept;
-    DDS_ReturnCode_t return_loan(void** received_data, DDS_SampleInfoSeq& info_seq) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                                DDS_Long max_samples, ReadCondition& condition, bool take) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                                DDS_Long max_samples, DDS_SampleStateMask states, bool take) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t return_loan(void** received_data, DDS_SampleInfoSeq& info_seq) noexcept;
 
     /// Drops all samples that are not on loan, and accepts no more.
     void close() noexcept;
@@ -150,9 +150,9 @@ private:
     void index_locked(SampleSlot& slot) noexcept;
     void interrupt_locked(SampleSelection& selection, DDS_ReturnCode_t code, platform::WakeBatch& wake) noexcept;
 
-    DDS_ReturnCode_t lend_locked(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                 SampleSelection& selection, DDS_SampleStateMask states, bool take,
-                                 platform::WakeBatch& wake) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t lend_locked(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                               DDS_Long max_samples, SampleSelection& selection, DDS_SampleStateMask states,
+                                               bool take, platform::WakeBatch& wake) noexcept;
     static void fill(Loan& loan, int index, const SampleSlot& slot) noexcept;
     void mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) noexcept;
     void unlist_locked(SampleSlot& slot) noexcept;

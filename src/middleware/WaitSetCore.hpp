@@ -27,8 +27,8 @@ public:
     /// Detaches everything, and keeps the core for the next `acquire`.
     static void give_back(WaitSetCore* core) noexcept;
 
-    DDS_ReturnCode_t wait(DDSConditionSeq& active, const DDS_Duration_t& timeout) noexcept;
-    DDS_ReturnCode_t list(DDSConditionSeq& attached) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t wait(DDSConditionSeq& active, const DDS_Duration_t& timeout) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t list(DDSConditionSeq& attached) noexcept;
 
     // For conditions, which hold their own mutex.
     /// @param may_hold  whether the condition is to be looked at by the next wait.
@@ -49,7 +49,7 @@ private:
     void drop_ready_locked(Attachment& attachment) noexcept;
     bool spin(std::uint32_t seen) noexcept;
     bool spin_until_changed(std::uint32_t seen, SpinHistory& history) const noexcept;
-    DDS_ReturnCode_t wait_alone(DDSConditionSeq& active, const DDS_Duration_t& timeout) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t wait_alone(DDSConditionSeq& active, const DDS_Duration_t& timeout) noexcept;
     void change_word(platform::WakeBatch& wake) noexcept;
     void detach_all() noexcept;
 

@@ -35,8 +35,8 @@ public:
 
     /// Makes an opened endpoint visible, and matches it with the visible ones.
     /// @return OK; OUT_OF_RESOURCES, and then it has been removed.
-    DDS_ReturnCode_t add(const std::shared_ptr<Writer>& writer) noexcept;
-    DDS_ReturnCode_t add(const std::shared_ptr<Reader>& reader) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t add(const std::shared_ptr<Writer>& writer) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t add(const std::shared_ptr<Reader>& reader) noexcept;
 
     /// Takes an endpoint out, seen or not. When it returns, no upcall of it runs or will run. A second time does nothing.
     void remove(const std::shared_ptr<Writer>& writer) noexcept;
@@ -52,8 +52,8 @@ private:
     };
 
     template <typename Own, typename Other, typename Meet>
-    DDS_ReturnCode_t add_to_topic(const std::shared_ptr<Own>& own, std::vector<std::shared_ptr<Own>> Topic::*own_kind,
-                                  std::vector<std::shared_ptr<Other>> Topic::*other_kind, Meet meet) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t add_to_topic(const std::shared_ptr<Own>& own, std::vector<std::shared_ptr<Own>> Topic::*own_kind,
+                                                std::vector<std::shared_ptr<Other>> Topic::*other_kind, Meet meet) noexcept;
     template <typename Own>
     bool take_out_locked(const std::shared_ptr<Own>& own, std::vector<std::shared_ptr<Own>> Topic::*own_kind) noexcept;
     void meet_locked(const std::shared_ptr<Writer>& writer, const std::shared_ptr<Reader>& reader, platform::WakeBatch& wake,

@@ -46,9 +46,9 @@ public:
     void open(mw::PeerSink& sink, std::shared_ptr<Bus> bus) noexcept;
 
     /// As mw::WriterPort.
-    DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept;
     mw::WriteCounts counts() noexcept;
-    DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
 
     // The rest is for the bus, which holds its mutex, except for the last.
 
@@ -75,12 +75,13 @@ private:
     typedef std::vector<Match*> MatchList;
 
     Attempt attempt(Outgoing& out) noexcept;
-    DDS_ReturnCode_t attempt_locked(Outgoing& out) noexcept;
-    DDS_ReturnCode_t next_number_locked(const DDS_SequenceNumber_t& wanted, std::int64_t& number) const noexcept;
-    DDS_ReturnCode_t make_history_room_locked(Outgoing& out) noexcept;
-    DDS_ReturnCode_t deliver_locked(Match& match, Outgoing& out) noexcept;
-    DDS_ReturnCode_t deliver_to_all_locked(const MatchList* routed, const MatchList& unrouted, Outgoing& out) noexcept;
-    DDS_ReturnCode_t claim_locked(const MatchList& matches, Outgoing& out) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t attempt_locked(Outgoing& out) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t next_number_locked(const DDS_SequenceNumber_t& wanted, std::int64_t& number) const noexcept;
+    [[nodiscard]] DDS_ReturnCode_t make_history_room_locked(Outgoing& out) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t deliver_locked(Match& match, Outgoing& out) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t deliver_to_all_locked(const MatchList* routed, const MatchList& unrouted,
+                                                         Outgoing& out) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t claim_locked(const MatchList& matches, Outgoing& out) noexcept;
     template <typename Ask>
     mw::Admission ask_locked(const Match& match, Outgoing& out, Ask ask) noexcept;
     void replay_locked(Match& match, platform::WakeBatch& wake, bool& announce);

@@ -34,12 +34,12 @@ public:
     ~ReplyReader() override;
 
     /// Makes the RTPS reader, which is not announced yet. @return false if Fast DDS refuses; `failure` has the reason.
-    bool prepare(const DDS_DataReaderQos& qos, std::string& failure);
+    [[nodiscard]] bool prepare(const DDS_DataReaderQos& qos, std::string& failure);
 
     /// Begins to serve a requester, and reports the writers matched so far to it. The first one makes the reader announced.
     /// @return OK; ERROR if Fast DDS refuses.
     /// @throws std::bad_alloc
-    DDS_ReturnCode_t add(ReplyRoute& route);
+    [[nodiscard]] DDS_ReturnCode_t add(ReplyRoute& route);
     /// When it returns, no upcall of the route runs or will run.
     void remove(const ReplyRoute& route) noexcept;
 

@@ -25,10 +25,10 @@ public:
     ~ReplyRoute() override;
 
     /// Finds or makes the reader. @return OK, or a code; `failure` then has the reason, for the log.
-    DDS_ReturnCode_t prepare(const mw::ReaderSettings& settings, std::string& failure);
+    [[nodiscard]] DDS_ReturnCode_t prepare(const mw::ReaderSettings& settings, std::string& failure);
 
     /// As mw::ReaderPort.
-    DDS_ReturnCode_t enable(mw::SampleSink& sink) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t enable(mw::SampleSink& sink) noexcept;
     void room_freed() noexcept {}
     void close() noexcept;
 

@@ -38,13 +38,13 @@ public:
     ~Writer() override;
 
     /// Makes the RTPS writer, which is not announced yet. @return OK, or a code; `failure` then has the reason, for the log.
-    DDS_ReturnCode_t prepare(const mw::WriterSettings& settings, std::string& failure);
+    [[nodiscard]] DDS_ReturnCode_t prepare(const mw::WriterSettings& settings, std::string& failure);
 
     /// As mw::WriterPort.
-    DDS_ReturnCode_t enable(mw::PeerSink& sink) noexcept;
-    DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t enable(mw::PeerSink& sink) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t write(const mw::WriteRequest& request, DDS_SampleIdentity_t& identity, bool& addressed) noexcept;
     mw::WriteCounts counts() noexcept;
-    DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t wait_for_acknowledgments(const DDS_Duration_t& max_wait) noexcept;
     void close() noexcept;
 
     /// Announces that a share of the participant's reply reader takes the answers to this writer. @param answers  null: no longer.
@@ -77,10 +77,10 @@ private:
     };
 
     rtps::CacheChange_t* encode(const void* data);
-    DDS_ReturnCode_t write_blocking(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
-                                    bool& addressed);
-    DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change, DDS_SampleIdentity_t& identity,
-                                  bool& addressed);
+    [[nodiscard]] DDS_ReturnCode_t write_blocking(const mw::WriteRequest& request, rtps::CacheChange_t*& change,
+                                                  DDS_SampleIdentity_t& identity, bool& addressed);
+    [[nodiscard]] DDS_ReturnCode_t write_locked(const mw::WriteRequest& request, rtps::CacheChange_t*& change,
+                                                DDS_SampleIdentity_t& identity, bool& addressed);
     bool send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params, bool addressed);
     std::int64_t send_held_locked(std::int64_t now_ns) noexcept;
     eprosima::fastdds::dds::WriterQos announced_qos() const;
