@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -15,11 +14,14 @@
 #include <memory>
 #include <mutex>
 #include <numeric>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "engines/EngineModule.hpp"
+#include "middleware/TypeSamplePool.hpp"
+#include "norvane/details/cxx_type.hpp"
 #include "support/Eventually.hpp"
 #include "support/ThreadState.hpp"
 
@@ -33,75 +35,44 @@ constexpr std::size_t ROOMY = 1000000;
 
 std::int64_t integer_of(const DDS_SequenceNumber_t& number) { return (static_cast<std::int64_t>(number.high) << 32) | number.low; }
 
-// Samples are integers. Counts what is alive, so that a test sees what was kept.
-class IntegerPool : public mw::SamplePool {
-public:
-    virtual ~IntegerPool() { EXPECT_EQ(0, live) << "samples were not given back"; }
-    mw::Sample* make_copy(const void* data) noexcept override {
-        mw::Sample* sample = new mw::Sample;
-        sample->pool = this;
-        sample->data = new int(*static_cast<const int*>(data));
-        ++live;
-        return sample;
-    }
-    mw::Sample* make_decoded(const std::uint8_t*, std::size_t) noexcept override { return nullptr; }
-    std::size_t encoded_size(const void*) noexcept override { return 0; }
-    std::size_t encode(const void*, std::uint8_t*, std::size_t) noexcept override { return 0; }
-    const DDS_TypeOperations& type() const noexcept override { return _type; }
-    void take_back(mw::Sample& sample) noexcept override {
-        delete static_cast<int*>(sample.data);
-        delete &sample;
-        --live;
-    }
-
-    std::atomic<int> live{0};
-
-private:
-    DDS_TypeOperations _type = {};
-};
-
-// A participant, and the pool of all its endpoints: it outlives them, as samples outlive their writer.
+// A participant, and the pool of all its endpoints, whose samples are integers: it outlives them, as samples outlive their writer.
 struct Domain {
     explicit Domain(DDS_DomainId_t domain_id) {
+        auto type = std::make_shared<DDS_TypeOperations>(details::cxx_operations<int>());
+        type->copy = details::copy_sample<int>;
+        pool.reset(mw::TypeSamplePool::make(type));
         mw::DomainSettings settings;
         settings.domain_id = domain_id;
         port = embedded::embedded_engine().join(settings, code, failure);
     }
-    IntegerPool pool;
+    mw::OwnedSamplePool pool;
     std::unique_ptr<mw::DomainPort> port;
     DDS_ReturnCode_t code = DDS_RETCODE_ERROR;
     std::string failure;
 };
 
-// What a test asks of an endpoint.
-struct Wish {
-    bool reliable = true;
-    bool transient_local = false;
+enum Wish { PLAIN, BEST_EFFORT, KEPT };  // the last two: reliability and durability other than those of the first
 
-    // Settings for the engine; `qos` must outlive them.
-    template <typename Settings, typename Qos>
-    Settings settings(Domain& domain, Qos& qos) const {
-        qos.reliability.kind = reliable ? DDS_RELIABLE_RELIABILITY_QOS : DDS_BEST_EFFORT_RELIABILITY_QOS;
-        qos.durability.kind = transient_local ? DDS_TRANSIENT_LOCAL_DURABILITY_QOS : DDS_VOLATILE_DURABILITY_QOS;
-        qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
-        Settings made;
-        made.info.topic_name = "topic";
-        made.info.type_name = "integer";
-        made.qos = &qos;
-        made.pool = &domain.pool;
-        return made;
-    }
-};
-const Wish PLAIN = {true, false};
-const Wish BEST_EFFORT = {false, false};
-const Wish KEPT = {true, true};
+// Settings for the engine; `qos` must outlive them.
+template <typename Settings, typename Qos>
+Settings settings_of(Domain& domain, Wish wish, Qos& qos) {
+    qos.reliability.kind = wish == BEST_EFFORT ? DDS_BEST_EFFORT_RELIABILITY_QOS : DDS_RELIABLE_RELIABILITY_QOS;
+    qos.durability.kind = wish == KEPT ? DDS_TRANSIENT_LOCAL_DURABILITY_QOS : DDS_VOLATILE_DURABILITY_QOS;
+    qos.history.kind = DDS_KEEP_ALL_HISTORY_QOS;
+    Settings made;
+    made.info.topic_name = "topic";
+    made.info.type_name = "integer";
+    made.qos = &qos;
+    made.pool = domain.pool.get();
+    return made;
+}
 
 // A store of limited room.
 class FakeReader : public mw::SampleSink {
 public:
-    FakeReader(Domain& domain, const Wish& wish, std::size_t room) : capacity(room) {
+    FakeReader(Domain& domain, Wish wish, std::size_t room) : capacity(room) {
         DDS_DataReaderQos qos;
-        port = domain.port->make_reader(wish.settings<mw::ReaderSettings>(domain, qos), domain.code, domain.failure);
+        port = domain.port->make_reader(settings_of<mw::ReaderSettings>(domain, wish, qos), domain.code, domain.failure);
     }
     ~FakeReader() {
         port->close();
@@ -109,44 +80,49 @@ public:
         take_all();
     }
 
-    bool peer_changed(const mw::PeerEvent&) noexcept override {
-        ++peers;
-        return false;
-    }
+    bool peer_changed(const mw::PeerEvent&) noexcept override { return ++peers == 0; }
     void announce() noexcept override { ++announced; }
-    Admission admit(const mw::SampleMetadata&, const void* data) noexcept override {
-        EXPECT_NE(nullptr, data);
+    Admission admit(const mw::SampleMetadata&, const void*) noexcept override {
         if (on_admit) {
             on_admit();
         }
-        std::lock_guard<std::mutex> lock(_mutex);
-        return admit_locked();
+        const Lock lock(_mutex);
+        if (refuse_next > 0) {
+            --refuse_next;
+            return Admission::FULL;
+        }
+        if (answer == Admission::SLOT && _held.size() + _reserved >= capacity) {
+            ++refusals;
+            _refused = true;
+            return Admission::FULL;
+        }
+        _reserved += answer == Admission::SLOT ? 1 : 0;
+        return answer;
     }
     void abandon() noexcept override {
-        std::lock_guard<std::mutex> lock(_mutex);
+        const Lock lock(_mutex);
         --_reserved;
     }
     bool commit(mw::Sample& sample, platform::WakeBatch&) noexcept override {
-        std::lock_guard<std::mutex> lock(_mutex);
-        return commit_locked(sample);
+        const Lock lock(_mutex);
+        --_reserved;
+        mw::retain(sample);
+        _held.push_back(&sample);
+        return true;
     }
-    Admission deliver(mw::Sample& sample, platform::WakeBatch&, bool& announce) noexcept override {
-        std::lock_guard<std::mutex> lock(_mutex);
-        const Admission said = admit_locked();
-        announce = said == Admission::SLOT && commit_locked(sample);
+    Admission deliver(mw::Sample& sample, platform::WakeBatch& wake, bool& announce) noexcept override {
+        const Admission said = admit(sample.metadata, sample.data);
+        announce = said == Admission::SLOT && commit(sample, wake);
         return said;
     }
-    bool sample_lost() noexcept override {
-        ++lost;
-        return false;
-    }
+    bool sample_lost() noexcept override { return ++lost == 0; }
 
     // Takes the oldest sample, and tells the engine of the room if that was refused some. @return its value; -1 when there is none.
     int take(bool may_tell = true) {
         mw::Sample* sample = nullptr;
         bool tell = false;
         {
-            std::lock_guard<std::mutex> lock(_mutex);
+            const Lock lock(_mutex);
             if (_held.empty()) {
                 return -1;
             }
@@ -183,25 +159,7 @@ public:
     std::vector<std::int64_t> numbers;  // of those taken; for the one thread that takes
 
 private:
-    Admission admit_locked() {
-        if (refuse_next > 0) {
-            --refuse_next;
-            return Admission::FULL;
-        }
-        if (answer == Admission::SLOT && _held.size() + _reserved >= capacity) {
-            _refused = true;
-            ++refusals;
-            return Admission::FULL;
-        }
-        _reserved += answer == Admission::SLOT ? 1 : 0;
-        return answer;
-    }
-    bool commit_locked(mw::Sample& sample) {
-        --_reserved;
-        mw::retain(sample);
-        _held.push_back(&sample);
-        return true;
-    }
+    typedef std::lock_guard<std::mutex> Lock;
 
     std::mutex _mutex;
     std::deque<mw::Sample*> _held;
@@ -211,19 +169,18 @@ private:
 
 class FakeWriter : public mw::PeerSink {
 public:
-    FakeWriter(Domain& domain, const Wish& wish) {
+    FakeWriter(Domain& domain, Wish wish) {
         DDS_DataWriterQos qos;
-        port = domain.port->make_writer(wish.settings<mw::WriterSettings>(domain, qos), domain.code, domain.failure);
+        port = domain.port->make_writer(settings_of<mw::WriterSettings>(domain, wish, qos), domain.code, domain.failure);
     }
     ~FakeWriter() { port->close(); }
     bool peer_changed(const mw::PeerEvent&) noexcept override { return false; }
     void announce() noexcept override {}
-    DDS_ReturnCode_t write(int value, DDS_Duration_t patience = DDS_DURATION_ZERO) {
+    DDS_ReturnCode_t write(int value, DDS_Duration_t patience = DDS_DURATION_ZERO,
+                           DDS_SequenceNumber_t wanted = DDS_AUTO_SEQUENCE_NUMBER) {
         mw::WriteRequest request;
         request.max_blocking_time = patience;
-        return write(value, request);
-    }
-    DDS_ReturnCode_t write(int value, mw::WriteRequest& request) {
+        request.sequence_number = wanted;
         request.data = &value;
         DDS_SampleIdentity_t assigned;
         bool was_addressed = false;
@@ -242,8 +199,8 @@ public:
 // A domain of its own for each test.
 class EmbeddedEngineTest : public ::testing::Test {
 protected:
-    std::unique_ptr<FakeWriter> writer(const Wish& wish = PLAIN) { return enabled(std::make_unique<FakeWriter>(_domain, wish)); }
-    std::unique_ptr<FakeReader> reader(const Wish& wish = PLAIN, std::size_t room = ROOMY) {
+    std::unique_ptr<FakeWriter> writer(Wish wish = PLAIN) { return enabled(std::make_unique<FakeWriter>(_domain, wish)); }
+    std::unique_ptr<FakeReader> reader(Wish wish = PLAIN, std::size_t room = ROOMY) {
         return enabled(std::make_unique<FakeReader>(_domain, wish, room));
     }
     template <typename Fake>
@@ -266,18 +223,15 @@ TEST_F(EmbeddedEngineTest, a_write_reaches_all_or_none) {
         bool addressed;
     } CASES[] = {
         {"S", DDS_RETCODE_OK, true},
-        {"F", DDS_RETCODE_TIMEOUT, false},
         {"b", DDS_RETCODE_OK, true},
         {"f", DDS_RETCODE_OK, false},
         {"u", DDS_RETCODE_OK, true},
         {"m", DDS_RETCODE_OUT_OF_RESOURCES, false},
-        {"SS", DDS_RETCODE_OK, true},
         {"SF", DDS_RETCODE_TIMEOUT, false},
         {"FS", DDS_RETCODE_TIMEOUT, false},
         {"SSbfu", DDS_RETCODE_OK, true},
         {"bSF", DDS_RETCODE_TIMEOUT, false},
         {"bSm", DDS_RETCODE_OUT_OF_RESOURCES, false},
-        {"ff", DDS_RETCODE_OK, false},
         {"fu", DDS_RETCODE_OK, true},
         {"bf", DDS_RETCODE_OK, true},
         {"SSSSSSSSSSSS", DDS_RETCODE_OK, true},  // more than announcements find room for without the heap
@@ -350,50 +304,47 @@ TEST_F(EmbeddedEngineTest, who_was_refused_for_the_sake_of_an_abandoned_claim_ge
 }
 
 TEST_F(EmbeddedEngineTest, concurrent_writes_through_a_narrow_reader_arrive_once_in_the_order_of_their_numbers) {
-    constexpr int THREADS = 8;
-    constexpr int WRITES = 400;
+    constexpr int WRITES = 3200;
     auto sender = writer();
     auto narrow = reader(PLAIN, 10);
     auto wide = reader();
-    std::vector<std::thread> threads;
-    std::atomic<int> failed{0};
-    for (int thread = 0; thread < THREADS; ++thread) {
-        threads.emplace_back([&, thread] {
-            for (int index = 0; index < WRITES; ++index) {
+    std::atomic<int> next{0};
+    std::vector<std::future<void>> threads(8);
+    for (std::future<void>& thread : threads) {
+        thread = std::async(std::launch::async, [&] {
+            for (int value = next++; value < WRITES; value = next++) {
                 // Every fourth has no patience, and tries again: its failures must leave no gap.
+                const DDS_Duration_t patience = value % 4 == 0 ? DDS_DURATION_ZERO : LONG_TIME;
                 DDS_ReturnCode_t code = DDS_RETCODE_TIMEOUT;
                 while (code == DDS_RETCODE_TIMEOUT) {
-                    code = sender->write(thread * WRITES + index, index % 4 == 0 ? DDS_DURATION_ZERO : LONG_TIME);
+                    code = sender->write(value, patience);
                 }
-                failed += code == DDS_RETCODE_OK ? 0 : 1;
+                EXPECT_EQ(DDS_RETCODE_OK, code);
             }
         });
     }
     std::vector<int> arrived;
-    const auto drain = [&] {
-        const std::vector<int> more = narrow->take_all();
-        arrived.insert(arrived.end(), more.begin(), more.end());
-        return arrived.size() == THREADS * WRITES;
-    };
-    EXPECT_TRUE(eventually(drain, std::chrono::seconds(60)));
+    EXPECT_TRUE(eventually(
+        [&] {
+            const std::vector<int> more = narrow->take_all();
+            arrived.insert(arrived.end(), more.begin(), more.end());
+            return arrived.size() == WRITES;
+        },
+        std::chrono::seconds(60)));
     narrow->port->close();  // after a failure: let the writers go
-    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
-    EXPECT_EQ(0, failed);
+    threads.clear();
     EXPECT_EQ(arrived, wide->take_all());
-    std::vector<std::int64_t> contiguous(THREADS * WRITES);
+    std::vector<std::int64_t> contiguous(WRITES);
     std::iota(contiguous.begin(), contiguous.end(), 1);
     EXPECT_EQ(contiguous, narrow->numbers);
     EXPECT_EQ(contiguous, wide->numbers);
-    std::sort(arrived.begin(), arrived.end());
-    EXPECT_EQ(arrived.end(), std::adjacent_find(arrived.begin(), arrived.end()));
+    EXPECT_EQ(WRITES, std::set<int>(arrived.begin(), arrived.end()).size());
 }
 
 TEST_F(EmbeddedEngineTest, numbers_that_are_used_up_and_a_reader_without_memory_for_a_replay_are_refused) {
     auto sender = writer(KEPT);
     FakeReader poor(_domain, KEPT, ROOMY);
-    mw::WriteRequest last;
-    last.sequence_number = {0x7fffffff, 0xfffffffe};
-    EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, last));
+    EXPECT_EQ(DDS_RETCODE_OK, sender->write(1, DDS_DURATION_ZERO, {0x7fffffff, 0xfffffffe}));
     EXPECT_EQ(DDS_RETCODE_OUT_OF_RESOURCES, sender->write(1));
     poor.answer = Admission::NO_MEMORY;
     EXPECT_EQ(DDS_RETCODE_OUT_OF_RESOURCES, poor.port->enable(poor));
@@ -421,14 +372,16 @@ TEST_F(EmbeddedEngineTest, who_waits_for_a_backlog_wakes_when_it_is_settled_or_a
         }
         auto late = reader(KEPT, 1);
         EXPECT_EQ(DDS_RETCODE_TIMEOUT, sender->port->wait_for_acknowledgments({0, 1000000}));
-        const int live = _domain.pool.live;
-        auto writing = std::async(std::launch::async, [&] { return sender->write(4, LONG_TIME); });
-        std::atomic<long> thread{0};
-        auto waiting = std::async(std::launch::async, [&] {
-            thread = this_thread_number();
-            return sender->port->wait_for_acknowledgments(LONG_TIME);
-        });
-        EXPECT_TRUE(eventually([&] { return _domain.pool.live > live && is_asleep(thread); }));
+        std::atomic<long> threads[2] = {{0}, {0}};
+        const auto in_thread = [&](int number, auto call) {
+            return std::async(std::launch::async, [&threads, number, call] {
+                threads[number] = this_thread_number();
+                return call();
+            });
+        };
+        auto writing = in_thread(0, [&] { return sender->write(4, LONG_TIME); });
+        auto waiting = in_thread(1, [&] { return sender->port->wait_for_acknowledgments(LONG_TIME); });
+        EXPECT_TRUE(eventually([&] { return is_asleep(threads[0]) && is_asleep(threads[1]); }));
         row.release(*sender, *late);
         EXPECT_EQ(row.code, writing.get());
         EXPECT_EQ(row.code, waiting.get());
@@ -436,36 +389,14 @@ TEST_F(EmbeddedEngineTest, who_waits_for_a_backlog_wakes_when_it_is_settled_or_a
     }
 }
 
-TEST(EngineSelectionTest, engines_are_found_by_name_and_refusals_say_why) {
+TEST(EngineModule, that_is_none_or_of_another_abi_is_refused_by_name) {
+    const mw::EngineEntry of_another_abi = [](std::uint32_t) -> mw::Engine* { return nullptr; };
     std::string failure;
-    mw::Engine* const engine = mw::select_engine("embedded", failure);
-    ASSERT_NE(nullptr, engine);
-    EXPECT_EQ(engine, mw::select_engine("embedded", failure));
-    EXPECT_STREQ("embedded", engine->name());
-    EXPECT_FALSE(engine->leaves_process());
-    const mw::EngineEntry other_abi = [](std::uint32_t) -> mw::Engine* { return nullptr; };
-    const mw::EngineEntry right_one = [](std::uint32_t abi) {
-        return abi == mw::ENGINE_ABI ? &embedded::embedded_engine() : nullptr;
-    };
-    const std::string abi = "ABI " + std::to_string(mw::ENGINE_ABI);
-    const struct {
-        std::function<mw::Engine*()> ask;
-        std::vector<std::string> words;
-    } CASES[] = {
-        {[&] { return mw::select_engine("Embedded", failure); }, {"\"Embedded\"", "embedded", "fastdds"}},
-        {[&] { return mw::open_engine_module("libnorvane_none.so", failure); },
-         {"libnorvane_none.so", "cannot be opened", "install"}},
-        {[&] { return mw::open_engine_module("libm.so.6", failure); }, {"libm.so.6", "norvane_engine"}},
-        {[&] { return mw::engine_of_entry(other_abi, "libother.so", failure); }, {"libother.so", abi}},
-    };
-    for (const auto& row : CASES) {
-        failure.clear();
-        EXPECT_EQ(nullptr, row.ask());
-        for (const std::string& word : row.words) {
-            EXPECT_NE(std::string::npos, failure.find(word)) << failure;
-        }
-    }
-    EXPECT_EQ(engine, mw::engine_of_entry(right_one, "libright.so", failure));
+    EXPECT_EQ(nullptr, mw::open_engine_module("libm.so.6", failure));
+    EXPECT_TRUE(failure.find("libm.so.6") == 0 && failure.find("norvane_engine") != std::string::npos) << failure;
+    EXPECT_EQ(nullptr, mw::engine_of_entry(of_another_abi, "libother.so", failure));
+    EXPECT_TRUE(failure.find("libother.so") == 0 && failure.find("ABI " + std::to_string(mw::ENGINE_ABI)) != std::string::npos)
+        << failure;
 }
 
 }  // namespace

@@ -182,17 +182,14 @@ TYPED_TEST(Holders, keep_what_a_reference_showed_whatever_becomes_of_it) {
     const std::string first = this->all(source);
     TypeParam constructed = this->ref(source);
     TypeParam assigned = this->ref(other);
-    EXPECT_EQ(&assigned, &(assigned = this->ref(source)));
-    for (const TypeParam* holder : {&constructed, &assigned}) {
-        EXPECT_EQ(first, this->all(*holder));
-        EXPECT_NE(memory_of(source.data), memory_of(holder->data()));
-    }
+    assigned = this->ref(source);
     fill(source.data, "changed", "changed");
     mark(source.info, 9);
     EXPECT_EQ(first, this->all(constructed));
     EXPECT_EQ(first, this->all(assigned));
 
-    const void* const memory[] = {memory_of(constructed.data()), memory_of((assigned = this->ref(other)).data())};
+    assigned = this->ref(other);
+    const void* const memory[] = {memory_of(constructed.data()), memory_of(assigned.data())};
     constructed.swap(assigned);
     EXPECT_EQ(this->all(other), this->all(constructed));
     EXPECT_EQ(first, this->all(assigned));
@@ -225,56 +222,40 @@ TYPED_TEST(Holders, refuse_null_as_the_table_says_and_are_unchanged_then) {
 TYPED_TEST(Holders, are_made_of_values_and_sizes_and_take_them_later) {
     typename TestFixture::Source source("k", NEW, 1);
     typename TestFixture::Source other("o", OLD, 2);
-    const std::string defaults = this->all(TypeParam()).substr(this->text(TypeParam()).size());
-    EXPECT_EQ(shown(source.data) + defaults, this->all(TypeParam(source.data)));
-    TypeParam holder(source.data, source.info);
+    const auto without_data = [this](const TypeParam& holder) { return this->all(holder).substr(this->text(holder).size()); };
+    TypeParam holder(source.data);
+    EXPECT_EQ(shown(source.data) + without_data(TypeParam()), this->all(holder));
+    holder = TypeParam(source.data, source.info);
     EXPECT_EQ(this->all(source), this->all(holder));
     const TypeParam copy(holder);
     holder = other.data;
-    EXPECT_EQ(shown(other.data) + this->all(source).substr(shown(source.data).size()), this->all(holder));
+    EXPECT_EQ(shown(other.data) + without_data(copy), this->all(holder));
     holder.set_info(other.info);
     EXPECT_EQ(this->all(other), this->all(holder));
     holder.set_data(source.data);
-    mark(holder.info(), 3);
-    EXPECT_EQ(3U, holder.identity().sequence_number.low);
     EXPECT_EQ(shown(source.data), this->text(holder));
     EXPECT_EQ(this->all(source), this->all(copy));
-    holder = copy;
-    holder = *&holder;
-    EXPECT_EQ(this->all(source), this->all(holder));
 
-    const TypeParam& constant = holder;
     if constexpr (std::is_pointer<typename TestFixture::Data>::value) {
+        const TypeParam& constant = holder;
         EXPECT_EQ(holder.data(), static_cast<typename TestFixture::Data>(holder));
         EXPECT_EQ(holder.data(), static_cast<const char*>(constant));
-        EXPECT_TRUE((std::is_same<typename TestFixture::Data, decltype(holder.data())>::value));
         EXPECT_STREQ("", TypeParam().data());
         EXPECT_STREQ("", TypeParam(std::size_t{0}).data());
-        EXPECT_EQ(255, TypeParam::DEFAULT_SIZE);
         this->expect_refusal(true, [] { TypeParam(static_cast<std::size_t>(-1)); });
-    } else {
-        EXPECT_EQ(&holder.data(), &static_cast<typename TestFixture::Data&>(holder));
-        EXPECT_EQ(&holder.data(), &static_cast<const typename TestFixture::Data&>(constant));
-    }
-    if constexpr (TestFixture::IS_KEYED) {
-        EXPECT_EQ(1U, TypeParam().data().is_allocated());
-        EXPECT_EQ(shown(typename TestFixture::Data(3, 5)), this->text(TypeParam(3, 5)));
-        EXPECT_EQ(255, TypeParam::DEFAULT_KEY_SIZE);
-        EXPECT_EQ(255, TypeParam::DEFAULT_VALUE_SIZE);
-        EXPECT_EQ(shown(typename TestFixture::Data(255, 255)), this->text(TypeParam()));
-        this->expect_refusal(true, [] { TypeParam(3, -1); });
-    } else if constexpr (std::is_same<typename TestFixture::Data, DDS_Octets>::value) {
-        EXPECT_EQ(255, TypeParam::DEFAULT_VALUE_SIZE);
-        EXPECT_EQ(255, TypeParam().data().length);
-        EXPECT_EQ(std::string("3:") + std::string(3, '\0'), this->text(TypeParam(3)));
-        this->expect_refusal(true, [] { TypeParam(-1); });
     } else if constexpr (TestFixture::IS_STRING) {
         EXPECT_EQ("", this->text(TypeParam(static_cast<const char*>(NULL))));
         EXPECT_EQ(this->all(source), this->all(TypeParam(source.data.c_str(), source.info)));
         holder = "x";
         EXPECT_EQ("x", holder.data());
-        holder.set_data("y");
-        EXPECT_EQ("y", holder.data());
+    } else if constexpr (TestFixture::IS_KEYED) {
+        EXPECT_EQ(shown(typename TestFixture::Data(3, 5)), this->text(TypeParam(3, 5)));
+        EXPECT_EQ(shown(typename TestFixture::Data(255, 255)), this->text(TypeParam()));
+        this->expect_refusal(true, [] { TypeParam(3, -1); });
+    } else {
+        EXPECT_EQ(255, TypeParam().data().length);
+        EXPECT_EQ(std::string("3:") + std::string(3, '\0'), this->text(TypeParam(3)));
+        this->expect_refusal(true, [] { TypeParam(-1); });
     }
 }
 
@@ -344,21 +325,13 @@ TEST(References, are_two_pointers_that_may_be_nil_are_set_and_swapped_and_never_
     DDS_SampleInfo infos[2];
     mark(infos[0], 4);
     mark(infos[1], 5);
-    DDS_WriteParams_t params;
-    mark(params, 6);
     char text[] = "text";
     char other[] = "other";
-
     SampleRef<char*> ref(text, infos[0]);
     EXPECT_EQ(text, ref.data());
     EXPECT_EQ(&infos[0], &ref.info());
     EXPECT_EQ(4U, ref.identity().sequence_number.low);
     EXPECT_EQ(1, ref.related_identity().sequence_number.high);
-    EXPECT_STREQ("text", ref.c_str());
-    EXPECT_EQ("text", std::string(ref));
-    const SampleRef<const char*> constant = ref;
-    EXPECT_EQ(text, constant.data());
-    EXPECT_EQ(&infos[0], &constant.info());
     SampleRef<char*> nil;
     EXPECT_TRUE(nil.is_nil_data() && nil.is_nil_info() && !ref.is_nil_data() && !ref.is_nil_info());
     EXPECT_STREQ("", nil.c_str());
@@ -366,38 +339,40 @@ TEST(References, are_two_pointers_that_may_be_nil_are_set_and_swapped_and_never_
     nil.set_data(other);
     nil.set_info(infos[1]);
     ref.swap(nil);
-    EXPECT_EQ(other, ref.data());
     EXPECT_EQ(&infos[1], &ref.info());
     EXPECT_EQ(text, nil.data());
     ref.data() = text;  // the pointer that it keeps
     EXPECT_STREQ("text", ref.c_str());
     EXPECT_STREQ("other", other);
-
-    DDS_Octets octets[2] = {DDS_Octets(1), DDS_Octets(2)};
-    WriteSampleRef<DDS_Octets> written(octets[0], params);
-    EXPECT_EQ(6U, written.identity().sequence_number.low);
-    EXPECT_EQ(&params, &written.info());
-    written.set_data(octets[1]);
-    EXPECT_EQ(&octets[1], &written.data());
-    EXPECT_TRUE(WriteSampleRef<DDS_Octets>().is_nil_data());
-
     EXPECT_FALSE((std::is_convertible<SampleRef<const char*>, SampleRef<char*>>::value));
     EXPECT_FALSE((std::is_constructible<Sample<DDS_Octets>, WriteSampleRef<DDS_Octets>>::value));
 }
 
+// The text alone would do as a std::string, without a word on what became of the metadata.
+template <class Holder, class Data, class Info>
+void expect_kept(Data data, Info& info) {
+    typedef typename std::conditional<std::is_same<Info, DDS_SampleInfo>::value, SampleRef<Data>, WriteSampleRef<Data>>::type Ref;
+    mark(info, 6);
+    const Ref ref(data, info);
+    const Holder constructed(ref);
+    Holder assigned;
+    assigned = ref;
+    for (const Holder* holder : {&constructed, static_cast<const Holder*>(&assigned)}) {
+        EXPECT_STREQ(data, std::string(holder->data()).c_str());
+        EXPECT_EQ(6U, holder->identity().sequence_number.low);
+    }
+}
+
 TEST(Holders, keep_what_a_loan_shows_also_of_the_applications_own_types) {
+    char text[] = "text";
     DDS_SampleInfo info;
-    mark(info, 4);
-    const SampleRef<const char*> text("text", info);
-    Sample<std::string> kept = text;
-    EXPECT_EQ("text", kept.data());
-    EXPECT_EQ(1, kept.related_identity().sequence_number.high);
-    EXPECT_EQ(4U, kept.identity().sequence_number.low);
-    kept = SampleRef<const char*>(NULL, info);
-    EXPECT_EQ("", kept.data());
-    const Sample<const char*> copy = text;
-    EXPECT_STREQ("text", copy.data());
-    EXPECT_NE(text.data(), copy.data());
+    DDS_WriteParams_t params;
+    expect_kept<Sample<std::string>, char*>(text, info);
+    expect_kept<Sample<std::string>, const char*>(text, info);
+    expect_kept<Sample<const char*>, const char*>(text, info);
+    expect_kept<WriteSample<std::string>, char*>(text, params);
+    expect_kept<WriteSample<std::string>, const char*>(text, params);
+    EXPECT_EQ("", Sample<std::string>(SampleRef<const char*>(NULL, info)).data());
 
     const Point point = {7};
     Sample<Point> first;
@@ -408,33 +383,6 @@ TEST(Holders, keep_what_a_loan_shows_also_of_the_applications_own_types) {
     EXPECT_EQ(first.identity(), second.identity());
     const DDS_KeyedString record(3, 3);
     EXPECT_EQ("=", shown(Sample<DDS_KeyedString>(SampleRef<const DDS_KeyedString>(record, info)).data()));
-    WriteSample<Point> out(point);
-    out.info().identity = second.identity();
-    EXPECT_EQ(second.identity(), out.identity());
-}
-
-// The text alone would do as a std::string, without a word on what became of the metadata.
-template <class Holder, class Ref>
-void expect_text_and_number(Ref ref) {
-    const Holder constructed(ref);
-    Holder assigned;
-    EXPECT_EQ(&assigned, &(assigned = ref));
-    for (const Holder* holder : {&constructed, static_cast<const Holder*>(&assigned)}) {
-        EXPECT_EQ("text", holder->data());
-        EXPECT_EQ(6U, holder->identity().sequence_number.low);
-    }
-}
-
-TEST(Holders, of_a_std_string_take_any_text_with_its_metadata) {
-    char text[] = "text";
-    DDS_SampleInfo info;
-    mark(info, 6);
-    DDS_WriteParams_t params;
-    mark(params, 6);
-    expect_text_and_number<Sample<std::string>>(SampleRef<char*>(text, info));
-    expect_text_and_number<Sample<std::string>>(SampleRef<const char*>(text, info));
-    expect_text_and_number<WriteSample<std::string>>(WriteSampleRef<char*>(text, params));
-    expect_text_and_number<WriteSample<std::string>>(WriteSampleRef<const char*>(text, params));
 }
 
 // What the place of a cookie held before must not go out with another write.
