@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+#include <sstream>
+
 #include "support/DoubledDomain.hpp"
 #include "support/LogCapture.hpp"
 #include "support/OpenEntities.hpp"
@@ -15,35 +18,31 @@ namespace {
 
 class EntityTest : public DoubledDomain<> {};
 
-std::string shown(const DDS_Duration_t& duration) { return std::to_string(duration.sec) + "." + std::to_string(duration.nanosec); }
+std::ostream& operator<<(std::ostream& out, const DDS_Duration_t& time) { return out << time.sec << "." << time.nanosec; }
 
 std::string shown(const DDS_DataWriterQos& qos) {
     const DDS_RtpsReliableWriterProtocol_t& protocol = qos.protocol.rtps_reliable_writer;
-    std::string text;
-    for (const std::string& each :
-         {std::to_string(qos.reliability.kind), shown(qos.reliability.max_blocking_time), std::to_string(qos.history.kind),
-          std::to_string(qos.resource_limits.max_samples), std::to_string(protocol.max_heartbeat_retries),
-          shown(protocol.heartbeat_period), shown(protocol.fast_heartbeat_period), shown(protocol.late_joiner_heartbeat_period),
-          std::to_string(protocol.heartbeats_per_max_samples), shown(protocol.min_nack_response_delay),
-          shown(protocol.max_nack_response_delay), std::to_string(protocol.min_send_window_size),
-          std::to_string(protocol.max_send_window_size), std::to_string(qos.writer_resource_limits.max_remote_reader_filters)}) {
-        text += each + " ";
-    }
-    return text + std::to_string(qos.history.depth) + " " + qos.publication_name.role_name;
+    std::ostringstream text;
+    text << qos.reliability.kind << " " << qos.reliability.max_blocking_time << " " << qos.history.kind << " "
+         << qos.resource_limits.max_samples << " " << protocol.max_heartbeat_retries << " " << protocol.heartbeat_period << " "
+         << protocol.fast_heartbeat_period << " " << protocol.late_joiner_heartbeat_period << " "
+         << protocol.heartbeats_per_max_samples << " " << protocol.min_nack_response_delay << " "
+         << protocol.max_nack_response_delay << " " << protocol.min_send_window_size << " " << protocol.max_send_window_size << " "
+         << qos.writer_resource_limits.max_remote_reader_filters << " " << qos.history.depth << " "
+         << qos.publication_name.role_name;
+    return text.str();
 }
 
 std::string shown(const DDS_DataReaderQos& qos) {
     const DDS_RtpsReliableReaderProtocol_t& protocol = qos.protocol.rtps_reliable_reader;
-    std::string text;
-    for (const std::string& each : {std::to_string(qos.reliability.kind), shown(qos.reliability.max_blocking_time),
-                                    std::to_string(qos.history.kind), std::to_string(qos.resource_limits.max_samples),
-                                    shown(protocol.min_heartbeat_response_delay), shown(protocol.max_heartbeat_response_delay)}) {
-        text += each + " ";
-    }
     const DDS_Property_t* property =
         DDSPropertyQosPolicyHelper::lookup_property(qos.property, "dds.data_reader.history.generate_not_alive_no_writers_sample");
-    return text + std::to_string(qos.history.depth) + " " + qos.subscription_name.role_name + " " + property->value +
-           (property->propagate ? " propagated" : "");
+    std::ostringstream text;
+    text << qos.reliability.kind << " " << qos.reliability.max_blocking_time << " " << qos.history.kind << " "
+         << qos.resource_limits.max_samples << " " << protocol.min_heartbeat_response_delay << " "
+         << protocol.max_heartbeat_response_delay << " " << qos.history.depth << " " << qos.subscription_name.role_name << " "
+         << property->value << (property->propagate ? " propagated" : "");
+    return text.str();
 }
 
 // The settings of every source are told apart by their history depth, which request-reply leaves alone.
@@ -95,18 +94,17 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
     EXPECT_EQ(plain_writer + "5 mine", writer_choice(explicitly, "T1"));
     EXPECT_EQ(plain_reader + "5 mine 1 propagated", reader_choice(explicitly, "T1"));
 
-    struct Refusal {
+    const std::string writer_refused =
+        "EntityUntypedImpl::get_datawriter_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataWriter qos");
+    const std::string reader_refused =
+        "EntityUntypedImpl::get_datareader_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataReader qos");
+    const struct {
         bool writer;
         RequesterParams params;
         const char* topic;
         const char* type;
         std::string message;
-    };
-    const std::string writer_refused =
-        "EntityUntypedImpl::get_datawriter_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataWriter qos");
-    const std::string reader_refused =
-        "EntityUntypedImpl::get_datareader_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataReader qos");
-    const Refusal refusals[] = {
+    } refusals[] = {
         {true, by_default, NULL, "PreconditionNotMetException", "topic_name != NULL"},
         {false, by_default, NULL, "PreconditionNotMetException", "topic_name != NULL"},
         {true, params("S").qos_profile("EntityTest", ""), "T", "PreconditionNotMetException", "params.qos_profile_name() != \"\""},
@@ -114,17 +112,13 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
         {true, params("S").qos_profile("EntityTest", "X"), "T", "BadParameterException", writer_refused},
         {false, params("S").qos_profile("X", "P"), "T", "BadParameterException", reader_refused},
     };
-    LogCapture log;
-    for (const Refusal& each : refusals) {
+    const LogCapture quiet;
+    for (const auto& each : refusals) {
         const Thrown thrown =
             thrown_by([&] { each.writer ? writer_choice(each.params, each.topic) : reader_choice(each.params, each.topic); });
         EXPECT_EQ(each.type, thrown.type) << each.message;
         EXPECT_EQ(each.message, thrown.message);
     }
-    EXPECT_EQ("RuntimeException", thrown_by([&] {
-                                      DDS_DataWriterQos chosen;
-                                      entity.get_datawriter_qos(chosen, by_default, "T", NULL);
-                                  }).type);  // the copy of a role name that is not there
     EXPECT_EQ(DDS_RETCODE_OK, factory->remove_qos_profile("EntityTest", "P"));
 }
 
@@ -141,7 +135,6 @@ TEST_F(EntityTest, a_requester_awaits_replies_wherever_its_qos_comes_from_and_a_
     EXPECT_EQ("true propagated", told_by(OpenRequester(params("S").qos_profile("Awaiting", "P"))));
     EXPECT_EQ("true propagated", told_by(OpenRequester(params("S"))));
     EXPECT_EQ("nothing", told_by(OpenReplier(params("S").datawriter_qos(qos))));
-    EXPECT_EQ("true propagated", told_by(OpenRequester(params("S").datawriter_qos(qos))));
     EXPECT_EQ("true propagated", told_by(OpenRequester(params("S").datawriter_qos(qos))));
 }
 

@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "norvane/dds/WaitSet.hpp"
 #include "support/LogCapture.hpp"
 #include "support/Thrown.hpp"
 
@@ -45,7 +44,6 @@ TEST(ObjectPool, makes_its_objects_once_hands_them_out_as_they_are_and_ends_each
     Counted::reset();
     {
         Pool pool(GROWING);
-        EXPECT_EQ(2, Counted::constructed);
         for (int round = 0; round < 20; ++round) {
             Counted* const first = pool.get_ptr();
             Counted* const second = pool.get_ptr();
@@ -55,24 +53,11 @@ TEST(ObjectPool, makes_its_objects_once_hands_them_out_as_they_are_and_ends_each
             pool.return_ptr(first);
             pool.return_ptr(second);
         }
+        EXPECT_EQ(0, pool.buffers_in_use());
         EXPECT_EQ(2, Counted::constructed);
-        PALUFastBufferPoolInfo info;
-        pool.info(info);
-        EXPECT_EQ(0, info.bufferInUse);
-        EXPECT_EQ(static_cast<DDS_Long>(sizeof(Counted)), info.bufferSize);
         EXPECT_EQ(0, Counted::destroyed);
     }
-    EXPECT_EQ(Counted::constructed, Counted::destroyed);
-}
-
-TEST(ObjectPool, of_wait_sets_has_the_size_and_alignment_that_the_value_has) {
-    FastObjectPool<DDSWaitSet> pool;
-    PALUFastBufferPoolInfo info;
-    pool.info(info);
-    EXPECT_EQ(16, info.bufferSize);
-    EXPECT_EQ(8, info.bufferAlignment);
-    EXPECT_EQ(2, info.bufferAllocated);
-    EXPECT_EQ(-1, info.bufferCountLimit);
+    EXPECT_EQ(2, Counted::destroyed);
 }
 
 TEST(ObjectPool, that_cannot_make_an_object_throws_bad_alloc_and_nothing_else_escapes) {
@@ -82,18 +67,13 @@ TEST(ObjectPool, that_cannot_make_an_object_throws_bad_alloc_and_nothing_else_es
         EXPECT_EQ(Counted::constructed - 1, Counted::destroyed);
     }
     Counted::reset();
-    {
-        Pool pool({{2, 2, 0}, 0, 0, 0, 0});
-        Handle first(pool.get_auto_ptr());
-        Handle second(pool.get_auto_ptr());
-        EXPECT_THROW(pool.get_ptr(), std::bad_alloc);
-        EXPECT_THROW(Handle(pool.get_auto_ptr()), std::bad_alloc);
-        EXPECT_EQ(2, pool.buffers_in_use());
-        first.reset(NULL);
-        EXPECT_EQ(1, pool.buffers_in_use());
-        Handle again(pool.get_auto_ptr());
-    }
-    EXPECT_EQ(2, Counted::destroyed);
+    Pool pool({{2, 2, 0}, 0, 0, 0, 0});
+    Handle first(pool.get_auto_ptr());
+    const Handle second(pool.get_auto_ptr());
+    EXPECT_THROW(pool.get_ptr(), std::bad_alloc);
+    first.reset(NULL);
+    EXPECT_EQ(1, pool.buffers_in_use());
+    const Handle again(pool.get_auto_ptr());
 }
 
 TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
@@ -105,8 +85,7 @@ TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
         {"copied",
          [&](Handle& handle) {
              Handle target(handle);
-             EXPECT_TRUE(handle.get() == NULL && target.get() != NULL);
-             EXPECT_EQ(1, pool.buffers_in_use());
+             EXPECT_TRUE(handle.get() == NULL && target.get() != NULL && pool.buffers_in_use() == 1);
          }},
         {"assigned over another",
          [&](Handle& handle) {
@@ -114,8 +93,7 @@ TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
              target = handle;
              Handle& same = target;
              target = same;
-             EXPECT_TRUE(handle.get() == NULL && target.get() != NULL);
-             EXPECT_EQ(1, pool.buffers_in_use());
+             EXPECT_TRUE(handle.get() == NULL && target.get() != NULL && pool.buffers_in_use() == 1);
          }},
         {"through the record, to an unbound one",
          [&](Handle& handle) {
@@ -141,26 +119,17 @@ TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
         }
         EXPECT_EQ(0, pool.buffers_in_use()) << way.first;
     }
-    EXPECT_EQ(3, pool.buffers_allocated());
 }
 
 TEST(PoolHandle, that_is_empty_refuses_to_be_followed) {
     Pool pool;
     Handle handle(pool.get_auto_ptr());
     EXPECT_EQ(handle.get(), &*handle);
-    EXPECT_EQ(&handle->used, &handle.get()->used);
     handle.reset(NULL);
     LogCapture log;
-    const Thrown star = thrown_by([&] { static_cast<void>(*handle); });
-    const Thrown arrow = thrown_by([&] { handle->used = 1; });
-    EXPECT_EQ("PreconditionNotMetException", star.type);
-    EXPECT_EQ("_ptr != NULL", star.message);
-    EXPECT_EQ("_ptr != NULL", arrow.message);
-    const auto lines = log.lines();
-    ASSERT_EQ(2U, lines.size());
-    EXPECT_EQ("operator*", lines[0].method);
-    EXPECT_EQ("operator->", lines[1].method);
-    EXPECT_EQ(expanded(VOST_LOG_PRECONDITION_FAILURE_s, "\"!(_ptr != __null)\""), lines[0].text);
+    EXPECT_EQ("_ptr != NULL", thrown_by([&] { static_cast<void>(*handle); }).message);
+    EXPECT_EQ("_ptr != NULL", thrown_by([&] { handle->used = 1; }).message);
+    EXPECT_EQ(2, log.count(expanded(VOST_LOG_PRECONDITION_FAILURE_s, "\"!(_ptr != __null)\"")));
 }
 
 }  // namespace

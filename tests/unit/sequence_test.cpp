@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <type_traits>
@@ -41,47 +42,34 @@ TYPED_TEST_SUITE(NumberSequence, NumberSequences, );
 
 TYPED_TEST(NumberSequence, keeps_its_elements_through_growth_and_shrinking) {
     const DDS_Long inside = std::is_same<TypeParam, Inline>::value ? 4 : 0;
+    const std::vector<int> whole = {10, 11, 12, 13, 14};
     const struct {
         DDS_Long maximum;
-        DDS_Long expected_maximum;
         std::vector<int> expected;
-    } cases[] = {{3, 3, {10, 11, 12}},
-                 {7, 7, {10, 11, 12, 13, 14}},
-                 {5, 5, {10, 11, 12, 13, 14}},
-                 {100, 100, {10, 11, 12, 13, 14}},
-                 {2, 2, {10, 11}},
-                 {0, 0, {}}};
+    } cases[] = {{3, {10, 11, 12}}, {7, whole}, {5, whole}, {100, whole}, {2, {10, 11}}, {0, {}}};
     for (const auto& each : cases) {
         TypeParam sequence(9);
         fill(sequence, 5);
         EXPECT_TRUE(sequence.maximum(each.maximum));
-        EXPECT_EQ(each.maximum <= inside ? inside : each.expected_maximum, sequence.maximum());
+        EXPECT_EQ(std::max(each.maximum, inside), sequence.maximum());
         EXPECT_EQ(each.expected, elements(sequence));
         EXPECT_TRUE(sequence.has_ownership());
     }
-}
-
-TYPED_TEST(NumberSequence, refuses_lengths_and_maxima_out_of_range_and_changes_nothing) {
     TypeParam sequence(5);
     fill(sequence, 5);
-    EXPECT_FALSE(sequence.length(-1));
-    EXPECT_FALSE(sequence.length(6));
-    EXPECT_FALSE(sequence.maximum(-1));
-    EXPECT_FALSE(sequence.ensure_length(-1, 5));
-    EXPECT_FALSE(sequence.ensure_length(7, 6));
-    EXPECT_FALSE(sequence.from_array(nullptr, 1));
-    EXPECT_FALSE(sequence.from_array(nullptr, -1));
-    EXPECT_EQ((std::vector<int>{10, 11, 12, 13, 14}), elements(sequence));
-    EXPECT_TRUE(sequence.length(2));
-    EXPECT_TRUE(sequence.ensure_length(5, 5));
-    EXPECT_EQ(14, sequence[4]) << "elements that come back keep their value";
+    EXPECT_FALSE(sequence.length(-1) || sequence.length(6) || sequence.maximum(-1));
+    EXPECT_FALSE(sequence.ensure_length(-1, 5) || sequence.ensure_length(7, 6));
+    EXPECT_FALSE(sequence.from_array(nullptr, 1) || sequence.from_array(nullptr, -1));
+    EXPECT_EQ(whole, elements(sequence)) << "a refusal changes nothing";
+    EXPECT_TRUE(sequence.length(2) && sequence.ensure_length(5, 5));
+    EXPECT_EQ(whole, elements(sequence)) << "elements that come back keep their value";
     EXPECT_EQ(0, TypeParam(-3).length());
 }
 
 TYPED_TEST(NumberSequence, copies_are_deep_and_self_assignment_changes_nothing) {
     TypeParam source;
     fill(source, 6);
-    TypeParam copied(source);
+    const TypeParam copied(source);
     TypeParam assigned(2);
     assigned = source;
     source[0] = 99;
@@ -90,9 +78,6 @@ TYPED_TEST(NumberSequence, copies_are_deep_and_self_assignment_changes_nothing) 
     EXPECT_EQ(99, source[0]);
     EXPECT_EQ((std::vector<int>{10, 11, 12, 13, 14, 15}), elements(copied));
     EXPECT_EQ(elements(copied), elements(assigned));
-    const int array[] = {1, 2, 3};
-    EXPECT_TRUE(assigned.from_array(array, 3));
-    EXPECT_EQ((std::vector<int>{1, 2, 3}), elements(assigned));
 }
 
 TYPED_TEST(NumberSequence, loans_belong_to_the_lender) {
@@ -104,18 +89,13 @@ TYPED_TEST(NumberSequence, loans_belong_to_the_lender) {
             return contiguous ? sequence.loan_contiguous(buffer, length, maximum)
                               : sequence.loan_discontiguous(pointers, length, maximum);
         };
-        EXPECT_FALSE(sequence.unloan());
-        EXPECT_FALSE(borrow(-1, 3));
-        EXPECT_FALSE(borrow(3, 2));
+        EXPECT_FALSE(sequence.unloan() || borrow(-1, 3) || borrow(3, 2));
         ASSERT_TRUE(borrow(2, 3));
         EXPECT_FALSE(borrow(2, 3)) << "one loan at a time";
         EXPECT_FALSE(sequence.has_ownership());
-        EXPECT_EQ(3, sequence.maximum());
         EXPECT_EQ(contiguous ? buffer : nullptr, sequence.get_contiguous_buffer());
-        EXPECT_EQ(contiguous ? nullptr : pointers, sequence.get_discontiguous_buffer());
         EXPECT_EQ((contiguous ? std::vector<int>{1, 2} : std::vector<int>{3, 2}), elements(sequence));
-        EXPECT_FALSE(sequence.maximum(10));
-        EXPECT_FALSE(sequence.ensure_length(4, 4));
+        EXPECT_FALSE(sequence.maximum(10) || sequence.ensure_length(4, 4));
         EXPECT_TRUE(sequence.length(3));
 
         TypeParam copy(sequence);
@@ -128,12 +108,10 @@ TYPED_TEST(NumberSequence, loans_belong_to_the_lender) {
         EXPECT_TRUE(sequence.copy_from(copy));
         EXPECT_EQ(77, contiguous ? buffer[0] : buffer[2]);
 
-        EXPECT_TRUE(sequence.unloan());
-        EXPECT_TRUE(sequence.has_ownership());
+        EXPECT_TRUE(sequence.unloan() && sequence.has_ownership());
         EXPECT_EQ(0, sequence.length());
         EXPECT_FALSE(TypeParam(9).loan_contiguous(buffer, 1, 3)) << "a sequence with memory of its own cannot borrow";
-        EXPECT_TRUE(sequence.loan_contiguous(nullptr, 0, 0));
-        EXPECT_TRUE(sequence.unloan());
+        EXPECT_TRUE(sequence.loan_contiguous(nullptr, 0, 0) && sequence.unloan());
         EXPECT_FALSE(sequence.loan_contiguous(nullptr, 0, 1));
     }
 }
@@ -178,37 +156,16 @@ TYPED_TEST(NumberSequence, without_memory_stays_as_it_is) {
 
 TEST(Sequence, with_room_in_itself_needs_no_memory_for_few_elements) {
     AllocationProbe::fail(0);
-    {
-        Inline sequence;
-        fill(sequence, 4);
-        const Inline copy(sequence);
-        const Heap empty;
-        const Heap also_empty(empty);
-    }
+    Inline sequence;
+    fill(sequence, 4);
+    const Inline copy(sequence);
+    const Heap empty;
+    const Heap also_empty(empty);
     AllocationProbe::stop();
     EXPECT_EQ(0, AllocationProbe::count());
 }
 
 TEST(Sequence, of_strings_owns_its_strings) {
-    AllocationProbe::fail(0);
-    bool is_equal = false;
-    {
-        DDS_StringSeq names(2);
-        names.length(2);
-        names[0] = DDS_String_dup("one");
-        DDS_StringSeq copy(names);
-        names.maximum(8);
-        names.maximum(1);
-        const DDS_StringSeq shrunk(names);
-        is_equal = copy.length() == 2 && copy[0] != names[0] && std::strcmp(copy[0], "one") == 0 && copy[1] == nullptr &&
-                   shrunk.length() == 1 && std::strcmp(shrunk[0], "one") == 0;
-        copy[1] = DDS_String_dup("two");
-        copy.copy_from(shrunk);
-    }
-    AllocationProbe::stop();
-    EXPECT_TRUE(is_equal);
-    EXPECT_EQ(0, AllocationProbe::outstanding());
-
     DDS_StringSeq source;
     source.ensure_length(3, 3);
     for (DDS_Long index = 0; index < 3; ++index) {
@@ -217,11 +174,12 @@ TEST(Sequence, of_strings_owns_its_strings) {
     EXPECT_EQ(4, fail_each_allocation([&] {
                   DDS_StringSeq target;
                   const bool has_copied = target.copy_from(source);
-                  const DDS_Long length = target.length();
                   AllocationProbe::stop();
                   EXPECT_EQ(!AllocationProbe::has_failed(), has_copied);
                   // The first allocation is the array, then come the strings one by one.
-                  EXPECT_EQ(has_copied ? 3 : AllocationProbe::count() - 2 < 0 ? 0 : AllocationProbe::count() - 2, length);
+                  EXPECT_EQ(has_copied ? 3 : std::max(0L, AllocationProbe::count() - 2), target.length());
+                  EXPECT_TRUE(!has_copied || (target[2] != source[2] && std::strcmp("text", target[2]) == 0));
+                  EXPECT_TRUE(!has_copied || (target.maximum(1) && target.length() == 1));
               }));
 }
 
@@ -238,14 +196,8 @@ TEST(Sequence, of_over_aligned_elements_keeps_them_aligned) {
 }
 
 TEST(DdsString, copies_replaces_and_survives_sources_inside_the_target) {
-    char* const empty = DDS_String_alloc(5);
-    EXPECT_STREQ("", empty);
-    std::strcpy(empty, "12345");
-    DDS_String_free(empty);
     EXPECT_EQ(nullptr, DDS_String_alloc(static_cast<std::size_t>(-1)));
     EXPECT_EQ(nullptr, DDS_String_dup(nullptr));
-    DDS_String_free(nullptr);
-
     char* target = nullptr;
     EXPECT_STREQ("service", DDS_String_replace(&target, "service"));
     EXPECT_STREQ("vice", DDS_String_replace(&target, target + 3));
@@ -253,8 +205,7 @@ TEST(DdsString, copies_replaces_and_survives_sources_inside_the_target) {
     AllocationProbe::fail(1);
     char* const result = DDS_String_replace(&target, "other");
     AllocationProbe::stop();
-    EXPECT_EQ(nullptr, result);
-    EXPECT_EQ(nullptr, target) << "the old string is released, also when there is no new one";
+    EXPECT_TRUE(result == nullptr && target == nullptr) << "the old string is released, also when there is no new one";
     DDS_String_replace(&target, "again");
     EXPECT_EQ(nullptr, DDS_String_replace(&target, nullptr));
     EXPECT_EQ(nullptr, target);
@@ -271,17 +222,12 @@ TEST(DdsString, octet_buffers_are_zero_or_copies_and_never_null_when_empty) {
         unsigned char* const copy = DDS_OctetBuffer_dup(each.source, each.length);
         EXPECT_EQ(each.is_made, copy != nullptr) << each.length;
         EXPECT_TRUE(!each.is_made || each.length == 0 || std::memcmp(copy, each.source, 3) == 0);
-        EXPECT_TRUE(copy == nullptr || copy != each.source);
         DDS_OctetBuffer_free(copy);
     }
     unsigned char* const zeros = DDS_OctetBuffer_alloc(4);
     EXPECT_EQ(std::string(4, '\0'), std::string(reinterpret_cast<char*>(zeros), 4));
     DDS_OctetBuffer_free(zeros);
-    unsigned char* const none = DDS_OctetBuffer_alloc(0);
-    EXPECT_NE(nullptr, none);
-    DDS_OctetBuffer_free(none);
     EXPECT_EQ(nullptr, DDS_OctetBuffer_alloc(-1));
-    DDS_OctetBuffer_free(nullptr);
 }
 
 }  // namespace

@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "middleware/TypeOperations.hpp"
 #include "norvane/dds/TypeSupport.hpp"
 #include "norvane/dds/builtin_types.hpp"
 #include "norvane/dds/string.hpp"
@@ -170,18 +170,16 @@ TEST(Types, decoding_refuses_what_is_cut_padded_too_far_or_of_another_encapsulat
             EXPECT_EQ(padding < 4, sample.decode(octets)) << padding;
             octets.push_back(0);
         }
-        for (const std::size_t place : {std::size_t{0}, std::size_t{1}}) {
+        for (const std::size_t place : {0U, 1U, 2U}) {
             octets = each.octets;
             octets[place] ^= 1;
-            EXPECT_FALSE(sample.decode(octets)) << "header octet " << place;
+            EXPECT_EQ(place == 2, sample.decode(octets)) << "header octet " << place << "; options may be any";
         }
-        octets = each.octets;
-        octets[2] = octets[3] = 0xff;
-        EXPECT_TRUE(sample.decode(octets)) << "options are nobody's business here";
     }
 }
 
 TEST(Types, decoding_refuses_lengths_beyond_the_end_and_values_no_encoder_makes) {
+    const Type boolean = DDSDynamicDataTypeSupport("B", {{"b", DDS_DYNAMIC_BOOLEAN}}).get_type_operations();
     const struct {
         const char* what;
         Type type;
@@ -195,12 +193,11 @@ TEST(Types, decoding_refuses_lengths_beyond_the_end_and_values_no_encoder_makes)
         {"terminator in the middle", string_type(), {3, 0, 0, 0, 'a', 0, 0}, false},
         {"empty string without terminator", string_type(), {0, 0, 0, 0}, true},
         {"empty string", string_type(), {1, 0, 0, 0, 0}, true},
-        {"boolean 2", DDSDynamicDataTypeSupport("B", {{"b", DDS_DYNAMIC_BOOLEAN}}).get_type_operations(), {2}, false},
-        {"boolean 0", DDSDynamicDataTypeSupport("B", {{"b", DDS_DYNAMIC_BOOLEAN}}).get_type_operations(), {0}, true},
+        {"boolean 2", boolean, {2}, false},
+        {"boolean 0", boolean, {0}, true},
     };
     for (const auto& each : bodies) {
-        Sample sample(each.type);
-        EXPECT_EQ(each.accepted, sample.decode(encoded(each.body))) << each.what;
+        EXPECT_EQ(each.accepted, Sample(each.type).decode(encoded(each.body))) << each.what;
     }
     Sample empty(string_type());
     Sample copy(string_type());
@@ -279,18 +276,17 @@ std::string shown_field(const Type& type, Sample& sample, const char* path) {
 }
 
 TEST(Types, fields_are_found_by_name_and_read) {
-    struct Fields {
+    const struct {
         std::vector<const char*> paths;
         std::string empty;
         std::string filled;
-    };
-    const Fields fields[] = {{{"value", "key", ""}, "missing none none ", "shi none none "},
-                             {{"key", "value"}, "missing missing ", "sk sval "},
-                             {{"length", "value"}, "i0 missing ", "i3 o3,9 "},
-                             {{"key", "length", "value"}, "missing i0 missing ", "skey i1 o1,7 "},
-                             {{"valid", "x", "level", "name", "mask", "stamp", "id", "nam", ""},
-                              "false f0.000000 i0 s u0 i0 u0 none none ",
-                              "true f1.500000 i-2 sab u4294967294 i-9223372036854775808 u18446744073709551615 none none "}};
+    } fields[] = {{{"value", "key", ""}, "missing none none ", "shi none none "},
+                  {{"key", "value"}, "missing missing ", "sk sval "},
+                  {{"length", "value"}, "i0 missing ", "i3 o3,9 "},
+                  {{"key", "length", "value"}, "missing i0 missing ", "skey i1 o1,7 "},
+                  {{"valid", "x", "level", "name", "mask", "stamp", "id", "nam", ""},
+                   "false f0.000000 i0 s u0 i0 u0 none none ",
+                   "true f1.500000 i-2 sab u4294967294 i-9223372036854775808 u18446744073709551615 none none "}};
     const std::vector<Case> types = cases();
     for (std::size_t index = 0; index < types.size(); ++index) {
         const Type& type = types[index].type;
@@ -308,18 +304,12 @@ TEST(Types, fields_are_found_by_name_and_read) {
     }
 }
 
-TEST(Types, tables_are_usable_and_their_layouts_differ) {
-    std::vector<std::uint64_t> hashes;
+TEST(Types, have_layouts_that_differ) {
+    std::set<std::uint64_t> hashes;
     for (const Case& each : cases()) {
-        std::string what;
-        EXPECT_TRUE(mw::is_usable(*each.type, what)) << what;
-        hashes.push_back(each.type->layout_hash);
+        EXPECT_TRUE(hashes.insert(each.type->layout_hash).second) << each.what;
     }
-    std::sort(hashes.begin(), hashes.end());
-    EXPECT_EQ(hashes.end(), std::adjacent_find(hashes.begin(), hashes.end()));
-    EXPECT_STREQ("DDS::String", DDSStringTypeSupport::get_instance().get_type_name());
     EXPECT_STREQ("DDS::KeyedString", keyed_string_type()->name);
-    EXPECT_STREQ("DDS::Octets", octets_type()->name);
     EXPECT_STREQ("DDS::KeyedOctets", keyed_octets_type()->name);
 }
 
@@ -335,7 +325,6 @@ TEST(DynamicData, lays_members_out_as_a_c_compiler_does_and_has_a_hash_of_them) 
     };
     const DDSDynamicDataTypeSupport& support = pose_support();
     EXPECT_EQ(sizeof(Pose), support.get_type_operations()->size);
-    EXPECT_EQ(alignof(Pose), support.get_type_operations()->alignment);
     EXPECT_EQ(static_cast<std::ptrdiff_t>(offsetof(Pose, mask)), support.member_offset("mask"));
     EXPECT_EQ(-1, support.member_offset("other"));
     const auto made = [](const char* name, DDS_DynamicMemberKind kind) {
