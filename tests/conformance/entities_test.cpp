@@ -10,10 +10,6 @@
 namespace norvane::test {
 namespace {
 
-constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
-constexpr DDS_ReturnCode_t BAD_PARAMETER = DDS_RETCODE_BAD_PARAMETER;
-constexpr DDS_ReturnCode_t PRECONDITION = DDS_RETCODE_PRECONDITION_NOT_MET;
-
 class Entities : public TextFixture {
 protected:
     DDSTopic* make_topic(const char* name, const char* type) {
@@ -238,7 +234,7 @@ TEST_P(Entities, what_is_in_use_foreign_or_gone_is_not_deleted_and_foreign_topic
         {"null reader", BAD_PARAMETER, [&] { return subscriber->delete_datareader(nullptr); }},
         {"null condition", BAD_PARAMETER, [&] { return own_reader->delete_readcondition(nullptr); }},
         {"condition", OK, [&] { return own_reader->delete_readcondition(own_condition); }},
-        {"condition again", DDS_RETCODE_ALREADY_DELETED, [&] { return own_reader->delete_readcondition(own_condition); }},
+        {"condition again", ALREADY_DELETED, [&] { return own_reader->delete_readcondition(own_condition); }},
         {"reader", OK, [&] { return _participant.delete_datareader(own_reader); }},
         {"reader again", PRECONDITION, [&] { return _participant.delete_datareader(own_reader); }},
         {"writer", OK, [&] { return _participant.delete_datawriter(own_writer); }},

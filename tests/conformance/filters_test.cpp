@@ -10,8 +10,6 @@
 namespace norvane::test {
 namespace {
 
-constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
-
 class Filters : public TextFixture {
 protected:
     DDSContentFilteredTopic* make_filter(const std::string& name, const std::string& expression,

@@ -16,11 +16,6 @@
 namespace norvane::test {
 namespace {
 
-constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
-constexpr DDS_ReturnCode_t TIMEOUT = DDS_RETCODE_TIMEOUT;
-constexpr DDS_ReturnCode_t BAD_PARAMETER = DDS_RETCODE_BAD_PARAMETER;
-constexpr DDS_ReturnCode_t PRECONDITION = DDS_RETCODE_PRECONDITION_NOT_MET;
-
 std::string shown(const DDS_IncompatibleQosStatus& status) {
     return "qos " + std::to_string(status.last_policy_id) + ":" + std::to_string(status.last_offered) + "<" +
            std::to_string(status.last_requested);

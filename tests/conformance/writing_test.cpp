@@ -13,10 +13,6 @@
 namespace norvane::test {
 namespace {
 
-constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
-constexpr DDS_ReturnCode_t BAD_PARAMETER = DDS_RETCODE_BAD_PARAMETER;
-constexpr DDS_ReturnCode_t TIMEOUT = DDS_RETCODE_TIMEOUT;
-
 class Writing : public TextFixture {
 protected:
     static DDS_LongLong lost(DDSDataReader& reader, DDS_LongLong DDS_SampleLostStatus::*kind) {
@@ -248,9 +244,9 @@ TEST_P(Writing, a_blocked_write_goes_on_when_room_comes_or_either_end_goes) {
         {"a key is closed", false, false, OK, close_key},
         {"the reader goes", false, true, OK, end_reader},
         {"the reader goes with loans out", true, true, OK, end_reader},
-        {"the writer goes", false, true, DDS_RETCODE_ALREADY_DELETED, end_writer},
+        {"the writer goes", false, true, ALREADY_DELETED, end_writer},
         {"the reader leaves", false, true, OK, reader_leaves},
-        {"the writer leaves", false, true, DDS_RETCODE_ALREADY_DELETED, writer_leaves},
+        {"the writer leaves", false, true, ALREADY_DELETED, writer_leaves},
     };
     for (const auto& each : CASES) {
         SCOPED_TRACE(each.what);
@@ -328,8 +324,8 @@ TEST_P(Writing, one_that_has_left_is_gone_for_its_peers_and_keeps_what_it_receiv
     meet(sender, another);
     for (int time = 0; time < 2; ++time) {
         EXPECT_EQ(OK, sender.leave_domain());
-        EXPECT_EQ(DDS_RETCODE_ALREADY_DELETED, write(sender, "3"));
-        EXPECT_EQ(DDS_RETCODE_ALREADY_DELETED, sender.wait_for_acknowledgments(LONG_TIME));
+        EXPECT_EQ(ALREADY_DELETED, write(sender, "3"));
+        EXPECT_EQ(ALREADY_DELETED, sender.wait_for_acknowledgments(LONG_TIME));
     }
     EXPECT_TRUE(eventually([&] { return another.get_matched_publications(peers) == OK && peers.length() == 0; }));
 
@@ -340,7 +336,7 @@ TEST_P(Writing, one_that_has_left_is_gone_for_its_peers_and_keeps_what_it_receiv
     DDSDataWriter& last = writer();
     meet(last, another);
     deliver(last, "4");
-    EXPECT_EQ(DDS_RETCODE_PRECONDITION_NOT_MET, told.get_future().get());
+    EXPECT_EQ(PRECONDITION, told.get_future().get());
     EXPECT_EQ(OK, another.set_listener(nullptr, 0));
 }
 

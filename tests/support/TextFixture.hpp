@@ -14,6 +14,13 @@
 
 namespace norvane::test {
 
+constexpr DDS_ReturnCode_t OK = DDS_RETCODE_OK;
+constexpr DDS_ReturnCode_t TIMEOUT = DDS_RETCODE_TIMEOUT;
+constexpr DDS_ReturnCode_t NO_DATA = DDS_RETCODE_NO_DATA;
+constexpr DDS_ReturnCode_t BAD_PARAMETER = DDS_RETCODE_BAD_PARAMETER;
+constexpr DDS_ReturnCode_t PRECONDITION = DDS_RETCODE_PRECONDITION_NOT_MET;
+constexpr DDS_ReturnCode_t ALREADY_DELETED = DDS_RETCODE_ALREADY_DELETED;
+
 constexpr DDS_Duration_t LONG_TIME = {30, 0};
 constexpr DDS_Duration_t SHORT_TIME = {0, 20000000};
 constexpr DDS_Duration_t NO_TIME = DDS_DURATION_ZERO;
