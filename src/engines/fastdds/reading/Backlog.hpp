@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Samples from other processes that a bounded reader refused for want of room, so that they need not come over the wire again. They
-// are not acknowledged: to their writer they are still on the way.
+// Copies of samples from other processes that a full bounded reader refused, so that they need not be sent again. They are not
+// acknowledged: to their writer they are still on the way.
 //
 // Invariants:
-// 1. A sample is here once at most. Those of a writer are in order, and may have gaps.
-// 2. The octets of a writer's samples are at most MOST_OCTETS, its samples at most MOST_SAMPLES: what is beyond is sent again by
-//    the writer.
+// 1. A sample is in it at most once. The samples of a writer are in order of their numbers, with gaps.
+// 2. Of each writer it holds at most MOST_OCTETS and MOST_SAMPLES. The writer sends the others again.
 //
 // Thread rule: under the mutex of the RTPS reader.
 #ifndef NORVANE_ENGINES_FASTDDS_READING_BACKLOG_HPP
@@ -32,13 +31,13 @@ public:
     Backlog(const Backlog&) = delete;
     Backlog& operator=(const Backlog&) = delete;
 
-    /// @return whether a sample of that size can be kept.
+    /// @return whether a sample of that many octets can be kept.
     bool has_room_for(const DDS_GUID_t& writer, std::size_t octets) const noexcept;
-    /// Copies a sample, unless it is here already, or there is no room or no memory for it.
+    /// Copies a sample, unless it is in the backlog already, or there is no room or no memory for it.
     void keep(const rtps::CacheChange_t& change) noexcept;
 
-    /// Hands out the samples of a writer in their order until one is not taken, and forgets those that are.
-    /// @param take  gets a sample, `rtps::CacheChange_t&`; @return whether it has been taken. It may call `keep`.
+    /// Hands out the samples of a writer in order until one is not taken, and removes those that are.
+    /// @param take  `bool(rtps::CacheChange_t&)`: whether the sample has been taken. May call `keep`, and may throw.
     template <typename Take>
     void hand_out(const DDS_GUID_t& writer, const Take& take) {
         const auto place = _writers.find(writer);
@@ -55,6 +54,7 @@ public:
         }
     }
 
+    /// Removes the samples of a writer that has left.
     void forget(const DDS_GUID_t& writer) noexcept { _writers.erase(writer); }
 
 private:

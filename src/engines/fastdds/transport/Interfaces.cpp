@@ -86,7 +86,7 @@ std::uint32_t Interfaces::datagram_that_fits(const std::vector<std::string>& add
             continue;
         }
         has_loopback_only = false;
-        // (An address of the loopback beyond 127 is one that others reach by a route: by which interface is not known.)
+        // The loopback may have addresses outside 127.0.0.0/8, which peers reach by a route: through which interface is not known.
         const std::uint32_t mtu = each.is_loopback || each.mtu == 0 ? ETHERNET : each.mtu;
         least = least == 0 ? mtu : std::min(least, mtu);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The network interfaces of this machine. Thread rule: any thread.
+// The network interfaces of this machine. Thread rule: constant once it is made; any thread.
 #ifndef NORVANE_ENGINES_FASTDDS_TRANSPORT_INTERFACES_HPP
 #define NORVANE_ENGINES_FASTDDS_TRANSPORT_INTERFACES_HPP
 
@@ -16,23 +16,25 @@ namespace fastdds {
 
 struct Interface {
     std::uint32_t address = 0;  ///< IPv4, in network order.
-    std::uint32_t mtu = 0;      ///< Octets of an IP packet at most; 0: not known.
+    std::uint32_t mtu = 0;      ///< Largest IP packet in octets; 0: not known.
     bool is_loopback = false;
 };
 
 /// The interfaces that are up and have an IPv4 address, as they were when it was made.
 class Interfaces {
 public:
+    /// Reads them from the system; empty if it gives none.
     /// @throws std::bad_alloc
     Interfaces();
 
-    /// @return whether this machine has an IPv4 address, written with dots.
+    /// @param address  an IPv4 address in dotted notation; any other text is an address that the machine does not have.
+    /// @return whether an interface of this machine has it.
     bool have(const std::string& address) const noexcept;
-    /// @return whether what is sent to a place stays on this machine.
+    /// @return whether what is sent to a locator stays on this machine; false for locators other than UDPv4 and shared memory.
     bool reach_within(const rtps::Locator_t& place) const noexcept;
-    /// @param addresses  of the interfaces in question; empty: all.
-    /// @return the octets that a UDP datagram may have so that each of them but the loopback carries it in one packet; that of
-    ///         Ethernet when there is no other than the loopback, and 0 when that alone is in question.
+    /// @param addresses  of the interfaces in use; empty: all.
+    /// @return the largest UDP payload, in octets, that each of them except the loopback carries in one packet: 1024 to 65500. That
+    ///         of Ethernet when the machine has no other interface than the loopback; 0 when `addresses` names the loopback alone.
     std::uint32_t datagram_that_fits(const std::vector<std::string>& addresses) const noexcept;
 
 private:

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// How much of a writer's large samples may be on the way to one participant of a peer, at one of its places, without an
-// acknowledgement: a congestion window. It is that of one writer, so that a reader which takes nothing in stops nobody else's
-// samples.
+// A congestion window: how many octets of a writer's large samples may be on the way to one locator of a peer without an
+// acknowledgement. Each writer has its own, so that a reader that accepts nothing does not delay the samples of other writers.
 //
-// A burst is what was sent of one sample since the reader last said what it lacks. What does not fit into the window is not sent:
-// to Fast DDS it is lost on the wire, and the reader asks for it with its next acknowledgement. So the reader's requests pull a
-// large sample over a narrow wire.
+// A burst is what was sent of one sample since the reader last reported what it lacks. What does not fit into the window is not
+// sent: to Fast DDS it is lost on the wire, and the reader asks for it with its next acknowledgement. So the requests of the reader
+// pace the transmission.
 //
 // Invariants:
 // 1. `on_the_way` is the sum of the bursts' octets. It exceeds the window by one datagram at most.
-// 2. The window doubles with each burst that arrives, but for a twentieth, until one does not; then it grows by an eighth. It
-//    shrinks by what was lost when that is more than a fifth, and by half when nothing arrives.
-// 3. While nothing arrives, the time until the next try doubles, up to MOST_PATIENCE_NS.
+// 2. The window doubles with each burst of which at most a twentieth was lost, until the first larger loss; from then on it grows
+//    by an eighth. When more than a fifth of a burst was lost it shrinks by that fraction, and when nothing arrives by half.
+// 3. While nothing arrives, the time until the next attempt doubles, up to MOST_PATIENCE_NS.
 //
 // Times are those that the caller passes in. Thread rule: one thread at a time.
 #ifndef NORVANE_ENGINES_FASTDDS_TRANSPORT_PATH_HPP
@@ -27,7 +26,7 @@ namespace fastdds {
 class Path {
 public:
     static constexpr std::int64_t LEAST_WINDOW = 8 * 1024;
-    /// Fragments that one request tells of at most.
+    /// Largest number of fragments that one NACK_FRAG covers.
     static constexpr std::uint32_t TOLD = 256;
     static constexpr std::int64_t FIRST_PATIENCE_NS = 100 * 1000 * 1000;
     static constexpr std::int64_t LEAST_PATIENCE_NS = 10 * 1000 * 1000;
@@ -40,11 +39,15 @@ public:
         std::uint32_t last_fragment = 0;
     };
 
-    /// @param window  octets to begin with. @param most  what the sockets of the peer take.
+    /// @param window  octets to begin with, above 0; `most` if it is larger than that.
+    /// @param most    octets that the sockets of the peer can buffer: the window never exceeds it.
     Path(std::int64_t window, std::int64_t most) noexcept : _window(std::min(window, most)), _threshold(most), _most(most) {}
 
-    /// Asks to send a piece. @param heartbeat_is_due  gets whether the reader should be asked what it has.
-    /// @return false when it must not be sent now. @throws std::bad_alloc
+    /// Asks whether a piece may be sent, and counts it as sent if so.
+    /// @param octets  of the whole message, above 0. @param now_ns  on a clock that never goes back.
+    /// @param heartbeat_is_due  set to true when the reader should be asked what it has; otherwise unchanged.
+    /// @return false when it must not be sent now. A first piece may always be sent, whatever its size.
+    /// @throws std::bad_alloc
     bool send(const Piece& piece, std::int64_t octets, std::int64_t now_ns, bool& heartbeat_is_due) {
         if (_on_the_way != 0 && _on_the_way + octets > _window) {
             heartbeat_is_due = !_is_asked;
@@ -71,7 +74,9 @@ public:
         return true;
     }
 
-    /// A reader has said that it has all samples before a number; of those from there on, `is_missing` tells.
+    /// A reader acknowledges samples.
+    /// @param before      it has all samples with a smaller number.
+    /// @param is_missing  `bool(std::int64_t number)`: whether it reports that one of the others is missing.
     template <typename IsMissing>
     void acknowledge(std::int64_t before, const IsMissing& is_missing, std::int64_t now_ns) noexcept {
         std::int64_t arrived = 0;
@@ -96,9 +101,11 @@ public:
         }
     }
 
-    /// A reader lacks fragments of a sample. @param base  the first of them. @param missing_up_to  how many of TOLD from there on
-    /// it lacks, up to a fragment. @return whether what it lacks is to be sent again: not when it told so before the last burst
-    /// came.
+    /// A reader lacks fragments of a sample.
+    /// @param base           the first of them.
+    /// @param missing_up_to  `std::uint32_t(std::uint32_t last)`: how many it lacks of the TOLD fragments from `base` on, without
+    ///                       those after `last`.
+    /// @return whether they are to be sent again: false when the reader wrote its request before the last burst can have arrived.
     template <typename MissingUpTo>
     bool ask_again(std::int64_t number, std::uint32_t base, const MissingUpTo& missing_up_to, std::int64_t now_ns) noexcept {
         const auto place = std::find_if(_bursts.begin(), _bursts.end(), [&](const Burst& each) { return each.number == number; });
@@ -131,7 +138,9 @@ public:
         return true;
     }
 
+    /// @return octets that may be on the way.
     std::int64_t window() const noexcept { return _window; }
+    /// @return octets that are on the way.
     std::int64_t on_the_way() const noexcept { return _on_the_way; }
 
 private:
@@ -166,12 +175,12 @@ private:
             _round_trip_ns == 0 ? FIRST_PATIENCE_NS : std::min(std::max(2 * _round_trip_ns, LEAST_PATIENCE_NS), MOST_PATIENCE_NS);
     }
     void grow(std::int64_t arrived) noexcept {
-        if (2 * arrived >= _window) {  // else it was not used
+        if (2 * arrived >= _window) {  // otherwise the window was not what limited the burst
             _window = std::min(_window < _threshold ? 2 * _window : _window + _window / 8, _most);
         }
     }
     void back_off(std::int64_t lost) noexcept {
-        if (4 * lost >= _window) {  // a fragment or two are easily lost
+        if (4 * lost >= _window) {  // a single fragment is no sign of congestion
             _window = std::max(LEAST_WINDOW, _window / 2);
             _threshold = _window;
         }
@@ -180,13 +189,13 @@ private:
     }
 
     std::int64_t _window;
-    std::int64_t _threshold;  // below, it doubles
+    std::int64_t _threshold;  // below it the window doubles
     std::int64_t _most;
     std::int64_t _on_the_way = 0;
     std::int64_t _last_sent_ns = 0;
-    std::int64_t _round_trip_ns = 0;  // to the answer, the wait for a heartbeat included; 0: not known
+    std::int64_t _round_trip_ns = 0;  // from a burst to the reader's report, the wait for a heartbeat included; 0: not known
     std::int64_t _patience_ns = FIRST_PATIENCE_NS;
-    bool _is_asked = false;       // a heartbeat was wanted, and nothing has come since
+    bool _is_asked = false;       // a heartbeat was requested, and no report has come since
     bool _is_recovering = false;  // a reader lacks something
     std::vector<Burst> _bursts;
 };

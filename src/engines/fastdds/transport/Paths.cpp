@@ -71,7 +71,7 @@ struct Bits {
     }
 };
 
-// Not worth a look in a message that has nothing but small samples.
+// Whether a message with such a submessage is to be looked at. Those with small samples alone are not.
 bool counts(std::uint8_t kind, std::size_t length, std::size_t large) noexcept {
     return kind == Submessage::DATA_FRAG || kind == Submessage::HEARTBEAT || kind == Submessage::ACKNACK ||
            (kind == Submessage::DATA && length >= large);
@@ -95,7 +95,7 @@ void Paths::learn_locked(const rtps::Locator_t& place, const Prefix& peer, std::
         known->used_ns = now_ns;
         return;
     }
-    // Another process has the port of one that is gone, or the one that was not used for longest makes room.
+    // Replace the entry of a process that is gone and whose port another one has; or, at the limit, the one unused for longest.
     const auto gone = known != nullptr
                           ? std::find_if(_places.begin(), _places.end(), [&](const auto& each) { return each.get() == known; })
                       : _places.size() < MOST_PATHS
@@ -186,11 +186,11 @@ Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, cons
             std::memcpy(writer.entityId.value, &writer_entity, sizeof writer_entity);
             _listener(writer);
         }
-        // One behind each fragment would have the reader ask for those that are still on the way. At the end of a burst it is sent
-        // for the listener.
+        // A heartbeat behind each fragment would make the reader ask for fragments that are still on the way. The listener sends
+        // one at the end of a burst.
         return !may_leave ? Verdict::HOLD : has_heartbeat && !is_end ? Verdict::PASS_WITHOUT_HEARTBEAT : Verdict::PASS;
     } catch (const std::exception&) {
-        return Verdict::PASS;  // no memory to know better
+        return Verdict::PASS;  // memory is short: not limited
     }
 }
 
@@ -222,7 +222,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                 try {
                     path = &hear_locked(*to, writer);
                 } catch (const std::exception&) {
-                    continue;  // no memory: the window does not hold yet
+                    continue;  // memory is short: no window yet
                 }
                 const std::int64_t base = read_number(each, SET_OF_ACKNACK);
                 path->acknowledge(

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The paths of a participant to its peers (Path). It reads what large samples, heartbeats and acknowledgements go out and come in,
-// and decides what may leave, and which requests for a repeat are out of date.
+// The paths (Path) of a participant to its peers. It reads the submessages of large samples, heartbeats and acknowledgements in
+// both directions, and decides which messages may leave and which requests for fragments are out of date.
 //
-// 1. A place belongs to the participant that the last message sent there named. A writer has a path to it once its readers there
-//    have acknowledged anything: a peer that never does is sent everything.
-// 2. Samples below LARGE octets, and those of discovery, pass untouched.
-// 3. The mutex is taken under locks of Fast DDS. The listener is called with it held, and takes leaves only.
+// 1. A locator belongs to the participant that the last message sent to it was addressed to. A writer has a path to it once a
+//    reader there has acknowledged any of its samples. A peer that never acknowledges, such as a best-effort reader, is not limited.
+// 2. Samples below LARGE octets, and those of discovery, pass without a look.
+// 3. The mutex is taken under locks of Fast DDS. The listener is called with it held, and takes leaf locks only.
 //
 // Thread rule: any thread at once.
 #ifndef NORVANE_ENGINES_FASTDDS_TRANSPORT_PATHS_HPP
@@ -32,32 +32,38 @@ namespace fastdds {
 
 class Paths {
 public:
-    /// Octets of a message from which on it counts.
+    /// Size in octets from which on a sample counts. Fragments always count.
     static constexpr std::size_t LARGE = 4096;
+    /// Bound on locators; beyond it, the one that was unused for the longest time is forgotten.
     static constexpr std::size_t MOST_PATHS = 256;
-    static constexpr std::size_t MOST_WRITERS = 256;  // with readers at one place
-    /// Where the sockets at the other end, and the wire, are not known: what is sent before the first acknowledgement.
+    /// Bound on writers with readers at one locator; beyond it, the oldest is forgotten.
+    static constexpr std::size_t MOST_WRITERS = 256;
+    /// First window, in octets, to another machine, whose sockets and wire are not known.
     static constexpr std::int64_t FIRST_WINDOW = 64 * 1024;
 
     typedef std::function<void(const rtps::GUID_t& writer)> HeartbeatListener;
 
-    /// @param capacity  octets that a peer's socket takes; it is assumed to be as ours. @param interfaces  borrowed.
+    /// @param capacity    octets that a peer's socket can buffer, assumed to be the same as here.
+    /// @param interfaces  borrowed.
     Paths(std::int64_t capacity, const Interfaces& interfaces) noexcept : _capacity(capacity), _interfaces(interfaces) {}
     Paths(const Paths&) = delete;
     Paths& operator=(const Paths&) = delete;
 
-    /// @param listener  is told of writers of this participant whose readers should be asked what they lack. Null: nobody is told;
-    ///                  when it returns, no call of the one before runs.
+    /// Sets the listener. When it returns, no call of the previous one runs or will run.
+    /// @param listener  is called for a writer of this participant whose readers should be sent a heartbeat; must not block, nor
+    ///                  call this object. Null for none.
     void listen(HeartbeatListener listener);
 
+    /// HOLD: not to be sent, as if it were lost. PASS_WITHOUT_HEARTBEAT: to be sent without the heartbeats in it.
     enum class Verdict { PASS, PASS_WITHOUT_HEARTBEAT, HOLD };
-    /// A message is about to be sent. HOLD: it must not be; it counts as lost.
+    /// A message is about to be sent to a locator. Memory that is short ends in PASS.
     Verdict send(const std::uint8_t* message, std::size_t length, const rtps::Locator_t& place) noexcept;
 
-    /// All readers of a writer of this participant have its samples up to a number: what they answered says so, or they are gone.
+    /// All readers of a writer of this participant have its samples up to and including a number: their replies prove it, or the
+    /// readers have left.
     void acknowledge(const rtps::GUID_t& writer, std::int64_t up_to) noexcept;
 
-    /// A message has come. @return false when its requests for fragments are out of date, and should be taken out.
+    /// A message has arrived, of any content. @return false when its requests for fragments are out of date and are to be removed.
     bool receive(const std::uint8_t* message, std::size_t length) noexcept;
 
 private:
@@ -68,7 +74,7 @@ private:
 
         rtps::Locator_t place;
         Prefix peer;
-        std::vector<std::pair<std::uint32_t, Path>> paths;  // of writers whose readers there acknowledge
+        std::vector<std::pair<std::uint32_t, Path>> paths;  // by the entity id of the writer
         std::int64_t used_ns = 0;
     };
 
@@ -84,7 +90,7 @@ private:
     std::vector<std::unique_ptr<ToPlace>> _places;
 };
 
-/// Copies a message without its submessages of one kind.
+/// Copies a message without its submessages of one kind. @param copy  is overwritten; its memory is reused. @throws std::bad_alloc
 void copy_without(std::uint8_t kind, const std::uint8_t* message, std::size_t length, std::vector<std::uint8_t>& copy);
 
 }  // namespace fastdds
