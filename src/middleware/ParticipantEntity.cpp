@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "middleware/DeferringEngines.hpp"
+#include "middleware/ListText.hpp"
 #include "middleware/Log.hpp"
 #include "middleware/Names.hpp"
 #include "middleware/PublisherEntity.hpp"
@@ -39,31 +40,11 @@ Result or_out_of_memory(const char* method, Result failed, Operation operation) 
     }
 }
 
-/// Lists what a log line names, up to a bound.
-class ListText {
-public:
-    void add(const std::string& entry) {
-        constexpr std::size_t MAX_ENTRIES = 8;
-        if (_count < MAX_ENTRIES) {
-            _text += (_count == 0 ? "" : ", ") + entry;
-        }
-        ++_count;
-        _more = _count > MAX_ENTRIES ? _count - MAX_ENTRIES : 0;
-    }
-    std::string text() const { return _more == 0 ? _text : _text + " and " + std::to_string(_more) + " more"; }
-
-private:
-    std::string _text;
-    std::size_t _count = 0;
-    std::size_t _more = 0;
-};
-
-/// Leaves a participant alone that cannot be destroyed here.
+/// Leaks a participant that cannot be destroyed on this thread.
 void give_up(std::unique_ptr<ParticipantEntity>& participant) noexcept {
     log_error("DDSDomainParticipantFactory::release_participant",
               "the participant, or the last entity in it, was deleted from inside a listener: the participant stays until the "
-              "process ends; "
-              "destroy participants, requesters, repliers and services outside listeners");
+              "process ends; destroy participants, requesters, repliers and services outside listeners");
     static_cast<void>(participant.release());
 }
 
@@ -71,7 +52,7 @@ std::string of_holder(const char* holder) { return holder == nullptr ? "" : std:
 
 }  // namespace
 
-/// Counts as a user of a topic, and of its filter, from `begin_locked` on: until it goes, unless the use is kept.
+/// Counts as a user of a topic, and of its filter, from `begin_locked` until it is destroyed; after `keep` the endpoint counts.
 class ParticipantEntity::TopicUse {
 public:
     explicit TopicUse(ParticipantEntity& participant) noexcept : _participant(participant) {}
@@ -86,7 +67,7 @@ public:
     void begin_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept {
         _topic = &topic;
         _filtered = filtered;
-        _holder = _participant.holder_locked();
+        _holder = _participant._holdings.current();
         ++topic.users;
         if (filtered != nullptr) {
             ++filtered->users;
@@ -173,7 +154,7 @@ std::string ParticipantEntity::contents() {
 DDS_ReturnCode_t ParticipantEntity::begin_holding(const char* holder) {
     Lock lock(_mutex);
     return or_out_of_memory("DDSDomainParticipant::begin_holding", DDS_RETCODE_OUT_OF_RESOURCES, [&] {
-        _holdings.push_back({std::this_thread::get_id(), listener_depth::depth, holder});
+        _holdings.begin(holder);
         return DDS_RETCODE_OK;
     });
 }
@@ -181,16 +162,10 @@ DDS_ReturnCode_t ParticipantEntity::begin_holding(const char* holder) {
 void ParticipantEntity::end_holding() {
     Ended ended;
     Lock lock(_mutex);
-    const auto last = std::find_if(_holdings.rbegin(), _holdings.rend(),
-                                   [](const Holding& holding) { return holding.thread == std::this_thread::get_id(); });
-    if (last == _holdings.rend()) {
+    if (!_holdings.end() || !_holdings.empty()) {
         return;
     }
-    _holdings.erase(std::next(last).base());
-    if (!_holdings.empty()) {
-        return;
-    }
-    // Topics that lost their last user meanwhile, or never got one, since making the endpoint failed.
+    // Delete the topics that lost their last user during the spans, or never had one because making the endpoint failed.
     for (auto entry = _topics.begin(); entry != _topics.end();) {
         const auto next = std::next(entry);
         if (entry->second->users == 0 && entry->second->goes_with_last_user) {
@@ -200,15 +175,8 @@ void ParticipantEntity::end_holding() {
     }
 }
 
-/// @return the holder of what the calling thread makes; null for none.
-const char* ParticipantEntity::holder_locked() const noexcept {
-    const auto last = std::find_if(_holdings.rbegin(), _holdings.rend(),
-                                   [](const Holding& holding) { return holding.thread == std::this_thread::get_id(); });
-    return last != _holdings.rend() && last->listener_depth == listener_depth::depth ? last->holder : nullptr;
-}
-
-/// Ends one use of a topic, and of its filter. While a holder is being made its topic stays, since it may be about to use one that
-/// it found.
+/// Ends one use of a topic, and of its filter. During a holding span no topic is deleted: the holder may have found it, and
+/// be about to use it.
 void ParticipantEntity::end_use_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered, Ended& ended) noexcept {
     if (filtered != nullptr) {
         --filtered->users;
@@ -218,7 +186,7 @@ void ParticipantEntity::end_use_locked(TopicEntity& topic, ContentFilteredTopicE
     }
 }
 
-/// The last step of an endpoint's deletion. With a released participant nothing of it may be touched afterwards.
+/// The last step of an endpoint's deletion. It may destroy a released participant: the caller must not touch it afterwards.
 void ParticipantEntity::end_endpoint(const char* holder, TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept {
     Ended ended;
     Lock lock(_mutex);
@@ -252,7 +220,8 @@ std::string ParticipantEntity::held_endpoints_locked() const {
 DDS_ReturnCode_t ParticipantEntity::release(std::unique_ptr<ParticipantEntity> participant) {
     constexpr const char* METHOD = "DDSDomainParticipantFactory::release_participant";
     ParticipantEntity& released = *participant;
-    // Before it can go with another thread's last deletion. What is refused here is met again then.
+    // First, since later the last deletion of another thread may destroy the participant. That deletion also tries again what is
+    // refused here.
     released.delete_endpoints_without_holder();
     Ended ended;
     Lock lock(released._mutex);
@@ -378,7 +347,7 @@ DDSTopic* ParticipantEntity::create_topic(const char* topic_name, const char* ty
         const auto existing = _topics.find(topic_name);
         if (existing != _topics.end()) {
             if (existing->second->type_name() == type_name && is_same_type(*existing->second->type(), *type->second)) {
-                existing->second->goes_with_last_user = existing->second->goes_with_last_user && holder_locked() != nullptr;
+                existing->second->goes_with_last_user = existing->second->goes_with_last_user && _holdings.current() != nullptr;
                 return existing->second.get();
             }
             log_error(METHOD, [&] {
@@ -396,7 +365,7 @@ DDSTopic* ParticipantEntity::create_topic(const char* topic_name, const char* ty
             throw std::bad_alloc();
         }
         auto topic = std::make_unique<TopicEntity>(*this, topic_name, type_name, type->second, std::move(pool), qos);
-        topic->goes_with_last_user = holder_locked() != nullptr;
+        topic->goes_with_last_user = _holdings.current() != nullptr;
         return _topics.emplace(topic_name, std::move(topic)).first->second.get();
     });
 }
@@ -431,7 +400,7 @@ DDSTopicDescription* ParticipantEntity::lookup_topicdescription(const char* name
     Lock lock(_mutex);
     const auto topic = _topics.find(name);
     if (topic != _topics.end()) {
-        topic->second->goes_with_last_user = topic->second->goes_with_last_user && holder_locked() != nullptr;
+        topic->second->goes_with_last_user = topic->second->goes_with_last_user && _holdings.current() != nullptr;
         return topic->second.get();
     }
     const auto filtered = _filtered_topics.find(name);
@@ -698,7 +667,7 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
         if (!type_may_travel(METHOD, use.topic())) {
             return nullptr;
         }
-        // Destroyed on return unless registered below.
+        // Destroyed on return unless it is registered below.
         std::unique_ptr<ReaderControl, DiscardReader> reader(make_reader_entity(owner, use.topic(), filtered, wanted));
         if (reader == nullptr || !reader->prepare(*_port, listener, mask, code)) {
             return nullptr;
@@ -754,7 +723,7 @@ DDS_ReturnCode_t ParticipantEntity::delete_reader(DDSSubscriber& owner, DDSDataR
     }
     TopicEntity& topic = deleted->topic();
     ContentFilteredTopicEntity* filtered = deleted->filtered_topic();
-    deleted->close();  // the object may live on for its loans, but has nothing to do with the participant any more
+    deleted->close();  // with loans out the object lives on, but no longer uses the participant
     end_endpoint(holder, topic, filtered);
     return DDS_RETCODE_OK;
 }

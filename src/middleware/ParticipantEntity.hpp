@@ -4,10 +4,9 @@
 // Invariants:
 // 1. The mutex guards the registry: which types, topics, publishers, subscribers and endpoints there are, and what uses what. It is
 //    never held while an engine is called, since that may run a listener.
-// 2. An object that is given in is looked up in the registry by its address before it is touched: a foreign or deleted one is
-//    refused.
-// 3. A released participant owns itself until the last endpoint with a holder is deleted. The thread that deletes it destroys the
-//    participant; every other deletion has passed its last section under the mutex by then.
+// 2. An argument is looked up in the registry by its address before it is used: a foreign or deleted object is refused.
+// 3. A released participant owns itself until the last endpoint with a holder is deleted. The thread that deletes that endpoint
+//    destroys the participant; all other deletions have left their last section under the mutex by then.
 #ifndef NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP
 #define NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP
 
@@ -16,12 +15,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "middleware/DataReaderEntity.hpp"
 #include "middleware/DataWriterEntity.hpp"
 #include "middleware/Engine.hpp"
+#include "middleware/HoldingSpans.hpp"
 #include "middleware/TopicEntity.hpp"
 #include "norvane/dds/DomainParticipant.hpp"
 
@@ -36,12 +34,13 @@ public:
     ParticipantEntity(DDS_DomainId_t domain_id, Engine& engine);
     ~ParticipantEntity() override;
 
-    /// Joins the domain. @return false when the engine refused; the log says why.
+    /// Joins the domain. Once, before anything else. @return false when the engine refused; the log says why.
     [[nodiscard]] bool prepare(const DDS_DomainParticipantQos& qos);
+    /// @return whether it has no entity, and no thread makes one for a holder.
     bool is_empty() noexcept;
-    /// @return what there is, in words for the log: the first few entities, and how many more.
+    /// @return its entities in words for the log: the first few, and how many more. @throws std::bad_alloc
     std::string contents();
-    /// Destroys a participant with all that is in it, now or with the last endpoint that has a holder.
+    /// Destroys a participant with all its entities: now, or together with the last endpoint that has a holder.
     /// @return as DDSDomainParticipantFactory::release_participant.
     static DDS_ReturnCode_t release(std::unique_ptr<ParticipantEntity> participant);
 
@@ -104,7 +103,7 @@ private:
 
     class TopicUse;
 
-    // What came to its end under the mutex. Destroyed without it: that runs code of types and of the engine.
+    // Removed from the registry under the mutex, and destroyed after it is unlocked: destruction runs code of types and engine.
     struct Ended {
         Ended() = default;
         Ended(const Ended&) = delete;
@@ -115,17 +114,9 @@ private:
         Topics topics;
     };
 
-    // A span in which a thread makes what has a holder.
-    struct Holding {
-        std::thread::id thread;
-        int listener_depth;  // of the thread at its beginning: inside a further listener it is not that holder's doing
-        const char* holder;
-    };
-
     TopicEntity* find_topic_locked(const DDSTopicDescription* topic) noexcept;
     ContentFilteredTopicEntity* find_filtered_topic_locked(const DDSTopicDescription* topic) noexcept;
     bool type_may_travel(const char* method, const TopicEntity& topic);
-    const char* holder_locked() const noexcept;
     void end_use_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered, Ended& ended) noexcept;
     void end_endpoint(const char* holder, TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept;
     std::string held_endpoints_locked() const;
@@ -160,7 +151,7 @@ private:
     DDS_DataReaderQos _default_reader_qos;
     std::unique_ptr<PublisherEntity> _own_publisher;  // of endpoints that are made through the participant
     std::unique_ptr<SubscriberEntity> _own_subscriber;
-    std::vector<Holding> _holdings;
+    HoldingSpans _holdings;
     std::size_t _held_endpoints = 0;           // those being deleted included
     std::unique_ptr<ParticipantEntity> _self;  // once released
 };

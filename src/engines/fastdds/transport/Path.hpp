@@ -8,8 +8,8 @@
 //
 // Invariants:
 // 1. `on_the_way` is the sum of the bursts' octets. It exceeds the window by one datagram at most.
-// 2. The window doubles with each burst of which at most a twentieth was lost, until the first larger loss; from then on it grows
-//    by an eighth. When more than a fifth of a burst was lost it shrinks by that fraction, and when nothing arrives by half.
+// 2. The window doubles with each burst of which at most a twentieth was lost, until it first shrinks; from then on it grows by an
+//    eighth. When more than a fifth of a burst was lost it shrinks by that fraction, and when nothing arrives by half.
 // 3. While nothing arrives, the time until the next attempt doubles, up to MOST_PATIENCE_NS.
 //
 // Times are those that the caller passes in. Thread rule: one thread at a time.

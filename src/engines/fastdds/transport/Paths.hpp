@@ -3,7 +3,7 @@
 // both directions, and decides which messages may leave and which requests for fragments are out of date.
 //
 // 1. A locator belongs to the participant that the last message sent to it was addressed to. A writer has a path to it once a
-//    reader there has acknowledged any of its samples. A peer that never acknowledges, such as a best-effort reader, is not limited.
+//    reader there has acknowledged any of its samples. A best-effort reader, which never acknowledges, is not limited.
 // 2. Samples below LARGE octets, and those of discovery, pass without a look.
 // 3. The mutex is taken under locks of Fast DDS. The listener is called with it held, and takes leaf locks only.
 //
