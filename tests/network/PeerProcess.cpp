@@ -8,15 +8,32 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
+#include <map>
 #include <stdexcept>
 
 namespace norvane::test {
 
+namespace {
+
 std::map<std::string, Role>& roles() {
     static std::map<std::string, Role> all;
     return all;
+}
+
+}  // namespace
+
+KnownRole::KnownRole(const std::string& name, Role role) { roles()[name] = role; }
+
+int answer_lines(const std::function<std::string(const std::string&)>& answer, bool says_ready) {
+    if (says_ready) {
+        std::cout << "ready" << std::endl;
+    }
+    for (std::string line; std::getline(std::cin, line);) {
+        std::cout << answer(line) << std::endl;
+    }
+    return 0;
 }
 
 PeerProcess::PeerProcess(const std::string& role, const std::vector<std::string>& arguments) {
@@ -94,6 +111,10 @@ int PeerProcess::wait_for_end() {
     return status;
 }
 
+int play(const std::string& role, const std::vector<std::string>& arguments) {
+    return roles().count(role) == 0 ? 2 : roles()[role](arguments);
+}
+
 }  // namespace norvane::test
 
 namespace {
@@ -115,8 +136,7 @@ class NothingSkipped final : public ::testing::EmptyTestEventListener {
 
 int main(int count, char** words) {
     if (count >= 3 && std::string(words[1]) == "--role") {
-        const auto role = norvane::test::roles().find(words[2]);
-        return role == norvane::test::roles().end() ? 2 : role->second(std::vector<std::string>(words + 3, words + count));
+        return norvane::test::play(words[2], std::vector<std::string>(words + 3, words + count));
     }
     // A peer that is gone is no reason to go.
     ::signal(SIGPIPE, SIG_IGN);

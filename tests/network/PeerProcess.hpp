@@ -7,7 +7,8 @@
 
 #include <sys/types.h>
 
-#include <map>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,15 @@ namespace norvane::test {
 
 /// What a process does instead of tests. It reads lines from the standard input, answers each with one, and ends with the input.
 typedef int (*Role)(const std::vector<std::string>& arguments);
-std::map<std::string, Role>& roles();
+
+/// Makes a role known. At namespace scope.
+struct KnownRole {
+    KnownRole(const std::string& name, Role role);
+};
+
+/// What most roles do at last: says that it is ready, unless that was said, and answers each line.
+/// @return the exit code.
+int answer_lines(const std::function<std::string(const std::string&)>& answer, bool says_ready = true);
 
 class PeerProcess {
 public:
@@ -43,6 +52,10 @@ private:
     int _output = -1;
     std::string _rest;
 };
+
+inline std::unique_ptr<PeerProcess> start_peer(const std::string& role, const std::vector<std::string>& arguments) {
+    return std::make_unique<PeerProcess>(role, arguments);
+}
 
 }  // namespace norvane::test
 

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "norvane/norvane.hpp"
 #include "support/DomainNumber.hpp"
@@ -50,6 +51,15 @@ constexpr std::chrono::seconds ANSWER_TIME(20);
 /// On Fast DDS, and on this machine only.
 inline ParticipantParams on_loopback(int domain) {
     return ParticipantParams().domain_id(domain).engine("fastdds").property("norvane.fastdds.interfaces", "127.0.0.1");
+}
+
+/// @return `words`, and what tells the peers of QuestionPeers.cpp of their participant.
+inline std::vector<std::string> words_of(const ParticipantParams& params, std::vector<std::string> words) {
+    words.push_back("domain=" + std::to_string(params.domain_id()));
+    for (const auto& property : params.properties()) {
+        words.push_back(property.first + "=" + property.second);
+    }
+    return words;
 }
 
 /// @return the domain number of this process, which no other test process has.

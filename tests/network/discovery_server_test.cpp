@@ -24,22 +24,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-ParticipantParams looking_at(int domain, const std::string& servers) {
-    return on_loopback(domain).property("norvane.fastdds.discovery_server", servers);
-}
-
-// A service. Arguments: domain, servers.
-int registered_oracle(const std::vector<std::string>& arguments) {
-    Participant participant(looking_at(std::stoi(arguments[0]), arguments[1]));
-    Oracle service(ReplierParams(participant).service_name("Registered"), [](const Question& question) {
-        return Answer{question.number, question.of, ""};
-    });
-    std::cout << "ready" << std::endl;
-    for (std::string line; std::getline(std::cin, line);) {
-    }
-    return 0;
-}
-
 // The program of the package fastdds-tools, until the input ends. Arguments: its number, its port.
 int discovery_server(const std::vector<std::string>& arguments) {
     int output[2];
@@ -59,9 +43,7 @@ int discovery_server(const std::vector<std::string>& arguments) {
     for (char octet = 0; said.find("Server is running") == std::string::npos && ::read(output[0], &octet, 1) == 1;) {
         said += octet;
     }
-    std::cout << (said.find("Server is running") == std::string::npos ? said : "ready") << std::endl;
-    for (std::string line; std::getline(std::cin, line);) {
-    }
+    answer_lines([&](const std::string&) { return said; }, said.find("Server is running") != std::string::npos);
     int status = -1;
     ::kill(server, SIGINT);
     if (!eventually([&] { return ::waitpid(server, &status, WNOHANG) == server; })) {
@@ -70,8 +52,7 @@ int discovery_server(const std::vector<std::string>& arguments) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }
 
-const bool KNOWN = roles().insert({"registered_oracle", registered_oracle}).second &&
-                   roles().insert({"discovery_server", discovery_server}).second;
+const KnownRole SERVER("discovery_server", discovery_server);
 
 // One that nobody listens at now.
 std::string free_port() {
@@ -87,30 +68,27 @@ std::string free_port() {
 }
 
 TEST(DiscoveryServer, brings_those_together_who_look_at_it_and_is_not_needed_by_those_who_have_met) {
-    ASSERT_TRUE(KNOWN);
     if (std::system("command -v fast-discovery-server >/dev/null") != 0) {
         GTEST_SKIP() << "this machine does not have fast-discovery-server (package fastdds-tools)";
     }
-    const std::string domain = std::to_string(domain_of_test());
     const std::string ports[] = {free_port(), free_port()};
     const std::string servers = "127.0.0.1:" + ports[0] + ", 127.0.0.1:" + ports[1];
-    const auto start = [](const char* role, const std::vector<std::string>& arguments) {
-        return std::make_unique<PeerProcess>(role, arguments);
-    };
-    const auto first = start("registered_oracle", {domain, servers});
-    Participant participant(looking_at(std::stoi(domain), servers));
+    const ParticipantParams params = on_loopback(domain_of_test()).property("norvane.fastdds.discovery_server", servers);
+    const auto oracle = words_of(params, {"Registered", ""});
+    const auto first = start_peer("oracle", oracle);
+    Participant participant(params);
     Asker asker(RequesterParams(participant).service_name("Registered"));
     const auto finds = [&](int repliers) { return eventually([&] { return asker.matched_repliers() == repliers; }); };
 
     EXPECT_FALSE(asker.wait_for_service(milliseconds(1000))) << "they have met without a server";
     // One of the two is enough, and not the first.
-    auto server = start("discovery_server", {"1", ports[1]});
+    auto server = start_peer("discovery_server", {"1", ports[1]});
     EXPECT_EQ("ok", ask_all(asker, "first", 3));
     server.reset();
     EXPECT_EQ("ok", ask_all(asker, "first", 3));
     // Another takes its place: newcomers are found, and who dies is missed.
-    server = start("discovery_server", {"0", ports[0]});
-    const auto second = start("registered_oracle", {domain, servers});
+    server = start_peer("discovery_server", {"0", ports[0]});
+    const auto second = start_peer("oracle", oracle);
     EXPECT_TRUE(finds(2));
     first->kill();
     EXPECT_TRUE(finds(1));

@@ -14,7 +14,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -64,28 +63,8 @@ ParticipantParams on_domain(int domain, const std::string& folder, const std::st
     return params;
 }
 
-// Arguments: domain, folder, what to answer. Any line: how many questions it has answered.
-int guarded_oracle(const std::vector<std::string>& arguments) {
-    Participant participant(on_domain(std::stoi(arguments[0]), arguments[1], "server"));
-    Oracle service(ReplierParams(participant).service_name("Sealed"), [&](const Question& question) {
-        return Answer{question.number, question.of, arguments[2]};
-    });
-    std::cout << "ready" << std::endl;
-    for (std::string line; std::getline(std::cin, line);) {
-        std::cout << service.stats().handled << std::endl;
-    }
-    return 0;
-}
-
-// Arguments: domain, folder. A line: what to ask, once.
-int guarded_asker(const std::vector<std::string>& arguments) {
-    Participant participant(on_domain(std::stoi(arguments[0]), arguments[1], "client"));
-    Asker requester(RequesterParams(participant).service_name("Sealed"));
-    std::cout << "ready" << std::endl;
-    for (std::string line; std::getline(std::cin, line);) {
-        std::cout << ask_all(requester, line, 1) << std::endl;
-    }
-    return 0;
+std::vector<std::string> guarded(int domain, const std::string& folder, const std::string& name, const std::string& text) {
+    return words_of(on_domain(domain, folder, name), {"Sealed", text});
 }
 
 // Everything that this network's devices carry, read by a thread of its own.
@@ -149,27 +128,20 @@ private:
 
 // A line: the folder of a requester and a replier that call each other here. Answers with what the wire tells of it.
 int tapped_room(const std::vector<std::string>& arguments) {
-    constexpr const char* DOMAIN = "8";
     const bool is_alone = leave_the_network();
-    std::cout << "ready" << std::endl;
-    for (std::string line; std::getline(std::cin, line);) {
-        if (!is_alone) {
-            std::cout << "no namespace" << std::endl;
-            continue;
-        }
-        std::string outcome = Wiretap::MISSED_SOME;
+    return answer_lines([&](const std::string& folder) -> std::string {
+        std::string outcome = is_alone ? Wiretap::MISSED_SOME : "no namespace";
         for (int attempt = 0; attempt < 5 && outcome == Wiretap::MISSED_SOME; ++attempt) {
             Wiretap wire;
             {
-                PeerProcess service("guarded_oracle", {DOMAIN, line, arguments[2]});
-                PeerProcess asker("guarded_asker", {DOMAIN, line});
+                PeerProcess service("oracle", guarded(8, folder, "server", arguments[2]));
+                PeerProcess asker("asker", guarded(8, folder, "client", ""));
                 outcome = asker.ask(arguments[1]);
             }
             outcome = outcome == "ok" ? wire.seen_of(arguments) : outcome;
         }
-        std::cout << outcome << std::endl;
-    }
-    return 0;
+        return outcome;
+    });
 }
 
 std::string content(const files::path& file) {
@@ -177,13 +149,11 @@ std::string content(const files::path& file) {
     return std::string(std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>());
 }
 
-const bool KNOWN = roles().insert({"guarded_oracle", guarded_oracle}).second &&
-                   roles().insert({"guarded_asker", guarded_asker}).second && roles().insert({"tapped_room", tapped_room}).second;
+const KnownRole TAPPED_ROOM("tapped_room", tapped_room);
 
 class Security : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(KNOWN);
         if (std::system("command -v openssl >/dev/null") != 0) {
             GTEST_SKIP() << "this machine does not have openssl (package openssl), which makes the credentials";
         }
@@ -216,8 +186,7 @@ TEST_F(Security, those_whom_one_authority_signed_meet_each_other_and_nobody_else
     std::vector<std::unique_ptr<Participant>> participants;
     std::vector<std::unique_ptr<Asker>> askers;
     for (const std::string& party : parties) {
-        services.push_back(
-            std::make_unique<PeerProcess>("guarded_oracle", std::vector<std::string>{std::to_string(domain), party, party}));
+        services.push_back(start_peer("oracle", guarded(domain, party, "server", party)));
         participants.push_back(std::make_unique<Participant>(on_domain(domain, party, "client")));
         askers.push_back(std::make_unique<Asker>(RequesterParams(*participants.back()).service_name("Sealed")));
     }

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <iostream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -35,10 +34,7 @@ int restless(const std::vector<std::string>& arguments) {
             }
         });
     }
-    std::cout << "ready" << std::endl;
-    for (std::string line; std::getline(std::cin, line);) {
-        std::cout << made << std::endl;
-    }
+    answer_lines([&](const std::string&) { return std::to_string(made); });
     ended = true;
     for (std::thread& thread : threads) {
         thread.join();
@@ -46,12 +42,11 @@ int restless(const std::vector<std::string>& arguments) {
     return 0;
 }
 
-const bool KNOWN = roles().insert({"restless", restless}).second;
+const KnownRole RESTLESS("restless", restless);
 
 // Fast DDS's thread of timers and those that hear of endpoints that leave can wait for each other: then a process stands still for
 // good.
 TEST(Storms, stop_nobody) {
-    ASSERT_TRUE(KNOWN);
     const char* const repeats = std::getenv("NORVANE_TEST_REPEATS");
     if (repeats == nullptr) {
         GTEST_SKIP() << "some minutes: ./test --long";
@@ -60,7 +55,7 @@ TEST(Storms, stop_nobody) {
     const std::string domain = std::to_string(domain_of_test());
     std::vector<std::unique_ptr<PeerProcess>> peers;
     for (int count = 0; count < 3; ++count) {
-        peers.push_back(std::make_unique<PeerProcess>("restless", std::vector<std::string>{domain}));
+        peers.push_back(start_peer("restless", {domain}));
     }
     for (const auto& peer : peers) {
         const int before = std::stoi(peer->ask("how many"));
@@ -69,9 +64,6 @@ TEST(Storms, stop_nobody) {
     // Participants do not leave in this storm: there Fast DDS has more ways to stand still.
     for (const auto& peer : peers) {
         peer->kill();
-    }
-    while (!peers.empty()) {
-        peers.pop_back();  // the last one first: it holds the others' pipes open
     }
 }
 

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <future>
 #include <iostream>
@@ -25,9 +24,10 @@ namespace {
 constexpr int CALLERS = 8;
 constexpr int CALLS = 50;
 constexpr int LARGE_CALLS = 2;
-constexpr std::size_t SMALL = 3000;
-constexpr std::size_t LARGE = 60000;
-constexpr std::size_t HUGE = 1 << 20;
+const std::string SMALL = "octets 3000";
+const std::string LARGE = "octets 60000";
+constexpr int HUGE_SIZE = 1 << 20;
+const std::string HUGE = "octets " + std::to_string(HUGE_SIZE);
 constexpr int HUGE_CALLS = 3;
 const char* const OWN_ADDRESS = "10.77.0.1";
 const char* const NEIGHBOURS_ADDRESS = "10.77.0.2";
@@ -42,41 +42,34 @@ bool run(const std::string& command) {
 // @param peer  the address to look at first; "-": whoever answers a multicast.
 // @param datagram  octets at most; "": as Fast DDS has it.
 ParticipantParams on_wire(const std::string& address, const std::string& peer, const std::string& datagram) {
-    ParticipantParams params = ParticipantParams().domain_id(9).engine("fastdds").property("norvane.fastdds.interfaces", address);
+    ParticipantParams params = ParticipantParams().domain_id(9).engine("fastdds");
+    params.property("norvane.fastdds.interfaces", address);
     params.property("norvane.fastdds.transports", "udp").property("norvane.fastdds.datagram", datagram);
     return peer == "-" ? params : params.property("norvane.fastdds.initial_peers", peer);
 }
 
-// The other machine. "pid"; "serve <own address> <datagram>"; "leave"; anything else is a command to run. A question of "large" or
-// "huge" gets such an answer.
+// The other machine. "pid"; "serve <own address> <datagram>"; "leave"; anything else is a command to run.
 int neighbour(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
-    std::cout << "ready" << std::endl;
-    std::unique_ptr<Participant> participant;
-    std::unique_ptr<Oracle> service;
-    for (std::string line; std::getline(std::cin, line);) {
-        if (line == "pid") {
-            std::cout << (is_alone ? ::getpid() : -1) << std::endl;
-        } else if (line.compare(0, 6, "serve ") == 0) {
-            const std::size_t blank = line.find(' ', 6);
-            participant = std::make_unique<Participant>(on_wire(line.substr(6, blank - 6), "-", line.substr(blank + 1)));
-            service = std::make_unique<Oracle>(ReplierParams(*participant).service_name("Wire"), [](const Question& question) {
-                return Answer{question.number, question.of,
-                              std::string(question.of == "huge"    ? HUGE
-                                          : question.of == "large" ? LARGE
-                                                                   : SMALL,
-                                          'x')};
-            });
-            std::cout << "ok" << std::endl;
-        } else if (line == "leave") {
-            service.reset();
-            participant.reset();
-            std::cout << "ok" << std::endl;
-        } else {
-            std::cout << (run(line) ? "ok" : "failed") << std::endl;
+    std::unique_ptr<PeerProcess> service;
+    return answer_lines([&](const std::string& line) -> std::string {
+        std::istringstream words(line);
+        std::string what;
+        std::string address;
+        std::string datagram;
+        words >> what >> address >> datagram;
+        if (what == "pid") {
+            return std::to_string(is_alone ? ::getpid() : -1);
         }
-    }
-    return 0;
+        if (what == "serve") {
+            service = start_peer("oracle", words_of(on_wire(address, "-", datagram), {"Wire", ""}));
+        } else if (what == "leave") {
+            service.reset();
+        } else {
+            return run(line) ? "ok" : "failed";
+        }
+        return "ok";
+    });
 }
 
 // @return "ok", "no wire", or what went wrong.
@@ -122,7 +115,8 @@ std::string call_over_wire(const std::string& how) {
         std::vector<std::future<std::string>> callers;
         for (int number = 0; number < CALLERS; ++number) {
             callers.push_back(std::async(std::launch::async, [&asker, number, is_large] {
-                return is_large ? ask_all(asker, "large", LARGE_CALLS) : ask_all(asker, std::to_string(number), CALLS);
+                return is_large ? ask_all(asker, LARGE, LARGE_CALLS)
+                                : ask_all(asker, SMALL + " of " + std::to_string(number), CALLS);
             }));
         }
         for (auto& caller : callers) {
@@ -176,11 +170,11 @@ std::string call_over_bad_wire(const std::string& manner) {
     {
         Participant participant(on_wire(OWN_ADDRESS, NEIGHBOURS_ADDRESS, ""));
         Asker asker(RequesterParams(participant).service_name("Wire"));
-        outcome = ask_all(asker, "huge", 1);
+        outcome = ask_all(asker, HUGE, 1);
         const long before = wire.octets();
-        outcome = outcome == "ok" ? ask_all(asker, "huge", HUGE_CALLS) : outcome;
+        outcome = outcome == "ok" ? ask_all(asker, HUGE, HUGE_CALLS) : outcome;
         if (outcome == "ok") {
-            outcome = std::to_string(static_cast<double>(wire.octets() - before) / (HUGE_CALLS * static_cast<double>(HUGE)));
+            outcome = std::to_string(static_cast<double>(wire.octets() - before) / (HUGE_CALLS * 1.0 * HUGE_SIZE));
         }
     }
     other.ask("leave");
@@ -190,27 +184,19 @@ std::string call_over_bad_wire(const std::string& manner) {
 // A line: what is with the wire.
 int house(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
-    std::cout << "ready" << std::endl;
-    for (std::string line; std::getline(std::cin, line);) {
-        std::cout << (!is_alone                         ? "no wire"
-                      : line.compare(0, 4, "bad ") == 0 ? call_over_bad_wire(line.substr(4))
-                                                        : call_over_wire(line))
-                  << std::endl;
-    }
-    return 0;
+    return answer_lines([&](const std::string& line) {
+        return !is_alone ? "no wire" : line.compare(0, 4, "bad ") == 0 ? call_over_bad_wire(line.substr(4)) : call_over_wire(line);
+    });
 }
 
-const bool KNOWN = roles().insert({"house", house}).second && roles().insert({"neighbour", neighbour}).second;
+const KnownRole HOUSE("house", house);
+const KnownRole NEIGHBOUR("neighbour", neighbour);
 
 class TwoHosts : public ::testing::TestWithParam<std::string> {};
-INSTANTIATE_TEST_SUITE_P(With, TwoHosts, ::testing::Values("multicast", "routed", "narrow", "large", "cut"), [](const auto& test) {
-    std::string name = test.param;
-    std::replace(name.begin(), name.end(), ' ', '_');
-    return name;
-});
+INSTANTIATE_TEST_SUITE_P(With, TwoHosts, ::testing::Values("multicast", "routed", "narrow", "large", "cut"),
+                         [](const auto& test) { return test.param; });
 
 TEST_P(TwoHosts, lose_no_call) {
-    ASSERT_TRUE(KNOWN);
     const std::string outcome = PeerProcess("house", {}).ask(GetParam());
     if (outcome == "no wire") {
         GTEST_SKIP() << "this machine gives its users no network namespaces with a wire between them (unshare(2) permitted; ip and "
