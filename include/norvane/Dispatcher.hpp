@@ -37,7 +37,8 @@ public:
 
     /// @throws std::system_error  no thread could be had. @throws std::bad_alloc  memory is short.
     explicit Dispatcher(Loop loop = OWN_THREAD);
-    /// Closes the dispatcher. Inside a callback it does not wait for the dispatcher's thread, which ends by itself.
+    /// Closes the dispatcher. Inside a callback it does not wait for the dispatcher's thread, which ends by itself. In a child
+    /// process made by fork() it does nothing.
     ~Dispatcher();
     Dispatcher(const Dispatcher&) = delete;
     Dispatcher& operator=(const Dispatcher&) = delete;
@@ -66,6 +67,7 @@ private:
     friend class details::DispatcherLink;
     class Calls;
 
+    const int _process;             // id of the process that has the thread
     std::shared_ptr<Calls> _calls;  // shared with the links of the requesters, and with the thread
 };
 

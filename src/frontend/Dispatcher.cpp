@@ -2,18 +2,24 @@
 // The public face of a dispatcher, and the way of a requester to it.
 #include "norvane/Dispatcher.hpp"
 
+#include <unistd.h>
+
 #include "frontend/DispatcherCalls.hpp"
 #include "norvane/Exception.hpp"
 
 namespace norvane {
 
-Dispatcher::Dispatcher(Loop loop) : _calls(std::make_shared<Calls>(loop)) {
+Dispatcher::Dispatcher(Loop loop) : _process(::getpid()), _calls(std::make_shared<Calls>(loop)) {
     if (loop == OWN_THREAD) {
         _calls->start_thread();
     }
 }
 
-Dispatcher::~Dispatcher() { _calls->close(true); }
+Dispatcher::~Dispatcher() {
+    if (::getpid() == _process) {  // not in a child made by fork(): its copy has no thread that could end
+        _calls->close(true);
+    }
+}
 
 int Dispatcher::run_once(const Timeout& max_wait) {
     const std::shared_ptr<Calls> calls = _calls;  // a callback may destroy the dispatcher

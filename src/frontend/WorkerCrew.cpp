@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "norvane/details/WorkerCrew.hpp"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -329,7 +331,7 @@ private:
 
 thread_local const WorkerCrew::State* WorkerCrew::State::_crew_of_this_thread = nullptr;
 
-WorkerCrew::WorkerCrew(std::shared_ptr<WorkSource> work) : _state(std::make_shared<State>(std::move(work))) {
+WorkerCrew::WorkerCrew(std::shared_ptr<WorkSource> work) : _process(::getpid()), _state(std::make_shared<State>(std::move(work))) {
     try {
         State::start(_state);
     } catch (const std::system_error& error) {
@@ -341,7 +343,11 @@ WorkerCrew::WorkerCrew(std::shared_ptr<WorkSource> work) : _state(std::make_shar
     }
 }
 
-WorkerCrew::~WorkerCrew() { _state->end(); }
+WorkerCrew::~WorkerCrew() {
+    if (::getpid() == _process) {  // not in a child made by fork(): its copy has no threads that could end
+        _state->end();
+    }
+}
 
 ShutdownResult WorkerCrew::drain(const Timeout& max_wait) {
     const Deadline deadline(max_wait);

@@ -13,6 +13,7 @@
 #include "middleware/SequenceNumber.hpp"
 #include "middleware/virtual_guid.hpp"
 #include "norvane/dds/TypeSupport.hpp"
+#include "platform/ProcessMark.hpp"
 
 namespace norvane {
 namespace mw {
@@ -127,7 +128,9 @@ public:
         if (_gate.is_inside()) {
             return DDS_RETCODE_PRECONDITION_NOT_MET;
         }
-        port()->close();
+        if (!_process.is_of_a_parent()) {
+            port()->close();
+        }
         return DDS_RETCODE_OK;
     }
     DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override {
@@ -233,6 +236,7 @@ private:
     const std::string _topic_name;
     const std::shared_ptr<const DDS_TypeOperations> _type;
     DDS_DataReaderQos _qos;
+    const platform::ProcessMark _process;
     platform::BriefMutex _port_mutex;
     std::shared_ptr<ReaderPort> _port;
     SampleStore _store;

@@ -119,14 +119,16 @@ DDS_ReturnCode_t DataWriterEntity::get_matched_subscription_data(DDS_Subscriptio
 }
 
 DDS_ReturnCode_t DataWriterEntity::wait_for_acknowledgments(const DDS_Duration_t& max_wait) {
-    return _port->wait_for_acknowledgments(max_wait);
+    return _process.is_of_a_parent() ? DDS_RETCODE_ILLEGAL_OPERATION : _port->wait_for_acknowledgments(max_wait);
 }
 
 DDS_ReturnCode_t DataWriterEntity::leave_domain() {
     if (_gate.is_inside()) {
         return DDS_RETCODE_PRECONDITION_NOT_MET;
     }
-    _port->close();
+    if (!_process.is_of_a_parent()) {
+        _port->close();
+    }
     return DDS_RETCODE_OK;
 }
 
@@ -135,6 +137,13 @@ DDS_ReturnCode_t DataWriterEntity::write_w_params_untyped_general(void* /*reserv
     if (data == nullptr) {
         log_error(METHOD, [this] { return "topic \"" + _topic.name() + "\": the sample is null"; });
         return DDS_RETCODE_BAD_PARAMETER;
+    }
+    if (_process.is_of_a_parent()) {
+        log_error(METHOD, [this] {
+            return "topic \"" + _topic.name() +
+                   "\": the process was forked after the writer was made; make a participant in the child";
+        });
+        return DDS_RETCODE_ILLEGAL_OPERATION;
     }
     if (params.identity.writer_guid != DDS_GUID_AUTO && params.identity.writer_guid != _qos.protocol.virtual_guid) {
         log_error(METHOD, [this] {

@@ -12,6 +12,7 @@
 #include "middleware/StatusCondition.hpp"
 #include "middleware/TopicEntity.hpp"
 #include "norvane/dds/Publisher.hpp"
+#include "platform/ProcessMark.hpp"
 
 namespace norvane {
 namespace mw {
@@ -60,6 +61,7 @@ private:
     DDS_StatusMask changes() const noexcept override { return _changes.load(std::memory_order_relaxed); }
     void reset(DDS_StatusMask status) noexcept { _changes.fetch_and(~status, std::memory_order_relaxed); }
 
+    const platform::ProcessMark _process;
     DDSPublisher& _publisher;
     TopicEntity& _topic;
     DDS_DataWriterQos _qos;

@@ -120,6 +120,9 @@ bool ParticipantEntity::prepare(const DDS_DomainParticipantQos& qos) {
 }
 
 bool ParticipantEntity::is_empty() noexcept {
+    if (_process.is_of_a_parent()) {
+        return true;
+    }
     Lock lock(_mutex);
     return _topics.empty() && _filtered_topics.empty() && _publishers.empty() && _subscribers.empty() && _writers.empty() &&
            _readers.empty() && _held_endpoints == 0 && _holdings.empty();
@@ -219,6 +222,10 @@ std::string ParticipantEntity::held_endpoints_locked() const {
 
 DDS_ReturnCode_t ParticipantEntity::release(std::unique_ptr<ParticipantEntity> participant) {
     constexpr const char* METHOD = "DDSDomainParticipantFactory::release_participant";
+    if (participant->_process.is_of_a_parent()) {
+        static_cast<void>(participant.release());
+        return DDS_RETCODE_OK;
+    }
     ParticipantEntity& released = *participant;
     // First, since later the last deletion of another thread may destroy the participant. That deletion also tries again what is
     // refused here.
@@ -375,6 +382,9 @@ DDS_ReturnCode_t ParticipantEntity::delete_topic(DDSTopic* topic) {
     if (topic == nullptr) {
         return DDS_RETCODE_BAD_PARAMETER;
     }
+    if (_process.is_of_a_parent()) {
+        return DDS_RETCODE_OK;
+    }
     std::unique_ptr<TopicEntity> deleted;
     Lock lock(_mutex);
     for (auto entry = _topics.begin(); entry != _topics.end(); ++entry) {
@@ -454,6 +464,9 @@ DDS_ReturnCode_t ParticipantEntity::delete_contentfilteredtopic(DDSContentFilter
     constexpr const char* METHOD = "DDSDomainParticipant::delete_contentfilteredtopic";
     if (topic == nullptr) {
         return DDS_RETCODE_BAD_PARAMETER;
+    }
+    if (_process.is_of_a_parent()) {
+        return DDS_RETCODE_OK;
     }
     Ended ended;
     std::unique_ptr<ContentFilteredTopicEntity> deleted;
@@ -555,6 +568,14 @@ DDS_ReturnCode_t ParticipantEntity::delete_datareader(DDSDataReader* reader) {
     return delete_reader(*_own_subscriber, reader, false);
 }
 
+bool ParticipantEntity::may_make_endpoints(const char* method) const {
+    if (!_process.is_of_a_parent()) {
+        return true;
+    }
+    log_error(method, "the process was forked after the participant was made; make a participant in the child");
+    return false;
+}
+
 bool ParticipantEntity::type_may_travel(const char* method, const TopicEntity& topic) {
     if (!_engine.leaves_process() || topic.type()->encode != nullptr) {
         return true;
@@ -570,6 +591,9 @@ bool ParticipantEntity::type_may_travel(const char* method, const TopicEntity& t
 DDSDataWriter* ParticipantEntity::create_writer(DDSPublisher& owner, DDSTopic* topic, const DDS_DataWriterQos& qos,
                                                 DDSDataWriterListener* listener, DDS_StatusMask mask) {
     constexpr const char* METHOD = "DDSPublisher::create_datawriter";
+    if (!may_make_endpoints(METHOD)) {
+        return nullptr;
+    }
     return or_out_of_memory<DDSDataWriter*>(METHOD, nullptr, [&]() -> DDSDataWriter* {
         TopicUse use(*this);
         DDS_DataWriterQos wanted;
@@ -611,6 +635,9 @@ DDS_ReturnCode_t ParticipantEntity::delete_writer(DDSPublisher& owner, DDSDataWr
     if (writer == nullptr) {
         return DDS_RETCODE_BAD_PARAMETER;
     }
+    if (_process.is_of_a_parent()) {
+        return DDS_RETCODE_OK;
+    }
     std::unique_ptr<DataWriterEntity> deleted;
     const char* holder = nullptr;
     {
@@ -638,6 +665,9 @@ DDS_ReturnCode_t ParticipantEntity::delete_writer(DDSPublisher& owner, DDSDataWr
 DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
                                                 DDSDataReaderListener* listener, DDS_StatusMask mask) {
     constexpr const char* METHOD = "DDSSubscriber::create_datareader";
+    if (!may_make_endpoints(METHOD)) {
+        return nullptr;
+    }
     return or_out_of_memory<DDSDataReader*>(METHOD, nullptr, [&]() -> DDSDataReader* {
         TopicUse use(*this);
         ContentFilteredTopicEntity* filtered = nullptr;
@@ -696,6 +726,9 @@ DDS_ReturnCode_t ParticipantEntity::delete_reader(DDSSubscriber& owner, DDSDataR
     constexpr const char* METHOD = "DDSSubscriber::delete_datareader";
     if (reader == nullptr) {
         return DDS_RETCODE_BAD_PARAMETER;
+    }
+    if (_process.is_of_a_parent()) {
+        return DDS_RETCODE_OK;
     }
     ReaderControl* deleted = nullptr;
     const char* holder = nullptr;
@@ -802,6 +835,9 @@ DDS_ReturnCode_t ParticipantEntity::delete_endpoints_without_holder() {
 
 DDS_ReturnCode_t ParticipantEntity::delete_contained_entities() {
     constexpr const char* METHOD = "DDSDomainParticipant::delete_contained_entities";
+    if (_process.is_of_a_parent()) {
+        return DDS_RETCODE_OK;
+    }
     {
         Lock lock(_mutex);
         if (_held_endpoints > 0 || !_holdings.empty()) {

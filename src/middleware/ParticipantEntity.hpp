@@ -7,6 +7,7 @@
 // 2. An argument is looked up in the registry by its address before it is used: a foreign or deleted object is refused.
 // 3. A released participant owns itself until the last endpoint with a holder is deleted. The thread that deletes that endpoint
 //    destroys the participant; all other deletions have left their last section under the mutex by then.
+// 4. In a child process made by fork() it makes no endpoints and leaks what is deleted, since the engine's threads are missing.
 #ifndef NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP
 #define NORVANE_MIDDLEWARE_PARTICIPANTENTITY_HPP
 
@@ -22,6 +23,7 @@
 #include "middleware/HoldingSpans.hpp"
 #include "middleware/TopicEntity.hpp"
 #include "norvane/dds/DomainParticipant.hpp"
+#include "platform/ProcessMark.hpp"
 
 namespace norvane {
 namespace mw {
@@ -36,7 +38,7 @@ public:
 
     /// Joins the domain. Once, before anything else. @return false when the engine refused; the log says why.
     [[nodiscard]] bool prepare(const DDS_DomainParticipantQos& qos);
-    /// @return whether it has no entity, and no thread makes one for a holder.
+    /// @return whether it has no entity, and no thread makes one for a holder; true in a child process.
     bool is_empty() noexcept;
     /// @return its entities in words for the log: the first few, and how many more. @throws std::bad_alloc
     std::string contents();
@@ -116,6 +118,7 @@ private:
 
     TopicEntity* find_topic_locked(const DDSTopicDescription* topic) noexcept;
     ContentFilteredTopicEntity* find_filtered_topic_locked(const DDSTopicDescription* topic) noexcept;
+    bool may_make_endpoints(const char* method) const;
     bool type_may_travel(const char* method, const TopicEntity& topic);
     void end_use_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered, Ended& ended) noexcept;
     void end_endpoint(const char* holder, TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept;
@@ -133,6 +136,7 @@ private:
         const char* holder;  // null: none
     };
 
+    const platform::ProcessMark _process;
     const DDS_DomainId_t _domain_id;
     Engine& _engine;
     DDS_DomainParticipantQos _qos;

@@ -78,7 +78,7 @@ DDS_ReturnCode_t ParticipantFactory::delete_participant(DDSDomainParticipant* pa
         deleted = std::move(found->second);
         _participants.erase(found);
     }
-    return DDS_RETCODE_OK;
+    return ParticipantEntity::release(std::move(deleted));
 }
 
 DDS_ReturnCode_t ParticipantFactory::release_participant(DDSDomainParticipant* participant) {

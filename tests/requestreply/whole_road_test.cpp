@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Requests and replies over the whole road, on every engine: waited for by many threads, and while entities come and go.
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <functional>
@@ -128,6 +130,34 @@ TEST_P(WholeRoad, a_participant_that_goes_too_early_stays_until_the_last_request
         }
         EXPECT_EQ(goes_early ? 1 : 0, log.count("The participant stays until they are gone")) << order;
     }
+}
+
+TEST_P(WholeRoad, a_forked_child_cannot_use_what_its_parent_made_but_may_destroy_it) {
+    auto participant = std::make_unique<Participant>(
+        ParticipantParams().domain_id(_domain).engine(GetParam()).property("norvane.fastdds.interfaces", "127.0.0.1"));
+    auto dispatcher = std::make_unique<Dispatcher>();
+    auto service = std::make_unique<Service<std::string, std::string>>(replier_params(participant->get()),
+                                                                       [](const std::string& text) { return "to " + text; });
+    auto requester = std::make_unique<TextRequester>(requester_params(participant->get()), *dispatcher);
+    ASSERT_EQ("to x", requester->call("x", PATIENCE));
+    for (const bool participant_first : {false, true}) {
+        EXPECT_EXIT(
+            {
+                ::alarm(20);  // for a child that hangs
+                participant_first ? participant.reset() : void();
+                const std::string call = thrown_by([&] { requester->call("x", PATIENCE); }).type;
+                const std::string made = participant_first
+                                             ? "RuntimeException"
+                                             : thrown_by([&] { TextRequester(requester_params(participant->get())); }).type;
+                requester.reset();
+                service.reset();
+                dispatcher.reset();
+                participant.reset();
+                ::_exit(call == "IllegalOperationException" && made == "RuntimeException" ? 0 : 1);
+            },
+            ::testing::ExitedWithCode(0), "the process was forked after the writer was made");
+    }
+    EXPECT_EQ("to y", requester->call("y", PATIENCE)) << "the parent";
 }
 
 TEST_P(WholeRoad, a_topic_goes_with_its_last_user_unless_the_application_has_seen_it) {

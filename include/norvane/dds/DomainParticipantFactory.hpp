@@ -33,6 +33,8 @@ public:
     /// (DDSDomainParticipant::begin_holding), together with the last of those. Until then it works as before, and the log names the
     /// endpoints. The caller must not use the participant any more, nor what it made there itself.
     ///
+    /// In a child process made by fork() a participant of the parent, and each of its entities, is forgotten and not destroyed.
+    ///
     /// A participant whose last entity is deleted from inside a listener stays until the process ends, since the listener's thread
     /// may be the engine's own: the log says so.
     /// @return DDS_RETCODE_OK when it is gone; DDS_RETCODE_PRECONDITION_NOT_MET when it goes later; DDS_RETCODE_BAD_PARAMETER for

@@ -106,7 +106,8 @@ public:
     /// @throws OutOfResourcesException  a thread could not be started; none is left then.
     explicit WorkerCrew(std::shared_ptr<WorkSource> work);
     /// Stops, and waits for every handler; logs once when that takes longer than DEFAULT_TIMEOUT. Called inside a handler, it waits
-    /// for the others; the calling worker keeps the work source until it has answered.
+    /// for the others; the calling worker keeps the work source until it has answered. In a
+    /// child process made by fork() it does nothing.
     ~WorkerCrew();
     WorkerCrew(const WorkerCrew&) = delete;
     WorkerCrew& operator=(const WorkerCrew&) = delete;
@@ -118,6 +119,7 @@ public:
 private:
     class State;
 
+    const int _process;             // id of the process that has the threads
     std::shared_ptr<State> _state;  // shared with the workers
 };
 
