@@ -22,6 +22,7 @@ struct Submessage {
         INFO_DST = 0x0e,
         INFO_REPLY = 0x0f,
         NACK_FRAG = 0x12,
+        HEARTBEAT_FRAG = 0x13,
         DATA = 0x15,
         DATA_FRAG = 0x16,
         FIRST_OF_SECURITY = 0x30,
@@ -48,11 +49,19 @@ struct Submessage {
         kind = header[0];
         flags = header[1];
         body = header + HEADER;
-        length = (flags & LITTLE_ENDIAN_FLAG) != 0 ? header[2] + 256U * header[3] : header[3] + 256U * header[2];
+        length = is_little() ? header[2] + 256U * header[3] : header[3] + 256U * header[2];
         // The last submessage may leave its length out.
         lasts_to_the_end = length == 0 && kind != PAD && kind != INFO_TS;
         length = lasts_to_the_end ? message_length - place - HEADER : length;
         return place + HEADER + length <= message_length;
+    }
+
+    bool is_little() const noexcept { return (flags & LITTLE_ENDIAN_FLAG) != 0; }
+    /// Integers of the body, in the submessage's order of octets. They must lie in it.
+    std::uint32_t read_u16(std::size_t place) const noexcept { return read_integer(place, 2); }
+    std::uint32_t read_u32(std::size_t place) const noexcept { return read_integer(place, 4); }
+    std::int64_t read_number(std::size_t place) const noexcept {
+        return static_cast<std::int64_t>(static_cast<std::uint64_t>(read_u32(place)) << 32U | read_u32(place + 4));
     }
 
     std::uint8_t kind = 0;
@@ -60,6 +69,15 @@ struct Submessage {
     const std::uint8_t* body = nullptr;
     std::size_t length = 0;  ///< Of the body.
     bool lasts_to_the_end = false;
+
+private:
+    std::uint32_t read_integer(std::size_t place, std::size_t size) const noexcept {
+        std::uint32_t value = 0;
+        for (std::size_t index = 0; index < size; ++index) {
+            value = value << 8U | body[place + (is_little() ? size - 1 - index : index)];
+        }
+        return value;
+    }
 };
 
 }  // namespace fastdds

@@ -30,23 +30,6 @@ constexpr std::size_t NUMBER_OF_NACK_FRAG = 8;
 constexpr std::size_t SET_OF_NACK_FRAG = 16;  // base of 4 octets, count of bits, bits
 constexpr std::uint32_t MOST_BITS = Path::TOLD;
 
-bool is_little(const Submessage& each) noexcept { return (each.flags & Submessage::LITTLE_ENDIAN_FLAG) != 0; }
-
-std::uint32_t read_integer(const Submessage& each, std::size_t place, std::size_t size) noexcept {
-    std::uint32_t value = 0;
-    for (std::size_t index = 0; index < size; ++index) {
-        value = value << 8U | each.body[place + (is_little(each) ? size - 1 - index : index)];
-    }
-    return value;
-}
-
-std::uint32_t read_u32(const Submessage& each, std::size_t place) noexcept { return read_integer(each, place, 4); }
-std::uint32_t read_u16(const Submessage& each, std::size_t place) noexcept { return read_integer(each, place, 2); }
-
-std::int64_t read_number(const Submessage& each, std::size_t place) noexcept {
-    return static_cast<std::int64_t>(static_cast<std::uint64_t>(read_u32(each, place)) << 32U | read_u32(each, place + 4));
-}
-
 // An entity is four octets, whatever the order of the others.
 std::uint32_t entity_at(const Submessage& each, std::size_t place) noexcept {
     std::uint32_t entity = 0;
@@ -63,11 +46,11 @@ struct Bits {
     std::uint32_t count = 0;
 
     bool read() noexcept {
-        count = in.length >= place + 4 ? read_u32(in, place) : MOST_BITS + 1;
+        count = in.length >= place + 4 ? in.read_u32(place) : MOST_BITS + 1;
         return count <= MOST_BITS && in.length >= place + 4 + (count + 31) / 32 * 4;
     }
     bool has(std::uint32_t index) const noexcept {
-        return index < count && (read_u32(in, place + 4 + index / 32 * 4) >> (31 - index % 32) & 1U) != 0;
+        return index < count && (in.read_u32(place + 4 + index / 32 * 4) >> (31 - index % 32) & 1U) != 0;
     }
 };
 
@@ -151,13 +134,13 @@ Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, cons
         if ((!is_fragment && !is_large) || !is_of_user(each, WRITER_OF_DATA)) {
             continue;
         }
-        const std::uint32_t first = is_fragment ? read_u32(each, FIRST_FRAGMENT) : 0;
-        const std::uint32_t last = is_fragment ? first + std::max(read_u16(each, FRAGMENT_COUNT), 1U) - 1 : 0;
+        const std::uint32_t first = is_fragment ? each.read_u32(FIRST_FRAGMENT) : 0;
+        const std::uint32_t last = is_fragment ? first + std::max(each.read_u16(FRAGMENT_COUNT), 1U) - 1 : 0;
         piece.first_fragment = has_piece ? std::min(piece.first_fragment, first) : first;
         piece.last_fragment = last;
-        is_end = !is_fragment || static_cast<std::uint64_t>(last) * read_u16(each, FRAGMENT_SIZE) >= read_u32(each, SAMPLE_SIZE);
+        is_end = !is_fragment || static_cast<std::uint64_t>(last) * each.read_u16(FRAGMENT_SIZE) >= each.read_u32(SAMPLE_SIZE);
         writer_entity = entity_at(each, WRITER_OF_DATA);
-        piece.number = read_number(each, NUMBER_OF_DATA);
+        piece.number = each.read_number(NUMBER_OF_DATA);
         has_piece = true;
     }
     if (!is_wanted) {
@@ -224,7 +207,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                 } catch (const std::exception&) {
                     continue;  // memory is short: no window yet
                 }
-                const std::int64_t base = read_number(each, SET_OF_ACKNACK);
+                const std::int64_t base = each.read_number(SET_OF_ACKNACK);
                 path->acknowledge(
                     base,
                     [&](std::int64_t number) {
@@ -232,7 +215,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                     },
                     now_ns);
             } else if (path != nullptr) {
-                const std::uint32_t base = read_u32(each, SET_OF_NACK_FRAG);
+                const std::uint32_t base = each.read_u32(SET_OF_NACK_FRAG);
                 const auto missing_up_to = [&](std::uint32_t fragment) {
                     std::uint32_t missing = 0;
                     for (std::uint32_t index = 0; index < bits.count && base + index <= fragment; ++index) {
@@ -240,7 +223,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                     }
                     return missing;
                 };
-                is_current = path->ask_again(read_number(each, NUMBER_OF_NACK_FRAG), base, missing_up_to, now_ns) && is_current;
+                is_current = path->ask_again(each.read_number(NUMBER_OF_NACK_FRAG), base, missing_up_to, now_ns) && is_current;
             }
         }
     }
