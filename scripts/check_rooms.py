@@ -25,7 +25,7 @@ PARAMETERS = ("norvane/Exception.hpp", "norvane/EntityParams.hpp", "norvane/Requ
               "norvane/request_reply_qos.hpp")
 CORE = OBJECT_API + UNTYPED + PARAMETERS
 TYPED = ("norvane/norvane.hpp", "norvane/Requester.hpp", "norvane/Replier.hpp", "norvane/Service.hpp", "norvane/coroutines.hpp")
-SEAM = OBJECT_API + ("middleware/Engine.hpp", "middleware/SequenceNumber.hpp", "middleware/clock.hpp", "platform/*")
+SEAM = OBJECT_API + ("middleware/Engine.hpp", "middleware/Log.hpp", "middleware/SequenceNumber.hpp", "middleware/clock.hpp", "platform/*")
 FASTDDS_ENGINE = SEAM + FAST_DDS + tuple("engines/%s.hpp" % name for name in ("judgement", "refusals", "GuidHash", "Gate", "SampleReference"))
 
 # (folder or beginning of a path, what it may include, what it must not all the same, whether it may have threads and locks)

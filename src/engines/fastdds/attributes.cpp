@@ -126,6 +126,7 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
             udp->maxMessageSize = transports.datagram;
         }
         choice.ends.inbox = std::make_shared<Inbox>();
+        choice.ends.refusals = std::make_shared<Refusals>();
         choice.ends.far_datagram = transports.datagram == 0 ? transports.own.datagram_that_fits(transports.interfaces) : 0;
         choice.ends.interfaces = std::make_shared<const Interfaces>(transports.own);
         // A part of the buffer is left to what is small.

@@ -39,6 +39,11 @@ public:
 
     void receive(transport::TransportReceiverInterface* next, const rtps::octet* message, std::uint32_t length,
                  const rtps::Locator_t& local, const rtps::Locator_t& remote) override {
+        const WireFault fault = find_wire_fault(message, length);
+        if (fault != WireFault::NONE) {
+            _ends.refusals->note(fault, remote);
+            return;
+        }
         thread_local std::vector<std::uint8_t> copy;
         if (!_ends.paths->receive(message, length)) {
             copy_without(Submessage::NACK_FRAG, message, length, copy);

@@ -12,16 +12,19 @@
 #include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/Outbox.hpp"
 #include "engines/fastdds/transport/Paths.hpp"
+#include "engines/fastdds/transport/Refusals.hpp"
 
 namespace norvane {
 namespace fastdds {
 
-/// What a participant keeps of its transport. It has an inbox, interfaces and paths, or none of them.
+/// What a participant keeps of its transport. It has an inbox, interfaces, paths and refusals, or none of
+/// them.
 struct TransportEnds {
     std::shared_ptr<Outbox> outbox;  ///< Closed before the participant is removed; null: batching is off.
     std::shared_ptr<Inbox> inbox;
     std::shared_ptr<const Interfaces> interfaces;
-    std::shared_ptr<Paths> paths;    ///< Refers to the interfaces.
+    std::shared_ptr<Paths> paths;  ///< Refers to the interfaces.
+    std::shared_ptr<Refusals> refusals;
     std::uint32_t far_datagram = 0;  ///< Octets of a datagram to another machine at most; 0: as long as a message.
 };
 
