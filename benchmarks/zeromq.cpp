@@ -97,7 +97,8 @@ public:
     void send(const Payload& request) { _sent[request.number % IN_FLIGHT] = _service.requester().send_request(request); }
     void collect(std::uint64_t number) {
         const DDS_SampleIdentity_t& id = _sent[number % IN_FLIGHT];
-        if (!is_taken(id, number) && !(_service.requester().wait_for_replies(std::chrono::seconds(10), id) && is_taken(id, number))) {
+        if (!is_taken(id, number) &&
+            !(_service.requester().wait_for_replies(std::chrono::seconds(10), id) && is_taken(id, number))) {
             throw std::runtime_error("no reply within 10 seconds");
         }
     }
