@@ -56,11 +56,15 @@ DDS_ReturnCode_t report_endpoint(const EndpointInfo& peer, Data& data, DDS_Entit
     const DDS_Long octets = static_cast<DDS_Long>(peer.user_data.size());
     bool complete = replace(data.topic_name, peer.topic_name) && replace(data.type_name, peer.type_name) &&
                     replace(name.name, peer.name) && replace(name.role_name, peer.role_name) &&
-                    data.user_data.value.from_array(peer.user_data.data(), octets) && data.property.value.length(0);
-    for (const auto& property : peer.properties) {
-        complete =
-            complete && DDSPropertyQosPolicyHelper::add_property(data.property, property.first.c_str(), property.second.c_str(),
-                                                                 DDS_BOOLEAN_TRUE) == DDS_RETCODE_OK;
+                    data.user_data.value.from_array(peer.user_data.data(), octets);
+    // As the peer has them: it may have two of one name, which is no reason to refuse what else is known of it.
+    const DDS_Long count = static_cast<DDS_Long>(peer.properties.size());
+    complete = complete && data.property.value.ensure_length(count, count);
+    for (DDS_Long index = 0; complete && index < count; ++index) {
+        DDS_Property_t& property = data.property.value[index];
+        const auto& announced = peer.properties[static_cast<std::size_t>(index)];
+        complete = replace(property.name, announced.first) && replace(property.value, announced.second);
+        property.propagate = DDS_BOOLEAN_TRUE;
     }
     return complete ? DDS_RETCODE_OK : DDS_RETCODE_OUT_OF_RESOURCES;
 }
