@@ -140,7 +140,7 @@ pose.x > level ; 9007199254740993 > 9007199254740992.0 ; -9223372036854775808 = 
 9223372036854775807 < 9223372036854775808.0 ; -9223372036854775808 > -1e300 ; level = -0x5 ; 1e300 > id ; -0.5 < id
 valid = TRUE ; valid <> False ; name = 'it''s warm' ; name <> 'it' ; name < 'it''s warmer' ; name > 'it' ; name >= ''
 'a' < name ; mac = &hex(0102ff) ; mac = & HEX ( 0102FF ) ; mac <> &hex(0102) ; name LIKE '%warm' ; name LIKE 'it%'
-name like '%s w%' ; name LIKE 'it_s warm' ; name LIKE '%' ; name NOT LIKE 'x%' ; name LIKE '%%%m' ; level BETWEEN -5 AND -5
+name like '%s w%' ; name LIKE 'it_s warm' ; name LIKE '%' ; name NOT LIKE 'x%' ; name LIKE '%%%m' ; name LIKE '%s_w%' ; name LIKE 'i%_wa_m' ; level BETWEEN -5 AND -5
 level NOT BETWEEN -4 AND 4 ; name BETWEEN 'a' AND 'j' ; level BETWEEN -9 AND -1 AND valid = TRUE
 level BETWEEN 1 AND 2 OR valid = TRUE ; pose.x BETWEEN level AND id ; valid = TRUE OR valid = TRUE AND level = 0
 NOT (valid = FALSE AND level = 0) ; NOT NOT valid = TRUE ; NOT(NOT(valid=TRUE)) ; ((((level=-5))))
@@ -152,7 +152,7 @@ level=0 OR level=1 OR level=-5 ; @sample_identity.sequence_number = 4294967298 ;
 constexpr const char* FAILING = R"(
 level<>-5 ; level != -5 ; level > -5 ; level = +5 ; id <= level ; 9007199254740993 = 9007199254740992.0 ; valid = false
 name = key ; mac = &hex(010200) ; name LIKE 'it_s' ; name LIKE '' ; name NOT LIKE '%m' ; name LIKE 'it*' ; key LIKE 'k__y'
-name LIKE '%m%m%' ; level between -4 and 4 ; level NOT BETWEEN -5 AND 0 ; NOT level BETWEEN -5 AND 0 ; level BETWEEN 0 AND -9
+name LIKE '%m%m%' ; name LIKE '%warm%warm' ; name LIKE '%_warm_' ; name LIKE '%it_x%' ; level between -4 and 4 ; level NOT BETWEEN -5 AND 0 ; NOT level BETWEEN -5 AND 0 ; level BETWEEN 0 AND -9
 (valid = TRUE OR valid = TRUE) AND level = 0 ; NOT valid = FALSE AND level = 0 ; level=-5 AND id=1 AND valid=TRUE
 @source_timestamp.sec < 0 ; 'a' = 'b'
 )";
