@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "norvane/dds/types.hpp"
+#include "platform/Secret.hpp"
 
 namespace norvane {
 namespace mw {
@@ -16,8 +17,12 @@ struct GuidHash {
     std::size_t operator()(const DDS_GUID_t& guid) const noexcept {
         std::uint64_t halves[2];
         std::memcpy(halves, guid.value, sizeof halves);
-        // GUIDs of one participant, or one process, differ in their last octets only: spread those over the whole word.
-        const std::uint64_t mixed = halves[0] ^ (halves[1] * 0x9e3779b97f4a7c15U);
+        // Mixed with a secret of the process, since peers choose their GUIDs: they could otherwise choose many of one hash. GUIDs of
+        // one participant differ in a few octets only; the products spread them over the whole word.
+        static const std::uint64_t SECRET = platform::process_secret();
+        std::uint64_t mixed = (halves[0] ^ SECRET) * 0x9e3779b97f4a7c15U;
+        mixed = (halves[1] ^ mixed ^ (mixed >> 32U)) * 0xd6e8feb86659fd93U;
+        mixed = (mixed ^ (mixed >> 32U) ^ SECRET) * 0x9e3779b97f4a7c15U;
         return static_cast<std::size_t>(mixed ^ (mixed >> 32U));
     }
 };
