@@ -149,6 +149,7 @@ WRONG_TYPES = [
     ("enum class E : long { A = 1L << 32 }; BOOST_DESCRIBE_ENUM(E, A) struct T { E e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))",
      "an enumeration is sent in 32 bits", "Member = E"),
     ("enum class E : long {}; struct T { std::vector<E> e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))", "an enumeration is sent in 32 bits", "Member = E"),
+    ("enum E { A }; struct T { E e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))", "describe this enumeration with BOOST_DESCRIBE_ENUM", "Member = E"),
     ("enum class E : long { A = -1 }; BOOST_DESCRIBE_ENUM(E, A) struct T { E e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))", "", ""),
     ("class T { int hidden; public: int i;", "BOOST_DESCRIBE_CLASS(T, (), (i), (), ()) };", "name every member", "T = T"),
     ("class T { char c; std::string s; bool b; public: int i; virtual ~T() = default; T() = default; T(const T&) = default; T& operator=(const T&) = default;",

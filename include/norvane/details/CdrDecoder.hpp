@@ -7,6 +7,7 @@
 #ifndef NORVANE_DETAILS_CDRDECODER_HPP
 #define NORVANE_DETAILS_CDRDECODER_HPP
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -58,8 +59,7 @@ public:
             if (count > remaining() / min_size<typename Container<M>::Element>()) {
                 return false;
             }
-            value.resize(count);
-            return get_elements(value, count);
+            return get_sequence(value, count);
         } else if constexpr (KIND == MemberKind::ARRAY) {
             return get_elements(value, Container<M>::COUNT);
         } else {
@@ -89,6 +89,28 @@ private:
         }
         text.assign(start, length - 1);
         return pass(length);
+    }
+
+    /// Memory follows what has been decoded: elements of many absent members need few octets, and much memory.
+    template <class Sequence>
+    bool get_sequence(Sequence& elements, std::size_t count) {
+        if constexpr (is_fixed<typename Container<Sequence>::Element>()) {
+            elements.resize(count);
+            return get_elements(elements, count);
+        } else {
+            if (count < elements.size()) {
+                elements.resize(count);
+            }
+            for (std::size_t index = 0; index < count; ++index) {
+                if (index == elements.size()) {
+                    elements.resize(std::min(count, 2 * index + 8));
+                }
+                if (!get(elements[index])) {
+                    return false;
+                }
+            }
+            return true;
+        }
     }
 
     template <class Elements>

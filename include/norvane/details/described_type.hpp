@@ -44,6 +44,11 @@ constexpr void refuse_member() noexcept {
         static_assert(
             Refused<Struct, Member>::MEMBER,
             "norvane: a member of a described type must be neither const nor volatile, since a received value is written into it.");
+    } else if constexpr (std::is_enum<Member>::value && !has_known_values<Member>()) {
+        static_assert(
+            Refused<Struct, Member>::MEMBER,
+            "norvane: describe this enumeration with BOOST_DESCRIBE_ENUM, or give it an underlying type (enum E : int), since a "
+            "number that is received must be a value of it.");
     } else if constexpr (std::is_enum<Member>::value) {
         static_assert(
             Refused<Struct, Member>::MEMBER,

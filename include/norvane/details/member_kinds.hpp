@@ -243,6 +243,18 @@ constexpr bool describes_whole() noexcept {
     }
 }
 
+template <class E, class = void>
+inline constexpr bool HAS_FIXED_TYPE = false;
+template <class E>
+inline constexpr bool HAS_FIXED_TYPE<E, std::void_t<decltype(E{std::declval<std::underlying_type_t<E>>()})>> = true;
+
+/// Whether it is known which numbers are values of an enumeration: all of its fixed underlying type, or the enumerators that are
+/// described. A number from the network that is neither would have no defined meaning.
+template <class E>
+constexpr bool has_known_values() noexcept {
+    return HAS_FIXED_TYPE<E> || boost::describe::has_describe_enumerators<E>::value;
+}
+
 /// Whether an enumeration can be encoded in 32 bits: its underlying type has no more, or it has no enumerator that needs more.
 template <class E>
 constexpr bool fits_wire() noexcept {
@@ -324,7 +336,7 @@ constexpr bool is_encodable() noexcept {
             return are_encodable<boost::mp11::mp_push_back<Outer, M>>(static_cast<MembersOf<M>*>(nullptr));
         }
     } else if constexpr (KIND == MemberKind::ENUMERATION) {
-        return fits_wire<M>();
+        return has_known_values<M>() && fits_wire<M>();
     } else {
         return KIND != MemberKind::NONE && KIND != MemberKind::OPTIONAL;
     }
