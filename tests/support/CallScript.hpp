@@ -68,30 +68,23 @@ public:
         return found == _codes_by_name.end() ? DDS_RETCODE_OK : found->second;
     }
 
-    /// Forwards a call that returns a code, unless it is to fail.
+    /// Forwards a call that returns a code or a pointer, unless it is to fail.
     template <typename Forward>
-    DDS_ReturnCode_t code(const std::string& name, Forward forward) {
+    auto forward(const std::string& name, Forward call) -> decltype(call()) {
         const DDS_ReturnCode_t failure = next(name);
-        return failure == DDS_RETCODE_OK ? forward() : failure;
+        if constexpr (std::is_pointer<decltype(call())>::value) {
+            return failure == DDS_RETCODE_OK ? call() : nullptr;
+        } else {
+            return failure == DDS_RETCODE_OK ? call() : failure;
+        }
     }
 
-    /// Forwards a call that returns a pointer, unless it is to fail.
-    template <typename Forward>
-    auto pointer(const std::string& name, Forward forward) -> decltype(forward()) {
-        return next(name) == DDS_RETCODE_OK ? forward() : nullptr;
-    }
-
-    /// Forwards a call of either kind as it is. @param name  without that of the class.
+    /// Forwards a call as it is. @param name  without that of the class.
     template <typename Class, typename Result, typename... Parameters, typename... Arguments>
     Result call(const char* class_name, const char* name, Class& real, Result (Class::*operation)(Parameters...),
                 Arguments&&... arguments) {
-        const std::string whole = std::string(class_name) + "::" + name;
-        const auto forward = [&] { return (real.*operation)(std::forward<Arguments>(arguments)...); };
-        if constexpr (std::is_pointer<Result>::value) {
-            return pointer(whole, forward);
-        } else {
-            return code(whole, forward);
-        }
+        return forward(std::string(class_name) + "::" + name,
+                       [&] { return (real.*operation)(std::forward<Arguments>(arguments)...); });
     }
 
     /// @return the names since the last `fail_call`, in order.

@@ -19,8 +19,11 @@ namespace norvane::test {
 
 class ForwardingDataReader : public DDSDataReader, public DDS_DataReader {
 public:
+    typedef DDSDataReader Real;
+    typedef DDS_ReturnCode_t Code;
+
     /// All are borrowed.
-    ForwardingDataReader(DDSDataReader& real, CallScript& script, LiveObjects& live) : _real(real), _script(script), _live(live) {}
+    ForwardingDataReader(Real& real, CallScript& script, LiveObjects& live) : _real(real), _script(script), _live(live) {}
     /// Returns the loans whose return was failed: nobody else can any more.
     ~ForwardingDataReader() override {
         for (const Loan& loan : _refused) {
@@ -34,7 +37,7 @@ public:
         }
     }
 
-    DDSDataReader& real() { return _real; }
+    Real& real() { return _real; }
 
     DDSStatusCondition* get_statuscondition() override { return _real.get_statuscondition(); }
     DDS_StatusMask get_status_changes() override { return _real.get_status_changes(); }
@@ -44,70 +47,62 @@ public:
     DDS_DataReader* get_c_datareader() override { return this; }
     DDSDataReaderListener* get_listener() override { return _real.get_listener(); }
 
-    DDS_ReturnCode_t get_qos(DDS_DataReaderQos& qos) override { return call("get_qos", &DDSDataReader::get_qos, qos); }
+    Code get_qos(DDS_DataReaderQos& qos) override { return call("get_qos", &Real::get_qos, qos); }
     DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                            DDS_InstanceStateMask instance_states) override {
-        return wrap(
-            call("create_readcondition", &DDSDataReader::create_readcondition, sample_states, view_states, instance_states));
+        return wrap(call("create_readcondition", &Real::create_readcondition, sample_states, view_states, instance_states));
     }
     DDSReadCondition* create_index_condition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                              DDS_InstanceStateMask instance_states, const char* index_name,
                                              const DDS_SampleInfo& key) override {
-        return wrap(call("create_index_condition", &DDSDataReader::create_index_condition, sample_states, view_states,
-                         instance_states, index_name, key));
+        return wrap(call("create_index_condition", &Real::create_index_condition, sample_states, view_states, instance_states,
+                         index_name, key));
     }
-    DDS_ReturnCode_t delete_readcondition(DDSReadCondition* condition) override {
-        return _conditions.deleted(
-            call("delete_readcondition", &DDSDataReader::delete_readcondition, Conditions::unwrap(condition)));
+    Code delete_readcondition(DDSReadCondition* condition) override {
+        return _conditions.deleted(call("delete_readcondition", &Real::delete_readcondition, Conditions::unwrap(condition)));
     }
-    DDS_ReturnCode_t create_index(const char* index_name) override {
-        return call("create_index", &DDSDataReader::create_index, index_name);
+    Code create_index(const char* index_name) override { return call("create_index", &Real::create_index, index_name); }
+    Code interrupt(DDS_ReturnCode_t code) override { return call("interrupt", &Real::interrupt, code); }
+    Code interrupt_index_key(const char* index_name, const DDS_SequenceNumber_t& key, DDS_ReturnCode_t code) override {
+        return call("interrupt_index_key", &Real::interrupt_index_key, index_name, key, code);
     }
-    DDS_ReturnCode_t interrupt(DDS_ReturnCode_t code) override { return call("interrupt", &DDSDataReader::interrupt, code); }
-    DDS_ReturnCode_t interrupt_index_key(const char* index_name, const DDS_SequenceNumber_t& key, DDS_ReturnCode_t code) override {
-        return call("interrupt_index_key", &DDSDataReader::interrupt_index_key, index_name, key, code);
+    Code admit_open_keys_only(const char* index_name, DDS_Boolean open_only) override {
+        return call("admit_open_keys_only", &Real::admit_open_keys_only, index_name, open_only);
     }
-    DDS_ReturnCode_t admit_open_keys_only(const char* index_name, DDS_Boolean open_only) override {
-        return call("admit_open_keys_only", &DDSDataReader::admit_open_keys_only, index_name, open_only);
+    Code open_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
+        return call("open_index_key", &Real::open_index_key, index_name, key);
     }
-    DDS_ReturnCode_t open_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
-        return call("open_index_key", &DDSDataReader::open_index_key, index_name, key);
+    Code close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
+        return call("close_index_key", &Real::close_index_key, index_name, key);
     }
-    DDS_ReturnCode_t close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
-        return call("close_index_key", &DDSDataReader::close_index_key, index_name, key);
+    Code set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override {
+        return call("set_listener", &Real::set_listener, listener, mask);
     }
-    DDS_ReturnCode_t set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override {
-        return call("set_listener", &DDSDataReader::set_listener, listener, mask);
+    Code get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override {
+        return call("get_subscription_matched_status", &Real::get_subscription_matched_status, status);
     }
-    DDS_ReturnCode_t get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override {
-        return call("get_subscription_matched_status", &DDSDataReader::get_subscription_matched_status, status);
+    Code get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) override {
+        return call("get_requested_incompatible_qos_status", &Real::get_requested_incompatible_qos_status, status);
     }
-    DDS_ReturnCode_t get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) override {
-        return call("get_requested_incompatible_qos_status", &DDSDataReader::get_requested_incompatible_qos_status, status);
+    Code get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
+        return call("get_incompatible_type_status", &Real::get_incompatible_type_status, status);
     }
-    DDS_ReturnCode_t get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
-        return call("get_incompatible_type_status", &DDSDataReader::get_incompatible_type_status, status);
+    Code get_sample_lost_status(DDS_SampleLostStatus& status) override {
+        return call("get_sample_lost_status", &Real::get_sample_lost_status, status);
     }
-    DDS_ReturnCode_t get_sample_lost_status(DDS_SampleLostStatus& status) override {
-        return call("get_sample_lost_status", &DDSDataReader::get_sample_lost_status, status);
+    Code get_counts(DDS_DataReaderCounts& counts) override { return call("get_counts", &Real::get_counts, counts); }
+    Code leave_domain() override { return call("leave_domain", &Real::leave_domain); }
+    Code get_matched_publications(DDS_InstanceHandleSeq& handles) override {
+        return call("get_matched_publications", &Real::get_matched_publications, handles);
     }
-    DDS_ReturnCode_t get_counts(DDS_DataReaderCounts& counts) override {
-        return call("get_counts", &DDSDataReader::get_counts, counts);
-    }
-    DDS_ReturnCode_t leave_domain() override { return call("leave_domain", &DDSDataReader::leave_domain); }
-    DDS_ReturnCode_t get_matched_publications(DDS_InstanceHandleSeq& handles) override {
-        return call("get_matched_publications", &DDSDataReader::get_matched_publications, handles);
-    }
-    DDS_ReturnCode_t get_matched_publication_data(DDS_PublicationBuiltinTopicData& data,
-                                                  const DDS_InstanceHandle_t& handle) override {
-        return call("get_matched_publication_data", &DDSDataReader::get_matched_publication_data, data, handle);
+    Code get_matched_publication_data(DDS_PublicationBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) override {
+        return call("get_matched_publication_data", &Real::get_matched_publication_data, data, handle);
     }
 
-    DDS_ReturnCode_t read_or_take_w_condition_untyped(DDS_Boolean* is_loan, void*** received_data, int* data_count,
-                                                      DDS_SampleInfoSeq& info_seq, DDS_Long data_seq_len, DDS_Long data_seq_max_len,
-                                                      DDS_Boolean data_seq_has_ownership, void* reserved, int sample_size,
-                                                      DDS_Long max_samples, DDS_ReadCondition* condition,
-                                                      DDS_Boolean take) override {
+    Code read_or_take_w_condition_untyped(DDS_Boolean* is_loan, void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                          DDS_Long data_seq_len, DDS_Long data_seq_max_len, DDS_Boolean data_seq_has_ownership,
+                                          void* reserved, int sample_size, DDS_Long max_samples, DDS_ReadCondition* condition,
+                                          DDS_Boolean take) override {
         DDS_ReturnCode_t code = _script.next("DDS_DataReader::read_or_take");
         if (code != DDS_RETCODE_OK) {
             return code;
@@ -122,7 +117,7 @@ public:
         ++_live.loans;
         return code;
     }
-    DDS_ReturnCode_t return_loan_untyped(void** received_data, DDS_SampleInfoSeq& info_seq) override {
+    Code return_loan_untyped(void** received_data, DDS_SampleInfoSeq& info_seq) override {
         const DDS_ReturnCode_t code = _script.next("DDS_DataReader::return_loan");
         if (code == DDS_RETCODE_OK) {
             return forward_return(received_data, info_seq);
@@ -145,7 +140,7 @@ private:
     typedef Doubles<DDSReadCondition, ForwardingReadCondition> Conditions;
 
     template <typename Result, typename... Parameters, typename... Arguments>
-    Result call(const char* name, Result (DDSDataReader::*operation)(Parameters...), Arguments&&... arguments) {
+    Result call(const char* name, Result (Real::*operation)(Parameters...), Arguments&&... arguments) {
         return _script.call("DDSDataReader", name, _real, operation, std::forward<Arguments>(arguments)...);
     }
     DDSReadCondition* wrap(DDSReadCondition* real) {
@@ -153,13 +148,13 @@ private:
         return _conditions.wrap(real, self, _script);
     }
 
-    DDS_ReturnCode_t forward_return(void** received_data, DDS_SampleInfoSeq& info_seq) {
+    Code forward_return(void** received_data, DDS_SampleInfoSeq& info_seq) {
         const DDS_ReturnCode_t code = _real.get_c_datareader()->return_loan_untyped(received_data, info_seq);
         _live.loans -= code == DDS_RETCODE_OK ? 1 : 0;
         return code;
     }
 
-    DDSDataReader& _real;
+    Real& _real;
     CallScript& _script;
     LiveObjects& _live;
     Conditions _conditions{_live.conditions};

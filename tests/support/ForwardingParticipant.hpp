@@ -17,10 +17,13 @@ namespace norvane::test {
 /// @par Threads  Any.
 class ForwardingParticipant : public DDSDomainParticipant {
 public:
-    /// Both are borrowed; what the real one still holds at the end is the test's to delete.
-    ForwardingParticipant(DDSDomainParticipant& real, CallScript& script) : _real(real), _script(script) {}
+    typedef DDSDomainParticipant Real;
+    typedef DDS_ReturnCode_t Code;
 
-    DDSDomainParticipant& real() { return _real; }
+    /// Both are borrowed; what the real one still holds at the end is the test's to delete.
+    ForwardingParticipant(Real& real, CallScript& script) : _real(real), _script(script) {}
+
+    Real& real() { return _real; }
     const LiveObjects& live() const { return _live; }
 
     DDSStatusCondition* get_statuscondition() override { return _real.get_statuscondition(); }
@@ -31,40 +34,32 @@ public:
     DDS_Boolean reaches_other_processes() override { return _real.reaches_other_processes(); }
     std::shared_ptr<const DDS_TypeOperations> lookup_type(const char* type_name) override { return _real.lookup_type(type_name); }
 
-    DDS_ReturnCode_t get_qos(DDS_DomainParticipantQos& qos) override {
-        return call("get_qos", &DDSDomainParticipant::get_qos, qos);
+    Code get_qos(DDS_DomainParticipantQos& qos) override { return call("get_qos", &Real::get_qos, qos); }
+    Code get_current_time(DDS_Time_t& current_time) override {
+        return call("get_current_time", &Real::get_current_time, current_time);
     }
-    DDS_ReturnCode_t get_current_time(DDS_Time_t& current_time) override {
-        return call("get_current_time", &DDSDomainParticipant::get_current_time, current_time);
+    Code register_type(const char* type_name, const std::shared_ptr<const DDS_TypeOperations>& type) override {
+        return call("register_type", &Real::register_type, type_name, type);
     }
-    DDS_ReturnCode_t register_type(const char* type_name, const std::shared_ptr<const DDS_TypeOperations>& type) override {
-        return call("register_type", &DDSDomainParticipant::register_type, type_name, type);
-    }
-    DDS_ReturnCode_t unregister_type(const char* type_name) override {
-        return call("unregister_type", &DDSDomainParticipant::unregister_type, type_name);
-    }
+    Code unregister_type(const char* type_name) override { return call("unregister_type", &Real::unregister_type, type_name); }
 
     DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos, DDSTopicListener* listener,
                            DDS_StatusMask mask) override {
-        return call("create_topic", &DDSDomainParticipant::create_topic, topic_name, type_name, qos, listener, mask);
+        return call("create_topic", &Real::create_topic, topic_name, type_name, qos, listener, mask);
     }
-    DDS_ReturnCode_t delete_topic(DDSTopic* topic) override {
-        return call("delete_topic", &DDSDomainParticipant::delete_topic, topic);
-    }
+    Code delete_topic(DDSTopic* topic) override { return call("delete_topic", &Real::delete_topic, topic); }
     DDSTopicDescription* lookup_topicdescription(const char* name) override {
-        return call("lookup_topicdescription", &DDSDomainParticipant::lookup_topicdescription, name);
+        return call("lookup_topicdescription", &Real::lookup_topicdescription, name);
     }
     DDSContentFilteredTopic* create_contentfilteredtopic(const char* name, DDSTopic* related_topic, const char* filter_expression,
                                                          const DDS_StringSeq& expression_parameters) override {
-        DDSContentFilteredTopic* const topic =
-            call("create_contentfilteredtopic", &DDSDomainParticipant::create_contentfilteredtopic, name, related_topic,
-                 filter_expression, expression_parameters);
+        DDSContentFilteredTopic* const topic = call("create_contentfilteredtopic", &Real::create_contentfilteredtopic, name,
+                                                    related_topic, filter_expression, expression_parameters);
         _live.filters += topic != nullptr ? 1 : 0;
         return topic;
     }
-    DDS_ReturnCode_t delete_contentfilteredtopic(DDSContentFilteredTopic* topic) override {
-        const DDS_ReturnCode_t code =
-            call("delete_contentfilteredtopic", &DDSDomainParticipant::delete_contentfilteredtopic, topic);
+    Code delete_contentfilteredtopic(DDSContentFilteredTopic* topic) override {
+        const DDS_ReturnCode_t code = call("delete_contentfilteredtopic", &Real::delete_contentfilteredtopic, topic);
         _live.filters -= code == DDS_RETCODE_OK ? 1 : 0;
         return code;
     }
@@ -72,61 +67,55 @@ public:
     DDSPublisher* create_publisher(const DDS_PublisherQos& qos, DDSPublisherListener* listener, DDS_StatusMask mask) override {
         return _real.create_publisher(qos, listener, mask);
     }
-    DDS_ReturnCode_t delete_publisher(DDSPublisher* publisher) override { return _real.delete_publisher(publisher); }
+    Code delete_publisher(DDSPublisher* publisher) override { return _real.delete_publisher(publisher); }
     DDSSubscriber* create_subscriber(const DDS_SubscriberQos& qos, DDSSubscriberListener* listener, DDS_StatusMask mask) override {
         return _real.create_subscriber(qos, listener, mask);
     }
-    DDS_ReturnCode_t delete_subscriber(DDSSubscriber* subscriber) override { return _real.delete_subscriber(subscriber); }
+    Code delete_subscriber(DDSSubscriber* subscriber) override { return _real.delete_subscriber(subscriber); }
 
     DDSDataWriter* create_datawriter(DDSTopic* topic, const DDS_DataWriterQos& qos, DDSDataWriterListener* listener,
                                      DDS_StatusMask mask) override {
-        return _writers.wrap(call("create_datawriter", &DDSDomainParticipant::create_datawriter, topic, qos, listener, mask),
-                             _script);
+        return _writers.wrap(call("create_datawriter", &Real::create_datawriter, topic, qos, listener, mask), _script);
     }
-    DDS_ReturnCode_t delete_datawriter(DDSDataWriter* writer) override {
-        return _writers.deleted(call("delete_datawriter", &DDSDomainParticipant::delete_datawriter, _writers.unwrap(writer)));
+    Code delete_datawriter(DDSDataWriter* writer) override {
+        return _writers.deleted(call("delete_datawriter", &Real::delete_datawriter, _writers.unwrap(writer)));
     }
     DDSDataReader* create_datareader(DDSTopicDescription* topic, const DDS_DataReaderQos& qos, DDSDataReaderListener* listener,
                                      DDS_StatusMask mask) override {
-        return _readers.wrap(call("create_datareader", &DDSDomainParticipant::create_datareader, topic, qos, listener, mask),
-                             _script, _live);
+        return _readers.wrap(call("create_datareader", &Real::create_datareader, topic, qos, listener, mask), _script, _live);
     }
-    DDS_ReturnCode_t delete_datareader(DDSDataReader* reader) override {
-        return _readers.deleted(call("delete_datareader", &DDSDomainParticipant::delete_datareader, _readers.unwrap(reader)));
+    Code delete_datareader(DDSDataReader* reader) override {
+        return _readers.deleted(call("delete_datareader", &Real::delete_datareader, _readers.unwrap(reader)));
     }
 
-    DDS_ReturnCode_t get_default_datawriter_qos(DDS_DataWriterQos& qos) override {
-        return call("get_default_datawriter_qos", &DDSDomainParticipant::get_default_datawriter_qos, qos);
+    Code get_default_datawriter_qos(DDS_DataWriterQos& qos) override {
+        return call("get_default_datawriter_qos", &Real::get_default_datawriter_qos, qos);
     }
-    DDS_ReturnCode_t set_default_datawriter_qos(const DDS_DataWriterQos& qos) override {
-        return call("set_default_datawriter_qos", &DDSDomainParticipant::set_default_datawriter_qos, qos);
+    Code set_default_datawriter_qos(const DDS_DataWriterQos& qos) override {
+        return call("set_default_datawriter_qos", &Real::set_default_datawriter_qos, qos);
     }
-    DDS_ReturnCode_t get_default_datareader_qos(DDS_DataReaderQos& qos) override {
-        return call("get_default_datareader_qos", &DDSDomainParticipant::get_default_datareader_qos, qos);
+    Code get_default_datareader_qos(DDS_DataReaderQos& qos) override {
+        return call("get_default_datareader_qos", &Real::get_default_datareader_qos, qos);
     }
-    DDS_ReturnCode_t set_default_datareader_qos(const DDS_DataReaderQos& qos) override {
-        return call("set_default_datareader_qos", &DDSDomainParticipant::set_default_datareader_qos, qos);
+    Code set_default_datareader_qos(const DDS_DataReaderQos& qos) override {
+        return call("set_default_datareader_qos", &Real::set_default_datareader_qos, qos);
     }
-    DDS_ReturnCode_t get_default_datawriter_qos_for_topic(DDS_DataWriterQos& qos, const char* topic_name) override {
-        return call("get_default_datawriter_qos_for_topic", &DDSDomainParticipant::get_default_datawriter_qos_for_topic, qos,
-                    topic_name);
+    Code get_default_datawriter_qos_for_topic(DDS_DataWriterQos& qos, const char* topic_name) override {
+        return call("get_default_datawriter_qos_for_topic", &Real::get_default_datawriter_qos_for_topic, qos, topic_name);
     }
-    DDS_ReturnCode_t get_default_datareader_qos_for_topic(DDS_DataReaderQos& qos, const char* topic_name) override {
-        return call("get_default_datareader_qos_for_topic", &DDSDomainParticipant::get_default_datareader_qos_for_topic, qos,
-                    topic_name);
+    Code get_default_datareader_qos_for_topic(DDS_DataReaderQos& qos, const char* topic_name) override {
+        return call("get_default_datareader_qos_for_topic", &Real::get_default_datareader_qos_for_topic, qos, topic_name);
     }
     /// Does not bring the counts down: what it had to delete, another had left behind.
-    DDS_ReturnCode_t delete_contained_entities() override {
-        return call("delete_contained_entities", &DDSDomainParticipant::delete_contained_entities);
-    }
+    Code delete_contained_entities() override { return call("delete_contained_entities", &Real::delete_contained_entities); }
 
 private:
     template <typename Result, typename... Parameters, typename... Arguments>
-    Result call(const char* name, Result (DDSDomainParticipant::*operation)(Parameters...), Arguments&&... arguments) {
+    Result call(const char* name, Result (Real::*operation)(Parameters...), Arguments&&... arguments) {
         return _script.call("DDSDomainParticipant", name, _real, operation, std::forward<Arguments>(arguments)...);
     }
 
-    DDSDomainParticipant& _real;
+    Real& _real;
     CallScript& _script;
     LiveObjects _live;
     Doubles<DDSDataWriter, ForwardingDataWriter> _writers{_live.writers};

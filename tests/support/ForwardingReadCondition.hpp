@@ -18,7 +18,7 @@ public:
 
     DDS_Boolean get_trigger_value() override { return _real.get_trigger_value(); }
     DDS_Condition* get_c_condition() override {
-        return _script.pointer("DDSReadCondition::get_c_condition", [&] { return _real.get_c_condition(); });
+        return _script.forward("DDSReadCondition::get_c_condition", [&] { return _real.get_c_condition(); });
     }
     DDSDataReader* get_datareader() override { return &_reader; }
     DDS_SampleStateMask get_sample_state_mask() override { return _real.get_sample_state_mask(); }

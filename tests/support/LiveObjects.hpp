@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 
 namespace norvane::test {
 
@@ -18,20 +19,13 @@ struct LiveObjects {
 
     /// @return what is there, such as "1 readers 2 conditions"; empty when nothing is.
     std::string text() const {
+        const std::pair<int, const char*> counts[] = {
+            {writers, " writers"}, {readers, " readers"}, {conditions, " conditions"}, {loans, " loans"}, {filters, " filters"}};
         std::string line;
-        append(line, writers, "writers");
-        append(line, readers, "readers");
-        append(line, conditions, "conditions");
-        append(line, loans, "loans");
-        append(line, filters, "filters");
-        return line;
-    }
-
-private:
-    static void append(std::string& line, int count, const char* noun) {
-        if (count != 0) {
-            line += (line.empty() ? "" : " ") + std::to_string(count) + " " + noun;
+        for (const auto& each : counts) {
+            line += each.first == 0 ? "" : (line.empty() ? "" : " ") + std::to_string(each.first) + each.second;
         }
+        return line;
     }
 };
 
