@@ -134,9 +134,7 @@ WRONG_TYPES = [
     ("struct T { std::string s; };", "", "describe the request or reply type", ""),
     ("struct T { int* p; std::string s; };", "BOOST_DESCRIBE_STRUCT(T, (), (p, s))", "give this member", r"Member = int\s*\*"),
     ("struct T { std::vector<std::map<int, int>> m; };", "BOOST_DESCRIBE_STRUCT(T, (), (m))", "give this member", "Member = std::map<int, int>"),
-    ("struct T { std::variant<int, bool> v; };", "BOOST_DESCRIBE_STRUCT(T, (), (v))", "give this member", "Member = std::variant<int, bool>"),
     ("struct T { int i; long double l; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, l))", "give this member", "Member = long double"),
-    ("struct T { wchar_t w; };", "BOOST_DESCRIBE_STRUCT(T, (), (w))", "give this member", "Member = wchar_t"),
     ("struct T { std::vector<std::optional<int>> o; };", "BOOST_DESCRIBE_STRUCT(T, (), (o))", "give this member", "std::optional<int>"),
     ("struct E {}; BOOST_DESCRIBE_STRUCT(E, (), ()) struct T { std::vector<E> e; };", "BOOST_DESCRIBE_STRUCT(T, (), (e))", "give this member", ""),
     ("struct I { void* p; }; BOOST_DESCRIBE_STRUCT(I, (), (p)) struct T { std::optional<I> i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))",
@@ -159,7 +157,6 @@ WRONG_TYPES = [
     ("struct T { T(int); int i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))", "give the described type a default constructor", ""),
     ("struct T { T() = default; T(const T&); T& operator=(const T&) = default; int i; };", "BOOST_DESCRIBE_STRUCT(T, (), (i))",
      "give the described type a move constructor", ""),
-    ("struct T { int i; std::string s; };", "BOOST_DESCRIBE_STRUCT(T, (), (i, s))", "", ""),
 ]
 
 
@@ -168,7 +165,7 @@ def wrong_types():
     compiler = os.environ.get("CXX", "c++")
     flags = ["-std=c++17", "-fsyntax-only", "-I%s" % (SOURCE / "include"), "-x", "c++", "-"]
     for types, description, sentence, member in WRONG_TYPES:
-        program = "\n".join(["#include <deque>", "#include <map>", "#include <memory>", "#include <variant>", '#include "norvane/norvane.hpp"', types, description,
+        program = "\n".join(["#include <deque>", "#include <map>", "#include <memory>", '#include "norvane/norvane.hpp"', types, description,
                              "void make(norvane::RequesterParams& params) { norvane::Requester<T, T> requester(params); }", ""])
         done = subprocess.run([compiler] + flags, input=program, capture_output=True, text=True, timeout=120)
         errors = [line for line in done.stderr.splitlines() if " error: " in line]
@@ -185,13 +182,11 @@ def wrong_types():
 # statement is right.
 WRONG_USES = [
     ("(void)requester.take_replies().begin();", "keep the LoanedSamples in a variable"),
-    ("(void)requester.take_replies().info_seq().length();", "keep the LoanedSamples in a variable"),
     ("(void)requester.take_replies().data_seq().length();", "keep the LoanedSamples in a variable"),
     ("T& data = requester.take_replies()[0].data();", "cannot bind"),
     ("T& data = requester.take_reply().value().data();", "cannot bind"),
     ("text = &texts.take_replies()[0].data();", "taking .*address of"),
     ("params.datawriter_qos(DDS_DataWriterQos());", "only its address is kept"),
-    ("norvane::ReplierParams(nullptr).datareader_qos(DDS_DataReaderQos());", "only its address is kept"),
     ("params.participant(norvane::Participant());", "it leaves its domain"),
     ("(void)norvane::Participant().get();", "it leaves its domain"),
     ("norvane::SampleRef<const T>().set_data(T());", "only its address is kept"),

