@@ -232,20 +232,6 @@ TEST(Types, copying_and_decoding_say_when_memory_is_short_and_lose_nothing) {
     }
 }
 
-TEST(Types, octets_that_contradict_themselves_are_neither_copied_nor_encoded) {
-    for (const Type& type : {octets_type(), keyed_octets_type()}) {
-        for (const bool negative : {true, false}) {
-            Sample sample(type);
-            Sample copy(type);
-            const int length = negative ? -1 : 5;
-            type->size == sizeof(DDS_Octets) ? sample.as<DDS_Octets>().length = length
-                                             : sample.as<DDS_KeyedOctets>().length = length;
-            EXPECT_EQ(Octets(), sample.encode());
-            EXPECT_THROW(copy.copy_from(sample), std::exception);
-        }
-    }
-}
-
 std::string shown_field(const Type& type, Sample& sample, const char* path) {
     DDS_FieldKind kind = DDS_FIELD_NONE;
     const int field = type->find_field(*type, path, &kind);
