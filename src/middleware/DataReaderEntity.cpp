@@ -6,6 +6,7 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <utility>
 
 #include "middleware/DeferringEngines.hpp"
 #include "middleware/Log.hpp"
@@ -187,10 +188,10 @@ private:
     // ---- SampleSink
     Admission admit(const SampleMetadata& metadata, const void* data) noexcept override { return _store.admit(metadata, data); }
     void abandon() noexcept override { _store.abandon(); }
-    bool commit(Sample& sample, platform::WakeBatch& wake) noexcept override {
-        return _store.commit(sample, wake) && wants_arrival();
+    bool commit(SampleReference sample, platform::WakeBatch& wake) noexcept override {
+        return _store.commit(std::move(sample), wake) && wants_arrival();
     }
-    Admission deliver(Sample& sample, platform::WakeBatch& wake, bool& announce) noexcept override {
+    Admission deliver(SampleReference& sample, platform::WakeBatch& wake, bool& announce) noexcept override {
         const Admission admission = _store.deliver(sample, wake);
         if (admission == Admission::SLOT && wants_arrival()) {
             announce = true;

@@ -26,7 +26,7 @@ namespace norvane {
 namespace mw {
 
 /// Changes with every change of this file. An engine module of another number is refused by name.
-constexpr std::uint32_t ENGINE_ABI = 5;
+constexpr std::uint32_t ENGINE_ABI = 6;
 
 // ---- samples ----------------------------------------------------------------------------------------------------
 
@@ -75,6 +75,18 @@ inline void release(Sample& sample) noexcept {
     if (sample.references.load(std::memory_order_acquire) == 1 || sample.references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         sample.pool->take_back(sample);
     }
+}
+
+struct ReleaseSample {
+    void operator()(Sample* sample) const noexcept { release(*sample); }
+};
+/// One reference to a sample. A plain value.
+typedef std::unique_ptr<Sample, ReleaseSample> SampleReference;
+
+/// @return one more reference.
+inline SampleReference share(Sample& sample) noexcept {
+    retain(sample);
+    return SampleReference(&sample);
 }
 
 // ---- endpoints and peers ----------------------------------------------------------------------------------------
@@ -141,13 +153,16 @@ public:
     virtual Admission admit(const SampleMetadata& metadata, const void* data) noexcept = 0;
     /// Gives the room of an admitted sample back. The engine itself tells the writers that wait for room there.
     virtual void abandon() noexcept = 0;
-    /// Stores an admitted sample, and takes a reference of its own. @param wake  gets the threads to wake once all locks are
-    /// released. A sample that the filter, evaluated only now, does not pass is not stored; its room is free again (as after
-    /// `abandon`).
+    /// Stores an admitted sample. A sample that the filter, evaluated only now, does not pass is not stored; its room is free again
+    /// (as after `abandon`).
+    /// @param sample  not null. The reference passes to the reader: its last one then goes back without an atomic decrement.
+    /// @param wake    gets the threads to wake once all locks are released.
     /// @return whether `announce` is wanted.
-    virtual bool commit(Sample& sample, platform::WakeBatch& wake) noexcept = 0;
-    /// `admit` and `commit` in one step, for a sample that goes to one reader only. @param announce  set when `announce` is wanted.
-    virtual Admission deliver(Sample& sample, platform::WakeBatch& wake, bool& announce) noexcept = 0;
+    virtual bool commit(SampleReference sample, platform::WakeBatch& wake) noexcept = 0;
+    /// `admit` and `commit` in one step, for a sample that goes to one reader only.
+    /// @param sample    not null. Null afterwards when the answer is SLOT; otherwise still the caller's.
+    /// @param announce  set when `announce` is wanted.
+    virtual Admission deliver(SampleReference& sample, platform::WakeBatch& wake, bool& announce) noexcept = 0;
     /// Counts a sample that was lost on its way, or dropped because a best-effort reader was full.
     /// @return whether `announce` is wanted.
     virtual bool sample_lost() noexcept = 0;

@@ -5,6 +5,7 @@
 #include <climits>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "middleware/FilterExpression.hpp"
 #include "middleware/Log.hpp"
@@ -132,10 +133,10 @@ void SampleStore::abandon() noexcept {
     _full_reported = false;  // the engine passes this on itself: it may not be called from here
 }
 
-bool SampleStore::commit(Sample& sample, platform::WakeBatch& wake) noexcept {
+bool SampleStore::commit(SampleReference sample, platform::WakeBatch& wake) noexcept {
     // A filter that needs the decoded sample is evaluated now.
     if (_settings.filter != nullptr && _settings.filter->needs_data() &&
-        !_settings.filter->evaluate(sample.metadata, sample.data)) {
+        !_settings.filter->evaluate(sample->metadata, sample->data)) {
         abandon();
         return false;
     }
@@ -143,7 +144,7 @@ bool SampleStore::commit(Sample& sample, platform::WakeBatch& wake) noexcept {
     {
         Lock lock(_mutex);
         --_reserved;
-        replaced = store_locked(sample, wake);
+        replaced = store_locked(std::move(sample), wake);
     }
     if (replaced != nullptr) {
         release(*replaced);
@@ -151,18 +152,18 @@ bool SampleStore::commit(Sample& sample, platform::WakeBatch& wake) noexcept {
     return true;
 }
 
-Admission SampleStore::deliver(Sample& sample, platform::WakeBatch& wake) noexcept {
-    if (!passes_filter(sample.metadata, sample.data)) {
+Admission SampleStore::deliver(SampleReference& sample, platform::WakeBatch& wake) noexcept {
+    if (!passes_filter(sample->metadata, sample->data)) {
         return Admission::FILTERED;
     }
     Sample* replaced = nullptr;
     {
         Lock lock(_mutex);
-        const Admission admission = admit_locked(sample.metadata);
+        const Admission admission = admit_locked(sample->metadata);
         if (admission != Admission::SLOT) {
             return admission;
         }
-        replaced = store_locked(sample, wake);
+        replaced = store_locked(std::move(sample), wake);
     }
     if (replaced != nullptr) {
         release(*replaced);
@@ -170,17 +171,16 @@ Admission SampleStore::deliver(Sample& sample, platform::WakeBatch& wake) noexce
     return Admission::SLOT;
 }
 
-Sample* SampleStore::store_locked(Sample& sample, platform::WakeBatch& wake) noexcept {
+Sample* SampleStore::store_locked(SampleReference sample, platform::WakeBatch& wake) noexcept {
     Sample* replaced = nullptr;
     if (!_settings.keep_all && _listed >= static_cast<std::size_t>(_settings.depth)) {
         replaced = drop_front_locked(_whole);
         _losses.replaced.fetch_add(1, std::memory_order_relaxed);
     }
-    retain(sample);
     SampleSlot& slot = *_free_slots;
     _free_slots = slot.next_free;
     --_free_slot_count;
-    slot.sample = &sample;
+    slot.sample = sample.release();
     slot.key = nullptr;
     slot.reception_number = ++_received;
     slot.pins = 0;
@@ -189,7 +189,7 @@ Sample* SampleStore::store_locked(Sample& sample, platform::WakeBatch& wake) noe
     ++_occupied;
     ++_listed;
     list_locked(slot, _whole, wake);
-    if (_keys.has_indexes() && answers_a_sample(sample.metadata)) {
+    if (_keys.has_indexes() && answers_a_sample(slot.sample->metadata)) {
         index_locked(slot);
         list_locked(slot, *slot.key, wake);
     }

@@ -82,8 +82,9 @@ public:
     Admission admit(const SampleMetadata& metadata, const void* data) noexcept;
     void abandon() noexcept;
     /// @return whether it was stored: a filter that needs the sample is evaluated here when `admit` could not.
-    bool commit(Sample& sample, platform::WakeBatch& wake) noexcept;
-    Admission deliver(Sample& sample, platform::WakeBatch& wake) noexcept;
+    bool commit(SampleReference sample, platform::WakeBatch& wake) noexcept;
+    /// @param sample  null afterwards when the answer is SLOT.
+    Admission deliver(SampleReference& sample, platform::WakeBatch& wake) noexcept;
 
     // ---- for the reader
     ReadCondition* create_condition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
@@ -137,7 +138,7 @@ private:
     bool passes_filter(const SampleMetadata& metadata, const void* data) const noexcept;
     Admission admit_locked(const SampleMetadata& metadata) noexcept;
     bool make_room_for_one_more_locked() noexcept;
-    Sample* store_locked(Sample& sample, platform::WakeBatch& wake) noexcept;
+    Sample* store_locked(SampleReference sample, platform::WakeBatch& wake) noexcept;
     bool has_room_locked() const noexcept;
 
     ReadCondition* create_condition_locked(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,

@@ -103,16 +103,15 @@ public:
         const Lock lock(_mutex);
         --_reserved;
     }
-    bool commit(mw::Sample& sample, platform::WakeBatch&) noexcept override {
+    bool commit(mw::SampleReference sample, platform::WakeBatch&) noexcept override {
         const Lock lock(_mutex);
         --_reserved;
-        mw::retain(sample);
-        _held.push_back(&sample);
+        _held.push_back(sample.release());
         return true;
     }
-    Admission deliver(mw::Sample& sample, platform::WakeBatch& wake, bool& announce) noexcept override {
-        const Admission said = admit(sample.metadata, sample.data);
-        announce = said == Admission::SLOT && commit(sample, wake);
+    Admission deliver(mw::SampleReference& sample, platform::WakeBatch& wake, bool& announce) noexcept override {
+        const Admission said = admit(sample->metadata, sample->data);
+        announce = said == Admission::SLOT && commit(std::move(sample), wake);
         return said;
     }
     bool sample_lost() noexcept override { return ++lost == 0; }

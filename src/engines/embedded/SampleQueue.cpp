@@ -19,9 +19,8 @@ void SampleQueue::make_room(std::size_t count) {
     _first = 0;
 }
 
-void SampleQueue::push(mw::Sample& sample) noexcept {
-    mw::retain(sample);
-    _slots[(_first + _count) % _slots.size()].reset(&sample);
+void SampleQueue::push(mw::SampleReference sample) noexcept {
+    _slots[(_first + _count) % _slots.size()] = std::move(sample);
     ++_count;
 }
 

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "engines/SampleReference.hpp"
+#include "middleware/Engine.hpp"
 
 namespace norvane {
 namespace embedded {
@@ -22,8 +22,8 @@ public:
     /// Makes room for `count` samples in total.
     /// @throws std::bad_alloc  nothing has changed.
     void make_room(std::size_t count);
-    /// Appends a sample and takes a reference of its own. There must be room.
-    void push(mw::Sample& sample) noexcept;
+    /// Appends a sample. There must be room.
+    void push(mw::SampleReference sample) noexcept;
     /// @return the reference to the oldest sample. There must be one.
     mw::SampleReference pop() noexcept;
 

@@ -112,7 +112,7 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
     }
     identity = out.metadata.identity;
     addressed = out.addressed;
-    // Before the wake-up: the reader that finds itself the only one to hold the sample gives it back without an atomic decrement.
+    // Before the wake-up: a reader that finds itself the only one to hold the sample gives it back without an atomic decrement.
     out.sample.reset();
     out.wake.flush();
     out.announcements.run();
@@ -170,6 +170,7 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
             const auto place = _routes.find(out.metadata.related_identity.writer_guid);
             routed = place == _routes.end() ? nullptr : &place->second;
         }
+        mw::SampleReference kept = _keeps ? mw::share(*out.sample) : nullptr;
         const std::size_t addressees = _unrouted.size() + (routed == nullptr ? 0 : routed->size());
         if (addressees == 1) {
             code = deliver_locked(routed == nullptr ? *_unrouted.front() : *routed->front(), out);
@@ -184,7 +185,7 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
             if (_history.size() == _history_limit) {
                 out.evicted = _history.pop();
             }
-            _history.push(*out.sample);
+            _history.push(std::move(kept));
         }
     }
     _last_number = number;
@@ -238,7 +239,7 @@ mw::Admission Writer::ask_locked(const Match& match, Outgoing& out, Ask ask) noe
 
 DDS_ReturnCode_t Writer::deliver_locked(Match& match, Outgoing& out) noexcept {
     bool announce = false;
-    switch (ask_locked(match, out, [&] { return match.sink->deliver(*out.sample, out.wake, announce); })) {
+    switch (ask_locked(match, out, [&] { return match.sink->deliver(out.sample, out.wake, announce); })) {
         case mw::Admission::SLOT:
         case mw::Admission::UNWANTED:
             out.addressed = true;
@@ -269,7 +270,7 @@ DDS_ReturnCode_t Writer::deliver_to_all_locked(const MatchList* routed, const Ma
     }
     for (const Claim& claim : _claims) {
         if (code == DDS_RETCODE_OK) {
-            if (claim.admitted ? claim.match->sink->commit(*out.sample, out.wake) : claim.match->sink->sample_lost()) {
+            if (claim.admitted ? claim.match->sink->commit(mw::share(*out.sample), out.wake) : claim.match->sink->sample_lost()) {
                 out.announcements.add(claim.match->reader);
             }
         } else if (claim.admitted) {
@@ -374,13 +375,14 @@ void Writer::replay_locked(Match& match, platform::WakeBatch& wake, bool& announ
             continue;
         }
         bool wanted = false;
-        const mw::Admission answer = match.backlog.empty() ? match.sink->deliver(sample, wake, wanted) : mw::Admission::FULL;
+        mw::SampleReference sent = mw::share(sample);
+        const mw::Admission answer = match.backlog.empty() ? match.sink->deliver(sent, wake, wanted) : mw::Admission::FULL;
         if (answer == mw::Admission::NO_MEMORY) {
             match.reader->debtors().fetch_sub(1);
             throw std::bad_alloc();
         }
         if (answer == mw::Admission::FULL && match.reliable) {
-            match.backlog.push(sample);
+            match.backlog.push(std::move(sent));
         } else if (answer == mw::Admission::FULL) {
             wanted = match.sink->sample_lost();
         }
@@ -401,7 +403,8 @@ void Writer::send_backlog_locked(const Reader& reader, platform::WakeBatch& wake
             return;
         }
         bool wanted = false;
-        const mw::Admission answer = match->sink->deliver(match->backlog[0], wake, wanted);
+        sent = mw::share(match->backlog[0]);
+        const mw::Admission answer = match->sink->deliver(sent, wake, wanted);
         if (answer == mw::Admission::FULL) {
             return;  // its next `room_freed` comes here again
         }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/reading/SampleIntake.hpp"
 
+#include <utility>
+
 #include "platform/WakeBatch.hpp"
 
 namespace norvane {
@@ -14,11 +16,9 @@ void SampleIntake::store(mw::SampleReference sample, const mw::SampleMetadata& m
     }
     sample->metadata = metadata;
     platform::WakeBatch wake;
-    if (_sink->commit(*sample, wake)) {
+    if (_sink->commit(std::move(sample), wake)) {
         _owner.announce_soon();
     }
-    // Before the wake-up: a reader that holds the only reference releases it without an atomic decrement.
-    sample.reset();
 }
 
 void SampleIntake::count_loss() noexcept {

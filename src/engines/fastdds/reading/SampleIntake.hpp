@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "engines/SampleReference.hpp"
 #include "engines/fastdds/Endpoint.hpp"
+#include "middleware/Engine.hpp"
 
 namespace norvane {
 namespace fastdds {
