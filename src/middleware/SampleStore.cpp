@@ -459,25 +459,41 @@ void SampleStore::delete_conditions() noexcept {
 
 DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
                                            DDS_Long max_samples, ReadCondition& condition, bool take) noexcept {
-    platform::WakeBatch wake;
-    Lock lock(_mutex);
-    if (!condition.is_live()) {
-        return DDS_RETCODE_ALREADY_DELETED;
-    }
-    return lend_locked(received_data, data_count, info_seq, max_samples, condition.selection(), condition.effective_states(), take,
-                       wake);
+    return lend(received_data, data_count, info_seq, [&](Loan*& loan, platform::WakeBatch& wake) {
+        return condition.is_live()
+                   ? lend_locked(loan, max_samples, condition.selection(), condition.effective_states(), take, wake)
+                   : DDS_RETCODE_ALREADY_DELETED;
+    });
 }
 
 DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
                                            DDS_Long max_samples, DDS_SampleStateMask states, bool take) noexcept {
-    platform::WakeBatch wake;
-    Lock lock(_mutex);
-    return lend_locked(received_data, data_count, info_seq, max_samples, _whole, states, take, wake);
+    return lend(received_data, data_count, info_seq, [&](Loan*& loan, platform::WakeBatch& wake) {
+        return lend_locked(loan, max_samples, _whole, states, take, wake);
+    });
 }
 
-DDS_ReturnCode_t SampleStore::lend_locked(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long max_samples,
-                                          SampleSelection& selection, DDS_SampleStateMask states, bool take,
-                                          platform::WakeBatch& wake) noexcept {
+template <typename Select>
+DDS_ReturnCode_t SampleStore::lend(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, Select select) noexcept {
+    Loan* loan = nullptr;
+    {
+        platform::WakeBatch wake;
+        Lock lock(_mutex);
+        const DDS_ReturnCode_t code = select(loan, wake);
+        if (code != DDS_RETCODE_OK) {
+            return code;
+        }
+    }
+    // Not under the lock: the samples were written by another core, and each is a cache miss. They are pinned, and do not change.
+    fill(*loan);
+    info_seq.loan_contiguous(loan->infos, loan->count, loan->count);
+    *received_data = loan->data;
+    *data_count = loan->count;
+    return DDS_RETCODE_OK;
+}
+
+DDS_ReturnCode_t SampleStore::lend_locked(Loan*& loan, DDS_Long max_samples, SampleSelection& selection, DDS_SampleStateMask states,
+                                          bool take, platform::WakeBatch& wake) noexcept {
     if (_closed) {
         return DDS_RETCODE_ALREADY_DELETED;
     }
@@ -495,13 +511,15 @@ DDS_ReturnCode_t SampleStore::lend_locked(void*** received_data, int* data_count
         return DDS_RETCODE_NO_DATA;
     }
     const int count = static_cast<int>(std::min<std::int64_t>(there, max_samples));
-    Loan* loan = _loans.take(count);
+    loan = _loans.take(count);
     if (loan == nullptr) {
         return DDS_RETCODE_OUT_OF_RESOURCES;
     }
     int found = 0;
-    const auto lend = [&](SampleSlot& slot) {
-        fill(*loan, found++, slot);
+    const auto lend_slot = [&](SampleSlot& slot) {
+        loan->slots[found] = &slot;
+        loan->infos[found].sample_state = slot.read ? DDS_READ_SAMPLE_STATE : DDS_NOT_READ_SAMPLE_STATE;
+        ++found;
         ++slot.pins;
         if (take) {
             SampleSelection* key = slot.key;
@@ -518,45 +536,43 @@ DDS_ReturnCode_t SampleStore::lend_locked(void*** received_data, int* data_count
         for (auto next = selection.all.begin(); found < count;) {
             SampleSlot& slot = (next++)->slot;
             if (slot.read || wants_unread) {
-                lend(slot);
+                lend_slot(slot);
             }
         }
     } else {
         for (auto next = selection.unread.begin(); found < count;) {
-            lend((next++)->slot);
+            lend_slot((next++)->slot);
         }
     }
     loan->count = count;
     ++_holders;
     _loans.lend(*loan);
-    info_seq.loan_contiguous(loan->infos, count, count);
-    *received_data = loan->data;
-    *data_count = count;
     return DDS_RETCODE_OK;
 }
 
-void SampleStore::fill(Loan& loan, int index, const SampleSlot& slot) noexcept {
-    const SampleMetadata& metadata = slot.sample->metadata;
-    loan.data[index] = slot.sample->data;
-    loan.slots[index] = const_cast<SampleSlot*>(&slot);
-    // The other fields are constant, and were set when the loan was made.
-    DDS_SampleInfo& info = loan.infos[index];
-    info.sample_state = slot.read ? DDS_READ_SAMPLE_STATE : DDS_NOT_READ_SAMPLE_STATE;
-    info.view_state = DDS_NEW_VIEW_STATE;
-    info.instance_state = DDS_ALIVE_INSTANCE_STATE;
-    info.valid_data = DDS_BOOLEAN_TRUE;
-    info.source_timestamp = metadata.source_timestamp;
-    info.reception_timestamp = metadata.reception_timestamp;
-    std::memcpy(info.publication_handle.value, metadata.identity.writer_guid.value, sizeof info.publication_handle.value);
-    info.publication_virtual_guid = metadata.identity.writer_guid;
-    info.publication_virtual_sequence_number = metadata.identity.sequence_number;
-    info.publication_sequence_number = metadata.identity.sequence_number;
-    info.reception_sequence_number = {static_cast<DDS_Long>(slot.reception_number >> 32),
-                                      static_cast<DDS_UnsignedLong>(slot.reception_number)};
-    info.original_publication_virtual_guid = metadata.identity.writer_guid;
-    info.original_publication_virtual_sequence_number = metadata.identity.sequence_number;
-    info.related_original_publication_virtual_guid = metadata.related_identity.writer_guid;
-    info.related_original_publication_virtual_sequence_number = metadata.related_identity.sequence_number;
+void SampleStore::fill(Loan& loan) noexcept {
+    for (int index = 0; index < loan.count; ++index) {
+        const SampleSlot& slot = *loan.slots[index];
+        const SampleMetadata& metadata = slot.sample->metadata;
+        loan.data[index] = slot.sample->data;
+        // The state was set under the lock; the other fields are constant, and were set when the loan was made.
+        DDS_SampleInfo& info = loan.infos[index];
+        info.view_state = DDS_NEW_VIEW_STATE;
+        info.instance_state = DDS_ALIVE_INSTANCE_STATE;
+        info.valid_data = DDS_BOOLEAN_TRUE;
+        info.source_timestamp = metadata.source_timestamp;
+        info.reception_timestamp = metadata.reception_timestamp;
+        std::memcpy(info.publication_handle.value, metadata.identity.writer_guid.value, sizeof info.publication_handle.value);
+        info.publication_virtual_guid = metadata.identity.writer_guid;
+        info.publication_virtual_sequence_number = metadata.identity.sequence_number;
+        info.publication_sequence_number = metadata.identity.sequence_number;
+        info.reception_sequence_number = {static_cast<DDS_Long>(slot.reception_number >> 32),
+                                          static_cast<DDS_UnsignedLong>(slot.reception_number)};
+        info.original_publication_virtual_guid = metadata.identity.writer_guid;
+        info.original_publication_virtual_sequence_number = metadata.identity.sequence_number;
+        info.related_original_publication_virtual_guid = metadata.related_identity.writer_guid;
+        info.related_original_publication_virtual_sequence_number = metadata.related_identity.sequence_number;
+    }
 }
 
 void SampleStore::mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) noexcept {
@@ -585,45 +601,43 @@ void SampleStore::unlist_locked(SampleSlot& slot) noexcept {
 }
 
 DDS_ReturnCode_t SampleStore::return_loan(void** received_data, DDS_SampleInfoSeq& info_seq) noexcept {
-    // Clearing a sample runs the type's own code: not under the lock.
-    const bool clears = _settings.type->clear != nullptr;
+    // Samples are released after unlocking: that may run the type's own code, and touches memory that other cores use. A small
+    // loan's samples wait on the stack, so that its record goes back at once; those of a large one wait in the record.
+    void* few[Loan::ROOM];
+    void** leaving = few;
+    int leaving_count = 0;
     bool room_notice = false;
     bool last_holder = false;
-    Loan* loan = nullptr;
+    Loan* kept_back = nullptr;
     {
         Lock lock(_mutex);
-        loan = info_seq.has_ownership() ? nullptr : _loans.recall(received_data, info_seq.get_contiguous_buffer());
+        Loan* loan = info_seq.has_ownership() ? nullptr : _loans.recall(received_data, info_seq.get_contiguous_buffer());
         if (loan == nullptr) {
             return DDS_RETCODE_PRECONDITION_NOT_MET;
         }
         info_seq.unloan();
+        if (loan->count > Loan::ROOM) {
+            kept_back = loan;
+            leaving = loan->data;
+        }
         for (int index = 0; index < loan->count; ++index) {
             SampleSlot& slot = *loan->slots[index];
-            loan->data[index] = nullptr;
-            if (--slot.pins > 0 || slot.listed) {
-                continue;
-            }
-            Sample* sample = free_slot_locked(slot);
-            if (clears) {
-                loan->data[index] = sample;
-            } else {
-                release(*sample);
+            if (--slot.pins == 0 && !slot.listed) {
+                leaving[leaving_count++] = free_slot_locked(slot);
             }
         }
         room_notice = claim_room_notice_locked();
-        if (!clears) {
+        if (kept_back == nullptr) {
             _loans.keep(*loan);
             last_holder = !room_notice && --_holders == 0;
         }
     }
-    if (clears) {
-        for (int index = 0; index < loan->count; ++index) {
-            if (loan->data[index] != nullptr) {
-                release(*static_cast<Sample*>(loan->data[index]));
-            }
-        }
+    for (int index = 0; index < leaving_count; ++index) {
+        release(*static_cast<Sample*>(leaving[index]));
+    }
+    if (kept_back != nullptr) {
         Lock lock(_mutex);
-        _loans.keep(*loan);
+        _loans.keep(*kept_back);
         last_holder = !room_notice && --_holders == 0;
     }
     after_unlock(room_notice, last_holder);

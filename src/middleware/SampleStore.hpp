@@ -151,10 +151,12 @@ private:
     void index_locked(SampleSlot& slot) noexcept;
     void interrupt_locked(SampleSelection& selection, DDS_ReturnCode_t code, platform::WakeBatch& wake) noexcept;
 
-    [[nodiscard]] DDS_ReturnCode_t lend_locked(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
-                                               DDS_Long max_samples, SampleSelection& selection, DDS_SampleStateMask states,
-                                               bool take, platform::WakeBatch& wake) noexcept;
-    static void fill(Loan& loan, int index, const SampleSlot& slot) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t lend_locked(Loan*& loan, DDS_Long max_samples, SampleSelection& selection,
+                                               DDS_SampleStateMask states, bool take, platform::WakeBatch& wake) noexcept;
+    template <typename Select>
+    [[nodiscard]] DDS_ReturnCode_t lend(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                        Select select) noexcept;
+    static void fill(Loan& loan) noexcept;
     void mark_read_locked(SampleSlot& slot, platform::WakeBatch& wake) noexcept;
     void unlist_locked(SampleSlot& slot) noexcept;
     Sample* free_slot_locked(SampleSlot& slot) noexcept;
