@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// A call from one participant to another, on the engine that NORVANE_ENGINE names. Argument: the domain. Says why when it cannot.
-#include <cstdlib>
+// A call from one participant to another, on the engine that NORVANE_ENGINE names. Says why when it cannot.
 #include <exception>
 #include <iostream>
 #include <norvane/norvane.hpp>
 #include <string>
 
-int main(int count, char** words) {
+int main() {
     try {
         norvane::ParticipantParams params;
-        params.domain_id(count > 1 ? std::atoi(words[1]) : 0).property("norvane.fastdds.interfaces", "127.0.0.1");
+        params.property("norvane.fastdds.interfaces", "127.0.0.1").property("norvane.fastdds.reach", "process");
         norvane::Participant there(params);
         norvane::Participant here(params);
         norvane::Service<std::string, std::string> service(norvane::ReplierParams(there).service_name("Echo"),
