@@ -242,6 +242,36 @@ TEST_P(PlainPeers, our_requesters_are_announced_once) {
     EXPECT_EQ(0, announcements.changed);
 }
 
+TEST_P(PlainPeers, a_stranger_that_announces_a_requesters_guid_does_not_silence_it) {
+    struct Copy : public dds::DomainParticipantListener {
+        void on_publisher_discovery(dds::DomainParticipant*, rtps::WriterDiscoveryInfo&& info) override {
+            if (info.info.topicName() == "SRequest" && !taken) {
+                octets = info.info.m_qos.m_userData.data_vec();
+                taken = true;
+            }
+        }
+        std::vector<rtps::octet> octets;
+        std::atomic<bool> taken{false};
+    } copy;
+    PeerProcess server("echo", {std::to_string(_domain)});
+    PlainParticipant listening(_domain, &copy);
+    TextRequester requester(requester_params());
+    const auto is_served = [&] { return requester.call("x", std::chrono::seconds(10)) == "x!"; };
+    EXPECT_TRUE(is_served());
+    ASSERT_TRUE(eventually([&] { return copy.taken.load(); }));
+    {
+        PlainParticipant stranger(_domain);
+        dds::DataWriter* requests = stranger.writer("SRequest", copy.octets);
+        dds::PublicationMatchedStatus matched;
+        ASSERT_TRUE(eventually([&] { return requests->get_publication_matched_status(matched), matched.current_count == 1; }));
+        EXPECT_TRUE(is_served());
+    }
+    EXPECT_TRUE(is_served());
+    TextRequester another(requester_params());
+    EXPECT_EQ("y!", another.call("y", std::chrono::seconds(10))) << "what left with the stranger was not the requester";
+    EXPECT_TRUE(is_served());
+}
+
 // What peers announce is not to be trusted: octets that only look like ours are the application's.
 TEST_P(PlainPeers, announcements_that_are_damaged_or_forged_are_plain_octets) {
     const std::string mark = "\x01norvane\x1a";  // version and magic
@@ -253,6 +283,7 @@ TEST_P(PlainPeers, announcements_that_are_damaged_or_forged_are_plain_octets) {
         return text + mark;
     };
     const std::string guid = std::string("\x01\x10\0\0\0", 5) + std::string(16, 'g');
+    const std::string property = std::string("\x06\x04\0\0\0p\0ab", 9);
     struct {
         const char* what;
         std::string octets;
@@ -261,6 +292,7 @@ TEST_P(PlainPeers, announcements_that_are_damaged_or_forged_are_plain_octets) {
         {"nothing", "", false},
         {"no fields", block("", 0), true},
         {"a GUID and something from a later version", block(guid + std::string("\x63\x01\0\0\0x", 6), 27), true},
+        {"two properties of one name", block(property + property, 18), true},
         {"longer than all there is", block(guid, 1000), false},
         {"as long as can be", block(guid, 0xffffffff), false},
         {"cut off in a head", block(guid, 4), false},

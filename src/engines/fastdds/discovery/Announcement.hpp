@@ -30,6 +30,7 @@ enum class Routing {
 struct Discovered {
     rtps::GUID_t rtps_guid;
     bool is_writer = false;
+    std::int64_t since_ns = 0;  ///< When it was first announced.
     /// Announced by norvane. Otherwise the endpoint is plain, and nothing beyond the standard is expected of it.
     bool ours = false;
     Routing routing = Routing::NONE;

@@ -20,6 +20,9 @@ namespace {
 // A process that was stopped or cut off beyond its lease is rediscovered within a second of resuming.
 constexpr std::int64_t RETURN_NS = 5000LL * 1000 * 1000;
 
+// Of one virtual GUID.
+constexpr std::size_t MOST_CLAIMANTS = 8;
+
 template <typename Data>
 void describe(const Data& data, Discovered& endpoint) {
     mw::EndpointInfo& info = endpoint.info;
@@ -200,7 +203,7 @@ std::shared_ptr<const Discovered> Domain::find(const rtps::GUID_t& guid) noexcep
 std::shared_ptr<const Discovered> Domain::find_requester(const DDS_GUID_t& writer_guid) noexcept {
     std::lock_guard<std::mutex> lock(_mutex);
     const auto place = _requesters.find(writer_guid);
-    return place == _requesters.end() ? nullptr : place->second;
+    return place == _requesters.end() || place->second.empty() ? nullptr : place->second.back();
 }
 
 std::int64_t Domain::return_deadline_ns(const DDS_GUID_t& writer_guid, DDS_GUID_t& participant) noexcept {
@@ -230,9 +233,8 @@ std::vector<std::shared_ptr<const Discovered>> Domain::find_sharing_requesters(c
     std::vector<std::shared_ptr<const Discovered>> sharers;
     std::lock_guard<std::mutex> lock(_mutex);
     for (const auto& entry : _requesters) {
-        if (entry.second->answers.topic_name == topic) {
-            sharers.push_back(entry.second);
-        }
+        std::copy_if(entry.second.begin(), entry.second.end(), std::back_inserter(sharers),
+                     [&](const auto& claimant) { return claimant->answers.topic_name == topic; });
     }
     return sharers;
 }
@@ -258,18 +260,11 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
     try {
         auto endpoint = std::make_shared<Discovered>();
         endpoint->is_writer = is_writer;
+        endpoint->since_ns = platform::monotonic_ns();
         describe(data, *endpoint);
         std::lock_guard<std::mutex> lock(_mutex);
         if (is_writer && endpoint->ours && is_requester(endpoint->info)) {
-            std::shared_ptr<const Discovered>& place = _requesters[endpoint->info.guid];
-            const std::shared_ptr<const Discovered> before = std::exchange(place, endpoint);
-            _lost_requesters.erase(endpoint->info.guid);
-            const mw::EndpointInfo nothing;
-            const mw::EndpointInfo& answers_before = before ? before->answers : nothing;
-            const mw::EndpointInfo& answers = endpoint->answers;
-            if (answers_before.topic_name != answers.topic_name || !(answers_before.guid == answers.guid)) {
-                notify_of_requester_locked(answers_before.topic_name.empty() ? answers.topic_name : answers_before.topic_name);
-            }
+            claim_locked(endpoint);
         }
         _directory[to_guid(data.guid())] = endpoint;
         for (const std::shared_ptr<Endpoint>& own : _own) {
@@ -277,6 +272,29 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
         }
     } catch (const std::exception&) {
         // Memory is short: the endpoint is treated as plain.
+    }
+}
+
+// @throws std::bad_alloc
+void Domain::claim_locked(const std::shared_ptr<Discovered>& requester) {
+    Claimants& claimants = _requesters[requester->info.guid];
+    const auto known = std::find_if(claimants.begin(), claimants.end(),
+                                    [&](const auto& claimant) { return claimant->rtps_guid == requester->rtps_guid; });
+    std::shared_ptr<const Discovered> before;
+    if (known != claimants.end()) {
+        requester->since_ns = (*known)->since_ns;
+        before = std::exchange(*known, requester);
+    } else if (claimants.size() < MOST_CLAIMANTS) {
+        claimants.push_back(requester);
+    } else {
+        return;
+    }
+    _lost_requesters.erase(requester->info.guid);
+    const mw::EndpointInfo nothing;
+    const mw::EndpointInfo& answers_before = before ? before->answers : nothing;
+    const mw::EndpointInfo& answers = requester->answers;
+    if (answers_before.topic_name != answers.topic_name || !(answers_before.guid == answers.guid)) {
+        notify_of_requester_locked(answers_before.topic_name.empty() ? answers.topic_name : answers_before.topic_name);
     }
 }
 
@@ -292,15 +310,23 @@ void Domain::forget(const rtps::GUID_t& guid) noexcept {
     for (const std::shared_ptr<Endpoint>& own : _own) {
         own->forget_misfit(guid);
     }
-    // A requester restarted under the GUID of a killed one is discovered before the lease of the killed one expires.
     const auto requester = gone->is_writer ? _requesters.find(gone->info.guid) : _requesters.end();
-    if (requester != _requesters.end() && requester->second == gone) {
+    if (requester == _requesters.end()) {
+        return;
+    }
+    Claimants& claimants = requester->second;
+    const auto claim = std::find(claimants.begin(), claimants.end(), gone);
+    if (claim == claimants.end()) {
+        return;
+    }
+    claimants.erase(claim);
+    if (claimants.empty()) {
         _requesters.erase(requester);
         if (gone->is_lost.load()) {
             note_loss_locked(*gone);
         }
-        notify_of_requester_locked(gone->answers.topic_name);
     }
+    notify_of_requester_locked(gone->answers.topic_name);
 }
 
 void Domain::note_loss_locked(const Discovered& requester) noexcept {

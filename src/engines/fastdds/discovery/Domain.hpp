@@ -107,8 +107,18 @@ public:
 
     /// @return what is known of an endpoint; null if nothing is.
     std::shared_ptr<const Discovered> find(const rtps::GUID_t& guid) noexcept;
-    /// @return what is known of the writer of a requester of ours; null if the GUID is not that of one.
+    /// Several endpoints may claim one virtual GUID: a requester, its predecessor that was killed and whose lease has not expired, and
+    /// a stranger. None displaces another: what is meant for the GUID goes to each of them.
+    /// @return what is known of the writer of a requester of ours, of the latest of those with that GUID; null if there is none.
     std::shared_ptr<const Discovered> find_requester(const DDS_GUID_t& writer_guid) noexcept;
+    /// @param fits  gets each of those with that GUID; does not call the domain. @return whether it is true of any.
+    template <typename Fits>
+    bool has_requester(const DDS_GUID_t& writer_guid, const Fits& fits) noexcept {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        const auto place = _requesters.find(writer_guid);
+        return place != _requesters.end() &&
+               std::any_of(place->second.begin(), place->second.end(), [&](const auto& claimant) { return fits(*claimant); });
+    }
     /// @return until when to wait for a requester of ours whose lease expired: it may only have been stopped or cut off. 0 if there
     ///         is none.
     /// @param participant  gets the participant of that requester.
@@ -127,6 +137,8 @@ public:
     ReplyReaders& reply_readers() noexcept { return _reply_readers; }
 
 private:
+    typedef std::vector<std::shared_ptr<const Discovered>> Claimants;  // in order of their announcement
+
     struct Loss {
         DDS_GUID_t participant;
         std::int64_t deadline_ns;  // until then it may be back
@@ -137,6 +149,7 @@ private:
     template <typename Data>
     void discover(const Data& data, bool is_writer) noexcept;
     void forget(const rtps::GUID_t& guid) noexcept;
+    void claim_locked(const std::shared_ptr<Discovered>& requester);
     void note_loss_locked(const Discovered& requester) noexcept;
     void notify_of_requester_locked(const std::string& topic) noexcept;
     void judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>& other) noexcept;
@@ -152,7 +165,7 @@ private:
 
     std::mutex _mutex;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _directory;
-    std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _requesters;  // by their virtual GUIDs
+    std::unordered_map<DDS_GUID_t, Claimants, GuidHash> _requesters;  // by their virtual GUIDs
     std::unordered_map<DDS_GUID_t, Loss, GuidHash> _lost_requesters;  // those whose lease expired a short while ago
     std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;              // virtual GUIDs
     std::vector<std::shared_ptr<Endpoint>> _own;

@@ -59,13 +59,13 @@ public:
         auto kept = _answers.begin();
         auto place = _answers.begin();
         for (; place != _answers.end(); ++place) {
-            bool is_heard = false;
-            const bool is_alive = is_requester_alive(*place, is_heard);
-            if (is_alive && !is_heard && now_ns < place->deadline_ns) {
-                next_ns = std::min(next_ns, place->deadline_ns);
+            std::int64_t heard_ns = 0;
+            const bool is_alive = is_requester_alive(*place, heard_ns);
+            if (is_alive && heard_ns != 0 && now_ns < place->deadline_ns) {
+                next_ns = std::min({next_ns, place->deadline_ns, heard_ns});
                 *kept++ = *place;
             } else if (!is_alive || has_room()) {
-                let_go(*place, is_alive, is_heard || _readers.has_unrouted());
+                let_go(*place, is_alive, heard_ns == 0 || _readers.has_unrouted());
             } else {
                 break;
             }
@@ -85,7 +85,8 @@ public:
     }
 
 private:
-    bool is_requester_alive(const HeldAnswer& answer, bool& is_heard) const noexcept;
+    std::int64_t time_of_hearing(const Discovered& requester) const noexcept;
+    bool is_requester_alive(const HeldAnswer& answer, std::int64_t& heard_ns) const noexcept;
 
     Domain& _domain;
     const MatchedReaders& _readers;

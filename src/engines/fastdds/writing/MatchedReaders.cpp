@@ -55,16 +55,21 @@ bool MatchedReaders::remove(const DDS_GUID_t& reader) noexcept {
     return true;
 }
 
-bool MatchedReaders::is_in_reach(const DDS_GUID_t& requester, const Discovered* announced) const noexcept {
-    return has_reader_of(requester) || (announced != nullptr && announced->answers.topic_name == _writer.info().topic_name &&
-                                        _shared.count(announced->info.participant_guid) != 0);
+bool MatchedReaders::is_in_reach(const Discovered& requester) const noexcept {
+    return has_reader_of(requester.info.guid) ||
+           (requester.answers.topic_name == _writer.info().topic_name && _shared.count(requester.info.participant_guid) != 0);
+}
+
+bool MatchedReaders::is_in_reach(const DDS_GUID_t& requester) const noexcept {
+    return has_reader_of(requester) ||
+           _domain.has_requester(requester, [this](const Discovered& claimant) { return is_in_reach(claimant); });
 }
 
 bool MatchedReaders::has_addressee(const DDS_GUID_t& related) const noexcept {
     if (has_unrouted() || related == DDS_GUID_UNKNOWN || !has_routed()) {
         return has_unrouted();
     }
-    return is_in_reach(related, _domain.find_requester(related).get());
+    return is_in_reach(related);
 }
 
 bool MatchedReaders::is_for(const DDS_GUID_t& reader, const DDS_GUID_t& related) const noexcept {
@@ -86,9 +91,10 @@ bool MatchedReaders::is_for(const Match& match, const DDS_GUID_t& related) const
     if (match.peer->routing == Routing::OWN) {
         return related == match.peer->route;
     }
-    const std::shared_ptr<const Discovered> announced = _domain.find_requester(related);
-    return announced && announced->answers.topic_name == _writer.info().topic_name &&
-           announced->info.participant_guid == match.peer->info.participant_guid;
+    return _domain.has_requester(related, [&](const Discovered& claimant) {
+        return claimant.answers.topic_name == _writer.info().topic_name &&
+               claimant.info.participant_guid == match.peer->info.participant_guid;
+    });
 }
 
 bool MatchedReaders::refresh() noexcept {

@@ -46,9 +46,10 @@ public:
     bool has_routed() const noexcept { return !_routes.empty() || !_shared.empty(); }
     /// @return whether a reader takes the answers to that requester alone.
     bool has_reader_of(const DDS_GUID_t& requester) const noexcept { return _routes.count(requester) != 0; }
-    /// @param announced  what is known of the requester; null if nothing is.
     /// @return whether a matched reader takes the answers to it.
-    bool is_in_reach(const DDS_GUID_t& requester, const Discovered* announced) const noexcept;
+    bool is_in_reach(const Discovered& requester) const noexcept;
+    /// As above, to any requester with that GUID.
+    bool is_in_reach(const DDS_GUID_t& requester) const noexcept;
     /// @param related  the writer that a sample answers, or DDS_GUID_UNKNOWN.
     /// @return whether any reader takes the sample.
     bool has_addressee(const DDS_GUID_t& related) const noexcept;
