@@ -108,6 +108,17 @@ TEST_P(Choices, a_property_that_is_not_understood_is_refused_by_name) {
     }
 }
 
+TEST_P(Choices, what_is_too_long_to_announce_is_refused) {
+    const auto writer_with = [&](DDS_Long octets) {
+        DDS_DataWriterQos qos = writer_qos();
+        EXPECT_TRUE(qos.user_data.value.ensure_length(octets, octets));
+        return _participant.create_datawriter(topic("T"), qos, nullptr, 0);
+    };
+    EXPECT_EQ(nullptr, writer_with(60000));
+    DDSDomainParticipant* const peer = make({{"norvane.fastdds.interfaces", "127.0.0.1"}});
+    meet(*writer_with(59800), *peer->create_datareader(topic("T", peer), reader_qos(), nullptr, 0));
+}
+
 TEST_P(Choices, a_buffer_beyond_the_limit_of_the_system_is_told_with_the_remedy) {
     constexpr long LARGE = 512L * 1024 * 1024;
     long granted = 0;

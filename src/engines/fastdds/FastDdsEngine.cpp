@@ -91,6 +91,10 @@ private:
         if (!mw::is_makeable(settings, code, failure)) {
             return nullptr;
         }
+        if (!is_announceable(settings.info, failure)) {
+            code = DDS_RETCODE_BAD_PARAMETER;
+            return nullptr;
+        }
         const DDS_GUID_t wanted = settings.info.guid;
         auto endpoint = std::make_shared<Kind>(_domain, settings);
         if (wanted != DDS_GUID_AUTO && !_domain->claim_guid(wanted)) {

@@ -17,6 +17,7 @@
 #include <fastrtps/utils/IPLocator.h>
 #include <fastrtps/xmlparser/XMLProfileManager.h>
 
+#include "engines/fastdds/discovery/Announcement.hpp"
 #include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/UdpTransport.hpp"
 #include "engines/fastdds/transport/socket_buffers.hpp"
@@ -293,6 +294,10 @@ bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std:
     }
     if (qos.participant_name.name != nullptr) {
         attributes.setName(qos.participant_name.name);
+    }
+    if (qos.user_data.value.length() > static_cast<DDS_Long>(MOST_USER_DATA)) {
+        failure = "peers find no participant that has more than " + std::to_string(MOST_USER_DATA) + " octets of user data";
+        return false;
     }
     for (DDS_Long index = 0; index < qos.user_data.value.length(); ++index) {
         attributes.userData.push_back(qos.user_data.value[index]);

@@ -115,6 +115,9 @@ bool read_field(std::uint8_t tag, const std::uint8_t* value, std::size_t length,
             if (end_of_name == nullptr) {
                 return false;
             }
+            if (endpoint.info.properties.size() == MOST_PROPERTIES) {
+                return true;
+            }
             const std::size_t name_length = static_cast<std::size_t>(static_cast<const char*>(end_of_name) - text);
             endpoint.info.properties.emplace_back(std::string(text, name_length),
                                                   std::string(text + name_length + 1, length - name_length - 1));
@@ -193,6 +196,18 @@ std::vector<std::uint8_t> announce_writer(const mw::EndpointInfo& info, const mw
     }
     write_trailer(writer, octets.size() - info.user_data.size());
     return octets;
+}
+
+bool is_announceable(const mw::EndpointInfo& info, std::string& failure) {
+    const std::size_t octets = announce_reader(info, Routing::NONE).size();
+    if (octets > MOST_USER_DATA) {
+        failure = "user data, names and propagated properties take " + std::to_string(octets) +
+                  " octets to announce, and peers find " + "no endpoint that takes more than " + std::to_string(MOST_USER_DATA);
+    } else if (info.properties.size() > MOST_PROPERTIES) {
+        failure = std::to_string(info.properties.size()) + " propagated properties, of which peers keep " +
+                  std::to_string(MOST_PROPERTIES);
+    }
+    return failure.empty();
 }
 
 void read_announcement(const std::vector<std::uint8_t>& user_data, Discovered& endpoint) {

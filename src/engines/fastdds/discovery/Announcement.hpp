@@ -65,6 +65,16 @@ std::vector<std::uint8_t> announce_reader(const mw::EndpointInfo& info, Routing 
 /// As above. @param answers  the reader of the answers if it is a share of a common one; otherwise null.
 std::vector<std::uint8_t> announce_writer(const mw::EndpointInfo& info, const mw::EndpointInfo* answers);
 
+/// Octets of user data in an announcement that still arrives: it travels in one parameter, whose length has 16 bits, and in one
+/// sample. Some are left for names, and for the reader of the answers.
+constexpr std::size_t MOST_USER_DATA = 60000;
+/// Properties of a peer that are kept.
+constexpr std::size_t MOST_PROPERTIES = 256;
+
+/// @return whether peers get to know everything about such an endpoint; if not, `failure` says why.
+/// @throws std::bad_alloc
+bool is_announceable(const mw::EndpointInfo& info, std::string& failure);
+
 /// Parses announced user data. If the block is missing or damaged, all octets are the application's, and the endpoint is plain.
 /// @param endpoint  with its RTPS GUID in place; gets the rest.
 /// @throws std::bad_alloc

@@ -23,6 +23,21 @@ constexpr std::int64_t RETURN_NS = 5000LL * 1000 * 1000;
 // Of one virtual GUID.
 constexpr std::size_t MOST_CLAIMANTS = 8;
 
+// A peer may announce any number.
+DDS_DurabilityQosPolicyKind durability_of(eprosima::fastdds::dds::DurabilityQosPolicyKind kind) noexcept {
+    switch (kind) {
+        case eprosima::fastdds::dds::TRANSIENT_LOCAL_DURABILITY_QOS:
+            return DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+        case eprosima::fastdds::dds::TRANSIENT_DURABILITY_QOS:
+            return DDS_TRANSIENT_DURABILITY_QOS;
+        case eprosima::fastdds::dds::PERSISTENT_DURABILITY_QOS:
+            return DDS_PERSISTENT_DURABILITY_QOS;
+        case eprosima::fastdds::dds::VOLATILE_DURABILITY_QOS:
+            break;
+    }
+    return DDS_VOLATILE_DURABILITY_QOS;
+}
+
 template <typename Data>
 void describe(const Data& data, Discovered& endpoint) {
     mw::EndpointInfo& info = endpoint.info;
@@ -37,7 +52,7 @@ void describe(const Data& data, Discovered& endpoint) {
     info.reliability.kind = data.m_qos.m_reliability.kind == eprosima::fastdds::dds::RELIABLE_RELIABILITY_QOS
                                 ? DDS_RELIABLE_RELIABILITY_QOS
                                 : DDS_BEST_EFFORT_RELIABILITY_QOS;
-    info.durability.kind = static_cast<DDS_DurabilityQosPolicyKind>(data.m_qos.m_durability.kind);
+    info.durability.kind = durability_of(data.m_qos.m_durability.kind);
     read_announcement(data.m_qos.m_userData.data_vec(), endpoint);
 }
 
