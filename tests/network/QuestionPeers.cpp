@@ -5,9 +5,12 @@
 //   named    writes under a GUID that is always the same
 //   queue=N  of the oracle: so many requests are queued at most
 //   calls=N  of the asker: it calls so often at once, without being told to, each time with a new requester
+//   busy=N   of the asker: so many threads call without a pause
 #include <algorithm>
+#include <atomic>
 #include <iostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "network/PeerProcess.hpp"
@@ -91,7 +94,22 @@ int asker(const std::vector<std::string>& arguments) {
         Asker newcomer(params);
         outcome = ask_all(newcomer, told.text(), 1);
     }
-    return answer_lines([&](const std::string& who) { return who == "outcome" ? outcome : ask_all(requester, who, 1); }, false);
+    std::atomic<bool> ended{false};
+    std::vector<std::thread> busy(static_cast<std::size_t>(told.number("busy")));
+    for (std::thread& each : busy) {
+        each = std::thread([&] {
+            while (!ended) {
+                ask_all(requester, "busy", 1);
+            }
+        });
+    }
+    const int code =
+        answer_lines([&](const std::string& who) { return who == "outcome" ? outcome : ask_all(requester, who, 1); }, false);
+    ended = true;
+    for (std::thread& each : busy) {
+        each.join();
+    }
+    return code;
 }
 
 const KnownRole ORACLE("oracle", oracle);

@@ -37,5 +37,19 @@ TEST_P(StartOrders, every_call_is_answered) {
     }
 }
 
+// Fast DDS offers replies to a reader of this process before it reports that reader: those to another requester hid its own.
+TEST(Newcomers, beside_a_service_are_answered_while_it_answers_others) {
+    const Participant participant(on_loopback(domain_of_test()));
+    const Oracle service(ReplierParams(participant).service_name("Orders"), [](const Question& question) {
+        return Answer{question.number, question.of, ""};
+    });
+    const auto others = start_peer("asker", words_of(on_loopback(domain_of_test()), {"Orders", "others", "busy=4"}));
+    EXPECT_EQ("ok", others->ask("others"));
+    for (int newcomer = 0; newcomer < 60 && !HasFailure(); ++newcomer) {
+        Asker requester(RequesterParams(participant).service_name("Orders"));
+        EXPECT_NO_THROW(requester.call({newcomer, "newcomer"}, std::chrono::seconds(5))) << newcomer;
+    }
+}
+
 }  // namespace
 }  // namespace norvane::test
