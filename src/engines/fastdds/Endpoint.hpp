@@ -61,6 +61,9 @@ public:
     virtual std::int64_t run_timer() noexcept = 0;
     /// A writer: asks its readers what they lack, soon and on another thread. Under locks of Fast DDS.
     virtual void ask_soon() noexcept {}
+    /// A writer: @return the number of fragments of a sample that it keeps; 0 if it does not keep that sample.
+    /// @param number  of Fast DDS.
+    virtual std::uint32_t fragments_of(std::int64_t /*number*/) noexcept { return 0; }
 
 protected:
     Endpoint(const mw::EndpointInfo& info) : _info(info) {}

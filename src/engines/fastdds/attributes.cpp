@@ -17,7 +17,9 @@
 #include <fastrtps/utils/IPLocator.h>
 #include <fastrtps/xmlparser/XMLProfileManager.h>
 
+#include "engines/fastdds/Endpoint.hpp"
 #include "engines/fastdds/discovery/Announcement.hpp"
+#include "engines/fastdds/discovery/LocalWriters.hpp"
 #include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/UdpTransport.hpp"
 #include "engines/fastdds/transport/socket_buffers.hpp"
@@ -27,6 +29,11 @@ namespace norvane {
 namespace fastdds {
 
 namespace {
+
+std::uint32_t fragments_of(const rtps::GUID_t& writer, std::int64_t number) {
+    const std::shared_ptr<Endpoint> found = LocalWriters::get().find(to_guid(writer));
+    return found ? found->fragments_of(number) : 0;
+}
 
 namespace transport = eprosima::fastdds::rtps;
 using eprosima::fastrtps::Duration_t;
@@ -131,8 +138,8 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         choice.ends.far_datagram = transports.datagram == 0 ? transports.own.datagram_that_fits(transports.interfaces) : 0;
         choice.ends.interfaces = std::make_shared<const Interfaces>(transports.own);
         // A part of the buffer is left to what is small.
-        choice.ends.paths =
-            std::make_shared<Paths>(granted_socket_buffers(transports.buffer).receive / 4 * 3, *choice.ends.interfaces);
+        choice.ends.paths = std::make_shared<Paths>(granted_socket_buffers(transports.buffer).receive / 4 * 3,
+                                                    *choice.ends.interfaces, fragments_of);
         if (transports.batching) {
             const std::size_t limit = transports.datagram != 0 ? std::min<std::size_t>(BATCH, transports.datagram) : BATCH;
             choice.ends.outbox = std::make_shared<Outbox>(limit, transports.pause);

@@ -54,6 +54,24 @@ struct Bits {
     }
 };
 
+// @param participant  that the submessage is for; null if it is not named.
+// @return whether the fragments that a reader asks for exist. Discovery has no samples in fragments.
+bool asks_for_what_exists(const Submessage& each, const std::uint8_t* participant, Paths::FragmentCount fragments) noexcept {
+    Bits bits = {each, SET_OF_NACK_FRAG + 4};
+    if (participant == nullptr || !is_of_user(each, WRITER_OF_ACKNACK) || !bits.read()) {
+        return false;
+    }
+    std::uint32_t behind = bits.count;
+    while (behind > 0 && !bits.has(behind - 1)) {
+        --behind;
+    }
+    rtps::GUID_t writer;
+    std::memcpy(writer.guidPrefix.value, participant, sizeof writer.guidPrefix.value);
+    std::memcpy(writer.entityId.value, each.body + WRITER_OF_ACKNACK, sizeof writer.entityId.value);
+    const std::uint64_t last = static_cast<std::uint64_t>(each.read_u32(SET_OF_NACK_FRAG)) + behind - 1;
+    return behind == 0 || last <= fragments(writer, each.read_number(NUMBER_OF_NACK_FRAG));
+}
+
 // Whether a message with such a submessage is to be looked at. Those with small samples alone are not.
 bool counts(std::uint8_t kind, std::size_t length, std::size_t large) noexcept {
     return kind == Submessage::DATA_FRAG || kind == Submessage::HEARTBEAT || kind == Submessage::ACKNACK ||
@@ -182,10 +200,19 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
         return true;
     }
     bool is_current = true;
+    const std::uint8_t* destination = nullptr;
     Submessage each;
     for (std::size_t at = Submessage::MESSAGE_HEADER; each.read(message, length, at); at += Submessage::HEADER + each.length) {
+        if (each.kind == Submessage::INFO_DST && each.length >= 12) {
+            destination = each.body;
+            continue;
+        }
         const bool is_acknack = each.kind == Submessage::ACKNACK && each.length >= SET_OF_ACKNACK + 12;
         const bool is_nack_frag = each.kind == Submessage::NACK_FRAG && each.length >= SET_OF_NACK_FRAG + 8;
+        if (is_nack_frag && !asks_for_what_exists(each, destination, _fragments)) {
+            is_current = false;
+            continue;
+        }
         if ((!is_acknack && !is_nack_frag) || !is_of_user(each, WRITER_OF_ACKNACK)) {
             continue;
         }

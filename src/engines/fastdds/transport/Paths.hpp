@@ -43,9 +43,14 @@ public:
 
     typedef std::function<void(const rtps::GUID_t& writer)> HeartbeatListener;
 
+    /// @return the number of fragments of a sample that a writer of this process keeps; 0 if it keeps no such sample.
+    typedef std::uint32_t (*FragmentCount)(const rtps::GUID_t& writer, std::int64_t number);
+
     /// @param capacity    octets that a peer's socket can buffer, assumed to be the same as here.
     /// @param interfaces  borrowed.
-    Paths(std::int64_t capacity, const Interfaces& interfaces) noexcept : _capacity(capacity), _interfaces(interfaces) {}
+    /// @param fragments   is asked about samples that a peer requests fragments of, with no lock held.
+    Paths(std::int64_t capacity, const Interfaces& interfaces, FragmentCount fragments) noexcept
+        : _capacity(capacity), _interfaces(interfaces), _fragments(fragments) {}
     Paths(const Paths&) = delete;
     Paths& operator=(const Paths&) = delete;
 
@@ -63,7 +68,8 @@ public:
     /// readers have left.
     void acknowledge(const rtps::GUID_t& writer, std::int64_t up_to) noexcept;
 
-    /// A message has arrived, of any content. @return false when its requests for fragments are out of date and are to be removed.
+    /// A message without a wire fault has arrived. @return false when its requests for fragments are out of date, or for fragments
+    ///         that do not exist, and are to be removed: Fast DDS would send what lies behind the sample in memory.
     bool receive(const std::uint8_t* message, std::size_t length) noexcept;
 
 private:
@@ -85,6 +91,7 @@ private:
 
     const std::int64_t _capacity;
     const Interfaces& _interfaces;
+    const FragmentCount _fragments;
     std::mutex _mutex;
     HeartbeatListener _listener;
     std::vector<std::unique_ptr<ToPlace>> _places;

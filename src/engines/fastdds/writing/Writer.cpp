@@ -36,6 +36,10 @@ eprosima::fastrtps::Duration_t to_duration(std::int64_t ns) {
     return eprosima::fastrtps::Duration_t(static_cast<std::int32_t>(ns / 1000000000), static_cast<std::uint32_t>(ns % 1000000000));
 }
 
+rtps::SequenceNumber_t to_rtps_number(std::int64_t number) noexcept {
+    return rtps::SequenceNumber_t(static_cast<std::int32_t>(number >> 32), static_cast<std::uint32_t>(number));
+}
+
 std::int64_t limit_of(const DDS_DataWriterQos& qos) noexcept {
     std::int64_t limit = std::numeric_limits<std::int64_t>::max();
     if (qos.resource_limits.max_samples != DDS_LENGTH_UNLIMITED) {
@@ -372,8 +376,18 @@ bool Writer::has_room_locked() noexcept {
     return !_is_transient_local || _keeps_last_only || static_cast<std::int64_t>(_history->getHistorySize()) < _history_limit;
 }
 
+std::uint32_t Writer::fragments_of(std::int64_t number) noexcept {
+    const Call call(_calls);
+    if (!call.may_run()) {
+        return 0;
+    }
+    const Lock lock(_writer->getMutex());
+    rtps::CacheChange_t* change = nullptr;
+    return _history->get_change(to_rtps_number(number), _writer->getGuid(), &change) ? change->getFragmentCount() : 0;
+}
+
 bool Writer::is_acknowledged_locked(std::int64_t number) noexcept {
-    _ack_query.sequenceNumber = rtps::SequenceNumber_t(static_cast<std::int32_t>(number >> 32), static_cast<std::uint32_t>(number));
+    _ack_query.sequenceNumber = to_rtps_number(number);
     return _writer->is_acked_by_all(&_ack_query);
 }
 

@@ -65,6 +65,7 @@ public:
     void announce_soon() noexcept override { _domain->dispatcher().announce(shared_from_this()); }
     std::int64_t run_timer() noexcept override;
     void ask_soon() noexcept override;
+    std::uint32_t fragments_of(std::int64_t number) noexcept override;
 
 private:
     typedef std::unique_lock<eprosima::fastrtps::RecursiveTimedMutex> Lock;
