@@ -57,6 +57,7 @@ ROOMS = [
     ("tests/requestreply/", ("norvane/*", "support/*"), (), True),
     ("tests/network/", ("norvane/*", "support/*", "network/*") + FAST_DDS, (), True),
     ("tests/package/", ("norvane/*",), ("norvane/details/*",), True),
+    ("tests/fuzz/", ("*",), (), True),
     ("tests/unit/", ("*",), (), True),
 ]
 
