@@ -67,7 +67,6 @@ private:
     friend class details::DispatcherLink;
     class Calls;
 
-    const int _process;             // id of the process that has the thread
     std::shared_ptr<Calls> _calls;  // shared with the links of the requesters, and with the thread
 };
 

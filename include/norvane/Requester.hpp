@@ -51,6 +51,7 @@ public:
     /// @throws PreconditionNotMetException  a topic of the service carries another type, or the participant knows another type
     ///                                      under one of the names: topic or name, expected and found type are named.
     /// @throws RuntimeException             a topic or endpoint could not be made.
+    /// @throws IllegalOperationException    the dispatcher was made before this process was forked.
     /// @throws std::bad_alloc               memory is short.
     /// @par Blocks  Never.
     Requester(const RequesterParams& params, Dispatcher& dispatcher) : Requester(params, &dispatcher) {}
@@ -105,6 +106,7 @@ public:
     /// @return the reply to come. The future may be dropped: the call then ends unnoticed. (Allocates what std::promise does.)
     /// @throws PreconditionNotMetException  the requester was given no dispatcher.
     /// @throws AlreadyDeletedException      the requester or its dispatcher was closed.
+    /// @throws IllegalOperationException    this is a child process made by fork() after the requester was made.
     /// @throws BadParameterException        a string that is null or holds a NUL.
     /// @throws OutOfResourcesException      memory is short. @throws std::bad_alloc  so it is.
     /// @par Threads  Any number.

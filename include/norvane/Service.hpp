@@ -199,7 +199,8 @@ public:
     /// @param max_wait  longest time for all of it. Zero begins, and looks once; infinite never gives up.
     /// @return true when all was done; else what is left, which is also logged. Called from a handler of this service, it only
     ///         begins: it returns at once, with what is left, and logs nothing.
-    /// @throws RuntimeException  the middleware could not leave the topic.
+    /// @throws RuntimeException           the middleware could not leave the topic.
+    /// @throws IllegalOperationException  this is a child process made by fork() after the service was made.
     /// @par Threads  Any.
     /// @par Blocks   Up to `max_wait`.
     ShutdownResult drain(const Timeout& max_wait = DEFAULT_TIMEOUT) { return _crew.drain(max_wait); }

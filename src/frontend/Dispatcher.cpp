@@ -2,21 +2,19 @@
 // The public face of a dispatcher, and the way of a requester to it.
 #include "norvane/Dispatcher.hpp"
 
-#include <unistd.h>
-
 #include "frontend/DispatcherCalls.hpp"
 #include "norvane/Exception.hpp"
 
 namespace norvane {
 
-Dispatcher::Dispatcher(Loop loop) : _process(::getpid()), _calls(std::make_shared<Calls>(loop)) {
+Dispatcher::Dispatcher(Loop loop) : _calls(std::make_shared<Calls>(loop)) {
     if (loop == OWN_THREAD) {
         _calls->start_thread();
     }
 }
 
 Dispatcher::~Dispatcher() {
-    if (::getpid() == _process) {  // not in a child made by fork(): its copy has no thread that could end
+    if (!_calls->is_of_a_parent()) {  // not in a child made by fork(): its copy has no thread that could end
         _calls->close(true);
     }
 }
@@ -44,6 +42,7 @@ KeptRequest::~KeptRequest() = default;
 DispatcherLink::~DispatcherLink() = default;
 
 std::shared_ptr<DispatcherLink> DispatcherLink::join(Dispatcher& dispatcher, CallingRequester& requester) {
+    dispatcher._calls->throw_if_forked("Requester::Requester");
     return std::make_shared<Dispatcher::Calls::Link>(dispatcher._calls, requester);
 }
 

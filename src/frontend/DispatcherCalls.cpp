@@ -2,7 +2,10 @@
 // Making calls, ending them, and closing.
 #include "frontend/DispatcherCalls.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <string>
 
 #include "frontend/log_line.hpp"
 #include "norvane/Exception.hpp"
@@ -31,9 +34,18 @@ void Dispatcher::Calls::Call::drop_completion() noexcept {
     completion = nullptr;
 }
 
-Dispatcher::Calls::Calls(Loop loop) : _loop(loop) {
+Dispatcher::Calls::Calls(Loop loop) : _process(::getpid()), _loop(loop) {
     check_retcode(_waitset.attach_condition(&_nudge), "Dispatcher::Dispatcher", VOST_LOG_ANY_FAILURE_s,
                   "attach the guard condition", true);
+}
+
+bool Dispatcher::Calls::is_of_a_parent() const noexcept { return ::getpid() != _process; }
+
+void Dispatcher::Calls::throw_if_forked(const char* method_name) const {
+    if (is_of_a_parent()) {
+        throw IllegalOperationException(std::string(method_name) +
+                                        ": the process was forked after the dispatcher was made; make one in the child");
+    }
 }
 
 // ---- records --------------------------------------------------------------------------------------------------------------------
@@ -120,6 +132,7 @@ void Dispatcher::Calls::start(Link& link, NewCall& new_call, const Timeout& time
     try {
         call->completion = new_call.make_completion(call->room, sizeof call->room);
         if (stands_in_line || !link.requester.try_open_call(new_call.request(), call->open)) {
+            throw_if_forked("Requester::call_async");  // a write would have been refused
             call->request = new_call.keep_request();
         }
     } catch (...) {
@@ -229,6 +242,9 @@ bool Dispatcher::Calls::is_inside_locked() const noexcept { return callback_dept
 // Waits for other threads: for the pin, unless this thread may hold it; and for callbacks, unless it is inside one itself.
 template <class IsOver>
 void Dispatcher::Calls::wait_for_others(Lock& lock, Link* link, IsOver is_over) noexcept {
+    if (is_of_a_parent()) {
+        return;  // A callback may have run when the process was forked: the future of its call is ready before it has ended.
+    }
     const bool is_looping = _looping == std::this_thread::get_id();
     const bool is_inside = is_inside_locked();
     ++_closers;

@@ -82,6 +82,11 @@ public:
     }
     std::int64_t failed_callbacks() const noexcept { return _failed_callbacks.load(std::memory_order_relaxed); }
 
+    /// @return whether it was made before this process was forked: then its thread does not exist here.
+    bool is_of_a_parent() const noexcept;
+    /// @throws IllegalOperationException  it is of a parent. @param method_name  with its class, for the message.
+    void throw_if_forked(const char* method_name) const;
+
     void start_thread();
     int run_once(const Timeout& max_wait);
     void close(bool forever) noexcept;
@@ -183,6 +188,7 @@ private:
     typedef boost::intrusive::list<Link, boost::intrusive::member_hook<Link, boost::intrusive::list_member_hook<>, &Link::in_lines>>
         Lines;
 
+    const int _process;  // id of the process in which it was made
     const Loop _loop;
     DDSGuardCondition _nudge;
     DDSWaitSet _waitset;

@@ -211,6 +211,9 @@ public:
         }
     }
 
+    /// In a child made by fork(): the threads do not exist there, and can neither end nor be joined.
+    void leak(const std::shared_ptr<State>& self) noexcept { _leaked = self; }
+
 private:
     static void run(std::shared_ptr<State> self, std::unique_ptr<Worker> worker) noexcept {
         _crew_of_this_thread = self.get();
@@ -327,6 +330,7 @@ private:
     int _working = 0;                  // workers, and threads in `halt`
 
     std::vector<std::thread> _threads;  // only for the thread that constructs and destroys
+    std::shared_ptr<State> _leaked;     // this one, or null
 };
 
 thread_local const WorkerCrew::State* WorkerCrew::State::_crew_of_this_thread = nullptr;
@@ -344,18 +348,31 @@ WorkerCrew::WorkerCrew(std::shared_ptr<WorkSource> work) : _process(::getpid()),
 }
 
 WorkerCrew::~WorkerCrew() {
-    if (::getpid() == _process) {  // not in a child made by fork(): its copy has no threads that could end
+    if (is_of_this_process()) {
         _state->end();
+    } else {
+        _state->leak(_state);
+    }
+}
+
+bool WorkerCrew::is_of_this_process() const noexcept { return ::getpid() == _process; }
+
+void WorkerCrew::throw_if_forked(const char* method_name) const {
+    if (!is_of_this_process()) {
+        throw IllegalOperationException(std::string("Service::") + method_name +
+                                        ": the process was forked after the service was made; make one in the child");
     }
 }
 
 ShutdownResult WorkerCrew::drain(const Timeout& max_wait) {
+    throw_if_forked("drain");
     const Deadline deadline(max_wait);
     _state->stop_receiving();
     return _state->wait_until_ended("drain", deadline);
 }
 
 ShutdownResult WorkerCrew::stop(const Timeout& max_wait) {
+    throw_if_forked("stop");
     const Deadline deadline(max_wait);
     _state->halt();
     return _state->wait_until_ended("stop", deadline);

@@ -139,21 +139,27 @@ TEST_P(WholeRoad, a_forked_child_cannot_use_what_its_parent_made_but_may_destroy
     auto service = std::make_unique<Service<std::string, std::string>>(replier_params(participant->get()),
                                                                        [](const std::string& text) { return "to " + text; });
     auto requester = std::make_unique<TextRequester>(requester_params(participant->get()), *dispatcher);
-    ASSERT_EQ("to x", requester->call("x", PATIENCE));
+    TextRequester lonely(requester_params(participant->get(), "empty"), *dispatcher);
+    auto drained = std::make_unique<Service<std::string, std::string>>(replier_params(participant->get(), "drained"),
+                                                                       [](const std::string& text) { return text; });
+    ASSERT_TRUE(requester->call("x", PATIENCE) == "to x" && drained->drain(PATIENCE));
     for (const bool participant_first : {false, true}) {
         EXPECT_EXIT(
             {
                 ::alarm(20);  // for a child that hangs
                 participant_first ? participant.reset() : void();
                 const std::string call = thrown_by([&] { requester->call("x", PATIENCE); }).type;
+                const std::string kept = thrown_by([&] { lonely.call_async("x", PATIENCE); }).type;
+                const std::string stop = thrown_by([&] { service->stop(PATIENCE); }).type;
                 const std::string made = participant_first
                                              ? "RuntimeException"
                                              : thrown_by([&] { TextRequester(requester_params(participant->get())); }).type;
                 requester.reset();
                 service.reset();
+                drained.reset();
                 dispatcher.reset();
                 participant.reset();
-                ::_exit(call == "IllegalOperationException" && made == "RuntimeException" ? 0 : 1);
+                ::_exit(call == "IllegalOperationException" && kept == call && stop == call && made == "RuntimeException" ? 0 : 1);
             },
             ::testing::ExitedWithCode(0), "the process was forked after the writer was made");
     }

@@ -119,6 +119,9 @@ public:
 private:
     class State;
 
+    bool is_of_this_process() const noexcept;
+    void throw_if_forked(const char* method_name) const;
+
     const int _process;             // id of the process that has the threads
     std::shared_ptr<State> _state;  // shared with the workers
 };
