@@ -39,8 +39,7 @@ for group in "$@"; do
             need python3 python3
             need doxygen doxygen
             need openssl openssl
-            need iproute2 /usr/sbin/tc
-            need fastdds-tools fast-discovery-server
+            need iproute2 /usr/sbin/ip
             ;;
         fastdds)
             need libfastrtps-dev /usr/include/fastdds/rtps/RTPSDomain.h

@@ -46,13 +46,13 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Engine, Choices, ::testing::Values("fastdds"), engine_of_test);
 
 TEST_P(Choices, participants_meet_over_the_transports_that_both_have) {
-    const Properties shared_memory = {{"norvane.fastdds.transports", "shm"}};
-    const Properties udp = {{"norvane.fastdds.transports", "udp"}, {"norvane.fastdds.interfaces", "127.0.0.1"}};
-    const Properties both = {{"norvane.fastdds.transports", " shm , udp"}, {"norvane.fastdds.interfaces", "127.0.0.1"}};
-    DDSDomainParticipant* const one = make(shared_memory);
-    DDSDomainParticipant* const another = make(shared_memory);
-    DDSDomainParticipant* const wired = make(udp);
-    DDSDomainParticipant* const open = make(both);
+    const auto on = [&](const char* transports) {
+        return make({{"norvane.fastdds.transports", transports}, {"norvane.fastdds.interfaces", "127.0.0.1"}});
+    };
+    DDSDomainParticipant* const one = on("shm");
+    DDSDomainParticipant* const another = on("shm");
+    DDSDomainParticipant* const wired = on("udp");
+    DDSDomainParticipant* const open = on(" shm , udp");
     ASSERT_TRUE(one != nullptr && another != nullptr && wired != nullptr && open != nullptr);
     // One that all could hear is heard by those alone that have a transport in common with it.
     DDSDataWriter* const sender = one->create_datawriter(topic("All", one), writer_qos(), nullptr, 0);
@@ -115,7 +115,7 @@ TEST_P(Choices, what_is_too_long_to_announce_is_refused) {
         return _participant.create_datawriter(topic("T"), qos, nullptr, 0);
     };
     EXPECT_EQ(nullptr, writer_with(60000));
-    DDSDomainParticipant* const peer = make({{"norvane.fastdds.interfaces", "127.0.0.1"}});
+    DDSDomainParticipant* const peer = join();
     meet(*writer_with(59800), *peer->create_datareader(topic("T", peer), reader_qos(), nullptr, 0));
 }
 
