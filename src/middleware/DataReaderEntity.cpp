@@ -23,8 +23,10 @@ namespace {
 
 std::uint64_t key_of(const DDS_SequenceNumber_t& number) noexcept { return static_cast<std::uint64_t>(to_integer(number)); }
 
-SampleStoreSettings store_settings(TopicEntity& topic, ContentFilteredTopicEntity* filtered, const DDS_DataReaderQos& qos) {
+SampleStoreSettings store_settings(TopicEntity& topic, ContentFilteredTopicEntity* filtered, const DDS_DataReaderQos& qos,
+                                   std::shared_ptr<const std::atomic<std::int64_t>> last_asked) {
     SampleStoreSettings settings;
+    settings.last_asked = std::move(last_asked);
     settings.keep_all = qos.history.kind == DDS_KEEP_ALL_HISTORY_QOS;
     settings.depth = qos.history.depth;
     settings.max_samples = qos.resource_limits.max_samples;
@@ -69,14 +71,14 @@ class DataReaderEntity : public Interface,
                          private StatusSource {
 public:
     DataReaderEntity(DDSSubscriber& subscriber, TopicEntity& topic, ContentFilteredTopicEntity* filtered,
-                     const DDS_DataReaderQos& qos)
+                     const DDS_DataReaderQos& qos, std::shared_ptr<const std::atomic<std::int64_t>> last_asked)
         : _subscriber(subscriber),
           _topic(&topic),
           _filtered(filtered),
           _topic_name(topic.name()),
           _type(topic.type()),
           _qos(qos),
-          _store(*this, store_settings(topic, filtered, qos)),
+          _store(*this, store_settings(topic, filtered, qos, std::move(last_asked))),
           _status_condition(new StatusCondition(*this, &_store.mutex())) {
         _store.set_status_condition(_status_condition);
     }
@@ -520,9 +522,9 @@ private:
 
 template <typename Entity>
 ReaderControl* make_entity(DDSSubscriber& subscriber, TopicEntity& topic, ContentFilteredTopicEntity* filtered,
-                           const DDS_DataReaderQos& qos) {
+                           const DDS_DataReaderQos& qos, std::shared_ptr<const std::atomic<std::int64_t>> last_asked) {
     try {
-        return new Entity(subscriber, topic, filtered, qos);
+        return new Entity(subscriber, topic, filtered, qos, std::move(last_asked));
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -531,10 +533,10 @@ ReaderControl* make_entity(DDSSubscriber& subscriber, TopicEntity& topic, Conten
 }  // namespace
 
 ReaderControl* make_reader_entity(DDSSubscriber& subscriber, TopicEntity& topic, ContentFilteredTopicEntity* filtered,
-                                  const DDS_DataReaderQos& qos) {
+                                  const DDS_DataReaderQos& qos, std::shared_ptr<const std::atomic<std::int64_t>> last_asked) {
     const bool strings = topic.type() == DDSStringTypeSupport::get_instance().get_type_operations();
-    return strings ? make_entity<StringDataReaderEntity>(subscriber, topic, filtered, qos)
-                   : make_entity<PlainDataReaderEntity>(subscriber, topic, filtered, qos);
+    return strings ? make_entity<StringDataReaderEntity>(subscriber, topic, filtered, qos, std::move(last_asked))
+                   : make_entity<PlainDataReaderEntity>(subscriber, topic, filtered, qos, std::move(last_asked));
 }
 
 }  // namespace mw

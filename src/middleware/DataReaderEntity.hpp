@@ -41,9 +41,11 @@ protected:
 };
 
 /// Makes a reader for the topic's type. @param filtered  null for a reader of the whole topic. @param qos  validated.
+/// @param last_asked  number of the latest sample of the writer whose answers alone pass the filter; null if the participant has no
+///                    such writer.
 /// @return null when memory is short.
 ReaderControl* make_reader_entity(DDSSubscriber& subscriber, TopicEntity& topic, ContentFilteredTopicEntity* filtered,
-                                  const DDS_DataReaderQos& qos);
+                                  const DDS_DataReaderQos& qos, std::shared_ptr<const std::atomic<std::int64_t>> last_asked);
 
 }  // namespace mw
 }  // namespace norvane

@@ -33,6 +33,7 @@ bool DataWriterEntity::prepare(DomainPort& domain, const DDS_DataWriterQos& qos,
     settings.info = describe(_topic.name(), _topic.type_name(), *_topic.type(), _qos);
     settings.qos = &_qos;
     settings.pool = &_topic.pool();
+    _last_number = settings.last_number;
     _port = domain.make_writer(settings, code, failure);
     if (_port == nullptr) {
         log_error(METHOD, [&] { return "topic \"" + _topic.name() + "\": " + failure; });

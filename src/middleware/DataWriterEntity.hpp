@@ -30,6 +30,9 @@ public:
     void close() noexcept;
     bool is_inside_listener() noexcept { return _gate.is_inside(); }
     TopicEntity& topic() noexcept { return _topic; }
+    const DDS_GUID_t& guid() const noexcept { return _qos.protocol.virtual_guid; }
+    /// @return the number of the latest sample that a reader can have; lives on when the writer is deleted.
+    std::shared_ptr<const std::atomic<std::int64_t>> last_number() const noexcept { return _last_number; }
 
     DDSTopic* get_topic() override { return &_topic; }
     DDSPublisher* get_publisher() override { return &_publisher; }
@@ -66,6 +69,7 @@ private:
     TopicEntity& _topic;
     DDS_DataWriterQos _qos;
     std::unique_ptr<WriterPort> _port;
+    std::shared_ptr<const std::atomic<std::int64_t>> _last_number;
     StatusCondition* _status_condition;
     PeerRegister _peers;
     ListenerGate<DDSDataWriterListener> _gate;

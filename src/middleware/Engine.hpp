@@ -26,7 +26,7 @@ namespace norvane {
 namespace mw {
 
 /// Changes with every change of this file. An engine module of another number is refused by name.
-constexpr std::uint32_t ENGINE_ABI = 6;
+constexpr std::uint32_t ENGINE_ABI = 7;
 
 // ---- samples ----------------------------------------------------------------------------------------------------
 
@@ -176,6 +176,8 @@ struct WriterSettings {
     EndpointInfo info;
     const DDS_DataWriterQos* qos = nullptr;
     SamplePool* pool = nullptr;  ///< Lives until the port is destroyed.
+    /// The engine raises it to the number of each sample, before a reader can have the sample. Not null.
+    std::shared_ptr<std::atomic<std::int64_t>> last_number = std::make_shared<std::atomic<std::int64_t>>(0);
 };
 
 /// Everything an engine needs to make a reader. Borrowed for the call, but for `pool`.

@@ -40,7 +40,9 @@ public:
     void drop_if_idle(SampleSelection& record) noexcept;
 
     void admit_open_only(bool open_only) noexcept { _open_only = open_only; }
-    bool admits(std::uint64_t key) const noexcept { return !_open_only || !_open_keys.is_over(key); }
+    bool admits_open_only() const noexcept { return _open_only; }
+    bool is_open(std::uint64_t key) const noexcept { return _open_keys.is_open(key); }
+    bool is_over(std::uint64_t key) const noexcept { return _open_keys.is_over(key); }
     /// @return false when memory is short: the key stays as it was.
     bool open(std::uint64_t key) noexcept { return _open_keys.open(key); }
     /// @return false when memory is short: the key stays as it was.

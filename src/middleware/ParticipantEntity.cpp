@@ -662,6 +662,15 @@ DDS_ReturnCode_t ParticipantEntity::delete_writer(DDSPublisher& owner, DDSDataWr
     return DDS_RETCODE_OK;
 }
 
+// @return the number of the latest sample of the writer whose answers the filter selects; null if that is none of this participant.
+std::shared_ptr<const std::atomic<std::int64_t>> ParticipantEntity::last_asked_locked(
+    const ContentFilteredTopicEntity& filtered) const {
+    const std::optional<DDS_GUID_t> route = filtered.filter()->route();
+    const auto asking =
+        std::find_if(_writers.begin(), _writers.end(), [&](const auto& entry) { return entry.second.writer->guid() == route; });
+    return route.has_value() && asking != _writers.end() ? asking->second.writer->last_number() : nullptr;
+}
+
 DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDescription* topic, const DDS_DataReaderQos& qos,
                                                 DDSDataReaderListener* listener, DDS_StatusMask mask) {
     constexpr const char* METHOD = "DDSSubscriber::create_datareader";
@@ -671,6 +680,7 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
     return or_out_of_memory<DDSDataReader*>(METHOD, nullptr, [&]() -> DDSDataReader* {
         TopicUse use(*this);
         ContentFilteredTopicEntity* filtered = nullptr;
+        std::shared_ptr<const std::atomic<std::int64_t>> last_asked;
         DDS_DataReaderQos wanted;
         DDS_ReturnCode_t code = DDS_RETCODE_OK;
         {
@@ -682,6 +692,7 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
                 return nullptr;
             }
             use.begin_locked(*own, filtered);
+            last_asked = filtered != nullptr ? last_asked_locked(*filtered) : nullptr;
             code = DDS_DataReaderQos_copy(&wanted, &qos == &DDS_DATAREADER_QOS_DEFAULT ? &_default_reader_qos : &qos);
         }
         std::string failure;
@@ -698,7 +709,8 @@ DDSDataReader* ParticipantEntity::create_reader(DDSSubscriber& owner, DDSTopicDe
             return nullptr;
         }
         // Destroyed on return unless it is registered below.
-        std::unique_ptr<ReaderControl, DiscardReader> reader(make_reader_entity(owner, use.topic(), filtered, wanted));
+        std::unique_ptr<ReaderControl, DiscardReader> reader(
+            make_reader_entity(owner, use.topic(), filtered, wanted, std::move(last_asked)));
         if (reader == nullptr || !reader->prepare(*_port, listener, mask, code)) {
             return nullptr;
         }

@@ -119,6 +119,7 @@ private:
     TopicEntity* find_topic_locked(const DDSTopicDescription* topic) noexcept;
     ContentFilteredTopicEntity* find_filtered_topic_locked(const DDSTopicDescription* topic) noexcept;
     bool may_make_endpoints(const char* method) const;
+    std::shared_ptr<const std::atomic<std::int64_t>> last_asked_locked(const ContentFilteredTopicEntity& filtered) const;
     bool type_may_travel(const char* method, const TopicEntity& topic);
     void end_use_locked(TopicEntity& topic, ContentFilteredTopicEntity* filtered, Ended& ended) noexcept;
     void end_endpoint(const char* holder, TopicEntity& topic, ContentFilteredTopicEntity* filtered) noexcept;

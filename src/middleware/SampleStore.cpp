@@ -66,11 +66,29 @@ Admission SampleStore::admit(const SampleMetadata& metadata, const void* data) n
     return admission;
 }
 
+// A peer may answer what was never asked: such samples would stay, and take the room of the answers.
+bool SampleStore::is_awaited_locked(const SampleMetadata& metadata) noexcept {
+    if (!_keys.admits_open_only()) {
+        return true;
+    }
+    if (!answers_a_sample(metadata)) {
+        return !_settings.routed;
+    }
+    const std::uint64_t key = key_of(metadata.related_identity.sequence_number);
+    if (_keys.is_open(key)) {
+        return true;
+    }
+    if (key > _known_asked && _settings.last_asked != nullptr) {  // not each time: the writer's thread writes there
+        _known_asked = static_cast<std::uint64_t>(_settings.last_asked->load(std::memory_order_acquire));
+    }
+    return !_keys.is_over(key) && (key <= _known_asked || _settings.last_asked == nullptr);
+}
+
 Admission SampleStore::admit_locked(const SampleMetadata& metadata) noexcept {
     if (_closed) {
         return Admission::UNWANTED;
     }
-    if (answers_a_sample(metadata) && !_keys.admits(key_of(metadata.related_identity.sequence_number))) {
+    if (!is_awaited_locked(metadata)) {
         _losses.closed_key.fetch_add(1, std::memory_order_relaxed);
         return Admission::UNWANTED;
     }
@@ -460,17 +478,15 @@ void SampleStore::delete_conditions() noexcept {
 DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
                                            DDS_Long max_samples, ReadCondition& condition, bool take) noexcept {
     return lend(received_data, data_count, info_seq, [&](Loan*& loan, platform::WakeBatch& wake) {
-        return condition.is_live()
-                   ? lend_locked(loan, max_samples, condition.selection(), condition.effective_states(), take, wake)
-                   : DDS_RETCODE_ALREADY_DELETED;
+        return condition.is_live() ? lend_locked(loan, max_samples, condition.selection(), condition.effective_states(), take, wake)
+                                   : DDS_RETCODE_ALREADY_DELETED;
     });
 }
 
 DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
                                            DDS_Long max_samples, DDS_SampleStateMask states, bool take) noexcept {
-    return lend(received_data, data_count, info_seq, [&](Loan*& loan, platform::WakeBatch& wake) {
-        return lend_locked(loan, max_samples, _whole, states, take, wake);
-    });
+    return lend(received_data, data_count, info_seq,
+                [&](Loan*& loan, platform::WakeBatch& wake) { return lend_locked(loan, max_samples, _whole, states, take, wake); });
 }
 
 template <typename Select>

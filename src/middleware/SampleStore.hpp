@@ -64,7 +64,8 @@ struct SampleStoreSettings {
     std::shared_ptr<const DDS_TypeOperations> type;
     bool routed = false;  ///< Only samples whose related writer GUID is `route` pass.
     DDS_GUID_t route = DDS_GUID_UNKNOWN;
-    std::shared_ptr<const FilterExpression> filter;  ///< Null: every other sample passes.
+    std::shared_ptr<const std::atomic<std::int64_t>> last_asked;  ///< Number of that writer's latest sample; null: not known.
+    std::shared_ptr<const FilterExpression> filter;               ///< Null: every other sample passes.
     std::shared_ptr<SpinHistory> spin_history = std::make_shared<SpinHistory>();
 };
 
@@ -136,6 +137,7 @@ private:
     friend class ReadCondition;
 
     bool passes_filter(const SampleMetadata& metadata, const void* data) const noexcept;
+    bool is_awaited_locked(const SampleMetadata& metadata) noexcept;
     Admission admit_locked(const SampleMetadata& metadata) noexcept;
     bool make_room_for_one_more_locked() noexcept;
     Sample* store_locked(SampleReference sample, platform::WakeBatch& wake) noexcept;
@@ -175,6 +177,7 @@ private:
     std::size_t _reserved = 0;
     std::size_t _listed = 0;
     std::int64_t _received = 0;
+    std::uint64_t _known_asked = 0;  // as of the last look
     std::size_t _conditions = 0;
     DDS_Condition* _status_condition = nullptr;
 

@@ -184,6 +184,23 @@ TEST_P(Calls, count_the_repliers_that_came_while_memory_was_short) {
     EXPECT_LT(5, counted) << "repliers that were made although memory was short";
 }
 
+TEST_P(Calls, do_not_lose_their_room_to_replies_that_answer_nothing) {
+    TextReplier replier(replier_params());
+    DDS_DataReaderQos bounded = request_reply_reader_qos();
+    bounded.resource_limits.max_samples = 2;
+    TextRequester requester(requester_params().datareader_qos(bounded));
+    ASSERT_TRUE(requester.wait_for_service(PATIENCE));
+    const DDS_SampleIdentity_t first = requester.send_request("x");
+    for (DDS_UnsignedLong ahead = 1; ahead <= 3; ++ahead) {
+        replier.send_reply("nothing", {first.writer_guid, {0, first.sequence_number.low + ahead}});
+    }
+    EXPECT_TRUE(eventually([&] { return requester.stats().late == 3 && answer_all(replier, "!") == 1; }));
+    EXPECT_EQ("x!", requester.receive_reply(PATIENCE)->data());
+    std::future<std::string> next = std::async(std::launch::async, [&] { return requester.call("y", PATIENCE); });
+    EXPECT_TRUE(eventually([&] { return answer_all(replier, "!") == 1; }));
+    EXPECT_EQ("y!", next.get());
+}
+
 TEST_P(Calls, leave_nothing_behind_when_their_reply_comes_too_late) {
     TextReplier replier(replier_params());
     TextRequester requester(requester_params());

@@ -121,7 +121,8 @@ public:
     ///
     /// A sample for a closed key is dropped and counted before it takes room. A key that was neither opened nor closed, and above
     /// every key that can be told to be over, counts as open, since a sample may arrive before its key is opened.
-    /// Samples without a related identity are not looked at.
+    /// A reader whose filter selects the answers to one writer of the participant drops, besides, what answers a number that this
+    /// writer has not given yet, and what names no number. Other samples without a related identity are not looked at.
     virtual DDS_ReturnCode_t admit_open_keys_only(const char* index_name, DDS_Boolean open_only) = 0;
     /// Opens a key: its samples are admitted until it is closed.
     virtual DDS_ReturnCode_t open_index_key(const char* index_name, const DDS_SequenceNumber_t& key) = 0;

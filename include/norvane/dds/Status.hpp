@@ -48,7 +48,7 @@ struct DDS_SampleLostStatus {
     DDS_LongLong total_count_change = 0;
     DDS_LongLong no_room_count = 0;     ///< Best effort, and the reader was full.
     DDS_LongLong replaced_count = 0;    ///< Keep-last, and a later one took its place before it was taken.
-    DDS_LongLong closed_key_count = 0;  ///< For an index key that is not open (any more).
+    DDS_LongLong closed_key_count = 0;  ///< For an index key that is not open (any more, or yet).
 };
 
 /// Counts of a writer, for example of samples for which there was no reader.

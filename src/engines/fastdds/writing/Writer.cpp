@@ -57,6 +57,7 @@ Writer::Writer(const std::shared_ptr<Domain>& domain, const mw::WriterSettings& 
     : Endpoint(settings.info),
       _domain(domain),
       _pool(*settings.pool),
+      _last_number(settings.last_number),
       _reliable(settings.qos->reliability.kind == DDS_RELIABLE_RELIABILITY_QOS),
       _is_transient_local(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
       _keeps_last_only(settings.qos->history.kind == DDS_KEEP_LAST_HISTORY_QOS),
@@ -318,6 +319,7 @@ bool Writer::send_locked(rtps::CacheChange_t& change, rtps::WriteParams& params,
     const std::uint32_t length = change.serializedPayload.length;
     // Before it is added to the history: readers of this process receive it, and may acknowledge it, inside that call.
     _window.add(length, _pace.drives_heartbeats() ? platform::monotonic_ns() : 0);
+    _last_number->store(_window.last_sent(), std::memory_order_release);
     if (!_history->add_change(&change, params)) {
         _window.take_back();
         return false;

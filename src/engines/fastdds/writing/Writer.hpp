@@ -109,6 +109,7 @@ private:
 
     const std::shared_ptr<Domain> _domain;
     mw::SamplePool& _pool;
+    const std::shared_ptr<std::atomic<std::int64_t>> _last_number;
     const bool _reliable;
     const bool _is_transient_local;
     const bool _keeps_last_only;
