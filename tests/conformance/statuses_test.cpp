@@ -383,20 +383,6 @@ TEST_P(Statuses, from_inside_a_listener_everything_may_go_but_what_it_listens_to
     EXPECT_EQ(OK, write(sender, "x"));
     EXPECT_EQ(std::future_status::ready, done.get_future().wait_for(std::chrono::seconds(20)));
     EXPECT_EQ(OK, _participant.delete_datareader(&receiver));
-
-    struct Deleting : DDSDataWriterListener {
-        void on_publication_matched(DDSDataWriter* sender, const DDS_PublicationMatchedStatus&) override {
-            refused = participant->delete_datawriter(sender) == PRECONDITION && sender->set_listener(nullptr, 0) == PRECONDITION &&
-                      participant->delete_contained_entities() == PRECONDITION;
-        }
-        DDSDomainParticipant* participant;
-        std::atomic<bool> refused{false};
-    } deleting;
-    deleting.participant = &_participant;
-    DDSDataWriter& stubborn = writer(writer_qos(), "Match", &deleting);
-    reader(reader_qos(), "Match");
-    EXPECT_TRUE(eventually([&] { return deleting.refused.load(); }));
-    EXPECT_EQ(OK, _participant.delete_datawriter(&stubborn));
 }
 
 TEST_P(Statuses, who_takes_a_listener_away_waits_until_it_has_left) {

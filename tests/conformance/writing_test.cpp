@@ -2,10 +2,11 @@
 // Writing: identities, what a sample carries, room and the want of it, and what late readers get.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <future>
-#include <stdexcept>
+#include <vector>
 
 #include "support/TextFixture.hpp"
 #include "support/ThreadState.hpp"
@@ -130,42 +131,6 @@ TEST_P(Writing, an_explicit_identity_is_the_writers_own_and_above_all_that_it_ha
     EXPECT_TRUE(may_choose || log.count("leave that of the identity automatic") > 0);
     EXPECT_EQ((DDS_SequenceNumber_t{last.high, last.low + 2}), identity_of(loan.infos[1]).sequence_number)
         << "a refused write used up a number";
-}
-
-TEST_P(Writing, a_sample_that_cannot_be_copied_is_not_written_and_uses_up_no_number) {
-    // Texts of which some can be neither copied nor encoded.
-    static const DDS_TypeOperations PLAIN = *DDSStringTypeSupport::get_instance().get_type_operations();
-    static const auto is_willing = [](const void* sample) {
-        const std::string text = *static_cast<char* const*>(sample);
-        if (text == "throw") {
-            throw std::runtime_error("not today");
-        }
-        if (text == "throw a number") {
-            throw 7;
-        }
-        return text != "fail";
-    };
-    const auto moody = std::make_shared<DDS_TypeOperations>(PLAIN);
-    moody->copy = [](const DDS_TypeOperations&, void* destination, const void* source) {
-        return is_willing(source) && PLAIN.copy(PLAIN, destination, source);
-    };
-    moody->encode = [](const DDS_TypeOperations&, const void* sample, std::uint8_t* buffer, std::size_t capacity) {
-        return is_willing(sample) ? PLAIN.encode(PLAIN, sample, buffer, capacity) : 0;
-    };
-    const LogCapture log;
-    ASSERT_EQ(OK, _participant.register_type("Moody", moody));
-    DDSTopic* topic = _participant.create_topic("M", "Moody", DDS_TOPIC_QOS_DEFAULT, nullptr, 0);
-    DDSDataWriter& sender = *_participant.create_datawriter(topic, writer_qos(), nullptr, 0);
-    DDSDataReader& receiver = *_participant.create_datareader(topic, reader_qos(), nullptr, 0);
-    meet(sender, receiver);
-    for (const char* text : {"fail", "throw", "throw a number", "fine", "fail", "fine"}) {
-        EXPECT_EQ(std::string(text) == "fine" ? OK : DDS_RETCODE_OUT_OF_RESOURCES, write(sender, text)) << text;
-    }
-    EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
-    const Loan loan(receiver, condition(receiver));
-    EXPECT_EQ("fine fine", loan.texts());
-    EXPECT_EQ((DDS_SequenceNumber_t{0, 2}), identity_of(loan.infos[1]).sequence_number);
-    EXPECT_EQ(1, log.count("not today"));
 }
 
 // A full reader that is reliable stops its writer: nothing is lost, and nothing is written that was not acknowledged with OK.
@@ -445,6 +410,87 @@ TEST_P(Writing, a_late_reader_gets_what_a_transient_local_writer_keeps_and_its_f
     meet(sender, last);
     EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
     EXPECT_EQ("1 2 3 4 5 6", take(last));
+}
+
+TEST_P(Writing, who_waits_for_a_late_reader_wakes_when_it_has_all_or_an_end_leaves) {
+    struct {
+        const char* what;
+        DDS_ReturnCode_t outcome;
+        std::function<DDS_ReturnCode_t(DDSDataWriter&, DDSDataReader&)> release;
+    } const CASES[] = {
+        {"it has all", OK,
+         [this](DDSDataWriter&, DDSDataReader& late) {
+             std::string got;
+             return eventually([&] { return (got += take(late)) == "123"; }) ? OK : TIMEOUT;
+         }},
+        {"it leaves", OK, [](DDSDataWriter&, DDSDataReader& late) { return late.leave_domain(); }},
+        {"the writer leaves", ALREADY_DELETED, [](DDSDataWriter& sender, DDSDataReader&) { return sender.leave_domain(); }},
+    };
+    DDS_DataWriterQos keeping = writer_qos();
+    keeping.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    DDS_DataReaderQos small = reader_qos(1);
+    small.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    for (const auto& each : CASES) {
+        SCOPED_TRACE(each.what);
+        DDSDataWriter& sender = writer(keeping, each.what);
+        for (const char* text : {"1", "2", "3"}) {
+            deliver(sender, text);
+        }
+        DDSDataReader& late = reader(small, each.what);
+        meet(sender, late);
+        EXPECT_EQ(TIMEOUT, sender.wait_for_acknowledgments(SHORT_TIME));
+        std::atomic<long> thread{0};
+        auto waiting = std::async(std::launch::async, [&] {
+            thread = this_thread_number();
+            return sender.wait_for_acknowledgments(LONG_TIME);
+        });
+        EXPECT_TRUE(eventually([&] { return is_asleep(thread); }));
+        EXPECT_EQ(OK, each.release(sender, late));
+        ASSERT_EQ(std::future_status::ready, waiting.wait_for(std::chrono::seconds(15))) << "woken by its own deadline";
+        EXPECT_EQ(each.outcome, waiting.get());
+    }
+}
+
+// Between rounds all is quiet: a thread that was not told of room is not woken by what comes later.
+TEST_P(Writing, concurrent_writes_through_narrow_readers_arrive_once_in_the_order_of_their_numbers) {
+    constexpr DDS_UnsignedLong ROUNDS = 300;
+    constexpr DDS_UnsignedLong SAMPLES = 3;  // of each of four threads in a round
+    DDSDataReader* const receivers[] = {&reader(reader_qos(2)), &reader(reader_qos(1))};
+    DDSReadCondition* const conditions[] = {&condition(*receivers[0]), &condition(*receivers[1])};
+    DDSDataWriter* const senders[] = {&writer(), &writer()};
+    for (DDSDataReader* receiver : receivers) {
+        meet(*senders[0], *receiver);
+        meet(*senders[1], *receiver);
+    }
+    DDS_UnsignedLong arrived[2][2] = {};  // at each reader from each writer
+    for (DDS_UnsignedLong round = 1; round <= ROUNDS; ++round) {
+        std::vector<std::future<void>> threads;
+        for (const bool is_patient : {true, false}) {  // one without patience tries again: its failures must leave no gap
+            for (DDSDataWriter* sender : senders) {
+                threads.push_back(std::async(std::launch::async, [is_patient, sender] {
+                    for (DDS_UnsignedLong sample = 0; sample < SAMPLES; ++sample) {
+                        EXPECT_TRUE(eventually([&] {
+                            DDS_WriteParams_t params;
+                            params.max_blocking_time = is_patient ? LONG_TIME : NO_TIME;
+                            return write(*sender, "x", params) == OK;
+                        }));
+                    }
+                }));
+            }
+        }
+        ASSERT_TRUE(eventually([&] {
+            for (const int place : {0, 1}) {
+                const Loan loan(*receivers[place], *conditions[place]);
+                for (DDS_Long index = 0; index < loan.count; ++index) {
+                    const bool second = loan.infos[index].publication_handle == senders[1]->get_instance_handle();
+                    EXPECT_EQ((DDS_SequenceNumber_t{0, ++arrived[place][second ? 1 : 0]}),
+                              identity_of(loan.infos[index]).sequence_number);
+                }
+            }
+            return std::min({arrived[0][0], arrived[0][1], arrived[1][0], arrived[1][1]}) == 2 * SAMPLES * round;
+        })) << "in round "
+            << round;
+    }
 }
 
 }  // namespace
