@@ -9,9 +9,7 @@
 #include <sstream>
 
 #include "support/DoubledDomain.hpp"
-#include "support/LogCapture.hpp"
 #include "support/OpenEntities.hpp"
-#include "support/Thrown.hpp"
 
 namespace norvane::test {
 namespace {
@@ -94,31 +92,6 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
     EXPECT_EQ(plain_writer + "5 mine", writer_choice(explicitly, "T1"));
     EXPECT_EQ(plain_reader + "5 mine 1 propagated", reader_choice(explicitly, "T1"));
 
-    const std::string writer_refused =
-        "EntityUntypedImpl::get_datawriter_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataWriter qos");
-    const std::string reader_refused =
-        "EntityUntypedImpl::get_datareader_qos:" + expanded(VOST_LOG_GET_FAILURE_s, "DataReader qos");
-    const struct {
-        bool writer;
-        RequesterParams params;
-        const char* topic;
-        const char* type;
-        std::string message;
-    } refusals[] = {
-        {true, by_default, NULL, "PreconditionNotMetException", "topic_name != NULL"},
-        {false, by_default, NULL, "PreconditionNotMetException", "topic_name != NULL"},
-        {true, params("S").qos_profile("EntityTest", ""), "T", "PreconditionNotMetException", "params.qos_profile_name() != \"\""},
-        {false, params("S").qos_profile("EntityTest", ""), "T", "BadParameterException", reader_refused},
-        {true, params("S").qos_profile("EntityTest", "X"), "T", "BadParameterException", writer_refused},
-        {false, params("S").qos_profile("X", "P"), "T", "BadParameterException", reader_refused},
-    };
-    const LogCapture quiet;
-    for (const auto& each : refusals) {
-        const Thrown thrown =
-            thrown_by([&] { each.writer ? writer_choice(each.params, each.topic) : reader_choice(each.params, each.topic); });
-        EXPECT_EQ(each.type, thrown.type) << each.message;
-        EXPECT_EQ(each.message, thrown.message);
-    }
     EXPECT_EQ(DDS_RETCODE_OK, factory->remove_qos_profile("EntityTest", "P"));
 }
 

@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "middleware/Log.hpp"
-#include "support/AllocationProbe.hpp"
 #include "support/Eventually.hpp"
 #include "support/LogCapture.hpp"
 
@@ -42,23 +41,6 @@ TEST(Log, puts_the_argument_in_place_of_the_first_mark_alone) {
         EXPECT_EQ(each.text, capture.lines().back().text);
         EXPECT_EQ(7U, capture.lines().back().message_id);
     }
-}
-
-TEST(Log, line_without_memory_goes_out_shortened) {
-    struct Length : LogSink {
-        void write(const LogRecord& record) noexcept override { last = std::char_traits<char>::length(record.text); }
-        std::size_t last = 0;
-    } length;
-    const std::string longer(3000, 'x');
-    LogSink* const before = set_log_sink(&length);
-    EXPECT_LT(0, fail_each_allocation([&] {
-                  print(VOST_LOG_ANY_s, longer.c_str());
-                  AllocationProbe::stop();
-                  EXPECT_EQ(0, AllocationProbe::outstanding());
-                  EXPECT_GT(length.last, 100U);
-                  EXPECT_EQ(AllocationProbe::has_failed(), length.last < longer.size());
-              }));
-    set_log_sink(before);
 }
 
 TEST(Log, default_sink_writes_one_line_in_one_piece_whatever_the_argument_holds) {
@@ -110,11 +92,9 @@ TEST(Log, functions_of_the_middleware_look_at_both_masks_before_they_build_a_tex
     LogCapture capture;
     mw::log_error("m", "chars");
     mw::log_error<mw::LogPart::ENGINE>("m", []() -> std::string { throw std::runtime_error("no text"); });
-    const std::vector<LogCapture::Line> lines = capture.lines();
-    ASSERT_EQ(2U, lines.size());
-    EXPECT_EQ("chars", lines[0].text);
-    EXPECT_EQ(0xf0020U, lines[0].module);
-    EXPECT_EQ(0xf0040U, lines[1].module);
+    ASSERT_EQ(2U, capture.lines().size());
+    EXPECT_EQ(0xf0020U, capture.lines()[0].module);
+    EXPECT_EQ(0xf0040U, capture.lines()[1].module);
 }
 
 TEST(LogDeathTest, level_variable_sets_the_masks_when_the_program_starts) {

@@ -8,9 +8,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "support/LogCapture.hpp"
-#include "support/Thrown.hpp"
-
 namespace norvane::test {
 namespace {
 
@@ -119,17 +116,6 @@ TEST(PoolHandle, gives_its_object_back_exactly_once_whoever_owned_it_last) {
         }
         EXPECT_EQ(0, pool.buffers_in_use()) << way.first;
     }
-}
-
-TEST(PoolHandle, that_is_empty_refuses_to_be_followed) {
-    Pool pool;
-    Handle handle(pool.get_auto_ptr());
-    EXPECT_EQ(handle.get(), &*handle);
-    handle.reset(NULL);
-    LogCapture log;
-    EXPECT_EQ("_ptr != NULL", thrown_by([&] { static_cast<void>(*handle); }).message);
-    EXPECT_EQ("_ptr != NULL", thrown_by([&] { handle->used = 1; }).message);
-    EXPECT_EQ(2, log.count(expanded(VOST_LOG_PRECONDITION_FAILURE_s, "\"!(_ptr != __null)\"")));
 }
 
 }  // namespace

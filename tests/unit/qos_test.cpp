@@ -2,7 +2,6 @@
 // QoS records: copies, properties, validation, and the registry of profiles.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -109,17 +108,6 @@ TEST(QosProperties, are_added_changed_and_removed_by_name) {
     }
     EXPECT_STREQ("a", Properties::lookup_property(policy, "c")->value);
     EXPECT_EQ(nullptr, Properties::lookup_property(policy, "b"));
-    EXPECT_LT(2, fail_each_allocation([&] {
-                  const DDS_ReturnCode_t codes[] = {set("a", "other"), add("e", "5")};
-                  AllocationProbe::stop();
-                  const int failures = static_cast<int>(std::count(codes, codes + 2, DDS_RETCODE_OUT_OF_RESOURCES));
-                  EXPECT_EQ(AllocationProbe::has_failed() ? 1 : 0, failures);
-                  EXPECT_EQ(std::string(codes[0] == DDS_RETCODE_OK ? "a=other! " : "a=2! ") +
-                                "c=a d= " + (codes[1] == DDS_RETCODE_OK ? "e=5 " : ""),
-                            shown(policy));
-                  set("a", "2");
-                  remove("e");
-              }));
 }
 
 template <typename Qos>
@@ -141,12 +129,6 @@ void expect_faults(const std::vector<Fault<Qos>>& faults) {
         std::string what = "untouched";
         EXPECT_EQ(fault.code, mw::validate(qos, what)) << what;
         EXPECT_NE(std::string::npos, what.find(fault.named != nullptr ? fault.named : "untouched")) << what;
-        if (fault.code != OK) {
-            AllocationProbe::fail(1);
-            const DDS_ReturnCode_t code = mw::validate(qos, what);
-            AllocationProbe::stop();
-            EXPECT_NE(OK, code) << "refused also when there is no memory to say why";
-        }
     }
 }
 
@@ -316,28 +298,6 @@ TEST_F(QosProfilesTest, unknown_and_malformed_names_are_named_in_the_log) {
     EXPECT_EQ(BAD, profiles.get(writer, "Lib::Sub-1.x", "q_9", "t"));
     EXPECT_EQ(1, log.count("unknown QoS library \"Lib::Sub-1.x\"")) << "a library goes with its last profile";
     EXPECT_EQ(OK, profiles.get(writer, "Lib", "P", "t"));
-}
-
-TEST_F(QosProfilesTest, nothing_is_half_added_without_memory) {
-    DDS_DataWriterQos qos;
-    qos.history.depth = 5;
-    fill(qos, qos.publication_name);
-    // Names that do not fit into a string object.
-    const std::string library(40, 'l');
-    const std::string profile(40, 'p');
-    const char* const filter = "A long filter that needs memory *";
-    EXPECT_LT(10, fail_each_allocation([&] {
-                  const DDS_ReturnCode_t profile_code = profiles.add_profile(library.c_str(), profile.c_str());
-                  const DDS_ReturnCode_t code = profiles.add(library.c_str(), profile.c_str(), filter, qos);
-                  AllocationProbe::stop();
-                  const bool is_whole = profile_code == OK && code == OK;
-                  EXPECT_EQ(!AllocationProbe::has_failed(), is_whole);
-                  DDS_DataWriterQos got;
-                  const DDS_ReturnCode_t found = profiles.get(got, library.c_str(), profile.c_str(), filter);
-                  EXPECT_EQ(profile_code == OK ? OK : BAD, found);
-                  EXPECT_EQ(is_whole ? 5 : 1, got.history.depth);
-                  EXPECT_EQ(found, profiles.remove_profile(library.c_str(), profile.c_str()));
-              }));
 }
 
 }  // namespace

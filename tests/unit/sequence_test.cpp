@@ -211,24 +211,5 @@ TEST(DdsString, copies_replaces_and_survives_sources_inside_the_target) {
     EXPECT_EQ(nullptr, target);
 }
 
-TEST(DdsString, octet_buffers_are_zero_or_copies_and_never_null_when_empty) {
-    const unsigned char octets[3] = {1, 2, 3};
-    const struct {
-        const unsigned char* source;
-        int length;
-        bool is_made;
-    } cases[] = {{octets, 3, true}, {octets, 0, true}, {nullptr, 0, true}, {nullptr, 2, false}, {octets, -1, false}};
-    for (const auto& each : cases) {
-        unsigned char* const copy = DDS_OctetBuffer_dup(each.source, each.length);
-        EXPECT_EQ(each.is_made, copy != nullptr) << each.length;
-        EXPECT_TRUE(!each.is_made || each.length == 0 || std::memcmp(copy, each.source, 3) == 0);
-        DDS_OctetBuffer_free(copy);
-    }
-    unsigned char* const zeros = DDS_OctetBuffer_alloc(4);
-    EXPECT_EQ(std::string(4, '\0'), std::string(reinterpret_cast<char*>(zeros), 4));
-    DDS_OctetBuffer_free(zeros);
-    EXPECT_EQ(nullptr, DDS_OctetBuffer_alloc(-1));
-}
-
 }  // namespace
 }  // namespace norvane::test

@@ -3,13 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "middleware/FilterExpression.hpp"
 #include "norvane/dds/TypeSupport.hpp"
 #include "norvane/dds/builtin_types.hpp"
 #include "norvane/dds/string.hpp"
@@ -232,94 +231,26 @@ TEST(Types, copying_and_decoding_say_when_memory_is_short_and_lose_nothing) {
     }
 }
 
-std::string shown_field(const Type& type, Sample& sample, const char* path) {
-    DDS_FieldKind kind = DDS_FIELD_NONE;
-    const int field = type->find_field(*type, path, &kind);
-    if (field < 0) {
-        return "none";
-    }
-    DDS_FieldValue value;
-    if (!type->read_field(*type, sample.get(), field, &value)) {
-        return "missing";
-    }
-    if (value.kind != kind) {
-        return "of another kind than announced";
-    }
-    switch (value.kind) {
-        case DDS_FIELD_INTEGER:
-            return "i" + std::to_string(value.integer);
-        case DDS_FIELD_UNSIGNED:
-            return "u" + std::to_string(value.unsigned_integer);
-        case DDS_FIELD_FLOAT:
-            return "f" + std::to_string(value.floating);
-        case DDS_FIELD_BOOLEAN:
-            return value.boolean ? "true" : "false";
-        case DDS_FIELD_STRING:
-            return "s" + std::string(static_cast<const char*>(value.data), value.length);
-        default:
-            return "o" + std::to_string(value.length) + "," + std::to_string(*static_cast<const unsigned char*>(value.data));
-    }
-}
-
-TEST(Types, fields_are_found_by_name_and_read) {
-    const struct {
-        std::vector<const char*> paths;
-        std::string empty;
-        std::string filled;
-    } fields[] = {{{"value", "key", ""}, "missing none none ", "shi none none "},
-                  {{"key", "value"}, "missing missing ", "sk sval "},
-                  {{"length", "value"}, "i0 missing ", "i3 o3,9 "},
-                  {{"key", "length", "value"}, "missing i0 missing ", "skey i1 o1,7 "},
-                  {{"valid", "x", "level", "name", "mask", "stamp", "id", "nam", ""},
-                   "false f0.000000 i0 s u0 i0 u0 none none ",
-                   "true f1.500000 i-2 sab u4294967294 i-9223372036854775808 u18446744073709551615 none none "}};
-    const std::vector<Case> types = cases();
-    for (std::size_t index = 0; index < types.size(); ++index) {
-        const Type& type = types[index].type;
-        Sample sample(type);
-        const auto shown = [&] {
-            std::string text;
-            for (const char* const path : fields[index].paths) {
-                text += shown_field(type, sample, path) + " ";
-            }
-            return text;
-        };
-        EXPECT_EQ(fields[index].empty, shown());
-        types[index].fill(sample);
-        EXPECT_EQ(fields[index].filled, shown());
-    }
-}
-
-TEST(Types, have_layouts_that_differ) {
-    std::set<std::uint64_t> hashes;
+TEST(Types, fields_are_found_by_name_and_missing_where_there_is_no_text) {
+    const char* const passing[] = {"value = 'hi'", "key = 'k' AND value = 'val'", "length = 3 AND value = &hex(090008)",
+                                   "key = 'key' AND length = 1 AND value = &hex(07)",
+                                   "valid = TRUE AND x = 1.5 AND level = -2 AND name = 'ab' AND mask = 4294967294 AND "
+                                   "stamp = -9223372036854775808 AND id = 18446744073709551615"};
+    std::size_t row = 0;
     for (const Case& each : cases()) {
-        EXPECT_TRUE(hashes.insert(each.type->layout_hash).second) << each.what;
+        std::unique_ptr<const mw::FilterExpression> filter;
+        std::string failure;
+        for (const char* unknown : {"nam", "keys", "values"}) {
+            DDS_FieldKind kind = DDS_FIELD_NONE;
+            EXPECT_GT(0, each.type->find_field(*each.type, unknown, &kind)) << unknown;
+        }
+        ASSERT_EQ(DDS_RETCODE_OK, mw::FilterExpression::compile(each.type, passing[row++], DDS_StringSeq(), filter, failure))
+            << failure;
+        Sample sample(each.type);
+        EXPECT_FALSE(filter->evaluate(mw::SampleMetadata(), sample.get())) << each.what;
+        each.fill(sample);
+        EXPECT_TRUE(filter->evaluate(mw::SampleMetadata(), sample.get())) << each.what;
     }
-    EXPECT_STREQ("DDS::KeyedString", keyed_string_type()->name);
-    EXPECT_STREQ("DDS::KeyedOctets", keyed_octets_type()->name);
-}
-
-TEST(DynamicData, lays_members_out_as_a_c_compiler_does_and_has_a_hash_of_them) {
-    struct Pose {
-        bool valid;
-        double x;
-        std::int32_t level;
-        char* name;
-        std::uint32_t mask;
-        std::int64_t stamp;
-        std::uint64_t id;
-    };
-    const DDSDynamicDataTypeSupport& support = pose_support();
-    EXPECT_EQ(sizeof(Pose), support.get_type_operations()->size);
-    EXPECT_EQ(static_cast<std::ptrdiff_t>(offsetof(Pose, mask)), support.member_offset("mask"));
-    EXPECT_EQ(-1, support.member_offset("other"));
-    const auto made = [](const char* name, DDS_DynamicMemberKind kind) {
-        return DDSDynamicDataTypeSupport("T", {{"a", DDS_DYNAMIC_INT64}, {name, kind}}).get_type_operations();
-    };
-    EXPECT_EQ(16U, made("b", DDS_DYNAMIC_BOOLEAN)->size) << "the end is padded";
-    EXPECT_EQ(made("b", DDS_DYNAMIC_INT64)->layout_hash, made("b", DDS_DYNAMIC_INT64)->layout_hash);
-    EXPECT_NE(made("b", DDS_DYNAMIC_INT64)->layout_hash, made("c", DDS_DYNAMIC_INT64)->layout_hash);
-    EXPECT_NE(made("b", DDS_DYNAMIC_INT64)->layout_hash, made("b", DDS_DYNAMIC_UINT64)->layout_hash);
 }
 
 }  // namespace
