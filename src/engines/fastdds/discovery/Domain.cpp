@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/discovery/Domain.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <iterator>
+#include <random>
 #include <utility>
 
 #include <fastdds/rtps/RTPSDomain.h>
@@ -72,6 +76,53 @@ std::vector<std::uint32_t> discovery_ports(const rtps::RTPSParticipant& particip
     return ports;
 }
 
+// Fast DDS makes the prefix of each participant from one that it keeps since its first participant, process id included. A child
+// made by fork() would share it with its parent, and each would look for the other's endpoints in its own memory.
+// Guarded by the mutex of all endpoints.
+class ForkedPrefix {
+public:
+    /// @param made  the prefix of a participant that Fast DDS chose itself.
+    void note(const rtps::GuidPrefix_t& made) noexcept {
+        if (_process == 0) {
+            _prefix = made;
+            _process = ::getpid();
+        }
+    }
+    /// @return whether this process was forked since its last participant.
+    bool is_of_a_parent() const noexcept { return _process != 0 && _process != ::getpid(); }
+    /// @return the prefix for one more participant; unknown: Fast DDS may choose.
+    rtps::GuidPrefix_t next() {
+        if (is_of_a_parent()) {
+            _process = ::getpid();
+            _is_forked = true;
+            _count = 0;
+            const std::uint32_t random = std::random_device()();
+            std::memcpy(_prefix.value + PROCESS, &random, sizeof random);
+        }
+        if (!_is_forked) {
+            return rtps::GuidPrefix_t::unknown();
+        }
+        ++_count;
+        std::memcpy(_prefix.value + NUMBER, &_count, sizeof _count);
+        return _prefix;
+    }
+
+private:
+    // Places in a prefix. Before them: vendor and host.
+    static constexpr std::size_t PROCESS = 4;
+    static constexpr std::size_t NUMBER = 8;
+
+    rtps::GuidPrefix_t _prefix;
+    pid_t _process = 0;  // that `_prefix` is of
+    bool _is_forked = false;
+    std::uint32_t _count = 0;
+};
+
+ForkedPrefix& forked_prefix() noexcept {
+    static ForkedPrefix prefix;
+    return prefix;
+}
+
 // The participants of this process whose timer threads can be paused. Guarded by the mutex of all endpoints. Never destroyed, like
 // it.
 std::vector<const Domain*>& joined() noexcept {
@@ -110,13 +161,22 @@ void Domain::leave() noexcept {
 bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes& attributes) {
     _domain_id = domain_id;
     _dispatcher = std::make_unique<Dispatcher>();
-    _participant = rtps::RTPSDomain::createParticipant(domain_id, attributes, this);
+    rtps::RTPSParticipantAttributes own_attributes = attributes;
+    {
+        const std::lock_guard<std::mutex> lock(endpoints_mutex());
+        if (forked_prefix().is_of_a_parent()) {
+            joined().clear();  // the timer threads of the parent's participants do not exist here
+        }
+        own_attributes.prefix = forked_prefix().next();
+    }
+    _participant = rtps::RTPSDomain::createParticipant(domain_id, own_attributes, this);
     if (_participant == nullptr) {
         return false;
     }
     _event_thread = std::make_unique<EventThread>(*_participant);
     {
         const std::lock_guard<std::mutex> lock(endpoints_mutex());
+        forked_prefix().note(_participant->getGuid().guidPrefix);
         joined().push_back(this);
     }
     if (_ends.inbox) {
