@@ -58,8 +58,13 @@ struct Submessage {
 
     bool is_little() const noexcept { return (flags & LITTLE_ENDIAN_FLAG) != 0; }
     /// Integers of the body, in the submessage's order of octets. They must lie in it.
-    std::uint32_t read_u16(std::size_t place) const noexcept { return read_integer(place, 2); }
-    std::uint32_t read_u32(std::size_t place) const noexcept { return read_integer(place, 4); }
+    std::uint32_t read_u16(std::size_t place) const noexcept {
+        const std::uint8_t* const octets = body + place;
+        return is_little() ? octets[0] | octets[1] << 8U : octets[1] | octets[0] << 8U;
+    }
+    std::uint32_t read_u32(std::size_t place) const noexcept {
+        return is_little() ? read_u16(place) | read_u16(place + 2) << 16U : read_u16(place + 2) | read_u16(place) << 16U;
+    }
     std::int64_t read_number(std::size_t place) const noexcept {
         return static_cast<std::int64_t>(static_cast<std::uint64_t>(read_u32(place)) << 32U | read_u32(place + 4));
     }
@@ -69,15 +74,6 @@ struct Submessage {
     const std::uint8_t* body = nullptr;
     std::size_t length = 0;  ///< Of the body.
     bool lasts_to_the_end = false;
-
-private:
-    std::uint32_t read_integer(std::size_t place, std::size_t size) const noexcept {
-        std::uint32_t value = 0;
-        for (std::size_t index = 0; index < size; ++index) {
-            value = value << 8U | body[place + (is_little() ? size - 1 - index : index)];
-        }
-        return value;
-    }
 };
 
 }  // namespace fastdds
