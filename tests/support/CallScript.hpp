@@ -79,14 +79,6 @@ public:
         }
     }
 
-    /// Forwards a call as it is. @param name  without that of the class.
-    template <typename Class, typename Result, typename... Parameters, typename... Arguments>
-    Result call(const char* class_name, const char* name, Class& real, Result (Class::*operation)(Parameters...),
-                Arguments&&... arguments) {
-        return forward(std::string(class_name) + "::" + name,
-                       [&] { return (real.*operation)(std::forward<Arguments>(arguments)...); });
-    }
-
     /// @return the names since the last `fail_call`, in order.
     std::vector<std::string> calls() const {
         std::lock_guard<std::mutex> guard(_mutex);

@@ -6,48 +6,35 @@
 
 #include <atomic>
 #include <mutex>
-#include <utility>
 #include <vector>
 
-#include "CallScript.hpp"
 #include "Doubles.hpp"
+#include "Forwarding.hpp"
 #include "ForwardingReadCondition.hpp"
 #include "LiveObjects.hpp"
 #include "norvane/dds/DataReader.hpp"
 
 namespace norvane::test {
 
-class ForwardingDataReader : public DDSDataReader, public DDS_DataReader {
+class ForwardingDataReader : public Forwarding<DDSDataReader>, public DDS_DataReader {
 public:
-    typedef DDSDataReader Real;
-    typedef DDS_ReturnCode_t Code;
-
     /// All are borrowed.
-    ForwardingDataReader(Real& real, CallScript& script, LiveObjects& live) : _real(real), _script(script), _live(live) {}
+    ForwardingDataReader(Real& real, CallScript& script, LiveObjects& live) : Forwarding(real, script), _live(live) {}
     /// Returns the loans whose return was failed: nobody else can any more.
     ~ForwardingDataReader() override {
         for (const Loan& loan : _refused) {
             DDS_SampleInfoSeq infos;
-            if (loan.contiguous != nullptr) {
-                infos.loan_contiguous(loan.contiguous, loan.length, loan.maximum);
-            } else {
-                infos.loan_discontiguous(loan.discontiguous, loan.length, loan.maximum);
-            }
+            infos.loan_contiguous(loan.infos, loan.length, loan.maximum);
             forward_return(loan.data, infos);
         }
     }
 
-    Real& real() { return _real; }
-
-    DDSStatusCondition* get_statuscondition() override { return _real.get_statuscondition(); }
-    DDS_StatusMask get_status_changes() override { return _real.get_status_changes(); }
-    DDS_InstanceHandle_t get_instance_handle() override { return _real.get_instance_handle(); }
     DDSTopicDescription* get_topicdescription() override { return _real.get_topicdescription(); }
     DDSSubscriber* get_subscriber() override { return _real.get_subscriber(); }
     DDS_DataReader* get_c_datareader() override { return this; }
     DDSDataReaderListener* get_listener() override { return _real.get_listener(); }
 
-    Code get_qos(DDS_DataReaderQos& qos) override { return call("get_qos", &Real::get_qos, qos); }
+    Code get_qos(DDS_DataReaderQos& qos) override { return _real.get_qos(qos); }
     DDSReadCondition* create_readcondition(DDS_SampleStateMask sample_states, DDS_ViewStateMask view_states,
                                            DDS_InstanceStateMask instance_states) override {
         return wrap(call("create_readcondition", &Real::create_readcondition, sample_states, view_states, instance_states));
@@ -62,41 +49,35 @@ public:
         return _conditions.deleted(call("delete_readcondition", &Real::delete_readcondition, Conditions::unwrap(condition)));
     }
     Code create_index(const char* index_name) override { return call("create_index", &Real::create_index, index_name); }
-    Code interrupt(DDS_ReturnCode_t code) override { return call("interrupt", &Real::interrupt, code); }
+    Code interrupt(DDS_ReturnCode_t code) override { return _real.interrupt(code); }
     Code interrupt_index_key(const char* index_name, const DDS_SequenceNumber_t& key, DDS_ReturnCode_t code) override {
-        return call("interrupt_index_key", &Real::interrupt_index_key, index_name, key, code);
+        return _real.interrupt_index_key(index_name, key, code);
     }
     Code admit_open_keys_only(const char* index_name, DDS_Boolean open_only) override {
-        return call("admit_open_keys_only", &Real::admit_open_keys_only, index_name, open_only);
+        return _real.admit_open_keys_only(index_name, open_only);
     }
     Code open_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
-        return call("open_index_key", &Real::open_index_key, index_name, key);
+        return _real.open_index_key(index_name, key);
     }
     Code close_index_key(const char* index_name, const DDS_SequenceNumber_t& key) override {
-        return call("close_index_key", &Real::close_index_key, index_name, key);
+        return _real.close_index_key(index_name, key);
     }
-    Code set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override {
-        return call("set_listener", &Real::set_listener, listener, mask);
-    }
+    Code set_listener(DDSDataReaderListener* listener, DDS_StatusMask mask) override { return _real.set_listener(listener, mask); }
     Code get_subscription_matched_status(DDS_SubscriptionMatchedStatus& status) override {
-        return call("get_subscription_matched_status", &Real::get_subscription_matched_status, status);
+        return _real.get_subscription_matched_status(status);
     }
     Code get_requested_incompatible_qos_status(DDS_RequestedIncompatibleQosStatus& status) override {
-        return call("get_requested_incompatible_qos_status", &Real::get_requested_incompatible_qos_status, status);
+        return _real.get_requested_incompatible_qos_status(status);
     }
     Code get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
-        return call("get_incompatible_type_status", &Real::get_incompatible_type_status, status);
+        return _real.get_incompatible_type_status(status);
     }
-    Code get_sample_lost_status(DDS_SampleLostStatus& status) override {
-        return call("get_sample_lost_status", &Real::get_sample_lost_status, status);
-    }
-    Code get_counts(DDS_DataReaderCounts& counts) override { return call("get_counts", &Real::get_counts, counts); }
-    Code leave_domain() override { return call("leave_domain", &Real::leave_domain); }
-    Code get_matched_publications(DDS_InstanceHandleSeq& handles) override {
-        return call("get_matched_publications", &Real::get_matched_publications, handles);
-    }
+    Code get_sample_lost_status(DDS_SampleLostStatus& status) override { return _real.get_sample_lost_status(status); }
+    Code get_counts(DDS_DataReaderCounts& counts) override { return _real.get_counts(counts); }
+    Code leave_domain() override { return _real.leave_domain(); }
+    Code get_matched_publications(DDS_InstanceHandleSeq& handles) override { return _real.get_matched_publications(handles); }
     Code get_matched_publication_data(DDS_PublicationBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) override {
-        return call("get_matched_publication_data", &Real::get_matched_publication_data, data, handle);
+        return _real.get_matched_publication_data(data, handle);
     }
 
     Code read_or_take_w_condition_untyped(DDS_Boolean* is_loan, void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
@@ -111,10 +92,7 @@ public:
         code = _real.get_c_datareader()->read_or_take_w_condition_untyped(
             is_loan, received_data, data_count, info_seq, data_seq_len, data_seq_max_len, data_seq_has_ownership, reserved,
             sample_size, max_samples, wrapped != nullptr ? wrapped->real().get_c_readcondition() : condition, take);
-        if (code != DDS_RETCODE_OK) {
-            return code;
-        }
-        ++_live.loans;
+        _live.loans += code == DDS_RETCODE_OK ? 1 : 0;
         return code;
     }
     Code return_loan_untyped(void** received_data, DDS_SampleInfoSeq& info_seq) override {
@@ -123,26 +101,20 @@ public:
             return forward_return(received_data, info_seq);
         }
         std::lock_guard<std::mutex> guard(_mutex);
-        _refused.push_back({received_data, info_seq.get_contiguous_buffer(), info_seq.get_discontiguous_buffer(), info_seq.length(),
-                            info_seq.maximum()});
+        _refused.push_back({received_data, info_seq.get_contiguous_buffer(), info_seq.length(), info_seq.maximum()});
         return code;
     }
 
 private:
     struct Loan {
         void** data;
-        DDS_SampleInfo* contiguous;
-        DDS_SampleInfo** discontiguous;
+        DDS_SampleInfo* infos;
         DDS_Long length;
         DDS_Long maximum;
     };
 
     typedef Doubles<DDSReadCondition, ForwardingReadCondition> Conditions;
 
-    template <typename Result, typename... Parameters, typename... Arguments>
-    Result call(const char* name, Result (Real::*operation)(Parameters...), Arguments&&... arguments) {
-        return _script.call("DDSDataReader", name, _real, operation, std::forward<Arguments>(arguments)...);
-    }
     DDSReadCondition* wrap(DDSReadCondition* real) {
         DDSDataReader& self = *this;
         return _conditions.wrap(real, self, _script);
@@ -154,8 +126,6 @@ private:
         return code;
     }
 
-    Real& _real;
-    CallScript& _script;
     LiveObjects& _live;
     Conditions _conditions{_live.conditions};
     std::mutex _mutex;

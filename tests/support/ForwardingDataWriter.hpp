@@ -3,26 +3,15 @@
 #ifndef NORVANE_TESTS_SUPPORT_FORWARDINGDATAWRITER_HPP
 #define NORVANE_TESTS_SUPPORT_FORWARDINGDATAWRITER_HPP
 
-#include <utility>
-
-#include "CallScript.hpp"
+#include "Forwarding.hpp"
 #include "norvane/dds/DataWriter.hpp"
 
 namespace norvane::test {
 
-class ForwardingDataWriter : public DDSDataWriter, public DDS_DataWriter {
+class ForwardingDataWriter : public Forwarding<DDSDataWriter>, public DDS_DataWriter {
 public:
-    typedef DDSDataWriter Real;
-    typedef DDS_ReturnCode_t Code;
+    using Forwarding::Forwarding;
 
-    /// Both are borrowed.
-    ForwardingDataWriter(Real& real, CallScript& script) : _real(real), _script(script) {}
-
-    Real& real() { return _real; }
-
-    DDSStatusCondition* get_statuscondition() override { return _real.get_statuscondition(); }
-    DDS_StatusMask get_status_changes() override { return _real.get_status_changes(); }
-    DDS_InstanceHandle_t get_instance_handle() override { return _real.get_instance_handle(); }
     DDSTopic* get_topic() override { return _real.get_topic(); }
     DDSPublisher* get_publisher() override { return _real.get_publisher(); }
     DDS_DataWriter* get_c_datawriter() override { return this; }
@@ -33,38 +22,23 @@ public:
         return _script.forward("DDS_DataWriter::write",
                                [&] { return _real.get_c_datawriter()->write_w_params_untyped_general(reserved, data, params); });
     }
-    Code leave_domain() override { return call("leave_domain", &Real::leave_domain); }
-    Code set_listener(DDSDataWriterListener* listener, DDS_StatusMask mask) override {
-        return call("set_listener", &Real::set_listener, listener, mask);
-    }
+    Code leave_domain() override { return _real.leave_domain(); }
+    Code set_listener(DDSDataWriterListener* listener, DDS_StatusMask mask) override { return _real.set_listener(listener, mask); }
     Code get_publication_matched_status(DDS_PublicationMatchedStatus& status) override {
-        return call("get_publication_matched_status", &Real::get_publication_matched_status, status);
+        return _real.get_publication_matched_status(status);
     }
     Code get_offered_incompatible_qos_status(DDS_OfferedIncompatibleQosStatus& status) override {
-        return call("get_offered_incompatible_qos_status", &Real::get_offered_incompatible_qos_status, status);
+        return _real.get_offered_incompatible_qos_status(status);
     }
     Code get_incompatible_type_status(DDS_IncompatibleTypeStatus& status) override {
-        return call("get_incompatible_type_status", &Real::get_incompatible_type_status, status);
+        return _real.get_incompatible_type_status(status);
     }
-    Code get_counts(DDS_DataWriterCounts& counts) override { return call("get_counts", &Real::get_counts, counts); }
-    Code get_matched_subscriptions(DDS_InstanceHandleSeq& handles) override {
-        return call("get_matched_subscriptions", &Real::get_matched_subscriptions, handles);
-    }
+    Code get_counts(DDS_DataWriterCounts& counts) override { return _real.get_counts(counts); }
+    Code get_matched_subscriptions(DDS_InstanceHandleSeq& handles) override { return _real.get_matched_subscriptions(handles); }
     Code get_matched_subscription_data(DDS_SubscriptionBuiltinTopicData& data, const DDS_InstanceHandle_t& handle) override {
-        return call("get_matched_subscription_data", &Real::get_matched_subscription_data, data, handle);
+        return _real.get_matched_subscription_data(data, handle);
     }
-    Code wait_for_acknowledgments(const DDS_Duration_t& max_wait) override {
-        return call("wait_for_acknowledgments", &Real::wait_for_acknowledgments, max_wait);
-    }
-
-private:
-    template <typename Result, typename... Parameters, typename... Arguments>
-    Result call(const char* name, Result (Real::*operation)(Parameters...), Arguments&&... arguments) {
-        return _script.call("DDSDataWriter", name, _real, operation, std::forward<Arguments>(arguments)...);
-    }
-
-    Real& _real;
-    CallScript& _script;
+    Code wait_for_acknowledgments(const DDS_Duration_t& max_wait) override { return _real.wait_for_acknowledgments(max_wait); }
 };
 
 }  // namespace norvane::test

@@ -6,7 +6,6 @@
 
 #include <memory>
 
-#include "CallScript.hpp"
 #include "ForwardingDataReader.hpp"
 #include "ForwardingDataWriter.hpp"
 #include "LiveObjects.hpp"
@@ -15,39 +14,32 @@
 namespace norvane::test {
 
 /// @par Threads  Any.
-class ForwardingParticipant : public DDSDomainParticipant {
+class ForwardingParticipant : public Forwarding<DDSDomainParticipant> {
 public:
-    typedef DDSDomainParticipant Real;
-    typedef DDS_ReturnCode_t Code;
+    /// What the real one still holds at the end is the test's to delete.
+    using Forwarding::Forwarding;
 
-    /// Both are borrowed; what the real one still holds at the end is the test's to delete.
-    ForwardingParticipant(Real& real, CallScript& script) : _real(real), _script(script) {}
-
-    Real& real() { return _real; }
     const LiveObjects& live() const { return _live; }
 
-    DDSStatusCondition* get_statuscondition() override { return _real.get_statuscondition(); }
-    DDS_StatusMask get_status_changes() override { return _real.get_status_changes(); }
-    DDS_InstanceHandle_t get_instance_handle() override { return _real.get_instance_handle(); }
     DDS_DomainId_t get_domain_id() override { return _real.get_domain_id(); }
     const char* get_engine_name() override { return _real.get_engine_name(); }
     DDS_Boolean reaches_other_processes() override { return _real.reaches_other_processes(); }
     std::shared_ptr<const DDS_TypeOperations> lookup_type(const char* type_name) override { return _real.lookup_type(type_name); }
 
-    Code get_qos(DDS_DomainParticipantQos& qos) override { return call("get_qos", &Real::get_qos, qos); }
+    Code get_qos(DDS_DomainParticipantQos& qos) override { return _real.get_qos(qos); }
     Code get_current_time(DDS_Time_t& current_time) override {
         return call("get_current_time", &Real::get_current_time, current_time);
     }
     Code register_type(const char* type_name, const std::shared_ptr<const DDS_TypeOperations>& type) override {
         return call("register_type", &Real::register_type, type_name, type);
     }
-    Code unregister_type(const char* type_name) override { return call("unregister_type", &Real::unregister_type, type_name); }
+    Code unregister_type(const char* type_name) override { return _real.unregister_type(type_name); }
 
     DDSTopic* create_topic(const char* topic_name, const char* type_name, const DDS_TopicQos& qos, DDSTopicListener* listener,
                            DDS_StatusMask mask) override {
         return call("create_topic", &Real::create_topic, topic_name, type_name, qos, listener, mask);
     }
-    Code delete_topic(DDSTopic* topic) override { return call("delete_topic", &Real::delete_topic, topic); }
+    Code delete_topic(DDSTopic* topic) override { return _real.delete_topic(topic); }
     DDSTopicDescription* lookup_topicdescription(const char* name) override {
         return call("lookup_topicdescription", &Real::lookup_topicdescription, name);
     }
@@ -88,18 +80,10 @@ public:
         return _readers.deleted(call("delete_datareader", &Real::delete_datareader, _readers.unwrap(reader)));
     }
 
-    Code get_default_datawriter_qos(DDS_DataWriterQos& qos) override {
-        return call("get_default_datawriter_qos", &Real::get_default_datawriter_qos, qos);
-    }
-    Code set_default_datawriter_qos(const DDS_DataWriterQos& qos) override {
-        return call("set_default_datawriter_qos", &Real::set_default_datawriter_qos, qos);
-    }
-    Code get_default_datareader_qos(DDS_DataReaderQos& qos) override {
-        return call("get_default_datareader_qos", &Real::get_default_datareader_qos, qos);
-    }
-    Code set_default_datareader_qos(const DDS_DataReaderQos& qos) override {
-        return call("set_default_datareader_qos", &Real::set_default_datareader_qos, qos);
-    }
+    Code get_default_datawriter_qos(DDS_DataWriterQos& qos) override { return _real.get_default_datawriter_qos(qos); }
+    Code set_default_datawriter_qos(const DDS_DataWriterQos& qos) override { return _real.set_default_datawriter_qos(qos); }
+    Code get_default_datareader_qos(DDS_DataReaderQos& qos) override { return _real.get_default_datareader_qos(qos); }
+    Code set_default_datareader_qos(const DDS_DataReaderQos& qos) override { return _real.set_default_datareader_qos(qos); }
     Code get_default_datawriter_qos_for_topic(DDS_DataWriterQos& qos, const char* topic_name) override {
         return call("get_default_datawriter_qos_for_topic", &Real::get_default_datawriter_qos_for_topic, qos, topic_name);
     }
@@ -107,16 +91,9 @@ public:
         return call("get_default_datareader_qos_for_topic", &Real::get_default_datareader_qos_for_topic, qos, topic_name);
     }
     /// Does not bring the counts down: what it had to delete, another had left behind.
-    Code delete_contained_entities() override { return call("delete_contained_entities", &Real::delete_contained_entities); }
+    Code delete_contained_entities() override { return _real.delete_contained_entities(); }
 
 private:
-    template <typename Result, typename... Parameters, typename... Arguments>
-    Result call(const char* name, Result (Real::*operation)(Parameters...), Arguments&&... arguments) {
-        return _script.call("DDSDomainParticipant", name, _real, operation, std::forward<Arguments>(arguments)...);
-    }
-
-    Real& _real;
-    CallScript& _script;
     LiveObjects _live;
     Doubles<DDSDataWriter, ForwardingDataWriter> _writers{_live.writers};
     Doubles<DDSDataReader, ForwardingDataReader> _readers{_live.readers};

@@ -54,25 +54,20 @@ protected:
     }
     /// Waits until the requester knows so many repliers, both their ends.
     static void await_repliers(TextRequester& requester, int count) {
-        EXPECT_TRUE(eventually([&] {
-            DDS_PublicationMatchedStatus requests;
-            DDS_SubscriptionMatchedStatus replies;
-            EXPECT_EQ(DDS_RETCODE_OK, requester.get_request_datawriter()->get_publication_matched_status(requests));
-            EXPECT_EQ(DDS_RETCODE_OK, requester.get_reply_datareader()->get_subscription_matched_status(replies));
-            return requests.current_count == count && replies.current_count == count;
-        })) << count
-            << " repliers";
+        await_peers(*requester.get_request_datawriter(), *requester.get_reply_datareader(), count);
     }
     /// Waits until the replier knows so many requesters, both their ends.
     static void await_requesters(TextReplier& replier, int count) {
+        await_peers(*replier.get_reply_datawriter(), *replier.get_request_datareader(), count);
+    }
+    static void await_peers(DDSDataWriter& writer, DDSDataReader& reader, int count) {
         EXPECT_TRUE(eventually([&] {
-            DDS_SubscriptionMatchedStatus requests;
-            DDS_PublicationMatchedStatus replies;
-            EXPECT_EQ(DDS_RETCODE_OK, replier.get_request_datareader()->get_subscription_matched_status(requests));
-            EXPECT_EQ(DDS_RETCODE_OK, replier.get_reply_datawriter()->get_publication_matched_status(replies));
-            return requests.current_count == count && replies.current_count == count;
-        })) << count
-            << " requesters";
+            DDS_PublicationMatchedStatus readers;
+            DDS_SubscriptionMatchedStatus writers;
+            EXPECT_EQ(DDS_RETCODE_OK, writer.get_publication_matched_status(readers));
+            EXPECT_EQ(DDS_RETCODE_OK, reader.get_subscription_matched_status(writers));
+            return readers.current_count == count && writers.current_count == count;
+        })) << count;
     }
     /// Deletes what an application deletes at its end. @return whether nothing was left that is in use.
     bool only_topics_are_left(const std::string& request_topic = "SRequest", const std::string& reply_topic = "SReply") {
