@@ -59,8 +59,9 @@ struct Submessage {
     bool is_little() const noexcept { return (flags & LITTLE_ENDIAN_FLAG) != 0; }
     /// Integers of the body, in the submessage's order of octets. They must lie in it.
     std::uint32_t read_u16(std::size_t place) const noexcept {
-        const std::uint8_t* const octets = body + place;
-        return is_little() ? octets[0] | octets[1] << 8U : octets[1] | octets[0] << 8U;
+        const std::uint32_t first = body[place];
+        const std::uint32_t second = body[place + 1];
+        return is_little() ? first | second << 8U : second | first << 8U;
     }
     std::uint32_t read_u32(std::size_t place) const noexcept {
         return is_little() ? read_u16(place) | read_u16(place + 2) << 16U : read_u16(place + 2) | read_u16(place) << 16U;
