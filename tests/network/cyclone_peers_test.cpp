@@ -35,14 +35,6 @@ const KnownRole CYCLONE("cyclone", cyclone);
 // meanwhile is lost.
 constexpr const char* NO_LEASE_THAT_ENDS_MS = "60000";
 
-std::string joined(const std::vector<std::string>& lines) {
-    std::string all;
-    for (const std::string& line : lines) {
-        all += line + "\n";
-    }
-    return all;
-}
-
 // Cyclone says that it has met a writer some microseconds before its reader listens to it, and what comes in between is lost. It
 // acknowledges when the reader listens, and then that sample, too. So the first one, number 0, is a knock: it is acknowledged, and
 // may not be read.
@@ -101,7 +93,7 @@ TEST(CyclonePeers, are_read_and_read_and_are_answered) {
         asker.send_request({number, text_of(number)});
         sent.push_back(std::to_string(number) + " " + text_of(number));
     }
-    EXPECT_EQ(joined(sent), joined(next_ones(stranger, "question", sent.size())));
+    EXPECT_EQ(sent, next_ones(stranger, "question", sent.size()));
 }
 
 // To Cyclone what comes before the first heartbeat that it hears is over, and it asks for nothing of it.

@@ -27,55 +27,39 @@ dds_entity_t checked(dds_entity_t entity) {
     return entity;
 }
 
-// Waits for a status of an entity, and for more of it until the condition holds. @return false when it does not in time.
+// @return false when the condition does not hold in time.
 template <typename Condition>
-bool wait_for(dds_entity_t participant, dds_entity_t entity, std::uint32_t status, Condition condition) {
-    const dds_entity_t waitset = checked(dds_create_waitset(participant));
-    checked(dds_set_status_mask(entity, status));
-    checked(dds_waitset_attach(waitset, entity, 0));
+bool wait_until(Condition condition) {
     const dds_time_t end = dds_time() + PATIENCE;
-    bool holds = condition();
-    while (!holds && dds_waitset_wait_until(waitset, nullptr, 0, end) > 0) {
-        holds = condition();
+    while (!condition() && dds_time() < end) {
+        dds_sleepfor(DDS_MSECS(1));
     }
-    dds_delete(waitset);
-    return holds;
+    return condition();
 }
 
-bool has_readers(dds_entity_t participant, dds_entity_t writer, std::uint32_t count) {
-    return wait_for(participant, writer, DDS_PUBLICATION_MATCHED_STATUS, [&] {
-        dds_publication_matched_status_t status;
-        return dds_get_publication_matched_status(writer, &status) == 0 && status.current_count >= count;
-    });
+bool has_readers(dds_entity_t writer, std::uint32_t count) {
+    dds_publication_matched_status_t status;
+    return wait_until([&] { return dds_get_publication_matched_status(writer, &status) == 0 && status.current_count >= count; });
 }
 
-bool has_writers(dds_entity_t participant, dds_entity_t reader, std::uint32_t count) {
-    return wait_for(participant, reader, DDS_SUBSCRIPTION_MATCHED_STATUS, [&] {
-        dds_subscription_matched_status_t status;
-        return dds_get_subscription_matched_status(reader, &status) == 0 && status.current_count >= count;
-    });
-}
-
-template <typename Sample>
-std::string text_of(const Sample& sample) {
-    return std::to_string(sample.number) + " " + sample.of;
+bool has_writers(dds_entity_t reader, std::uint32_t count) {
+    dds_subscription_matched_status_t status;
+    return wait_until([&] { return dds_get_subscription_matched_status(reader, &status) == 0 && status.current_count >= count; });
 }
 
 // Takes the next sample.
 template <typename Sample>
-std::string next(dds_entity_t participant, dds_entity_t reader) {
+std::string next(dds_entity_t reader) {
     std::string text = "(none)";
-    wait_for(participant, reader, DDS_DATA_AVAILABLE_STATUS, [&] {
+    wait_until([&] {
         void* sample = nullptr;
         dds_sample_info_t info;
-        const bool came = dds_take(reader, &sample, &info, 1, 1) == 1 && info.valid_data;
-        if (came) {
-            text = text_of(*static_cast<const Sample*>(sample));
-        }
-        if (sample != nullptr) {
+        if (text == "(none)" && dds_take(reader, &sample, &info, 1, 1) == 1) {
+            const Sample& taken = *static_cast<const Sample*>(sample);
+            text = info.valid_data ? std::to_string(taken.number) + " " + taken.of : text;
             dds_return_loan(reader, &sample, 1);
         }
-        return came;
+        return text != "(none)";
     });
     return text;
 }
@@ -105,16 +89,16 @@ int main(int count, char** words) {
         if (what == "ask") {
             question.of = of.data();
             // Its own reader of questions, and the replier's; the replier's writer of answers.
-            const bool met = has_readers(participant, asking, 2) && has_writers(participant, answers, 1);
+            const bool met = has_readers(asking, 2) && has_writers(answers, 1);
             const bool written = met && dds_write(asking, &question) == 0 && dds_wait_for_acks(asking, PATIENCE) == 0;
             std::cout << (written ? "written" : met ? "not written" : "nobody is there") << std::endl;
         } else if (what == "meet") {
-            const std::uint32_t writers = static_cast<std::uint32_t>(question.number);
-            std::cout << (has_writers(participant, questions, writers) ? "met" : "nobody is there") << std::endl;
+            const bool met = has_writers(questions, static_cast<std::uint32_t>(question.number));
+            std::cout << (met ? "met" : "nobody is there") << std::endl;
         } else if (what == "question") {
-            std::cout << next<questions_Question>(participant, questions) << std::endl;
+            std::cout << next<questions_Question>(questions) << std::endl;
         } else {
-            std::cout << next<questions_Answer>(participant, answers) << std::endl;
+            std::cout << next<questions_Answer>(answers) << std::endl;
         }
     }
     dds_delete(participant);
