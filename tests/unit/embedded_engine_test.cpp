@@ -6,12 +6,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "engines/EngineModule.hpp"
 #include "middleware/TypeSamplePool.hpp"
@@ -147,7 +149,9 @@ TEST(EmbeddedEngine, finds_room_that_comes_between_the_refusal_and_the_sleep) {
     FakeWriter sender(domain, false);
     FakeReader receiver(domain, false, 9);
     receiver.refuse_next = true;
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(DDS_RETCODE_OK, sender.write(1, LONG_TIME));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30)) << "woken by its own deadline";
     receiver.refuse_next = true;
     EXPECT_EQ(DDS_RETCODE_TIMEOUT, sender.write(2)) << "no patience, no second look";
     EXPECT_EQ(1, receiver.take());

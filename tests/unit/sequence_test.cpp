@@ -66,20 +66,6 @@ TYPED_TEST(NumberSequence, keeps_its_elements_through_growth_and_shrinking) {
     EXPECT_EQ(0, TypeParam(-3).length());
 }
 
-TYPED_TEST(NumberSequence, copies_are_deep_and_self_assignment_changes_nothing) {
-    TypeParam source;
-    fill(source, 6);
-    const TypeParam copied(source);
-    TypeParam assigned(2);
-    assigned = source;
-    source[0] = 99;
-    const TypeParam& self = source;
-    source = self;
-    EXPECT_EQ(99, source[0]);
-    EXPECT_EQ((std::vector<int>{10, 11, 12, 13, 14, 15}), elements(copied));
-    EXPECT_EQ(elements(copied), elements(assigned));
-}
-
 TYPED_TEST(NumberSequence, loans_belong_to_the_lender) {
     int buffer[3] = {1, 2, 3};
     int* pointers[3] = {&buffer[2], &buffer[1], &buffer[0]};
@@ -152,17 +138,6 @@ TYPED_TEST(NumberSequence, without_memory_stays_as_it_is) {
         EXPECT_EQ(has_copied ? 9 : 0, target.length());
     });
     EXPECT_EQ(4, runs);
-}
-
-TEST(Sequence, with_room_in_itself_needs_no_memory_for_few_elements) {
-    AllocationProbe::fail(0);
-    Inline sequence;
-    fill(sequence, 4);
-    const Inline copy(sequence);
-    const Heap empty;
-    const Heap also_empty(empty);
-    AllocationProbe::stop();
-    EXPECT_EQ(0, AllocationProbe::count());
 }
 
 TEST(Sequence, of_strings_owns_its_strings) {
