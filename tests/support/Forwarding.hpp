@@ -9,6 +9,8 @@
 
 #include "CallScript.hpp"
 #include "Thrown.hpp"
+#include "norvane/dds/Condition.hpp"
+#include "norvane/dds/Status.hpp"
 
 namespace norvane::test {
 
