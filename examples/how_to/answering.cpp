@@ -30,15 +30,17 @@ norvane::ReplierParams short_queue(DDSDomainParticipant* participant) {
     return norvane::ReplierParams(participant).service_name("Office").max_queued_requests(2);
 }
 
-// Returns whether there was room.
+// Returns whether the work was accepted in time.
 bool offer(TextRequester& requester, const std::string& work) {
     try {
         requester.call(work, std::chrono::milliseconds(50));
-    } catch (const norvane::TimeoutException& error) {
-        std::printf("%s\n", error.what());
-        return std::string(error.what()).find("its queue is full") == std::string::npos;
+        return true;
+    } catch (const norvane::CallTimeoutException& error) {
+        // NO_ROOM: it was not sent. SILENT: it was, and may still be done, since "fastdds" sends without waiting for room.
+        const bool was_sent = error.reason() == norvane::TimeoutReason::SILENT;
+        std::printf("%s (%s)\n", error.what(), was_sent ? "sent" : "not sent");
+        return false;
     }
-    return true;
 }
 //! [limit]
 
