@@ -17,6 +17,9 @@ namespace norvane::test {
 
 namespace {
 
+// Several large answers over a wire with a delay may take half a minute.
+constexpr int PATIENCE_MS = 100 * 1000;
+
 std::map<std::string, Role>& roles() {
     static std::map<std::string, Role> all;
     return all;
@@ -96,7 +99,7 @@ std::string PeerProcess::read_line() {
         }
         pollfd readable = {_output, POLLIN, 0};
         char octets[4096];
-        const ssize_t count = ::poll(&readable, 1, 30000) == 1 ? ::read(_output, octets, sizeof octets) : 0;
+        const ssize_t count = ::poll(&readable, 1, PATIENCE_MS) == 1 ? ::read(_output, octets, sizeof octets) : 0;
         if (count <= 0) {
             return "(nothing)";
         }
