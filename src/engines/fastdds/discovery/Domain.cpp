@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/discovery/Domain.hpp"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <iterator>
-#include <random>
 #include <utility>
 
 #include <fastdds/rtps/RTPSDomain.h>
 
 #include "engines/fastdds/discovery/LocalWriters.hpp"
+#include "engines/fastdds/quirks_2_9/ForkedPrefix.hpp"
 #include "engines/judgement.hpp"
 #include "platform/Clock.hpp"
 
@@ -76,48 +73,7 @@ std::vector<std::uint32_t> discovery_ports(const rtps::RTPSParticipant& particip
     return ports;
 }
 
-// Fast DDS makes the prefix of each participant from one that it keeps since its first participant, process id included. A child
-// made by fork() would share it with its parent, and each would look for the other's endpoints in its own memory.
 // Guarded by the mutex of all endpoints.
-class ForkedPrefix {
-public:
-    /// @param made  the prefix of a participant that Fast DDS chose itself.
-    void note(const rtps::GuidPrefix_t& made) noexcept {
-        if (_process == 0) {
-            _prefix = made;
-            _process = ::getpid();
-        }
-    }
-    /// @return whether this process was forked since its last participant.
-    bool is_of_a_parent() const noexcept { return _process != 0 && _process != ::getpid(); }
-    /// @return the prefix for one more participant; unknown: Fast DDS may choose.
-    rtps::GuidPrefix_t next() {
-        if (is_of_a_parent()) {
-            _process = ::getpid();
-            _is_forked = true;
-            _count = 0;
-            const std::uint32_t random = std::random_device()();
-            std::memcpy(_prefix.value + PROCESS, &random, sizeof random);
-        }
-        if (!_is_forked) {
-            return rtps::GuidPrefix_t::unknown();
-        }
-        ++_count;
-        std::memcpy(_prefix.value + NUMBER, &_count, sizeof _count);
-        return _prefix;
-    }
-
-private:
-    // Places in a prefix. Before them: vendor and host.
-    static constexpr std::size_t PROCESS = 4;
-    static constexpr std::size_t NUMBER = 8;
-
-    rtps::GuidPrefix_t _prefix;
-    pid_t _process = 0;  // that `_prefix` is of
-    bool _is_forked = false;
-    std::uint32_t _count = 0;
-};
-
 ForkedPrefix& forked_prefix() noexcept {
     static ForkedPrefix prefix;
     return prefix;
