@@ -35,6 +35,21 @@ struct Submessage {
     /// Octets before the first submessage.
     static constexpr std::size_t MESSAGE_HEADER = 20;
 
+    // Places in the bodies, and lengths of what does not vary.
+    static constexpr std::size_t WRITER_OF_DATA = 8;  ///< Of DATA and DATA_FRAG; so are the next five.
+    static constexpr std::size_t NUMBER_OF_DATA = 12;
+    static constexpr std::size_t FIRST_FRAGMENT = 20;
+    static constexpr std::size_t FRAGMENT_COUNT = 24;
+    static constexpr std::size_t FRAGMENT_SIZE = 26;
+    static constexpr std::size_t SAMPLE_SIZE = 28;
+    static constexpr std::size_t DATA_FRAG_HEAD = 32;
+    static constexpr std::size_t WRITER = 4;             ///< Of the others.
+    static constexpr std::size_t FIRST_NUMBER = 8;       ///< Of HEARTBEAT and GAP; of NACK_FRAG the only one.
+    static constexpr std::size_t SET_OF_ACKNACK = 8;     ///< Base of 8 octets, count of bits, bits.
+    static constexpr std::size_t SET_OF_NACK_FRAG = 16;  ///< Base of 4 octets, count of bits, bits.
+    /// In the last octet of an entity: it belongs to discovery.
+    static constexpr std::uint8_t BUILTIN_ENTITY = 0xc0;
+
     /// @return whether the octets begin like a message with a submessage.
     static bool begin_a_message(const std::uint8_t* octets, std::size_t length) noexcept {
         return length >= MESSAGE_HEADER + HEADER && std::memcmp(octets, "RTPS", 4) == 0;

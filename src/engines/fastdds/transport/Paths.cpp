@@ -15,19 +15,6 @@ namespace fastdds {
 namespace {
 
 constexpr std::size_t PREFIX_IN_HEADER = 8;
-constexpr std::uint8_t BUILTIN_ENTITY = 0xc0;
-// Places in the bodies of submessages.
-constexpr std::size_t WRITER_OF_DATA = 8;
-constexpr std::size_t NUMBER_OF_DATA = 12;
-constexpr std::size_t FIRST_FRAGMENT = 20;
-constexpr std::size_t FRAGMENT_COUNT = 24;
-constexpr std::size_t FRAGMENT_SIZE = 26;
-constexpr std::size_t SAMPLE_SIZE = 28;
-constexpr std::size_t DATA_FRAG_HEAD = 32;
-constexpr std::size_t WRITER_OF_ACKNACK = 4;
-constexpr std::size_t SET_OF_ACKNACK = 8;  // base of 8 octets, count of bits, bits
-constexpr std::size_t NUMBER_OF_NACK_FRAG = 8;
-constexpr std::size_t SET_OF_NACK_FRAG = 16;  // base of 4 octets, count of bits, bits
 constexpr std::uint32_t MOST_BITS = Path::TOLD;
 
 // An entity is four octets, whatever the order of the others.
@@ -37,7 +24,9 @@ std::uint32_t entity_at(const Submessage& each, std::size_t place) noexcept {
     return entity;
 }
 
-bool is_of_user(const Submessage& each, std::size_t place) noexcept { return (each.body[place + 3] & BUILTIN_ENTITY) == 0; }
+bool is_of_user(const Submessage& each, std::size_t place) noexcept {
+    return (each.body[place + 3] & Submessage::BUILTIN_ENTITY) == 0;
+}
 
 // A set of numbers, from a base on.
 struct Bits {
@@ -57,8 +46,8 @@ struct Bits {
 // @param participant  that the submessage is for; null if it is not named.
 // @return whether the fragments that a reader asks for exist. Discovery has no samples in fragments.
 bool asks_for_what_exists(const Submessage& each, const std::uint8_t* participant, Paths::FragmentCount fragments) noexcept {
-    Bits bits = {each, SET_OF_NACK_FRAG + 4};
-    if (participant == nullptr || !is_of_user(each, WRITER_OF_ACKNACK) || !bits.read()) {
+    Bits bits = {each, Submessage::SET_OF_NACK_FRAG + 4};
+    if (participant == nullptr || !is_of_user(each, Submessage::WRITER) || !bits.read()) {
         return false;
     }
     std::uint32_t behind = bits.count;
@@ -67,9 +56,9 @@ bool asks_for_what_exists(const Submessage& each, const std::uint8_t* participan
     }
     rtps::GUID_t writer;
     std::memcpy(writer.guidPrefix.value, participant, sizeof writer.guidPrefix.value);
-    std::memcpy(writer.entityId.value, each.body + WRITER_OF_ACKNACK, sizeof writer.entityId.value);
-    const std::uint64_t last = static_cast<std::uint64_t>(each.read_u32(SET_OF_NACK_FRAG)) + behind - 1;
-    return behind == 0 || last <= fragments(writer, each.read_number(NUMBER_OF_NACK_FRAG));
+    std::memcpy(writer.entityId.value, each.body + Submessage::WRITER, sizeof writer.entityId.value);
+    const std::uint64_t last = static_cast<std::uint64_t>(each.read_u32(Submessage::SET_OF_NACK_FRAG)) + behind - 1;
+    return behind == 0 || last <= fragments(writer, each.read_number(Submessage::FIRST_NUMBER));
 }
 
 // Whether a message with such a submessage is to be looked at. Those with small samples alone are not.
@@ -147,18 +136,19 @@ Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, cons
         }
         is_wanted = is_wanted || counts(each.kind, each.length, LARGE);
         has_heartbeat = has_heartbeat || each.kind == Submessage::HEARTBEAT;
-        const bool is_fragment = each.kind == Submessage::DATA_FRAG && each.length >= DATA_FRAG_HEAD;
+        const bool is_fragment = each.kind == Submessage::DATA_FRAG && each.length >= Submessage::DATA_FRAG_HEAD;
         const bool is_large = each.kind == Submessage::DATA && each.length >= LARGE;
-        if ((!is_fragment && !is_large) || !is_of_user(each, WRITER_OF_DATA)) {
+        if ((!is_fragment && !is_large) || !is_of_user(each, Submessage::WRITER_OF_DATA)) {
             continue;
         }
-        const std::uint32_t first = is_fragment ? each.read_u32(FIRST_FRAGMENT) : 0;
-        const std::uint32_t last = is_fragment ? first + std::max(each.read_u16(FRAGMENT_COUNT), 1U) - 1 : 0;
+        const std::uint32_t first = is_fragment ? each.read_u32(Submessage::FIRST_FRAGMENT) : 0;
+        const std::uint32_t last = is_fragment ? first + std::max(each.read_u16(Submessage::FRAGMENT_COUNT), 1U) - 1 : 0;
         piece.first_fragment = has_piece ? std::min(piece.first_fragment, first) : first;
         piece.last_fragment = last;
-        is_end = !is_fragment || static_cast<std::uint64_t>(last) * each.read_u16(FRAGMENT_SIZE) >= each.read_u32(SAMPLE_SIZE);
-        writer_entity = entity_at(each, WRITER_OF_DATA);
-        piece.number = each.read_number(NUMBER_OF_DATA);
+        is_end = !is_fragment || static_cast<std::uint64_t>(last) * each.read_u16(Submessage::FRAGMENT_SIZE) >=
+                                     each.read_u32(Submessage::SAMPLE_SIZE);
+        writer_entity = entity_at(each, Submessage::WRITER_OF_DATA);
+        piece.number = each.read_number(Submessage::NUMBER_OF_DATA);
         has_piece = true;
     }
     if (!is_wanted) {
@@ -207,17 +197,17 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
             destination = each.body;
             continue;
         }
-        const bool is_acknack = each.kind == Submessage::ACKNACK && each.length >= SET_OF_ACKNACK + 12;
-        const bool is_nack_frag = each.kind == Submessage::NACK_FRAG && each.length >= SET_OF_NACK_FRAG + 8;
+        const bool is_acknack = each.kind == Submessage::ACKNACK && each.length >= Submessage::SET_OF_ACKNACK + 12;
+        const bool is_nack_frag = each.kind == Submessage::NACK_FRAG && each.length >= Submessage::SET_OF_NACK_FRAG + 8;
         if (is_nack_frag && !asks_for_what_exists(each, destination, _fragments)) {
             is_current = false;
             continue;
         }
-        if ((!is_acknack && !is_nack_frag) || !is_of_user(each, WRITER_OF_ACKNACK)) {
+        if ((!is_acknack && !is_nack_frag) || !is_of_user(each, Submessage::WRITER)) {
             continue;
         }
-        const std::uint32_t writer = entity_at(each, WRITER_OF_ACKNACK);
-        Bits bits = {each, is_acknack ? SET_OF_ACKNACK + 8 : SET_OF_NACK_FRAG + 4};
+        const std::uint32_t writer = entity_at(each, Submessage::WRITER);
+        Bits bits = {each, is_acknack ? Submessage::SET_OF_ACKNACK + 8 : Submessage::SET_OF_NACK_FRAG + 4};
         if (!bits.read()) {
             continue;
         }
@@ -234,7 +224,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                 } catch (const std::exception&) {
                     continue;  // memory is short: no window yet
                 }
-                const std::int64_t base = each.read_number(SET_OF_ACKNACK);
+                const std::int64_t base = each.read_number(Submessage::SET_OF_ACKNACK);
                 path->acknowledge(
                     base,
                     [&](std::int64_t number) {
@@ -242,7 +232,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                     },
                     now_ns);
             } else if (path != nullptr) {
-                const std::uint32_t base = each.read_u32(SET_OF_NACK_FRAG);
+                const std::uint32_t base = each.read_u32(Submessage::SET_OF_NACK_FRAG);
                 const auto missing_up_to = [&](std::uint32_t fragment) {
                     std::uint32_t missing = 0;
                     for (std::uint32_t index = 0; index < bits.count && base + index <= fragment; ++index) {
@@ -250,7 +240,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                     }
                     return missing;
                 };
-                is_current = path->ask_again(each.read_number(NUMBER_OF_NACK_FRAG), base, missing_up_to, now_ns) && is_current;
+                is_current = path->ask_again(each.read_number(Submessage::FIRST_NUMBER), base, missing_up_to, now_ns) && is_current;
             }
         }
     }

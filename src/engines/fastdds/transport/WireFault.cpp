@@ -22,32 +22,20 @@ constexpr std::size_t TIME = 8;
 constexpr std::size_t DESTINATION = 12;
 constexpr std::size_t SOURCE = 20;
 constexpr std::size_t DATA_HEAD = 20;
-constexpr std::size_t DATA_FRAG_HEAD = 32;
 constexpr std::size_t HEARTBEAT_SIZE = 28;
 constexpr std::size_t HEARTBEAT_FRAG_SIZE = 24;
 constexpr std::size_t COUNT_SIZE = 4;
 // Places in the bodies.
 constexpr std::size_t OCTETS_TO_PARAMETERS = 2;
 constexpr std::size_t AFTER_OCTETS_TO_PARAMETERS = 4;
-constexpr std::size_t WRITER_OF_DATA = 8;
-constexpr std::size_t NUMBER_OF_DATA = 12;
-constexpr std::size_t FIRST_FRAGMENT = 20;
-constexpr std::size_t FRAGMENT_COUNT = 24;
-constexpr std::size_t FRAGMENT_SIZE = 26;
-constexpr std::size_t SAMPLE_SIZE = 28;
-constexpr std::size_t WRITER = 4;  // of the others
-constexpr std::size_t FIRST_NUMBER = 8;
 constexpr std::size_t LAST_NUMBER = 16;
-constexpr std::size_t SET_OF_ACKNACK = 8;
 constexpr std::size_t SET_OF_GAP = 16;
-constexpr std::size_t SET_OF_NACK_FRAG = 16;
 
 constexpr std::uint8_t NO_TIME_FLAG = 0x02;
 constexpr std::uint8_t PARAMETERS_FLAG = 0x02;
 constexpr std::uint8_t DATA_FLAG = 0x04;
 constexpr std::uint8_t KEY_FLAG = 0x08;
 constexpr std::uint8_t KEY_FLAG_OF_FRAGMENT = 0x04;
-constexpr std::uint8_t BUILTIN_ENTITY = 0xc0;
 constexpr std::uint32_t MOST_OCTETS_TO_PARAMETERS = 0x7fff;  // above, Fast DDS takes them for negative
 constexpr std::uint32_t SENTINEL = 1;
 constexpr std::size_t ENCAPSULATION = 4;
@@ -66,7 +54,8 @@ constexpr std::uint32_t LARGEST_FRAGMENT = 65400;
 constexpr std::uint32_t LARGEST_SAMPLE = 1U << 30;
 
 std::int64_t highest_number(const Submessage& each, std::size_t writer) noexcept {
-    return (each.body[writer + 3] & BUILTIN_ENTITY) == BUILTIN_ENTITY ? HIGHEST_BUILTIN_NUMBER : HIGHEST_NUMBER;
+    return (each.body[writer + 3] & Submessage::BUILTIN_ENTITY) == Submessage::BUILTIN_ENTITY ? HIGHEST_BUILTIN_NUMBER
+                                                                                              : HIGHEST_NUMBER;
 }
 
 bool is_number(const Submessage& each, std::size_t place, std::size_t writer) noexcept {
@@ -119,7 +108,7 @@ WireFault fault_of_data(const Submessage& each) noexcept {
     if (fault != WireFault::NONE) {
         return fault;
     }
-    if (!is_number(each, NUMBER_OF_DATA, WRITER_OF_DATA)) {
+    if (!is_number(each, Submessage::NUMBER_OF_DATA, Submessage::WRITER_OF_DATA)) {
         return WireFault::NUMBER;
     }
     const std::size_t least = (each.flags & DATA_FLAG) != 0 ? ENCAPSULATION : (each.flags & KEY_FLAG) != 0 ? 1 : 0;
@@ -128,19 +117,19 @@ WireFault fault_of_data(const Submessage& each) noexcept {
 
 WireFault fault_of_fragment(const Submessage& each) noexcept {
     std::size_t payload = 0;
-    const WireFault fault = find_payload(each, DATA_FRAG_HEAD, payload);
+    const WireFault fault = find_payload(each, Submessage::DATA_FRAG_HEAD, payload);
     if (fault != WireFault::NONE) {
         return fault;
     }
-    if (!is_number(each, NUMBER_OF_DATA, WRITER_OF_DATA)) {
+    if (!is_number(each, Submessage::NUMBER_OF_DATA, Submessage::WRITER_OF_DATA)) {
         return WireFault::NUMBER;
     }
-    const std::uint32_t first = each.read_u32(FIRST_FRAGMENT);
-    const std::uint32_t size = each.read_u16(FRAGMENT_SIZE);
-    const std::uint32_t sample = each.read_u32(SAMPLE_SIZE);
+    const std::uint32_t first = each.read_u32(Submessage::FIRST_FRAGMENT);
+    const std::uint32_t size = each.read_u16(Submessage::FRAGMENT_SIZE);
+    const std::uint32_t sample = each.read_u32(Submessage::SAMPLE_SIZE);
     // With several fragments, Fast DDS copies the size of as many that it knows from the first one, whatever is there. It has no
     // payload for a key.
-    const bool is_one = each.read_u16(FRAGMENT_COUNT) == 1 && (each.flags & KEY_FLAG_OF_FRAGMENT) == 0;
+    const bool is_one = each.read_u16(Submessage::FRAGMENT_COUNT) == 1 && (each.flags & KEY_FLAG_OF_FRAGMENT) == 0;
     const bool is_sized = size >= LEAST_FRAGMENT && size <= LARGEST_FRAGMENT && sample >= 1 && sample <= LARGEST_SAMPLE;
     if (!is_one || !is_sized || first == 0) {
         return WireFault::FRAGMENT;
@@ -154,8 +143,9 @@ WireFault fault_of_heartbeat(const Submessage& each) noexcept {
         return WireFault::LENGTH;
     }
     const std::int64_t last = each.read_number(LAST_NUMBER);
-    const bool is_range = last >= 0 && last <= highest_number(each, WRITER) && each.read_number(FIRST_NUMBER) <= last + 1;
-    return is_range && each.read_number(FIRST_NUMBER) >= 1 ? WireFault::NONE : WireFault::NUMBER;
+    const bool is_range =
+        last >= 0 && last <= highest_number(each, Submessage::WRITER) && each.read_number(Submessage::FIRST_NUMBER) <= last + 1;
+    return is_range && each.read_number(Submessage::FIRST_NUMBER) >= 1 ? WireFault::NONE : WireFault::NUMBER;
 }
 
 WireFault fault_of_gap(const Submessage& each) noexcept {
@@ -163,29 +153,30 @@ WireFault fault_of_gap(const Submessage& each) noexcept {
         return WireFault::LENGTH;
     }
     const std::int64_t behind = each.read_number(SET_OF_GAP);
-    const bool is_range =
-        is_number(each, FIRST_NUMBER, WRITER) && behind >= each.read_number(FIRST_NUMBER) && behind <= highest_number(each, WRITER);
-    return is_range && behind - each.read_number(FIRST_NUMBER) <= WIDEST_GAP ? WireFault::NONE : WireFault::NUMBER;
+    const bool is_range = is_number(each, Submessage::FIRST_NUMBER, Submessage::WRITER) &&
+                          behind >= each.read_number(Submessage::FIRST_NUMBER) &&
+                          behind <= highest_number(each, Submessage::WRITER);
+    return is_range && behind - each.read_number(Submessage::FIRST_NUMBER) <= WIDEST_GAP ? WireFault::NONE : WireFault::NUMBER;
 }
 
 WireFault fault_of_acknack(const Submessage& each) noexcept {
-    const std::size_t bits = size_of_bits(each, SET_OF_ACKNACK + 8);
-    if (bits == 0 || each.length < SET_OF_ACKNACK + 8 + bits + COUNT_SIZE) {
+    const std::size_t bits = size_of_bits(each, Submessage::SET_OF_ACKNACK + 8);
+    if (bits == 0 || each.length < Submessage::SET_OF_ACKNACK + 8 + bits + COUNT_SIZE) {
         return WireFault::LENGTH;
     }
-    const std::int64_t base = each.read_number(SET_OF_ACKNACK);  // 0 before anything has come
-    return base >= 0 && base <= highest_number(each, WRITER) ? WireFault::NONE : WireFault::NUMBER;
+    const std::int64_t base = each.read_number(Submessage::SET_OF_ACKNACK);  // 0 before anything has come
+    return base >= 0 && base <= highest_number(each, Submessage::WRITER) ? WireFault::NONE : WireFault::NUMBER;
 }
 
 WireFault fault_of_nack_frag(const Submessage& each) noexcept {
-    const std::size_t bits = size_of_bits(each, SET_OF_NACK_FRAG + 4);
-    if (bits == 0 || each.length < SET_OF_NACK_FRAG + 4 + bits + COUNT_SIZE) {
+    const std::size_t bits = size_of_bits(each, Submessage::SET_OF_NACK_FRAG + 4);
+    if (bits == 0 || each.length < Submessage::SET_OF_NACK_FRAG + 4 + bits + COUNT_SIZE) {
         return WireFault::LENGTH;
     }
-    const std::uint32_t base = each.read_u32(SET_OF_NACK_FRAG);
-    return !is_number(each, FIRST_NUMBER, WRITER)                ? WireFault::NUMBER
-           : base == 0 || base > LARGEST_SAMPLE / LEAST_FRAGMENT ? WireFault::FRAGMENT
-                                                                 : WireFault::NONE;
+    const std::uint32_t base = each.read_u32(Submessage::SET_OF_NACK_FRAG);
+    return !is_number(each, Submessage::FIRST_NUMBER, Submessage::WRITER) ? WireFault::NUMBER
+           : base == 0 || base > LARGEST_SAMPLE / LEAST_FRAGMENT          ? WireFault::FRAGMENT
+                                                                          : WireFault::NONE;
 }
 
 WireFault fault_of(const Submessage& each) noexcept {
