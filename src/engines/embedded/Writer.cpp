@@ -78,7 +78,7 @@ struct Writer::Outgoing {
 Writer::Writer(std::shared_ptr<const mw::EndpointInfo> info, const mw::WriterSettings& settings) noexcept
     : Endpoint(std::move(info)),
       _pool(*settings.pool),
-      _shown_number(settings.last_number),
+      _given_number(settings.last_number),
       _reliable(settings.qos->reliability.kind == DDS_RELIABLE_RELIABILITY_QOS),
       _keeps(settings.qos->durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS),
       _keeps_last_only(settings.qos->history.kind == DDS_KEEP_LAST_HISTORY_QOS),
@@ -158,7 +158,7 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
     }
     out.metadata.identity.sequence_number = mw::to_sequence_number(number);
     out.addressed = false;
-    _shown_number->store(number, std::memory_order_release);
+    _given_number->store(number, std::memory_order_release);
     if (_needs_copies.load(std::memory_order_relaxed)) {
         if (_keeps) {
             code = make_history_room_locked(out);

@@ -92,7 +92,7 @@ private:
     void settle_backlog_locked(Match& match) noexcept;
 
     mw::SamplePool& _pool;
-    const std::shared_ptr<std::atomic<std::int64_t>> _shown_number;  // the last one that a reader can have
+    const std::shared_ptr<std::atomic<std::int64_t>> _given_number;  // the last one, before a reader can have it
     std::shared_ptr<Bus> _bus;
     const bool _reliable;
     const bool _keeps;  // transient-local
