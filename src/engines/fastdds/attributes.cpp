@@ -111,6 +111,8 @@ struct Transports {
     std::uint32_t buffer = USUAL_BUFFER;
     bool batching = true;
     std::chrono::microseconds pause = USUAL_PAUSE;  // longest between samples that leave together
+    bool has_faults = false;
+    FaultPlan faults;
 };
 
 void add_transports(const Transports& transports, ParticipantChoice& choice) {
@@ -135,6 +137,9 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         }
         choice.ends.inbox = std::make_shared<Inbox>();
         choice.ends.refusals = std::make_shared<Refusals>();
+        if (transports.has_faults) {
+            choice.ends.faults = std::make_shared<FaultInjector>(transports.faults);
+        }
         choice.ends.far_datagram = transports.datagram == 0 ? transports.own.datagram_that_fits(transports.interfaces) : 0;
         choice.ends.interfaces = std::make_shared<const Interfaces>(transports.own);
         // A part of the buffer is left to what is small.
@@ -148,8 +153,9 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
     }
 }
 
-// Takes one property of norvane. @return false if its value or its name is not valid.
-bool take(const std::string& name, const std::string& value, ParticipantChoice& choice, Transports& transports) {
+// Takes one property of norvane. @return false if its value or its name is not valid. @param reason  gets why, if there is more to say.
+bool take(const std::string& name, const std::string& value, ParticipantChoice& choice, Transports& transports,
+          std::string& reason) {
     rtps::BuiltinAttributes& builtin = choice.attributes.builtin;
     long number = 0;
     if (name == "norvane.fastdds.transports") {
@@ -186,6 +192,11 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
         transports.batching = value != "off";
         transports.pause = number != 0 ? std::chrono::microseconds(number) : USUAL_PAUSE;
         return true;
+    }
+    if (name == "norvane.fastdds.faults") {
+        transports.chosen = true;
+        transports.has_faults = !value.empty();
+        return transports.faults.parse(value, reason);
     }
     if (name == "norvane.fastdds.initial_peers") {
         const std::vector<std::string> peers = split(value);
@@ -287,11 +298,15 @@ bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std:
             std::strncmp(property.name, "norvane.fastdds.", std::strlen("norvane.fastdds.")) != 0) {
             continue;
         }
-        if (!take(property.name, property.value, choice, transports)) {
-            failure = std::string("property ") + property.name + ": \"" + property.value +
-                      "\" is not understood, or names what this machine does not have";
+        std::string reason = "is not understood, or names what this machine does not have";
+        if (!take(property.name, property.value, choice, transports, reason)) {
+            failure = std::string("property ") + property.name + ": \"" + property.value + "\" " + reason;
             return false;
         }
+    }
+    if (transports.has_faults && !transports.udp) {
+        failure = "property norvane.fastdds.faults: it applies to UDP only: add udp to the property norvane.fastdds.transports";
+        return false;
     }
     add_transports(transports, choice);
     pass_on(qos.property, attributes.properties.properties());

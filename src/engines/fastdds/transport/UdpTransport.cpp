@@ -39,6 +39,27 @@ public:
 
     void receive(transport::TransportReceiverInterface* next, const rtps::octet* message, std::uint32_t length,
                  const rtps::Locator_t& local, const rtps::Locator_t& remote) override {
+        if (_ends.faults) {
+            _ends.faults->receive(message, length, local.port,
+                                  [this, next, local, remote](const std::uint8_t* octets, std::uint32_t size) {
+                                      deliver(*next, octets, size, local, remote);
+                                  });
+            return;
+        }
+        deliver(*next, message, length, local, remote);
+    }
+
+    // The receivers of what is delayed go with the channels.
+    bool CloseInputChannel(const rtps::Locator_t& locator) override {
+        if (_ends.faults) {
+            _ends.faults->close();
+        }
+        return ChainingTransport::CloseInputChannel(locator);
+    }
+
+private:
+    void deliver(transport::TransportReceiverInterface& next, const rtps::octet* message, std::uint32_t length,
+                 const rtps::Locator_t& local, const rtps::Locator_t& remote) const {
         const WireFault fault = find_wire_fault(message, length);
         if (fault != WireFault::NONE) {
             _ends.refusals->note(fault, remote);
@@ -50,10 +71,9 @@ public:
             message = copy.data();
             length = static_cast<std::uint32_t>(copy.size());
         }
-        _ends.inbox->take_in(message, length, local.port, [&] { next->OnDataReceived(message, length, local, remote); });
+        _ends.inbox->take_in(message, length, local.port, [&] { next.OnDataReceived(message, length, local, remote); });
     }
 
-private:
     bool send_to(rtps::SenderResource& sender, const rtps::octet* message, std::uint32_t length, const rtps::Locator_t& place,
                  const std::chrono::steady_clock::time_point& deadline) {
         if (_ends.far_datagram != 0 && length > _ends.far_datagram && !_ends.interfaces->reach_within(place)) {

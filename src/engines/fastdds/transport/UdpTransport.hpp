@@ -9,6 +9,7 @@
 #include <fastdds/rtps/transport/TransportDescriptorInterface.h>
 
 #include "engines/fastdds/quirks_2_9/Inbox.hpp"
+#include "engines/fastdds/transport/FaultInjector.hpp"
 #include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/Outbox.hpp"
 #include "engines/fastdds/transport/Paths.hpp"
@@ -25,7 +26,8 @@ struct TransportEnds {
     std::shared_ptr<const Interfaces> interfaces;
     std::shared_ptr<Paths> paths;  ///< Refers to the interfaces.
     std::shared_ptr<Refusals> refusals;
-    std::uint32_t far_datagram = 0;  ///< Octets of a datagram to another machine at most; 0: as long as a message.
+    std::shared_ptr<FaultInjector> faults;  ///< Null: what arrives is delivered as it came.
+    std::uint32_t far_datagram = 0;         ///< Octets of a datagram to another machine at most; 0: as long as a message.
 };
 
 /// @param udp  does the sending and receiving.
