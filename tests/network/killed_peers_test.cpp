@@ -2,6 +2,10 @@
 // Peers that are killed: a replier that owes replies, a requester that comes back under its name; and peers that are only stopped.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <string>
@@ -143,6 +147,53 @@ TEST_F(LostRequester, that_was_only_stopped_gets_the_answer_that_was_given_while
                   stopped->stop();
                   EXPECT_TRUE(eventually([&] { return found_and_left(1, 0); })) << "within its lease";
               }));
+}
+
+// Samples of very different lengths, while peers are killed one after the other. One that stays keeps the traffic up until the dead
+// ones are missed.
+class ManyKilled : public ::testing::Test {
+protected:
+#ifdef __SANITIZE_ADDRESS__
+    static constexpr int KILLS = 5;  // the sanitizer keeps freed memory: only that nothing breaks
+    static constexpr long MOST_GROWTH = 1000 * 1000;
+#else
+    static constexpr int KILLS = 200;
+    static constexpr long MOST_GROWTH = 5 * 1024;
+#endif
+    static std::string text_of(int number) { return std::string(number % 20 == 7 ? 300 * 1000 : 10, 'x'); }
+    static long resident_kb() {
+        long pages = 0;
+        std::ifstream("/proc/self/statm") >> pages >> pages;
+        return pages * ::sysconf(_SC_PAGESIZE) / 1024;
+    }
+    /// Has peers killed. @param meanwhile  runs while each of them is there.
+    template <class Meanwhile>
+    void kill_many(const std::string& role, const std::vector<std::string>& words, const Meanwhile& meanwhile) {
+        meanwhile();
+        const long before = resident_kb();
+        for (int kill = 0; kill < KILLS && !HasFailure(); ++kill) {
+            const auto victim = start_peer(role, soon_missed(_domain, words));
+            meanwhile();
+            victim->kill();
+        }
+        EXPECT_TRUE(eventually([&] { return resident_kb() <= before + MOST_GROWTH; }))
+            << "from " << before << " to " << resident_kb() << " KiB";
+    }
+
+    const int _domain = domain_of_test();
+    Participant _participant{on_loopback(_domain)};
+};
+
+TEST_F(ManyKilled, requesters_leave_no_memory_behind_at_their_replier) {
+    std::atomic<int> answered{0};
+    Oracle service(ReplierParams(_participant).service_name("Many"), [&](const Question& question) {
+        return Answer{question.number, question.of, text_of(answered++)};
+    });
+    const auto survivor = start_peer("asker", soon_missed(_domain, {"Many", "", "busy=1"}));
+    kill_many("asker", {"Many", "", "busy=1"}, [&] {
+        const int seen = answered;
+        EXPECT_TRUE(eventually([&] { return answered > seen + 50; }));
+    });
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <fastrtps/attributes/TopicAttributes.h>
 #include <fastrtps/qos/ReaderQos.h>
 
+#include "engines/fastdds/PayloadPool.hpp"
 #include "engines/fastdds/attributes.hpp"
 #include "engines/fastdds/discovery/LocalWriters.hpp"
 #include "engines/fastdds/writing/Writer.hpp"
@@ -89,7 +90,7 @@ Reader::~Reader() { close(); }
 DDS_ReturnCode_t Reader::prepare(const mw::ReaderSettings& settings, std::string& failure) {
     rtps::ReaderAttributes attributes = reader_attributes(settings.info.topic_name, *settings.qos);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
-    _reader = rtps::RTPSDomain::createRTPSReader(&_domain->participant(), attributes, &_history, this);
+    _reader = rtps::RTPSDomain::createRTPSReader(&_domain->participant(), attributes, PayloadPool::get(), &_history, this);
     if (_reader == nullptr) {
         failure = "Fast DDS makes no reader";
         return DDS_RETCODE_ERROR;

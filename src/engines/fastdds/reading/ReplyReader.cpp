@@ -9,6 +9,7 @@
 #include <fastrtps/attributes/TopicAttributes.h>
 #include <fastrtps/qos/ReaderQos.h>
 
+#include "engines/fastdds/PayloadPool.hpp"
 #include "engines/fastdds/attributes.hpp"
 #include "engines/fastdds/reading/ReplyRoute.hpp"
 
@@ -47,7 +48,7 @@ ReplyReader::~ReplyReader() {
 bool ReplyReader::prepare(const DDS_DataReaderQos& qos, std::string& failure) {
     rtps::ReaderAttributes attributes = reader_attributes(_info.topic_name, qos);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
-    _reader = rtps::RTPSDomain::createRTPSReader(&_domain->participant(), attributes, &_history, this);
+    _reader = rtps::RTPSDomain::createRTPSReader(&_domain->participant(), attributes, PayloadPool::get(), &_history, this);
     if (_reader == nullptr) {
         failure = "Fast DDS makes no reader";
         return false;

@@ -11,6 +11,7 @@
 #include <fastdds/rtps/writer/StatefulWriter.h>
 #include <fastrtps/attributes/TopicAttributes.h>
 
+#include "engines/fastdds/PayloadPool.hpp"
 #include "engines/fastdds/attributes.hpp"
 #include "engines/fastdds/discovery/LocalWriters.hpp"
 #include "middleware/clock.hpp"
@@ -83,7 +84,7 @@ DDS_ReturnCode_t Writer::prepare(const mw::WriterSettings& settings, std::string
     attributes.disable_heartbeat_piggyback = _reply_acknowledges;
     _pace.start(_times.heartbeatPeriod.to_ns(), _times.nackSupressionDuration.to_ns(), _reply_acknowledges);
     const std::lock_guard<std::mutex> lock(Domain::endpoints_mutex());
-    _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, _history.get(), this);
+    _writer = rtps::RTPSDomain::createRTPSWriter(&_domain->participant(), attributes, PayloadPool::get(), _history.get(), this);
     if (_writer == nullptr) {
         failure = "Fast DDS makes no writer";
         return DDS_RETCODE_ERROR;
