@@ -9,9 +9,14 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <stdexcept>
+
+#include "support/History.hpp"
 
 namespace norvane::test {
 
@@ -82,12 +87,35 @@ std::string PeerProcess::ask(const std::string& line) {
 }
 
 void PeerProcess::kill() {
+    History::note("killed", "", 0, "", _process);
     ::kill(_process, SIGKILL);
     wait_for_end();
 }
 
-void PeerProcess::stop() const { ::kill(_process, SIGSTOP); }
-void PeerProcess::go_on() const { ::kill(_process, SIGCONT); }
+void PeerProcess::stop() const {
+    History::note("stopped", "", 0, "", _process);
+    ::kill(_process, SIGSTOP);
+}
+void PeerProcess::go_on() const {
+    ::kill(_process, SIGCONT);
+    History::note("continued", "", 0, "", _process);
+}
+
+PeerProcess::Resources PeerProcess::resources() const {
+    const std::string folder = "/proc/" + std::to_string(_process);
+    Resources now;
+    std::ifstream status(folder + "/status");
+    for (std::string word; status >> word;) {
+        if (word == "VmRSS:") {
+            status >> now.memory_kb;
+        } else if (word == "Threads:") {
+            status >> now.threads;
+        }
+    }
+    const std::filesystem::directory_iterator descriptors(folder + "/fd");
+    now.descriptors = static_cast<int>(std::distance(begin(descriptors), end(descriptors)));
+    return now;
+}
 
 std::string PeerProcess::read_line() {
     for (;;) {

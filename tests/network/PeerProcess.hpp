@@ -42,6 +42,12 @@ public:
     /// Stops it for a while, so that it does not answer at all.
     void stop() const;
     void go_on() const;
+    struct Resources {
+        int memory_kb = 0;
+        int threads = 0;
+        int descriptors = 0;
+    };
+    Resources resources() const;
 
 private:
     std::string read_line();

@@ -5,7 +5,8 @@
 //   named    writes under a GUID that is always the same
 //   queue=N  of the oracle: so many requests are queued at most
 //   calls=N  of the asker: it calls so often at once, without being told to, each time with a new requester
-//   busy=N   of the asker: so many threads call without a pause
+//   busy=N   of the asker: so many threads call without a pause, until the input ends
+//   pace=N   of these threads: milliseconds between their calls
 #include <algorithm>
 #include <atomic>
 #include <iostream>
@@ -69,6 +70,7 @@ int oracle(const std::vector<std::string>& arguments) {
         params.max_queued_requests(told.number("queue"));
     }
     const Oracle service(params, [&](const Question& question) {
+        History::note("executed", question.of, question.number);
         if (question.of == "silence") {
             DDSLog_g_instrumentationMask = 0;  // it fails on purpose
             throw std::runtime_error("no answer");
@@ -99,7 +101,8 @@ int asker(const std::vector<std::string>& arguments) {
     for (std::thread& each : busy) {
         each = std::thread([&] {
             while (!ended) {
-                ask_all(requester, "busy", 1);
+                ask_all(requester, told.text(), 1);
+                std::this_thread::sleep_for(std::chrono::milliseconds(told.number("pace")));
             }
         });
     }

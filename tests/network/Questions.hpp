@@ -5,17 +5,22 @@
 #ifndef NORVANE_TESTS_NETWORK_QUESTIONS_HPP
 #define NORVANE_TESTS_NETWORK_QUESTIONS_HPP
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <boost/describe.hpp>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <future>
 #include <string>
 #include <vector>
 
 #include "norvane/norvane.hpp"
 #include "support/DomainNumber.hpp"
+#include "support/History.hpp"
 
 namespace norvane {
 namespace test {
@@ -80,20 +85,40 @@ inline int repeats() {
     return wanted != nullptr ? std::max(1, std::atoi(wanted)) : UNLESS_SAID;
 }
 
-/// Asks one question after another. @return "ok", or what went wrong.
-inline std::string ask_all(Asker& asker, const std::string& who, int count) {
-    try {
-        for (std::int32_t number = 1; number <= count; ++number) {
-            const Answer answer = asker.call({number, who}, ANSWER_TIME);
-            if (answer.number != number || answer.of != who) {
-                return "question " + std::to_string(number) + " of " + who + " got answer " + std::to_string(answer.number) +
-                       " of " + answer.of;
+/// Asks one question after another, each another one than all before. What happens is in the history, if there is one.
+/// @return "ok", or what went wrong.
+inline std::string ask_all(Asker& asker, const std::string& who, int count, std::chrono::milliseconds patience = ANSWER_TIME) {
+    static std::atomic<std::int32_t> last{0};
+    const std::string of = who + " in " + std::to_string(::getpid());
+    for (; count > 0; --count) {
+        const std::int32_t number = ++last;
+        try {
+            History::note("asked", of, number, std::to_string(patience.count()));
+            const Answer answer = asker.call({number, of}, patience);
+            History::note("got", of, number, answer.of + " " + std::to_string(answer.number));
+            if (answer.number != number || answer.of != of) {
+                return of + " got answer " + std::to_string(answer.number) + " of " + answer.of;
             }
+        } catch (const std::exception& failure) {
+            History::note("failed", of, number, failure.what());
+            return failure.what();
         }
-        return "ok";
-    } catch (const std::exception& failure) {
-        return failure.what();
     }
+    return "ok";
+}
+
+/// Has several threads ask at once, each so many questions. @return "ok", or what went wrong with one of them.
+inline std::string ask_at_once(Asker& asker, const std::string& who, int threads, int count) {
+    std::vector<std::future<std::string>> callers(static_cast<std::size_t>(threads));
+    for (std::future<std::string>& caller : callers) {
+        caller = std::async(std::launch::async, [&] { return ask_all(asker, who, count); });
+    }
+    std::string outcome = "ok";
+    for (std::future<std::string>& caller : callers) {
+        const std::string one = caller.get();
+        outcome = one == "ok" ? outcome : one;
+    }
+    return outcome;
 }
 
 }  // namespace test

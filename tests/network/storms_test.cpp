@@ -6,13 +6,18 @@
 #include <chrono>
 #include <cstdlib>
 #include <future>
+#include <iostream>
 #include <memory>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "network/PeerProcess.hpp"
 #include "network/Questions.hpp"
 #include "support/Eventually.hpp"
+#include "support/History.hpp"
+#include "support/Seed.hpp"
 
 namespace norvane::test {
 namespace {
@@ -57,6 +62,66 @@ TEST(Storms, stop_nobody) {
     for (const auto& peer : peers) {
         peer->kill();
     }
+}
+
+// Of one that stays: what belongs to a peer goes with it.
+constexpr int MOST_GROWTH_KB = 8 * 1024;
+
+// Two askers and two oracles are killed, stopped and started around two that stay.
+TEST(Storms, leave_no_call_unaccounted_for) {
+    std::mt19937 random(test_seed());
+    const auto below = [&](unsigned bound) { return static_cast<unsigned>(random() % bound); };
+    const History history;
+    const auto start = [](const std::string& role, const std::string& name) {
+        return start_peer(role, words_of(on_loopback(domain_of_test()).property("norvane.fastdds.lease_ms", "1000"),
+                                         {"Storm", name, "busy=2", "pace=1"}));
+    };
+    std::unique_ptr<PeerProcess> lasting[] = {start("oracle", "lasting"), start("asker", "lasting")};
+    std::unique_ptr<PeerProcess> mortal[4];
+    const auto rage = [&](std::chrono::milliseconds time) {
+        bool is_stopped[4] = {};
+        for (const auto end = std::chrono::steady_clock::now() + time; std::chrono::steady_clock::now() < end;) {
+            const unsigned which = below(4);
+            if (mortal[which] == nullptr) {
+                mortal[which] = start(which % 2 == 0 ? "oracle" : "asker", "mortal");
+                is_stopped[which] = false;
+            } else if (below(2) == 0) {
+                mortal[which]->kill();
+                mortal[which].reset();
+            } else {
+                is_stopped[which] ? mortal[which]->go_on() : mortal[which]->stop();
+                is_stopped[which] = !is_stopped[which];
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(below(400)));  // some leases end, others do not
+        }
+        for (auto& each : mortal) {
+            if (each != nullptr) {
+                each->kill();
+                each.reset();
+            }
+        }
+    };
+    rage(std::chrono::seconds(5));
+    const PeerProcess::Resources before[] = {lasting[0]->resources(), lasting[1]->resources()};
+    rage(std::chrono::seconds(repeats()) * 3 / 4);
+    for (int which = 0; which < 2; ++which) {
+        PeerProcess::Resources now;
+        EXPECT_TRUE(eventually([&] {
+            now = lasting[which]->resources();
+            return now.threads == before[which].threads && now.descriptors == before[which].descriptors;
+        })) << now.threads
+            << " threads, then " << before[which].threads << "; " << now.descriptors << " descriptors, then "
+            << before[which].descriptors;
+        EXPECT_GE(MOST_GROWTH_KB, now.memory_kb - before[which].memory_kb);
+        std::cout << "from " << before[which].memory_kb << " to " << now.memory_kb << " KiB\n";
+    }
+    for (const int which : {1, 0}) {
+        lasting[which].reset();
+    }
+    const History::Judgement calls = history.judge("lasting");
+    EXPECT_EQ("", calls.faults);
+    EXPECT_LT(100, calls.answered);
+    std::cout << calls.answered << " of " << calls.asked << " calls were answered\n";
 }
 
 }  // namespace
