@@ -101,20 +101,12 @@ void PeerProcess::go_on() const {
     History::note("continued", "", 0, "", _process);
 }
 
-PeerProcess::Resources PeerProcess::resources() const {
-    const std::string folder = "/proc/" + std::to_string(_process);
-    Resources now;
-    std::ifstream status(folder + "/status");
-    for (std::string word; status >> word;) {
-        if (word == "VmRSS:") {
-            status >> now.memory_kb;
-        } else if (word == "Threads:") {
-            status >> now.threads;
-        }
-    }
-    const std::filesystem::directory_iterator descriptors(folder + "/fd");
-    now.descriptors = static_cast<int>(std::distance(begin(descriptors), end(descriptors)));
-    return now;
+Resources resources_of(pid_t process) {
+    const std::string folder = "/proc/" + std::to_string(process);
+    const auto count = [&](const char* name) { return std::distance(std::filesystem::directory_iterator(folder + name), {}); };
+    long pages = 0;
+    std::ifstream(folder + "/statm") >> pages >> pages;
+    return {pages * ::sysconf(_SC_PAGESIZE) / 1024, count("/task"), count("/fd")};
 }
 
 std::string PeerProcess::read_line() {

@@ -26,6 +26,14 @@ struct KnownRole {
 /// @return the exit code.
 int answer_lines(const std::function<std::string(const std::string&)>& answer, bool says_ready = true);
 
+/// What a process occupies.
+struct Resources {
+    long memory_kb;  ///< Resident.
+    long threads;
+    long descriptors;
+};
+Resources resources_of(pid_t process);
+
 class PeerProcess {
 public:
     /// Starts it, and waits until it has said that it is ready.
@@ -42,12 +50,7 @@ public:
     /// Stops it for a while, so that it does not answer at all.
     void stop() const;
     void go_on() const;
-    struct Resources {
-        int memory_kb = 0;
-        int threads = 0;
-        int descriptors = 0;
-    };
-    Resources resources() const;
+    pid_t id() const { return _process; }
 
 private:
     std::string read_line();

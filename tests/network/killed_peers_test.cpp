@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 #include <future>
 #include <memory>
 #include <string>
@@ -70,19 +69,6 @@ TEST_F(KilledReplier, its_callers_are_told_and_another_one_serves) {
     EXPECT_EQ(4, left.completed);
     EXPECT_EQ(2 * CALLERS, left.timed_out);
     EXPECT_EQ(0, left.pending + left.queued + left.late + left.lost);
-}
-
-// A dead replier's room is nobody's concern: those that are left are written to as before.
-TEST_F(KilledReplier, does_not_hold_up_the_calls_of_others) {
-    const auto survivor = replier("survivor");
-    const auto victim = replier("victim");
-    ASSERT_TRUE(_asker.wait_for_service(ANSWER_TIME, 2));
-    victim->stop();  // it acknowledges nothing any more
-    EXPECT_EQ("ok", ask_all(_asker, "somebody", 100));
-    victim->kill();
-    EXPECT_EQ("ok", ask_all(_asker, "somebody", 100));
-    EXPECT_TRUE(eventually([&] { return _asker.matched_repliers() == 1; }));
-    EXPECT_EQ("survivor", _asker.call({1, "somebody"}, ANSWER_TIME).text);
 }
 
 TEST_F(KilledReplier, may_come_back_under_its_name_before_it_is_missed) {
@@ -161,23 +147,18 @@ protected:
     static constexpr long MOST_GROWTH = 5 * 1024;
 #endif
     static std::string text_of(int number) { return std::string(number % 20 == 7 ? 300 * 1000 : 10, 'x'); }
-    static long resident_kb() {
-        long pages = 0;
-        std::ifstream("/proc/self/statm") >> pages >> pages;
-        return pages * ::sysconf(_SC_PAGESIZE) / 1024;
-    }
     /// Has peers killed. @param meanwhile  runs while each of them is there.
     template <class Meanwhile>
     void kill_many(const std::string& role, const std::vector<std::string>& words, const Meanwhile& meanwhile) {
         meanwhile();
-        const long before = resident_kb();
+        const long before = resources_of(::getpid()).memory_kb;
         for (int kill = 0; kill < KILLS && !HasFailure(); ++kill) {
             const auto victim = start_peer(role, soon_missed(_domain, words));
             meanwhile();
             victim->kill();
         }
-        EXPECT_TRUE(eventually([&] { return resident_kb() <= before + MOST_GROWTH; }))
-            << "from " << before << " to " << resident_kb() << " KiB";
+        EXPECT_TRUE(eventually([&] { return resources_of(::getpid()).memory_kb <= before + MOST_GROWTH; }))
+            << "from " << before << " to " << resources_of(::getpid()).memory_kb << " KiB";
     }
 
     const int _domain = domain_of_test();

@@ -65,25 +65,31 @@ TEST(Storms, stop_nobody) {
 }
 
 // Of one that stays: what belongs to a peer goes with it.
-constexpr int MOST_GROWTH_KB = 8 * 1024;
+#ifdef __SANITIZE_ADDRESS__
+constexpr long MOST_GROWTH_KB = 1000 * 1024;  // the sanitizer keeps freed memory
+#else
+constexpr long MOST_GROWTH_KB = 12 * 1024;
+#endif
 
-// Two askers and two oracles are killed, stopped and started around two that stay.
+// Two askers and two oracles are killed, stopped and started around two that stay, and the wire loses, repeats and reorders.
 TEST(Storms, leave_no_call_unaccounted_for) {
     std::mt19937 random(test_seed());
     const auto below = [&](unsigned bound) { return static_cast<unsigned>(random() % bound); };
     const History history;
     const auto start = [](const std::string& role, const std::string& name) {
-        return start_peer(role, words_of(on_loopback(domain_of_test()).property("norvane.fastdds.lease_ms", "1000"),
-                                         {"Storm", name, "busy=2", "pace=1"}));
+        const ParticipantParams params = on_loopback(domain_of_test())
+                                             .property("norvane.fastdds.lease_ms", "1000")
+                                             .property("norvane.fastdds.faults", "drop=ALL:0.02;dup=0.02;reorder=0.05");
+        return start_peer(role, words_of(params, {"Storm", name, "busy=2", "pace=1"}));
     };
-    std::unique_ptr<PeerProcess> lasting[] = {start("oracle", "lasting"), start("asker", "lasting")};
+    std::unique_ptr<PeerProcess> lasting[] = {start("oracle", "lasting"), start("asker", "octets 3000 lasting")};
     std::unique_ptr<PeerProcess> mortal[4];
     const auto rage = [&](std::chrono::milliseconds time) {
         bool is_stopped[4] = {};
         for (const auto end = std::chrono::steady_clock::now() + time; std::chrono::steady_clock::now() < end;) {
             const unsigned which = below(4);
             if (mortal[which] == nullptr) {
-                mortal[which] = start(which % 2 == 0 ? "oracle" : "asker", "mortal");
+                mortal[which] = start(which % 2 == 0 ? "oracle" : "asker", "octets 100000 mortal");
                 is_stopped[which] = false;
             } else if (below(2) == 0) {
                 mortal[which]->kill();
@@ -102,12 +108,12 @@ TEST(Storms, leave_no_call_unaccounted_for) {
         }
     };
     rage(std::chrono::seconds(5));
-    const PeerProcess::Resources before[] = {lasting[0]->resources(), lasting[1]->resources()};
+    const Resources before[] = {resources_of(lasting[0]->id()), resources_of(lasting[1]->id())};
     rage(std::chrono::seconds(repeats()) * 3 / 4);
     for (int which = 0; which < 2; ++which) {
-        PeerProcess::Resources now;
+        Resources now;
         EXPECT_TRUE(eventually([&] {
-            now = lasting[which]->resources();
+            now = resources_of(lasting[which]->id());
             return now.threads == before[which].threads && now.descriptors == before[which].descriptors;
         })) << now.threads
             << " threads, then " << before[which].threads << "; " << now.descriptors << " descriptors, then "
@@ -118,7 +124,7 @@ TEST(Storms, leave_no_call_unaccounted_for) {
     for (const int which : {1, 0}) {
         lasting[which].reset();
     }
-    const History::Judgement calls = history.judge("lasting");
+    const History::Judgement calls = history.judge("octets 3000");
     EXPECT_EQ("", calls.faults);
     EXPECT_LT(100, calls.answered);
     std::cout << calls.answered << " of " << calls.asked << " calls were answered\n";

@@ -7,7 +7,6 @@
 #ifndef NORVANE_TESTS_SUPPORT_HISTORY_HPP
 #define NORVANE_TESTS_SUPPORT_HISTORY_HPP
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -41,17 +40,15 @@ public:
     static void note(const std::string& event, const std::string& caller = "", std::int64_t number = 0,
                      const std::string& detail = "", pid_t process = ::getpid()) {
         const char* const path = std::getenv(VARIABLE);
-        const int file = path != nullptr ? ::open(path, O_WRONLY | O_APPEND | O_CLOEXEC) : -1;
-        if (file < 0) {
+        if (path == nullptr) {
             return;
         }
         std::ostringstream line;
         line << std::chrono::steady_clock::now().time_since_epoch().count() << '\t' << process << '\t' << event << '\t' << caller
              << '\t' << number << '\t' << detail << '\n';
-        if (::write(file, line.str().data(), line.str().size()) != static_cast<ssize_t>(line.str().size())) {
+        if (!(std::ofstream(path, std::ios::app) << line.str() << std::flush)) {
             std::abort();  // a history with gaps proves nothing
         }
-        ::close(file);
     }
 
     struct Judgement {
