@@ -5,14 +5,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "norvane/norvane.hpp"
 #include "support/AllocationProbe.hpp"
 #include "support/Seed.hpp"
 
@@ -22,59 +25,44 @@ namespace {
 typedef std::unique_ptr<const mw::FilterExpression> Filter;
 typedef std::shared_ptr<const DDS_TypeOperations> Type;
 
-// A type with a field of each kind, nested names, and one field that a sample may lack.
+struct Pose {
+    double x = 1.5;
+};
+BOOST_DESCRIBE_STRUCT(Pose, (), (x))
+
+// A field of each kind, a nested one, and one that a sample may lack.
 struct Reading {
     std::int64_t level = -5;
     std::uint64_t id = UINT64_MAX;
-    double x = 1.5;
+    Pose pose;
     bool valid = true;
     std::string name = "it's warm";
     std::string key = "k\xc3\xa9y";
-    std::string mac = std::string("\x01\x02\xff", 3);
-    bool has_spare = false;
-    std::int64_t spare = 7;
+    std::vector<std::byte> mac = {std::byte{1}, std::byte{2}, std::byte{0xff}};
+    std::optional<std::int64_t> spare;
 };
+BOOST_DESCRIBE_STRUCT(Reading, (), (level, id, pose, valid, name, key, mac, spare))
 
-constexpr const char* FIELDS[] = {"level", "id", "pose.x", "valid", "name", "key", "mac", "spare", "broken"};
-constexpr DDS_FieldKind KINDS[] = {DDS_FIELD_INTEGER, DDS_FIELD_UNSIGNED, DDS_FIELD_FLOAT,   DDS_FIELD_BOOLEAN, DDS_FIELD_STRING,
-                                   DDS_FIELD_STRING,  DDS_FIELD_OCTETS,   DDS_FIELD_INTEGER, DDS_FIELD_INTEGER};
+const DDS_TypeOperations& described_reading() { return *details::type_support<Reading>().get_type_operations(); }
 
-int find_field(const DDS_TypeOperations&, const char* path, DDS_FieldKind* kind) {
-    if (std::strcmp(path, "raises") == 0) {
-        throw std::runtime_error("no look-up today");
-    }
-    for (int index = 0; index < 9; ++index) {
-        if (std::strcmp(path, FIELDS[index]) == 0) {
-            *kind = KINDS[index];
-            return index;
-        }
-    }
-    return -1;
-}
-
-bool read_field(const DDS_TypeOperations&, const void* sample, int field, DDS_FieldValue* value) {
-    const Reading& reading = *static_cast<const Reading*>(sample);
-    const std::string* const text[] = {&reading.name, &reading.key, &reading.mac};
-    value->kind = KINDS[field];
-    value->integer = field == 0 ? reading.level : reading.spare;
-    value->unsigned_integer = reading.id;
-    value->floating = reading.x;
-    value->boolean = reading.valid;
-    if (field >= 4 && field <= 6) {
-        value->data = text[field - 4]->data();
-        value->length = text[field - 4]->size();
-    }
-    if (field == 8) {
-        throw std::runtime_error("cannot be read");
-    }
-    return field != 7 || reading.has_spare;
-}
-
+// "raises" throws when it is looked for, and "broken" when it is read.
 Type reading_type() {
-    static DDS_TypeOperations type = {};
+    constexpr int BROKEN = 1000;
+    static DDS_TypeOperations type = described_reading();
     type.name = "Reading";
-    type.find_field = find_field;
-    type.read_field = read_field;
+    type.find_field = [](const DDS_TypeOperations& table, const char* path, DDS_FieldKind* kind) {
+        if (std::strcmp(path, "raises") == 0) {
+            throw std::runtime_error("no look-up today");
+        }
+        *kind = DDS_FIELD_INTEGER;
+        return std::strcmp(path, "broken") == 0 ? BROKEN : described_reading().find_field(table, path, kind);
+    };
+    type.read_field = [](const DDS_TypeOperations& table, const void* sample, int field, DDS_FieldValue* value) {
+        if (field == BROKEN) {
+            throw std::runtime_error("cannot be read");
+        }
+        return described_reading().read_field(table, sample, field, value);
+    };
     return {std::shared_ptr<void>(), &type};
 }
 
@@ -183,7 +171,7 @@ TEST(Filter, takes_parameters_as_literals) {
 
 TEST(Filter, missing_value_compares_false_with_everything_and_not_negates_that) {
     Reading with;
-    with.has_spare = true;
+    with.spare = 7;
     for (const char* const text : {"spare = 7", "spare <> 1", "spare < 8", "spare <= 7", "spare > 6", "7 >= spare",
                                    "spare BETWEEN 1 AND 9", "spare NOT BETWEEN 8 AND 9", "spare = spare"}) {
         EXPECT_TRUE(passes(text, with)) << text;
@@ -195,7 +183,7 @@ TEST(Filter, missing_value_compares_false_with_everything_and_not_negates_that) 
     EXPECT_FALSE(compile("level <> 0")->evaluate(metadata(), nullptr)) << "so is every field where there is no sample";
 
     Reading not_a_number;
-    not_a_number.x = std::numeric_limits<double>::quiet_NaN();
+    not_a_number.pose.x = std::numeric_limits<double>::quiet_NaN();
     for (const char* const text :
          {"pose.x = 1", "pose.x < 1", "pose.x >= 1.0", "id > pose.x", "pose.x = pose.x", "pose.x NOT BETWEEN 1 AND 2"}) {
         EXPECT_FALSE(passes(text, not_a_number)) << text;

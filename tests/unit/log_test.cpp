@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "middleware/Log.hpp"
+#include "norvane/details/EntityUntypedImpl.hpp"
+#include "norvane/details/precondition.hpp"
 #include "support/Eventually.hpp"
 #include "support/LogCapture.hpp"
 
@@ -71,13 +73,14 @@ TEST(Log, default_sink_writes_one_line_in_one_piece_whatever_the_argument_holds)
     }
 }
 
-TEST(Log, functions_of_the_middleware_look_at_both_masks_before_they_build_a_text) {
+TEST(Log, each_part_looks_at_both_masks_before_it_builds_a_text_and_reports_are_thrown_all_the_same) {
     const struct {
         std::uint32_t levels;
         std::uint32_t parts;
-        std::string expected;  // "e" error, "w" warning, "n" notice, of the middleware; "E" error of an engine
-    } cases[] = {{0xf, 0x70, "ewnE"}, {0x3, 0x70, "eE"}, {0x2, 0x20, "e"}, {0xc, 0x60, "wn"},
-                 {0x2, 0x40, "E"},    {0x1, 0x70, ""},   {0xf, 0x10, ""}};
+        std::string built;    // "e" error, "w" warning, "n" notice, of the middleware; "E" error of an engine
+        std::size_t reports;  // of the library itself
+    } cases[] = {{0xf, 0x70, "ewnE", 2}, {0x3, 0x70, "eE", 2}, {0x2, 0x20, "e", 0}, {0xc, 0x60, "wn", 0}, {0x2, 0x40, "E", 0},
+                 {0x1, 0x70, "", 1},     {0xf, 0x10, "", 2},   {0x2, 0x10, "", 1},  {0x0, 0x0, "", 0}};
     for (const auto& each : cases) {
         LogCapture capture(each.levels, each.parts);
         std::string built;
@@ -86,8 +89,10 @@ TEST(Log, functions_of_the_middleware_look_at_both_masks_before_they_build_a_tex
         mw::log_warning("m", text("w"));
         mw::log_notice("m", text("n"));
         mw::log_error<mw::LogPart::ENGINE>("m", text("E"));
-        EXPECT_EQ(each.expected, built);
-        EXPECT_EQ(each.expected.size(), capture.lines().size());
+        EXPECT_EQ(each.built, built);
+        EXPECT_THROW(check_retcode(DDS_RETCODE_ERROR, "A::b", VOST_LOG_ANY_FAILURE_s, "c", false), RuntimeException);
+        EXPECT_THROW(NORVANE_CHECK_PRECONDITION(1 > 2, "b"), PreconditionNotMetException);
+        EXPECT_EQ(each.built.size() + each.reports, capture.lines().size()) << each.levels << " " << each.parts;
     }
     LogCapture capture;
     mw::log_error("m", "chars");
