@@ -436,12 +436,7 @@ TEST_P(Writing, who_waits_for_a_late_reader_wakes_when_it_has_all_or_an_end_leav
         DDSDataReader& late = reader(small, each.what);
         meet(sender, late);
         EXPECT_EQ(TIMEOUT, sender.wait_for_acknowledgments(SHORT_TIME));
-        std::atomic<long> thread{0};
-        auto waiting = std::async(std::launch::async, [&] {
-            thread = this_thread_number();
-            return sender.wait_for_acknowledgments(LONG_TIME);
-        });
-        EXPECT_TRUE(eventually([&] { return is_asleep(thread); }));
+        auto waiting = start_blocking([&] { return sender.wait_for_acknowledgments(LONG_TIME); });
         EXPECT_EQ(OK, each.release(sender, late));
         ASSERT_EQ(std::future_status::ready, waiting.wait_for(std::chrono::seconds(15))) << "woken by its own deadline";
         EXPECT_EQ(each.outcome, waiting.get());

@@ -309,13 +309,10 @@ TEST_P(AsyncCalls, that_are_being_told_are_waited_for_by_who_closes) {
             told = true;
         });
         inside.get_future().get();
-        std::atomic<long> thread{0};
-        std::future<bool> closer = std::async(std::launch::async, [&] {
-            thread = this_thread_number();
+        std::future<bool> closer = start_blocking([&] {
             closes_dispatcher ? served.dispatcher->close() : requester.close();
             return told.load();
         });
-        EXPECT_TRUE(eventually([&] { return is_asleep(thread); }));
         EXPECT_EQ(std::future_status::timeout, closer.wait_for(AT_ONCE));
         go_on.set_value();
         EXPECT_TRUE(closer.get());

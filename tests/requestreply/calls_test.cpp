@@ -29,18 +29,8 @@ std::string marked(const std::string& request) { return request + "!"; }
 
 class Calls : public ServiceFixture {
 protected:
-    /// Starts something that blocks. @return once its thread sleeps, or is through.
-    template <class Action>
-    static std::future<Thrown> started(Action action) {
-        auto thread = std::make_shared<std::atomic<long>>(0);
-        std::future<Thrown> outcome = std::async(std::launch::async, [action, thread] {
-            *thread = this_thread_number();
-            return thrown_by(action);
-        });
-        EXPECT_TRUE(eventually([&] {
-            return (*thread != 0 && is_asleep(*thread)) || outcome.wait_for(milliseconds(0)) == std::future_status::ready;
-        }));
-        return outcome;
+    static std::future<Thrown> started(const std::function<void()>& action) {
+        return start_blocking([action] { return thrown_by(action); });
     }
 };
 

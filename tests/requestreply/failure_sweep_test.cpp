@@ -210,6 +210,31 @@ TEST_F(FailureSweep, waiting_for_replies) {
            AT_REST});
 }
 
+// One request is there, and one comes into each of two waits, of which the first lasts a million seconds by the clock.
+TEST_F(FailureSweep, the_time_of_earlier_waits_counts_and_the_sample_that_ends_a_wait_stays_not_read) {
+    struct JumpingParticipant : ForwardingParticipant {
+        using ForwardingParticipant::ForwardingParticipant;
+        DDS_ReturnCode_t get_current_time(DDS_Time_t& time) override {
+            const DDS_ReturnCode_t code = ForwardingParticipant::get_current_time(time);
+            time.sec += ++readings % 2 == 0 ? 1000000 : 0;
+            return code;
+        }
+        int readings = 0;
+    };
+    for (const bool endless : {false, true}) {
+        JumpingParticipant jumping(_real, _script);
+        OpenRequester requester(RequesterParams(&_real).service_name("S"));
+        OpenReplier replier(RequesterParams(&jumping).service_name("S"));
+        requester.send("1");
+        _script.fail_call(0);
+        _script.at_next("DDSDomainParticipant::get_current_time", [&] { requester.send("2"); });
+        _script.at_next("DDS_DataReader::return_loan", nullptr);
+        _script.at_next("DDS_DataReader::return_loan", [&] { requester.send("3"); });
+        EXPECT_EQ(endless, replier.wait_for_any_sample(endless ? DDS_DURATION_INFINITE : DDS_Duration_t{20, 0}, 3));
+        EXPECT_EQ(1, replier.touch_samples(9, replier._not_read_sample_cond));
+    }
+}
+
 TEST_F(FailureSweep, collecting_replies) {
     for (const bool take : {false, true}) {
         sweep({{

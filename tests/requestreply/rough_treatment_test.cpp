@@ -110,9 +110,12 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
         const char* what;
         const char* type;
         std::function<void()> call;
+        const char* part = "";  // of the message
     };
+    const char* const ORDER = "max_count must be greater or equal than min_count";
     const char* const BAD = "BadParameterException";
     const char* const PRECONDITION = "PreconditionNotMetException";
+    core_replier._max_samples_per_read = 4;
     const Case CASES[] = {
         {"send_request null", BAD, [&] { requester.send_request(no_text); }},
         {"send_request NUL", BAD, [&] { requester.send_request(cut); }},
@@ -123,8 +126,13 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
         {"take_replies -2", BAD, [&] { requester.take_replies(-2); }},
         {"read_replies -2", BAD, [&] { requester.read_replies(-2); }},
         {"read_replies of one, -2", BAD, [&] { requester.read_replies(-2, id); }},
-        {"receive_replies too few", BAD, [&] { requester.receive_replies(3, 2, some); }},
+        {"receive_replies too few", BAD, [&] { requester.receive_replies(3, 2, some); }, ORDER},
         {"receive_replies without end", BAD, [&] { requester.receive_replies(1, -1, DDS_DURATION_INFINITE); }},
+        {"receive_replies, none", BAD, [&] { requester.receive_replies(1, 0, some); }, "max_count must be greater than zero"},
+        {"receive_replies too few, without time", BAD, [&] { requester.receive_replies(5, 3, DDS_DURATION_ZERO); }, ORDER},
+        {"core: no limits", "", [&] { core_requester.validate(-1, -1, some); }},
+        {"core: more than a read brings", BAD, [&] { core_replier.validate(5, -1, some); }, ORDER},
+        {"core: what a read brings", "", [&] { core_replier.validate(-1, -1, DDS_DURATION_INFINITE); }},
         {"send_reply null", BAD, [&] { replier.send_reply(no_text, id); }},
         {"send_reply NUL", BAD, [&] { replier.send_reply(cut, id); }},
         {"send_reply to nothing", BAD, [&] { replier.send_reply("x", nobody); }},
@@ -135,7 +143,6 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
         {"send_reply to no writer", BAD, [&] { replier.send_reply("x", of_no_writer); }},
         {"take_requests -2", BAD, [&] { replier.take_requests(-2); }},
         {"read_requests the least", BAD, [&] { replier.read_requests(INT_MIN); }},
-        {"receive_requests too few", BAD, [&] { replier.receive_requests(2, 1, some); }},
         {"receive_requests without time", BAD, [&] { replier.receive_requests(DDS_DURATION_ZERO); }},
         {"core: null request", BAD, [&] { core_requester.send_sample(nullptr, params); }},
         {"core: null reply", BAD, [&] { core_replier.send_sample(nullptr, id, params); }},
@@ -150,9 +157,10 @@ TEST_P(RoughTreatment, operations_refuse_what_makes_no_sense_and_go_on_working) 
     };
     for (const Case& each : CASES) {
         const Thrown thrown = thrown_by(each.call);
-        EXPECT_EQ(each.type, thrown.type) << each.what << ": " << thrown.message;
-        EXPECT_EQ(1U, requester.read_replies(id).size()) << each.what;
-        EXPECT_EQ(1U, replier.read_requests().size()) << each.what;
+        SCOPED_TRACE(each.what);
+        expect_thrown(each.type, each.part, thrown);
+        EXPECT_EQ(1U, requester.read_replies(id).size());
+        EXPECT_EQ(1U, replier.read_requests().size());
     }
 
     // A loan that goes back to somebody else's reader is refused there, and still good.

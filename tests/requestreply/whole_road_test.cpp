@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <string>
@@ -30,59 +32,21 @@ TEST_P(WholeRoad, threads_that_wait_on_one_requester_are_each_woken_by_their_own
     TextReplier replier(replier_params());
     await_repliers(requester, 1);
     std::vector<DDS_SampleIdentity_t> ids;
-    std::vector<std::atomic<long>> thread_numbers(THREADS);
-    std::vector<std::atomic<bool>> ended(THREADS);
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> waits;
     for (std::size_t index = 0; index < THREADS; ++index) {
         ids.push_back(requester.send_request(std::to_string(index)));
-        threads.emplace_back([&, index, id = ids.back()] {
-            thread_numbers[index] = this_thread_number();
+        waits.push_back(start_blocking([&, index, id = ids.back()] {
             EXPECT_TRUE(requester.wait_for_replies(PATIENCE, id));
             EXPECT_EQ((Strings{"to " + std::to_string(index)}), strings_of(requester.take_replies(id)));
-            ended[index] = true;
-        });
-    }
-    for (const std::atomic<long>& number : thread_numbers) {
-        EXPECT_TRUE(eventually([&] { return is_asleep(number); }));
+        }));
     }
     for (const std::size_t index : {3U, 0U, 5U, 1U, 4U, 2U}) {
         replier.send_reply("to " + std::to_string(index), ids[index]);
-        threads[index].join();
-        ended[index] = false;
-        EXPECT_EQ(0, std::count(ended.begin(), ended.end(), true)) << "woken by another's reply";
+        waits[index].get();
+        EXPECT_TRUE(std::none_of(waits.begin(), waits.end(), [](const std::future<void>& each) {
+            return each.valid() && each.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+        })) << "woken by another's reply";
     }
-}
-
-// A requester, replier and loans of both, each side with a participant of its own.
-TEST_P(WholeRoad, entities_loans_and_participants_may_go_in_any_order) {
-    std::string order = "ABQR";  // sorted
-    do {
-        SCOPED_TRACE(order);
-        DDSDomainParticipant* const requester_side = factory().create_participant(_domain, participant_qos(GetParam()), nullptr, 0);
-        DDSDomainParticipant* const replier_side = factory().create_participant(_domain, participant_qos(GetParam()), nullptr, 0);
-        auto requester = std::make_unique<TextRequester>(requester_params(requester_side));
-        auto replier = std::make_unique<TextReplier>(replier_params(replier_side));
-        await_repliers(*requester, 1);
-        const DDS_SampleIdentity_t id = requester->send_request("question");
-        Texts requests = replier->receive_requests(PATIENCE);
-        replier->send_reply("answer", id);
-        ASSERT_TRUE(requester->wait_for_replies(PATIENCE, id));
-        Texts replies = requester->read_replies(id);
-        for (const char part : order) {
-            EXPECT_TRUE(requests.empty() || strings_of(requests) == Strings{"question"});
-            EXPECT_TRUE(replies.empty() || strings_of(replies) == Strings{"answer"});
-            if (part == 'Q') {
-                requests.return_loan();
-            } else if (part == 'R') {
-                replies.return_loan();
-            } else {
-                part == 'A' ? requester.reset() : replier.reset();
-                DDSDomainParticipant* const left = part == 'A' ? requester_side : replier_side;
-                EXPECT_EQ(DDS_RETCODE_OK, left->delete_contained_entities());
-                EXPECT_EQ(DDS_RETCODE_OK, factory().delete_participant(left));
-            }
-        }
-    } while (std::next_permutation(order.begin(), order.end()));
 }
 
 // P participant, R requester, S service, D dispatcher, L loan of a reply, W plain reader with a condition on a wait set.

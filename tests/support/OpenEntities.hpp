@@ -88,11 +88,11 @@ public:
 
     FastObjectPool<DDSWaitSet>& waitset_pool() { return *(this->*reveal(WaitsetPoolTag())); }
 
+    /// With one record, where the identity of the request before stays.
     DDS_SampleIdentity_t send(const std::string& text) {
-        DDS_WriteParams_t params;
         const char* sample = text.c_str();
-        send_sample(&sample, params);
-        return params.identity;
+        send_sample(&sample, _params);
+        return _params.identity;
     }
     /// @return the texts of the replies to one request.
     std::vector<Received> replies(const DDS_SampleIdentity_t& request, bool take, DDS_Long max_samples = DDS_LENGTH_UNLIMITED) {
@@ -106,6 +106,9 @@ public:
         }
         return copies;
     }
+
+private:
+    DDS_WriteParams_t _params;
 };
 
 class OpenReplier : public Open<details::ReplierUntypedImpl> {

@@ -5,14 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <future>
 #include <set>
 #include <utility>
 
 #include "norvane/dds/WaitSet.hpp"
-#include "support/Eventually.hpp"
 #include "support/ThreadState.hpp"
 
 namespace norvane::test {
@@ -30,21 +28,17 @@ public:
     typedef std::pair<DDS_ReturnCode_t, std::set<DDSCondition*>> Outcome;
 
     /// Returns once the thread sleeps, or its wait is over.
-    explicit Waiter(DDSWaitSet& set, const DDS_Duration_t& timeout = {30, 0}) {
-        _outcome = std::async(std::launch::async, [this, &set, timeout] {
-            _thread = this_thread_number();
-            DDSConditionSeq active;
-            const DDS_ReturnCode_t code = set.wait(active, timeout);
-            EXPECT_EQ(code == DDS_RETCODE_OK, active.length() > 0);
-            return Outcome(code, as_set(active));
-        });
-        EXPECT_TRUE(eventually([this] { return is_asleep(_thread) || is_over(); }));
-    }
+    explicit Waiter(DDSWaitSet& set, const DDS_Duration_t& timeout = {30, 0})
+        : _outcome(start_blocking([&set, timeout] {
+              DDSConditionSeq active;
+              const DDS_ReturnCode_t code = set.wait(active, timeout);
+              EXPECT_EQ(code == DDS_RETCODE_OK, active.length() > 0);
+              return Outcome(code, as_set(active));
+          })) {}
     bool is_over() { return _outcome.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }
     Outcome get() { return _outcome.get(); }
 
 private:
-    std::atomic<long> _thread{0};
     std::future<Outcome> _outcome;
 };
 
