@@ -9,7 +9,7 @@
 #include <future>
 #include <vector>
 
-#include "support/ForwardingDataReader.hpp"
+#include "support/Doubles.hpp"
 #include "support/TextFixture.hpp"
 
 namespace norvane::test {
@@ -142,7 +142,7 @@ TEST_P(Reading, arguments_that_make_no_sense_are_refused_and_nothing_is_read) {
     DDSReadCondition& deleted = condition(receiver);
     ASSERT_EQ(OK, receiver.delete_readcondition(&deleted));
     CallScript script;
-    ForwardingReadCondition of_nobody(all, receiver, script);  // the application's own class
+    ForwardingReadCondition of_nobody(all, script, receiver);  // the application's own class
     DDS_SampleInfoSeq with_memory(1);
     DDS_SampleInfo lent[1];
     DDS_SampleInfoSeq with_loan;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the forwarding doubles ask before they forward: it notes the names of the calls in order, and fails the one that a test
-// chose.
+// What the doubles ask before they forward: it notes the names of the calls in order, fails the one that a test chose, and counts
+// what was made through them.
 //
 // Only operations that may fail are asked for, not plain accessors. A call that is failed is not forwarded.
 // Thread rule: any thread.
@@ -79,6 +79,26 @@ public:
         }
     }
 
+    /// Notes what was made or given back. @param kind  such as "readers".
+    void count(const std::string& kind, int difference) {
+        std::lock_guard<std::mutex> guard(_mutex);
+        _live[kind] += difference;
+    }
+    /// @return what is there, such as "2 conditions 1 readers"; empty when nothing is.
+    std::string live() const {
+        std::lock_guard<std::mutex> guard(_mutex);
+        std::string text;
+        for (const auto& each : _live) {
+            text += each.second == 0 ? "" : (text.empty() ? "" : " ") + std::to_string(each.second) + " " + each.first;
+        }
+        return text;
+    }
+    /// What is there was deleted past the doubles.
+    void forget_live() {
+        std::lock_guard<std::mutex> guard(_mutex);
+        _live.clear();
+    }
+
     /// @return the names since the last `fail_call`, in order.
     std::vector<std::string> calls() const {
         std::lock_guard<std::mutex> guard(_mutex);
@@ -94,6 +114,7 @@ public:
 private:
     mutable std::mutex _mutex;
     std::vector<std::string> _calls;
+    std::map<std::string, int> _live;
     std::string _failed;
     int _call_to_fail = 0;
     DDS_ReturnCode_t _code = DDS_RETCODE_ERROR;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A participant in a domain of its own, seen through its forwarding double.
+// Fixture: a participant in a domain of its own, seen through its double.
 #ifndef NORVANE_TESTS_SUPPORT_DOUBLEDDOMAIN_HPP
 #define NORVANE_TESTS_SUPPORT_DOUBLEDDOMAIN_HPP
 
@@ -9,21 +9,18 @@
 
 #include <gtest/gtest.h>
 
-#include "CallScript.hpp"
-#include "ForwardingParticipant.hpp"
+#include "Doubles.hpp"
 #include "norvane/RequesterParams.hpp"
 #include "norvane/dds/DomainParticipantFactory.hpp"
 
 namespace norvane::test {
 
-/// Fixture. `Participant` is ForwardingParticipant or a class derived from it.
-template <typename Participant = ForwardingParticipant>
 class DoubledDomain : public ::testing::Test {
 protected:
     DoubledDomain()
         : _real(*DDSDomainParticipantFactory::get_instance()->create_participant(next_domain(), local_qos(), nullptr,
                                                                                  DDS_STATUS_MASK_NONE)),
-          _participant(new Participant(_real, _script)) {}
+          _participant(new ForwardingParticipant(_real, _script)) {}
     /// Whatever a failure left behind goes here.
     ~DoubledDomain() override {
         _participant.reset();
@@ -34,11 +31,11 @@ protected:
     RequesterParams params(const std::string& service_name) {
         return RequesterParams(_participant.get()).service_name(service_name);
     }
-    std::string live() const { return _participant->live().text(); }
+    std::string live() const { return _script.live(); }
 
     CallScript _script;
     DDSDomainParticipant& _real;
-    std::unique_ptr<Participant> _participant;
+    std::unique_ptr<ForwardingParticipant> _participant;
 
 private:
     // On whatever engine the environment says, tests stay on this machine.

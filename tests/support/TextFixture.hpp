@@ -45,11 +45,12 @@ public:
 
     DDS_ReturnCode_t give_back() { return DDS_DataReader_return_loan_untypedI(_reader.get_c_datareader(), data, infos); }
     const char* text(int index) const { return *static_cast<char**>(data[index]); }
-    /// @return the texts in order, separated by blanks; "-" for a null one.
+    /// @return the texts in order, separated by blanks; "-" for one that is empty or null (an encoding knows no null).
     std::string texts() const {
         std::string all;
         for (int index = 0; index < count; ++index) {
-            all += (index == 0 ? "" : " ") + std::string(text(index) != nullptr ? text(index) : "-");
+            const bool is_empty = text(index) == nullptr || *text(index) == '\0';
+            all += (index == 0 ? "" : " ") + std::string(is_empty ? "-" : text(index));
         }
         return all;
     }
@@ -171,14 +172,6 @@ protected:
         EXPECT_EQ(DDS_RETCODE_OK, write(writer, text.c_str(), params));
         EXPECT_EQ(DDS_RETCODE_OK, writer.wait_for_acknowledgments(LONG_TIME));
         return params.identity;
-    }
-    /// @param texts  as `Loan::texts` gives them, at most the last of them null. An encoding knows no null: such a text arrives as
-    /// an empty one.
-    std::string as_it_arrives(std::string texts) const {
-        if (encodes() && !texts.empty() && texts.back() == '-') {
-            texts.pop_back();
-        }
-        return texts;
     }
     /// Writes until there is no room any more. @param writer  one that has no patience.
     static int fill(DDSDataWriter& writer) {

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "norvane/dds/WaitSet.hpp"
-#include "support/ThreadState.hpp"
+#include "support/Eventually.hpp"
 
 namespace norvane::test {
 

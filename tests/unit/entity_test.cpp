@@ -14,7 +14,7 @@
 namespace norvane::test {
 namespace {
 
-class EntityTest : public DoubledDomain<> {};
+class EntityTest : public DoubledDomain {};
 
 std::ostream& operator<<(std::ostream& out, const DDS_Duration_t& time) { return out << time.sec << "." << time.nanosec; }
 
@@ -65,7 +65,7 @@ TEST_F(EntityTest, qos_comes_from_the_explicit_record_else_the_profile_else_the_
     const std::string plain_writer = "2 0.100000000 0 -1 10 3.0 3.0 3.0 8 0.0 0.200000000 -1 -1 32 ";
     const std::string plain_reader = "1 0.100000000 0 -1 0.0 0.500000000 ";
 
-    OpenEntity entity;
+    OpenReplier entity;
     const auto writer_choice = [&](const RequesterParams& params, const char* topic) {
         DDS_DataWriterQos chosen;
         entity.get_datawriter_qos(chosen, params, topic, "Role");
@@ -125,7 +125,7 @@ TEST_F(EntityTest, swap_exchanges_endpoints_and_wait_sets_and_an_object_that_was
     ASSERT_EQ(1, attached.length());
     EXPECT_EQ(condition, attached[0]);
     ended.finalize();
-    EXPECT_EQ("1 writers 1 readers 2 conditions", live());
+    EXPECT_EQ("2 conditions 1 readers 1 writers", live());
     one.swap(ended);
     one.finalize();
     EXPECT_EQ("", live());
