@@ -26,44 +26,36 @@ std::string shown(const DDS_PropertyQosPolicy& policy) {
 }
 
 template <typename Qos>
-void fill(Qos& qos, DDS_EntityNameQosPolicy& name) {
+void expect_deep_copies(DDS_ReturnCode_t (*copy)(Qos*, const Qos*), DDS_EntityNameQosPolicy Qos::*name) {
     const DDS_Octet octets[] = {1, 2, 3};
-    qos.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
-    qos.reliability.kind = DDS_RELIABLE_RELIABILITY_QOS;
-    qos.reliability.max_blocking_time = {7, 8};
-    qos.history.depth = 5;
-    qos.resource_limits.max_samples = 50;
-    qos.user_data.value.from_array(octets, 3);
-    qos.protocol.virtual_guid = {{1, 2, 3}};
-    DDS_String_replace(&name.name, "name");
-    DDS_String_replace(&name.role_name, "role");
-    Properties::add_property(qos.property, "a", "1", DDS_BOOLEAN_TRUE);
-    Properties::add_property(qos.property, "b", "2", DDS_BOOLEAN_FALSE);
-}
-
-template <typename Qos>
-bool has_what_fill_gave(const Qos& qos, const DDS_EntityNameQosPolicy& name) {
-    return qos.durability.kind == DDS_TRANSIENT_LOCAL_DURABILITY_QOS && qos.reliability.max_blocking_time == DDS_Duration_t{7, 8} &&
-           qos.history.depth == 5 && qos.resource_limits.max_samples == 50 && qos.user_data.value.length() == 3 &&
-           qos.user_data.value[2] == 3 && qos.protocol.virtual_guid == DDS_GUID_t{{1, 2, 3}} &&
-           std::string(name.name) + name.role_name == "namerole" && shown(qos.property) == "a=1! b=2 ";
-}
-
-template <typename Qos>
-void expect_deep_copies(const Qos& source, DDS_ReturnCode_t (*copy)(Qos*, const Qos*), DDS_EntityNameQosPolicy Qos::*name) {
+    Qos source;
+    source.durability.kind = DDS_TRANSIENT_LOCAL_DURABILITY_QOS;
+    source.resource_limits.max_samples = 50;
+    source.user_data.value.from_array(octets, 3);
+    source.protocol.virtual_guid = {{1, 2, 3}};
+    DDS_String_replace(&(source.*name).name, "name");
+    DDS_String_replace(&(source.*name).role_name, "role");
+    Properties::add_property(source.property, "a", "1", DDS_BOOLEAN_TRUE);
+    Properties::add_property(source.property, "b", "2", DDS_BOOLEAN_FALSE);
+    const auto is_source = [&](const Qos& qos) {
+        return qos.durability.kind == source.durability.kind && qos.resource_limits.max_samples == 50 &&
+               qos.user_data.value.length() == 3 && qos.user_data.value[2] == 3 &&
+               qos.protocol.virtual_guid == source.protocol.virtual_guid &&
+               std::string((qos.*name).name) + (qos.*name).role_name == "namerole" && shown(qos.property) == "a=1! b=2 ";
+    };
     const long runs = fail_each_allocation([&] {
         Qos made;
         const DDS_ReturnCode_t code = copy(&made, &source);
         AllocationProbe::stop();
         EXPECT_EQ(AllocationProbe::has_failed() ? DDS_RETCODE_OUT_OF_RESOURCES : DDS_RETCODE_OK, code);
-        EXPECT_TRUE(code != DDS_RETCODE_OK || has_what_fill_gave(made, made.*name));
+        EXPECT_TRUE(code != DDS_RETCODE_OK || is_source(made));
     });
     EXPECT_EQ(8, runs) << "octets, two names, the array of properties and their four strings";
     Qos made;
     EXPECT_EQ(DDS_RETCODE_OK, copy(&made, &source));
     EXPECT_NE(source.property.value[0].name, made.property.value[0].name);
     EXPECT_EQ(DDS_RETCODE_OK, copy(&made, &made));
-    EXPECT_TRUE(has_what_fill_gave(made, made.*name));
+    EXPECT_TRUE(is_source(made));
     const Qos empty;
     EXPECT_EQ(DDS_RETCODE_OK, copy(&made, &empty));
     EXPECT_EQ(nullptr, (made.*name).name);
@@ -73,12 +65,8 @@ void expect_deep_copies(const Qos& source, DDS_ReturnCode_t (*copy)(Qos*, const 
 }
 
 TEST(QosCopy, is_deep_and_says_when_memory_is_short) {
-    DDS_DataWriterQos writer;
-    fill(writer, writer.publication_name);
-    expect_deep_copies(writer, DDS_DataWriterQos_copy, &DDS_DataWriterQos::publication_name);
-    DDS_DataReaderQos reader;
-    fill(reader, reader.subscription_name);
-    expect_deep_copies(reader, DDS_DataReaderQos_copy, &DDS_DataReaderQos::subscription_name);
+    expect_deep_copies(DDS_DataWriterQos_copy, &DDS_DataWriterQos::publication_name);
+    expect_deep_copies(DDS_DataReaderQos_copy, &DDS_DataReaderQos::subscription_name);
 }
 
 TEST(QosProperties, are_added_changed_and_removed_by_name) {
@@ -262,6 +250,17 @@ TEST_F(QosProfilesTest, last_settings_whose_filter_matches_the_topic_win) {
     EXPECT_EQ(BAD, add_depth("open[]", 3));
     EXPECT_EQ(OK, profiles.add_profile("Lib", "P"));
     EXPECT_EQ(10, depth_of("exact")) << "a profile that is there stays as it is";
+
+    DDS_DataWriterQos named;
+    DDS_String_replace(&named.publication_name.name, "name");
+    EXPECT_LT(3, fail_each_allocation([&] {
+                  const bool is_made = profiles.add_profile("Another", "P") == OK;
+                  const DDS_ReturnCode_t code = profiles.add("Another", is_made ? "P" : "", "T*", named);
+                  AllocationProbe::stop();
+                  EXPECT_EQ(is_made ? OK : BAD, profiles.remove_profile("Another", "P"));
+                  EXPECT_EQ(!AllocationProbe::has_failed(), is_made && code == OK);
+                  EXPECT_TRUE(!is_made || code == OK || code == DDS_RETCODE_OUT_OF_RESOURCES);
+              }));
 }
 
 TEST_F(QosProfilesTest, unknown_and_malformed_names_are_named_in_the_log) {
