@@ -38,12 +38,8 @@ TEST_P(Filters, a_reader_gets_what_its_filter_passes_by_the_data_and_by_what_it_
         std::vector<const char*> parameters;
         const char* expected;
     } const CASES[] = {
-        {"value = 'apple'", {}, "apple"},
         {"value > %1 and value < %0", {"'c'", "'b'"}, "banana"},
-        {"value BETWEEN 'b' AND 'd'", {}, "banana cherry"},
-        {"value LIKE '%an%' OR value = 'apple'", {}, "apple banana"},
         {"NOT (value = 'apple')", {}, "banana cherry -"},
-        {"value <> 'apple' AND value <> ''", {}, "banana cherry"},
         {"@related_sample_identity.sequence_number >= 2", {}, "cherry -"},
         {"@sample_identity.sequence_number = 1 OR @related_sample_identity.sequence_number = 3", {}, "apple -"},
         {"@related_sample_identity.writer_guid.value = " + GUID_A, {}, "banana cherry"},
@@ -52,7 +48,6 @@ TEST_P(Filters, a_reader_gets_what_its_filter_passes_by_the_data_and_by_what_it_
         {"@related_sample_identity.writer_guid.value = " + NOBODY, {}, "apple"},
         {"@related_sample_identity.writer_guid.value <> " + NOBODY, {}, "banana cherry -"},
         {"@source_timestamp.sec > 0", {}, "apple banana cherry -"},
-        {"value = 'nothing like it'", {}, ""},
     };
     DDSDataWriter& sender = writer();
     std::vector<DDSDataReader*> readers;
@@ -78,7 +73,7 @@ TEST_P(Filters, a_reader_gets_what_its_filter_passes_by_the_data_and_by_what_it_
     EXPECT_EQ(OK, sender.wait_for_acknowledgments(LONG_TIME));
     std::size_t row = 0;
     for (const auto& each : CASES) {
-        EXPECT_EQ(as_it_arrives(each.expected), take(*readers[row++])) << each.expression;
+        EXPECT_EQ(each.expected, take(*readers[row++])) << each.expression;
     }
 }
 

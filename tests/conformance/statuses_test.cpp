@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "support/TextFixture.hpp"
-#include "support/ThreadState.hpp"
 
 namespace norvane::test {
 namespace {

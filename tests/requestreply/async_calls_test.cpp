@@ -19,7 +19,6 @@
 #include "support/LogCapture.hpp"
 #include "support/Seed.hpp"
 #include "support/ServiceFixture.hpp"
-#include "support/ThreadState.hpp"
 #include "support/Thrown.hpp"
 
 namespace norvane::test {
@@ -320,64 +319,47 @@ TEST_P(AsyncCalls, that_are_being_told_are_waited_for_by_who_closes) {
 }
 
 TEST_P(AsyncCalls, by_the_thousand_and_blocking_ones_and_an_onlooker_do_not_disturb_each_other) {
+    constexpr int CALLERS = 64;
+    constexpr int CALLS = 60;
     Served served;
-    TextReplier replier(replier_params());
+    const Service<std::string, std::string> service(replier_params(), [](const std::string& text) { return text + "!"; });
     TextRequester requester(requester_params(), *served.dispatcher);
     EXPECT_TRUE(requester.wait_for_service());
-    constexpr int IN_FLIGHT = 3000;
-    constexpr int CALLERS = 64;
-    constexpr int CHAIN = 20;
     std::atomic<int> right{0};
-    for (int number = 0; number < IN_FLIGHT; ++number) {
-        requester.call_async(std::to_string(number), PATIENCE, [&right, number](const CallResult<std::string>& result) {
-            right += result && result.value() == std::to_string(number) + "!";
-        });
-    }
-    EXPECT_EQ(IN_FLIGHT, served.dispatcher->pending());
     std::atomic<bool> done{false};
-    std::thread onlooker([&] {
+    const std::future<void> onlooker = std::async(std::launch::async, [&] {
         while (!done) {
             requester.wait_for_replies(milliseconds(1), 1000000);
         }
     });
-    std::thread answering([&] {
-        while (!done) {
-            replier.wait_for_requests(milliseconds(1));
-            answer_all(replier, "!");
-        }
-    });
-    // Each caller blocks, or has a chain of calls, each made by the callback of the one before.
-    std::function<void(int)> link_up = [&](int left) {
-        requester.call_async(std::to_string(left), PATIENCE, [&, left](const CallResult<std::string>& result) {
-            right += result && result.value() == std::to_string(left) + "!";
-            if (left > 1) {
-                link_up(left - 1);
+    // Each caller blocks, or has calls under way, or a chain of them, each made by the callback of the one before.
+    std::function<void(int, bool)> call_async = [&](int number, bool is_chain) {
+        requester.call_async(std::to_string(number), PATIENCE, [&, number, is_chain](const CallResult<std::string>& result) {
+            right += result && result.value() == std::to_string(number) + "!";
+            if (is_chain && number > 1) {
+                call_async(number - 1, true);
             }
         });
     };
-    std::vector<std::thread> callers;
+    std::vector<std::future<void>> callers;
     for (int caller = 0; caller < CALLERS; ++caller) {
-        callers.emplace_back([&, caller] {
-            if (caller % 2 == 0) {
-                link_up(CHAIN);
-                return;
+        callers.push_back(std::async(std::launch::async, [&, caller] {
+            for (int number = CALLS; number > (caller % 3 == 0 ? CALLS - 1 : 0); --number) {
+                if (caller % 3 == 2) {
+                    right += requester.call(std::to_string(number), PATIENCE) == std::to_string(number) + "!";
+                } else {
+                    call_async(number, caller % 3 == 0);
+                }
             }
-            for (int number = 0; number < CHAIN; ++number) {
-                right += requester.call(std::to_string(number), PATIENCE) == std::to_string(number) + "!";
-            }
-        });
+        }));
     }
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
-    EXPECT_TRUE(eventually([&] { return right == IN_FLIGHT + CALLERS * CHAIN; }, PATIENCE)) << right;
+    callers.clear();
+    EXPECT_TRUE(eventually([&] { return right == CALLERS * CALLS; }, PATIENCE)) << right;
     done = true;
-    onlooker.join();
-    answering.join();
     EXPECT_TRUE(eventually([&] { return served.dispatcher->pending() == 0; }));
     const RequesterStatistics statistics = requester.stats();
-    EXPECT_EQ(IN_FLIGHT + CALLERS * CHAIN, statistics.sent);
-    EXPECT_EQ(IN_FLIGHT + CALLERS * CHAIN, statistics.completed);
+    EXPECT_EQ(CALLERS * CALLS, statistics.sent);
+    EXPECT_EQ(CALLERS * CALLS, statistics.completed);
     EXPECT_EQ(0, statistics.pending + statistics.queued + statistics.timed_out + statistics.unmatched);
 }
 

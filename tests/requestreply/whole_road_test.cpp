@@ -1,21 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Requests and replies over the whole road, on every engine: waited for by many threads, and while entities come and go.
+// What requesters and repliers share, on every engine: participants, topics and processes that come and go.
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <functional>
-#include <future>
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/LogCapture.hpp"
 #include "support/ServiceFixture.hpp"
-#include "support/ThreadState.hpp"
 #include "support/Thrown.hpp"
 
 namespace norvane::test {
@@ -25,29 +19,6 @@ typedef std::vector<std::string> Strings;
 
 class WholeRoad : public ServiceFixture {};
 INSTANTIATE_TEST_SUITE_P(Engine, WholeRoad, ::testing::ValuesIn(engine_names()), engine_of_test);
-
-TEST_P(WholeRoad, threads_that_wait_on_one_requester_are_each_woken_by_their_own_reply) {
-    constexpr std::size_t THREADS = 6;
-    TextRequester requester(requester_params());
-    TextReplier replier(replier_params());
-    await_repliers(requester, 1);
-    std::vector<DDS_SampleIdentity_t> ids;
-    std::vector<std::future<void>> waits;
-    for (std::size_t index = 0; index < THREADS; ++index) {
-        ids.push_back(requester.send_request(std::to_string(index)));
-        waits.push_back(start_blocking([&, index, id = ids.back()] {
-            EXPECT_TRUE(requester.wait_for_replies(PATIENCE, id));
-            EXPECT_EQ((Strings{"to " + std::to_string(index)}), strings_of(requester.take_replies(id)));
-        }));
-    }
-    for (const std::size_t index : {3U, 0U, 5U, 1U, 4U, 2U}) {
-        replier.send_reply("to " + std::to_string(index), ids[index]);
-        waits[index].get();
-        EXPECT_TRUE(std::none_of(waits.begin(), waits.end(), [](const std::future<void>& each) {
-            return each.valid() && each.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-        })) << "woken by another's reply";
-    }
-}
 
 // P participant, R requester, S service, D dispatcher, L loan of a reply, W plain reader with a condition on a wait set.
 TEST_P(WholeRoad, a_participant_that_goes_too_early_stays_until_the_last_requester_and_service_have_gone) {
@@ -151,35 +122,6 @@ TEST_P(WholeRoad, a_topic_goes_with_its_last_user_unless_the_application_has_see
     EXPECT_STREQ("SRequest", made->get_name());
     EXPECT_STREQ("SReply", found->get_name());
     EXPECT_TRUE(only_topics_are_left() && !has_topic("SRequest") && !has_topic("SReply"));
-}
-
-TEST_P(WholeRoad, threads_that_join_one_service_at_once_all_find_each_other) {
-    constexpr int THREADS = 4;
-    for (int round = 0; round < 15; ++round) {
-        const std::string service = "S" + std::to_string(round);
-        std::atomic<int> ready{0};
-        std::atomic<int> done{0};
-        std::vector<std::thread> threads;
-        for (int number = 0; number < THREADS; ++number) {
-            threads.emplace_back([&] {
-                ++ready;
-                EXPECT_TRUE(eventually([&] { return ready == THREADS; }));
-                TextRequester requester(requester_params(nullptr, service));
-                TextReplier replier(replier_params(nullptr, service));
-                await_repliers(requester, THREADS);
-                const DDS_SampleIdentity_t id = requester.send_request("x");
-                EXPECT_TRUE(replier.wait_for_requests(PATIENCE, THREADS));
-                EXPECT_EQ(THREADS, answer_all(replier, ""));
-                EXPECT_TRUE(requester.wait_for_replies(PATIENCE, THREADS, id));
-                ++done;
-                EXPECT_TRUE(eventually([&] { return done == THREADS; }));
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        EXPECT_TRUE(only_topics_are_left(service + "Request", service + "Reply"));
-    }
 }
 
 }  // namespace
