@@ -45,6 +45,8 @@ constexpr std::chrono::microseconds USUAL_PAUSE{25};
 // Octets that a socket, or a segment of shared memory, holds: a few samples of 1 MiB. What does not fit is lost, and sent again
 // after a heartbeat.
 constexpr std::uint32_t USUAL_BUFFER = 4 * 1024 * 1024;
+// Of a participant: all addresses that its machine has had since it was made (Fast DDS keeps them).
+constexpr std::size_t MOST_PLACES = 16;
 constexpr long SMALLEST_BUFFER = 64 * 1024;
 constexpr long LARGEST_BUFFER = 1024 * 1024 * 1024;
 
@@ -106,7 +108,7 @@ struct Transports {
     bool udp = true;
     bool shared_memory = false;
     std::vector<std::string> interfaces;
-    Interfaces own;              // of this machine
+    std::shared_ptr<Interfaces> own = std::make_shared<Interfaces>();  // of this machine
     std::uint32_t datagram = 0;  // octets at most; 0: the default of Fast DDS on this machine, what fits the interfaces beyond it
     std::uint32_t buffer = USUAL_BUFFER;
     bool batching = true;
@@ -140,8 +142,10 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
         if (transports.has_faults) {
             choice.ends.faults = std::make_shared<FaultInjector>(transports.faults);
         }
-        choice.ends.far_datagram = transports.datagram == 0 ? transports.own.datagram_that_fits(transports.interfaces) : 0;
-        choice.ends.interfaces = std::make_shared<const Interfaces>(transports.own);
+        choice.ends.far_datagram = transports.datagram == 0 ? transports.own->datagram_that_fits(transports.interfaces) : 0;
+        choice.ends.interfaces = transports.own;
+        choice.ends.addresses = transports.interfaces;
+        choice.ends.moved_peers = std::make_shared<MovedPeers>();
         // A part of the buffer is left to what is small.
         choice.ends.paths = std::make_shared<Paths>(granted_socket_buffers(transports.buffer).receive / 4 * 3,
                                                     *choice.ends.interfaces, fragments_of);
@@ -175,7 +179,7 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
         return !transports.interfaces.empty() &&
                // On an address that the machine does not have a participant would hear nothing, without an error.
                std::all_of(transports.interfaces.begin(), transports.interfaces.end(),
-                           [&](const std::string& address) { return transports.own.have(address); });
+                           [&](const std::string& address) { return transports.own->have(address); });
     }
     if (name == "norvane.fastdds.datagram" && to_number(value, 1024, 65500, number)) {
         transports.chosen = true;
@@ -271,6 +275,7 @@ bool choose(const DDS_DomainParticipantQos& qos, ParticipantChoice& choice, std:
     using eprosima::fastrtps::xmlparser::XMLP_ret;
     using eprosima::fastrtps::xmlparser::XMLProfileManager;
     rtps::RTPSParticipantAttributes& attributes = choice.attributes;
+    attributes.allocation.locators.max_unicast_locators = MOST_PLACES;
     attributes.builtin.discovery_config.leaseDuration = Duration_t(2, 0);
     attributes.builtin.discovery_config.leaseDuration_announcementperiod = Duration_t(0, 666000000);
 

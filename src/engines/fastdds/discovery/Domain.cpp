@@ -11,6 +11,7 @@
 #include "engines/fastdds/discovery/LocalWriters.hpp"
 #include "engines/fastdds/quirks_2_9/ForkedPrefix.hpp"
 #include "engines/judgement.hpp"
+#include "middleware/Log.hpp"
 #include "platform/Clock.hpp"
 
 namespace norvane {
@@ -91,6 +92,7 @@ std::vector<const Domain*>& joined() noexcept {
 Domain::~Domain() { leave(); }
 
 void Domain::leave() noexcept {
+    _addresses.reset();
     if (_dispatcher != nullptr) {
         _dispatcher->stop();
     }
@@ -142,8 +144,55 @@ bool Domain::join(std::uint32_t domain_id, const rtps::RTPSParticipantAttributes
                 writer->ask_soon();
             }
         });
+        watch_addresses();
     }
     return true;
+}
+
+void Domain::watch_addresses() noexcept {
+    std::string reason = "the system does not tell";
+    try {
+        _addresses = std::make_unique<AddressWatch::Subscription>([this] { on_addresses_changed(); });
+        if (_addresses->is_live()) {
+            return;
+        }
+    } catch (const std::exception& error) {
+        reason = error.what();
+    }
+    mw::log_warning<mw::LogPart::ENGINE>("Domain::watch_addresses", [&] {
+        return "changes of this machine's addresses will not be noticed (" + reason + "): after one, make the participant anew";
+    });
+}
+
+// On the thread of the watch.
+void Domain::on_addresses_changed() noexcept {
+    try {
+        if (!_ends.interfaces->refresh()) {
+            return;
+        }
+        for (const std::string& address : _ends.addresses) {
+            if (!_ends.interfaces->have(address)) {
+                mw::log_warning<mw::LogPart::ENGINE>("Domain::on_addresses_changed", [&] {
+                    return "this machine has lost the address " + address +
+                           ", which norvane.fastdds.interfaces names: peers are not "
+                           "reached there until it is back; if it does not come back, make the participant anew with another";
+                });
+            }
+        }
+        if (!_ends.addresses.empty() || _ends.interfaces->addresses().empty()) {
+            return;  // its sockets have these addresses
+        }
+        // Fast DDS reads the interfaces again, joins its groups on the new ones, and announces the participant.
+        _participant->update_attributes(rtps::RTPSParticipantAttributes(_participant->getRTPSParticipantAttributes()));
+        mw::log_notice<mw::LogPart::ENGINE>("Domain::on_addresses_changed", [&] {
+            return std::string("the addresses of this machine have changed: the participant has announced the present ones");
+        });
+    } catch (const std::exception& error) {
+        mw::log_error<mw::LogPart::ENGINE>("Domain::on_addresses_changed", [&] {
+            return std::string("the addresses of this machine have changed, and peers were not told: ") + error.what() +
+                   "; make the participant anew";
+        });
+    }
 }
 
 std::mutex& Domain::endpoints_mutex() noexcept {
@@ -270,6 +319,30 @@ std::vector<std::shared_ptr<const Discovered>> Domain::find_sharing_requesters(c
     return sharers;
 }
 
+void Domain::onParticipantDiscovery(rtps::RTPSParticipant* /*participant*/, rtps::ParticipantDiscoveryInfo&& info) {
+    if (!_ends.moved_peers) {
+        return;
+    }
+    typedef rtps::ParticipantDiscoveryInfo Info;
+    const rtps::GuidPrefix_t& peer = info.info.m_guid.guidPrefix;
+    if (info.status == Info::REMOVED_PARTICIPANT || info.status == Info::DROPPED_PARTICIPANT) {
+        _ends.moved_peers->forget(peer);
+        return;
+    }
+    try {
+        const auto& discovery = info.info.metatraffic_locators.unicast;
+        const auto& data = info.info.default_locators.unicast;
+        MovedPeers::Locators places(discovery.begin(), discovery.end());
+        if (info.status == Info::DISCOVERED_PARTICIPANT) {
+            _ends.moved_peers->note_new(peer, places);
+        }
+        places.insert(places.end(), data.begin(), data.end());
+        _ends.moved_peers->note(peer, std::move(places));
+    } catch (const std::exception&) {
+        // Memory is short: when its address changes, the peer is found again after its lease.
+    }
+}
+
 void Domain::onReaderDiscovery(rtps::RTPSParticipant* /*participant*/, rtps::ReaderDiscoveryInfo&& info) {
     if (info.status == rtps::ReaderDiscoveryInfo::REMOVED_READER) {
         forget(info.info.guid());
@@ -293,6 +366,10 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
         endpoint->is_writer = is_writer;
         endpoint->since_ns = platform::monotonic_ns();
         describe(data, *endpoint);
+        if (_ends.moved_peers) {
+            const auto& places = data.remote_locators().unicast;
+            _ends.moved_peers->note_endpoint(data.guid().guidPrefix, {places.begin(), places.end()});
+        }
         std::lock_guard<std::mutex> lock(_mutex);
         if (is_writer && endpoint->ours && is_requester(endpoint->info)) {
             claim_locked(endpoint);

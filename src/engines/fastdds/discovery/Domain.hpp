@@ -27,6 +27,7 @@
 #include "engines/fastdds/discovery/Announcement.hpp"
 #include "engines/fastdds/quirks_2_9/EventThread.hpp"
 #include "engines/fastdds/reading/ReplyReaders.hpp"
+#include "engines/fastdds/transport/AddressWatch.hpp"
 #include "engines/fastdds/transport/UdpTransport.hpp"
 
 namespace norvane {
@@ -144,11 +145,14 @@ private:
         std::int64_t deadline_ns;  // until then it may be back
     };
 
+    void onParticipantDiscovery(rtps::RTPSParticipant* participant, rtps::ParticipantDiscoveryInfo&& info) override;
     void onReaderDiscovery(rtps::RTPSParticipant* participant, rtps::ReaderDiscoveryInfo&& info) override;
     void onWriterDiscovery(rtps::RTPSParticipant* participant, rtps::WriterDiscoveryInfo&& info) override;
     template <typename Data>
     void discover(const Data& data, bool is_writer) noexcept;
     void forget(const rtps::GUID_t& guid) noexcept;
+    void watch_addresses() noexcept;
+    void on_addresses_changed() noexcept;
     void claim_locked(const std::shared_ptr<Discovered>& requester);
     void note_loss_locked(const Discovered& requester) noexcept;
     void notify_of_requester_locked(const std::string& topic) noexcept;
@@ -161,7 +165,8 @@ private:
     std::unique_ptr<Dispatcher> _dispatcher;
     rtps::RTPSParticipant* _participant = nullptr;
     std::unique_ptr<EventThread> _event_thread;
-    mutable std::uint64_t _pause = 0;  // of a removal; guarded by the mutex of all endpoints
+    std::unique_ptr<AddressWatch::Subscription> _addresses;  // null: not watched
+    mutable std::uint64_t _pause = 0;                        // of a removal; guarded by the mutex of all endpoints
 
     std::mutex _mutex;
     std::unordered_map<DDS_GUID_t, std::shared_ptr<const Discovered>, GuidHash> _directory;

@@ -61,9 +61,8 @@ void Inbox::detach() noexcept {
     _timers = nullptr;
 }
 
-bool Inbox::must_pause_locked(const std::uint8_t* message, std::uint32_t length, std::uint32_t port) noexcept {
-    if (_timers == nullptr || std::find(_discovery_ports.begin(), _discovery_ports.end(), port) == _discovery_ports.end() ||
-        !Submessage::begin_a_message(message, length)) {
+bool Inbox::must_pause_locked(const std::uint8_t* message, std::uint32_t length) noexcept {
+    if (_timers == nullptr || !Submessage::begin_a_message(message, length)) {
         return false;
     }
     const std::int64_t now_ns = platform::monotonic_ns();

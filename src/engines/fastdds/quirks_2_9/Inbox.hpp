@@ -5,6 +5,7 @@
 #ifndef NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_INBOX_HPP
 #define NORVANE_ENGINES_FASTDDS_QUIRKS_2_9_INBOX_HPP
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <shared_mutex>
@@ -23,21 +24,24 @@ public:
     void detach() noexcept;
 
     /// Delivers a message. @param port  on which it came. @param hand_on  a call without arguments, which does not throw.
+    /// @return whether peers announce themselves and their endpoints on that port.
     template <typename HandOn>
-    void take_in(const std::uint8_t* message, std::uint32_t length, std::uint32_t port, const HandOn& hand_on) {
+    bool take_in(const std::uint8_t* message, std::uint32_t length, std::uint32_t port, const HandOn& hand_on) {
         const std::shared_lock<std::shared_mutex> lock(_mutex);
-        if (!must_pause_locked(message, length, port)) {
+        const bool is_for_discovery = std::find(_discovery_ports.begin(), _discovery_ports.end(), port) != _discovery_ports.end();
+        if (!is_for_discovery || !must_pause_locked(message, length)) {
             hand_on();
-            return;
+            return is_for_discovery;
         }
         const std::uint64_t time = _timers->pause();
         _timers->wait_until_paused(time);
         hand_on();
         _timers->resume(time);
+        return true;
     }
 
 private:
-    bool must_pause_locked(const std::uint8_t* message, std::uint32_t length, std::uint32_t port) noexcept;
+    bool must_pause_locked(const std::uint8_t* message, std::uint32_t length) noexcept;
 
     std::shared_mutex _mutex;  // shared while a message is delivered; precedes all locks of Fast DDS
     EventThread* _timers = nullptr;

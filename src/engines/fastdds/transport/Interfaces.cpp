@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include <fastrtps/utils/IPLocator.h>
 
@@ -38,28 +39,56 @@ bool to_address(const std::string& text, std::uint32_t& address) noexcept {
     return is_one;
 }
 
-}  // namespace
-
-Interfaces::Interfaces() {
+std::vector<Interface> read_interfaces() {
+    std::vector<Interface> all;
     ifaddrs* first = nullptr;
     if (::getifaddrs(&first) != 0) {
-        return;
+        return all;
     }
     const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> list(first, ::freeifaddrs);
     const int descriptor = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     for (const ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
         if (each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET && (each->ifa_flags & IFF_UP) != 0) {
             const std::uint32_t address = reinterpret_cast<const sockaddr_in*>(each->ifa_addr)->sin_addr.s_addr;
-            _all.push_back({address, mtu_of(descriptor, each->ifa_name), (each->ifa_flags & IFF_LOOPBACK) != 0});
+            all.push_back({address, mtu_of(descriptor, each->ifa_name), (each->ifa_flags & IFF_LOOPBACK) != 0,
+                           (each->ifa_flags & IFF_RUNNING) != 0});
         }
     }
     if (descriptor >= 0) {
         ::close(descriptor);
     }
+    return all;
+}
+
+}  // namespace
+
+Interfaces::Interfaces() : _all(read_interfaces()) {}
+
+bool Interfaces::refresh() {
+    std::vector<Interface> all = read_interfaces();
+    const std::lock_guard<std::mutex> lock(_mutex);
+    if (all == _all) {
+        return false;
+    }
+    _all = std::move(all);
+    _have_changed.store(true, std::memory_order_relaxed);
+    return true;
+}
+
+std::vector<std::uint32_t> Interfaces::addresses() const {
+    std::vector<std::uint32_t> found;
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const Interface& each : _all) {
+        if (each.is_running && !each.is_loopback) {
+            found.push_back(each.address);
+        }
+    }
+    return found;
 }
 
 bool Interfaces::have(const std::string& address) const noexcept {
     std::uint32_t wanted = 0;
+    const std::lock_guard<std::mutex> lock(_mutex);
     return to_address(address, wanted) &&
            std::any_of(_all.begin(), _all.end(), [wanted](const Interface& each) { return each.address == wanted; });
 }
@@ -70,13 +99,17 @@ bool Interfaces::reach_within(const rtps::Locator_t& place) const noexcept {
     }
     std::uint32_t address = 0;
     std::memcpy(&address, rtps::IPLocator::getIPv4(place), sizeof address);
-    return (ntohl(address) >> 24U) == 127 ||
-           std::any_of(_all.begin(), _all.end(), [address](const Interface& each) { return each.address == address; });
+    if ((ntohl(address) >> 24U) == 127) {
+        return true;
+    }
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return std::any_of(_all.begin(), _all.end(), [address](const Interface& each) { return each.address == address; });
 }
 
 std::uint32_t Interfaces::datagram_that_fits(const std::vector<std::string>& addresses) const noexcept {
     std::uint32_t least = 0;
     bool has_loopback_only = !addresses.empty();
+    const std::lock_guard<std::mutex> lock(_mutex);
     for (const Interface& each : _all) {
         const bool is_used = addresses.empty() || std::any_of(addresses.begin(), addresses.end(), [&](const std::string& text) {
                                  std::uint32_t address = 0;

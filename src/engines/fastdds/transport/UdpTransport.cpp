@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/transport/UdpTransport.hpp"
 
+#include <cstring>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include <fastdds/rtps/transport/ChainingTransport.h>
 #include <fastdds/rtps/transport/ChainingTransportDescriptor.h>
 #include <fastdds/rtps/transport/TransportReceiverInterface.h>
+#include <fastrtps/utils/IPLocator.h>
 
 #include "engines/fastdds/quirks_2_9/Submessage.hpp"
+#include "engines/fastdds/transport/OwnSocket.hpp"
 #include "engines/fastdds/transport/split.hpp"
 
 namespace norvane {
@@ -17,6 +21,9 @@ namespace fastdds {
 namespace {
 
 namespace transport = eprosima::fastdds::rtps;
+
+// Of the sender's GUID prefix in the header of an RTPS message.
+constexpr std::size_t PREFIX_OF_MESSAGE = 8;
 
 class UdpTransport final : public transport::ChainingTransport {
 public:
@@ -30,8 +37,17 @@ public:
               transport::LocatorsIterator* end, const std::chrono::steady_clock::time_point& deadline) override {
         bool sent = true;
         for (; *places != *end; ++*places) {
-            if (IsLocatorSupported(**places)) {
-                sent = send_to(*sender, message, length, **places, deadline) && sent;
+            const rtps::Locator_t& place = **places;
+            if (!IsLocatorSupported(place)) {
+                continue;
+            }
+            if (rtps::IPLocator::isMulticast(place) && _ends.addresses.empty() && _ends.interfaces->have_changed() &&
+                send_to_group(message, length, place)) {
+                continue;
+            }
+            sent = send_to(*sender, message, length, place, deadline) && sent;
+            if (const std::optional<rtps::Locator_t> other = _ends.moved_peers->other(place)) {
+                sent = send_to(_own_socket, message, length, *other, deadline) || sent;
             }
         }
         return sent;
@@ -71,7 +87,11 @@ private:
             message = copy.data();
             length = static_cast<std::uint32_t>(copy.size());
         }
-        _ends.inbox->take_in(message, length, local.port, [&] { next.OnDataReceived(message, length, local, remote); });
+        if (_ends.inbox->take_in(message, length, local.port, [&] { next.OnDataReceived(message, length, local, remote); })) {
+            rtps::GuidPrefix_t sender;
+            std::memcpy(sender.value, message + PREFIX_OF_MESSAGE, sizeof sender.value);
+            _ends.moved_peers->note_source(sender, remote);
+        }
     }
 
     bool send_to(rtps::SenderResource& sender, const rtps::octet* message, std::uint32_t length, const rtps::Locator_t& place,
@@ -86,6 +106,11 @@ private:
             }
         }
         return send_datagram(sender, message, length, place, deadline);
+    }
+
+    bool send_to_group(const std::uint8_t* message, std::uint32_t length, const rtps::Locator_t& group) {
+        const std::vector<std::uint32_t> addresses = _ends.interfaces->addresses();
+        return _own_socket.send_to_group(message, length, group, addresses);
     }
 
     bool send_datagram(rtps::SenderResource& sender, const rtps::octet* message, std::uint32_t length, const rtps::Locator_t& place,
@@ -107,6 +132,7 @@ private:
     }
 
     const TransportEnds _ends;
+    OwnSocket _own_socket;  // used once addresses have changed, here or there
 };
 
 class UdpTransportDescriptor final : public transport::ChainingTransportDescriptor {

@@ -5,10 +5,13 @@
 #define NORVANE_ENGINES_FASTDDS_TRANSPORT_UDPTRANSPORT_HPP
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include <fastdds/rtps/transport/TransportDescriptorInterface.h>
 
 #include "engines/fastdds/quirks_2_9/Inbox.hpp"
+#include "engines/fastdds/quirks_2_9/MovedPeers.hpp"
 #include "engines/fastdds/transport/FaultInjector.hpp"
 #include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/Outbox.hpp"
@@ -18,12 +21,13 @@
 namespace norvane {
 namespace fastdds {
 
-/// What a participant keeps of its transport. It has an inbox, interfaces, paths and refusals, or none of
-/// them.
+/// What a participant keeps of its transport. It has an inbox, interfaces, moved peers, paths and refusals, or none of them.
 struct TransportEnds {
     std::shared_ptr<Outbox> outbox;  ///< Closed before the participant is removed; null: batching is off.
     std::shared_ptr<Inbox> inbox;
-    std::shared_ptr<const Interfaces> interfaces;
+    std::shared_ptr<Interfaces> interfaces;
+    std::vector<std::string> addresses;  ///< Of this machine, which alone are used; empty: all.
+    std::shared_ptr<MovedPeers> moved_peers;
     std::shared_ptr<Paths> paths;  ///< Refers to the interfaces.
     std::shared_ptr<Refusals> refusals;
     std::shared_ptr<FaultInjector> faults;  ///< Null: what arrives is delivered as it came.
