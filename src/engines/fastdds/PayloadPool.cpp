@@ -54,9 +54,13 @@ void PayloadPool::destroy(Block& block) noexcept {
     }
 }
 
+// Fast DDS keeps the index of missing fragments in the payload: four octets at the beginning of each fragment, rounded up to a
+// multiple of four. Those of a last fragment of one octet lie behind it.
+constexpr std::size_t INDEX = 8;
+
 // @return null if memory is short.
 PayloadPool::Block* PayloadPool::take(std::size_t octets) noexcept {
-    const std::size_t needed = sizeof(Block) + octets;
+    const std::size_t needed = sizeof(Block) + octets + INDEX;
     std::size_t size_class = 0;
     std::size_t length = SMALLEST;
     for (; size_class < CLASSES && length < needed; ++size_class) {

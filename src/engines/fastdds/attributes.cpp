@@ -138,6 +138,7 @@ void add_transports(const Transports& transports, ParticipantChoice& choice) {
             udp->maxMessageSize = transports.datagram;
         }
         choice.ends.inbox = std::make_shared<Inbox>();
+        choice.ends.jumps = std::make_shared<NumberJumps>();
         choice.ends.refusals = std::make_shared<Refusals>();
         if (transports.has_faults) {
             choice.ends.faults = std::make_shared<FaultInjector>(transports.faults);

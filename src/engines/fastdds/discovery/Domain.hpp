@@ -91,6 +91,24 @@ public:
             _ends.paths->acknowledge(writer, number);
         }
     }
+    /// A reader of this participant exists. Both are borrowed until `remove_reader`. @throws std::bad_alloc
+    void add_reader(rtps::RTPSReader& reader, rtps::ReaderHistory& history) const {
+        if (_ends.jumps) {
+            _ends.jumps->add(reader, history);
+        }
+    }
+    /// Fast DDS removes the reader of this participant next.
+    void remove_reader(const rtps::RTPSReader& reader) const noexcept {
+        if (_ends.jumps) {
+            _ends.jumps->remove(reader);
+        }
+    }
+    /// A reader of this participant has matched a writer. May be called under the mutex of that reader.
+    void note_match() const noexcept {
+        if (_ends.jumps) {
+            _ends.jumps->note_match();
+        }
+    }
     /// @return octets of a datagram to another machine at most; 0: as long as a message of Fast DDS.
     std::uint32_t far_datagram() const noexcept { return _ends.far_datagram; }
     DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }

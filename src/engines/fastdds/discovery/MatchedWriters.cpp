@@ -46,6 +46,7 @@ std::shared_ptr<const Discovered> MatchedWriters::remove(const rtps::GUID_t& wri
 mw::PeerEvent MatchedWriters::report(rtps::WriterDiscoveryInfo::DISCOVERY_STATUS reason, const rtps::GUID_t& writer) noexcept {
     try {
         if (reason == rtps::WriterDiscoveryInfo::DISCOVERED_WRITER) {
+            _domain.note_match();
             const std::shared_ptr<const Discovered> peer = confirm(writer);
             return {mw::PeerEventKind::MATCHED, peer ? info_of(peer) : nullptr};
         }

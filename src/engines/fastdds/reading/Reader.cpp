@@ -103,6 +103,7 @@ DDS_ReturnCode_t Reader::prepare(const mw::ReaderSettings& settings, std::string
         _info.partner_guid = _route;
     }
     _reader->set_content_filter(this);
+    _domain->add_reader(*_reader, _history);
     return DDS_RETCODE_OK;
 }
 
@@ -142,6 +143,7 @@ void Reader::close() noexcept {
     _domain->remove(*this);
     _domain->give_back_guid(_info.guid);
     if (_reader != nullptr) {
+        _domain->remove_reader(*_reader);
         const Domain::Removal removal(*_domain);
         rtps::RTPSDomain::removeRTPSReader(_reader);
     }

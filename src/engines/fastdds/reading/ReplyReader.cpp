@@ -40,6 +40,7 @@ ReplyReader::ReplyReader(const std::shared_ptr<Domain>& domain, const mw::Endpoi
 
 ReplyReader::~ReplyReader() {
     if (_reader != nullptr) {
+        _domain->remove_reader(*_reader);
         const Domain::Removal removal(*_domain);
         rtps::RTPSDomain::removeRTPSReader(_reader);
     }
@@ -55,6 +56,7 @@ bool ReplyReader::prepare(const DDS_DataReaderQos& qos, std::string& failure) {
     }
     _info.guid = to_guid(_reader->getGuid());
     _reader->set_content_filter(this);
+    _domain->add_reader(*_reader, _history);
     return true;
 }
 

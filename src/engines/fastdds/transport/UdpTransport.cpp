@@ -11,6 +11,7 @@
 #include <fastdds/rtps/transport/TransportReceiverInterface.h>
 #include <fastrtps/utils/IPLocator.h>
 
+#include "engines/fastdds/quirks_2_9/ShortFragment.hpp"
 #include "engines/fastdds/quirks_2_9/Submessage.hpp"
 #include "engines/fastdds/transport/OwnSocket.hpp"
 #include "engines/fastdds/transport/split.hpp"
@@ -82,10 +83,22 @@ private:
             return;
         }
         thread_local std::vector<std::uint8_t> copy;
+        thread_local std::vector<std::uint8_t> second_copy;
+        const auto take_out = [&](std::uint8_t kind, std::vector<std::uint8_t>& to) {
+            copy_without(kind, message, length, to);
+            message = to.data();
+            length = static_cast<std::uint32_t>(to.size());
+        };
         if (!_ends.paths->receive(message, length)) {
-            copy_without(Submessage::NACK_FRAG, message, length, copy);
-            message = copy.data();
-            length = static_cast<std::uint32_t>(copy.size());
+            take_out(Submessage::NACK_FRAG, copy);
+        }
+        if (!_ends.jumps->take_in(message, length)) {
+            take_out(Submessage::GAP, second_copy);
+        }
+        thread_local std::vector<std::uint8_t> roomy_copy;
+        if (has_short_fragment(message, length)) {
+            copy_with_room_behind(message, length, roomy_copy);
+            message = roomy_copy.data();
         }
         if (_ends.inbox->take_in(message, length, local.port, [&] { next.OnDataReceived(message, length, local, remote); })) {
             rtps::GuidPrefix_t sender;

@@ -12,6 +12,7 @@
 
 #include "engines/fastdds/quirks_2_9/Inbox.hpp"
 #include "engines/fastdds/quirks_2_9/MovedPeers.hpp"
+#include "engines/fastdds/quirks_2_9/NumberJumps.hpp"
 #include "engines/fastdds/transport/FaultInjector.hpp"
 #include "engines/fastdds/transport/Interfaces.hpp"
 #include "engines/fastdds/transport/Outbox.hpp"
@@ -21,10 +22,11 @@
 namespace norvane {
 namespace fastdds {
 
-/// What a participant keeps of its transport. It has an inbox, interfaces, moved peers, paths and refusals, or none of them.
+/// What a participant keeps of its transport. It has an inbox, number jumps, interfaces, moved peers, paths and refusals, or none of them.
 struct TransportEnds {
     std::shared_ptr<Outbox> outbox;  ///< Closed before the participant is removed; null: batching is off.
     std::shared_ptr<Inbox> inbox;
+    std::shared_ptr<NumberJumps> jumps;
     std::shared_ptr<Interfaces> interfaces;
     std::vector<std::string> addresses;  ///< Of this machine, which alone are used; empty: all.
     std::shared_ptr<MovedPeers> moved_peers;
