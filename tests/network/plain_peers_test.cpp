@@ -18,11 +18,13 @@
 #include <atomic>
 #include <cstring>
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "network/PeerProcess.hpp"
+#include "network/Questions.hpp"
 #include "support/ServiceFixture.hpp"
 #include "support/TextFixture.hpp"
 #include "support/Thrown.hpp"
@@ -223,17 +225,20 @@ TEST_P(PlainPeers, our_requesters_are_announced_once) {
     EXPECT_EQ(0, announcements.changed);
 }
 
-TEST_P(PlainPeers, a_stranger_that_announces_a_requesters_guid_does_not_silence_it) {
-    struct Copy : public dds::DomainParticipantListener {
-        void on_publisher_discovery(dds::DomainParticipant*, rtps::WriterDiscoveryInfo&& info) override {
-            if (info.info.topicName() == "SRequest" && !taken) {
-                octets = info.info.m_qos.m_userData.data_vec();
-                taken = true;
-            }
+// What the first requester that is found announces of itself.
+struct AnnouncedRequester : public dds::DomainParticipantListener {
+    void on_publisher_discovery(dds::DomainParticipant*, rtps::WriterDiscoveryInfo&& info) override {
+        if (info.info.topicName() == "SRequest" && !taken) {
+            octets = info.info.m_qos.m_userData.data_vec();
+            taken = true;
         }
-        std::vector<rtps::octet> octets;
-        std::atomic<bool> taken{false};
-    } copy;
+    }
+    std::vector<rtps::octet> octets;
+    std::atomic<bool> taken{false};
+};
+
+TEST_P(PlainPeers, a_stranger_that_announces_a_requesters_guid_does_not_silence_it) {
+    AnnouncedRequester copy;
     PeerProcess server("echo", {std::to_string(_domain)});
     PlainParticipant listening(_domain, &copy);
     TextRequester requester(requester_params());
@@ -251,6 +256,38 @@ TEST_P(PlainPeers, a_stranger_that_announces_a_requesters_guid_does_not_silence_
     EXPECT_EQ("y!", TextRequester(requester_params()).call("y", std::chrono::seconds(10)))
         << "the server has seen the stranger leave";
     EXPECT_TRUE(is_served());
+}
+
+// Any line: calls once, and says how that went.
+int calling(const std::vector<std::string>& arguments) {
+    const Participant participant(on_loopback(std::stoi(arguments[0])));
+    TextRequester requester(RequesterParams(participant).service_name("S"));
+    return answer_lines([&](const std::string& text) {
+        std::string reply = "no reply";
+        thrown_by([&] { reply = requester.call(text, std::chrono::seconds(1)); });
+        return reply;
+    });
+}
+
+const KnownRole CALLING("calling", calling);
+
+TEST_P(PlainPeers, a_requester_that_is_one_too_many_of_its_guid_is_served_when_others_leave) {
+    AnnouncedRequester copy;
+    PeerProcess requester("calling", {std::to_string(_domain)});
+    PlainParticipant listening(_domain, &copy);
+    ASSERT_TRUE(eventually([&] { return copy.taken.load(); }));
+    requester.stop();  // so that the server comes to know of it at last
+    std::list<PlainParticipant> crowd;
+    PeerProcess server("echo", {std::to_string(_domain)});
+    for (int count = 0; count < 9; ++count) {
+        dds::DataWriter* const requests = crowd.emplace_back(_domain).writer("SRequest", copy.octets);
+        dds::PublicationMatchedStatus matched;
+        ASSERT_TRUE(eventually([&] { return requests->get_publication_matched_status(matched), matched.current_count == 1; }));
+    }
+    requester.go_on();
+    EXPECT_EQ("no reply", requester.ask("x"));
+    crowd.clear();
+    EXPECT_TRUE(eventually([&] { return requester.ask("x") == "x!"; }));
 }
 
 // What peers announce is not to be trusted: octets that only look like ours are the application's.

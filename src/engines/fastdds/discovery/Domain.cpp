@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <string>
 #include <utility>
 
 #include <fastdds/rtps/RTPSDomain.h>
@@ -370,21 +371,31 @@ void Domain::discover(const Data& data, bool is_writer) noexcept {
             const auto& places = data.remote_locators().unicast;
             _ends.moved_peers->note_endpoint(data.guid().guidPrefix, {places.begin(), places.end()});
         }
-        std::lock_guard<std::mutex> lock(_mutex);
-        if (is_writer && endpoint->ours && is_requester(endpoint->info)) {
-            claim_locked(endpoint);
+        bool is_first_refused = false;
+        {
+            const std::lock_guard<std::mutex> lock(_mutex);
+            if (is_writer && endpoint->ours && is_requester(endpoint->info) && !claim_locked(endpoint)) {
+                is_first_refused = !std::exchange(_has_refused_claimant, true);
+            }
+            _directory[to_guid(data.guid())] = endpoint;
+            for (const std::shared_ptr<Endpoint>& own : _own) {
+                judge_locked(*own, endpoint);
+            }
         }
-        _directory[to_guid(data.guid())] = endpoint;
-        for (const std::shared_ptr<Endpoint>& own : _own) {
-            judge_locked(*own, endpoint);
+        if (is_first_refused) {
+            mw::log_warning<mw::LogPart::ENGINE>("Domain::discover", [&] {
+                return "more than " + std::to_string(MOST_CLAIMANTS) + " requesters claim one identity (topic '" +
+                       endpoint->info.topic_name +
+                       "'): a further one gets no replies until another of them leaves. This is logged once";
+            });
         }
     } catch (const std::exception&) {
         // Memory is short: the endpoint is treated as plain.
     }
 }
 
-// @throws std::bad_alloc
-void Domain::claim_locked(const std::shared_ptr<Discovered>& requester) {
+// @return false if there are too many. @throws std::bad_alloc
+bool Domain::claim_locked(const std::shared_ptr<Discovered>& requester) {
     Claimants& claimants = _requesters[requester->info.guid];
     const auto known = std::find_if(claimants.begin(), claimants.end(),
                                     [&](const auto& claimant) { return claimant->rtps_guid == requester->rtps_guid; });
@@ -395,7 +406,7 @@ void Domain::claim_locked(const std::shared_ptr<Discovered>& requester) {
     } else if (claimants.size() < MOST_CLAIMANTS) {
         claimants.push_back(requester);
     } else {
-        return;
+        return false;
     }
     _lost_requesters.erase(requester->info.guid);
     const mw::EndpointInfo nothing;
@@ -404,6 +415,7 @@ void Domain::claim_locked(const std::shared_ptr<Discovered>& requester) {
     if (answers_before.topic_name != answers.topic_name || !(answers_before.guid == answers.guid)) {
         notify_of_requester_locked(answers_before.topic_name.empty() ? answers.topic_name : answers_before.topic_name);
     }
+    return true;
 }
 
 void Domain::forget(const rtps::GUID_t& guid) noexcept {
@@ -428,6 +440,9 @@ void Domain::forget(const rtps::GUID_t& guid) noexcept {
         return;
     }
     claimants.erase(claim);
+    if (claimants.size() + 1 == MOST_CLAIMANTS) {
+        admit_waiting_claimant_locked(gone->info.guid, claimants);
+    }
     if (claimants.empty()) {
         _requesters.erase(requester);
         if (gone->is_lost.load()) {
@@ -435,6 +450,19 @@ void Domain::forget(const rtps::GUID_t& guid) noexcept {
         }
     }
     notify_of_requester_locked(gone->answers.topic_name);
+}
+
+// One that was refused while there were too many.
+void Domain::admit_waiting_claimant_locked(const DDS_GUID_t& guid, Claimants& claimants) noexcept {
+    const auto waits = [&](const auto& entry) {
+        const std::shared_ptr<const Discovered>& other = entry.second;
+        return other->is_writer && other->ours && other->info.guid == guid && is_requester(other->info) &&
+               std::find(claimants.begin(), claimants.end(), other) == claimants.end();
+    };
+    const auto waiting = std::find_if(_directory.begin(), _directory.end(), waits);
+    if (waiting != _directory.end()) {
+        claimants.push_back(waiting->second);  // there is memory for it: one has just left
+    }
 }
 
 void Domain::note_loss_locked(const Discovered& requester) noexcept {

@@ -171,7 +171,8 @@ private:
     void forget(const rtps::GUID_t& guid) noexcept;
     void watch_addresses() noexcept;
     void on_addresses_changed() noexcept;
-    void claim_locked(const std::shared_ptr<Discovered>& requester);
+    bool claim_locked(const std::shared_ptr<Discovered>& requester);
+    void admit_waiting_claimant_locked(const DDS_GUID_t& guid, Claimants& claimants) noexcept;
     void note_loss_locked(const Discovered& requester) noexcept;
     void notify_of_requester_locked(const std::string& topic) noexcept;
     void judge_locked(Endpoint& own, const std::shared_ptr<const Discovered>& other) noexcept;
@@ -191,6 +192,7 @@ private:
     std::unordered_map<DDS_GUID_t, Claimants, GuidHash> _requesters;  // by their virtual GUIDs
     std::unordered_map<DDS_GUID_t, Loss, GuidHash> _lost_requesters;  // those whose lease expired a short while ago
     std::unordered_set<DDS_GUID_t, GuidHash> _own_guids;              // virtual GUIDs
+    bool _has_refused_claimant = false;                               // and logged that
     std::vector<std::shared_ptr<Endpoint>> _own;
     std::atomic<std::int64_t> _requester_count{0};  // of this participant's own
     std::atomic<std::uint32_t> _last_entity{0};     // of the GUIDs made here
