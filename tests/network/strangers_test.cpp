@@ -6,10 +6,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 
 #include "network/PeerProcess.hpp"
+#include "network/Questions.hpp"
+#include "support/Seed.hpp"
 #include "support/ServiceFixture.hpp"
 #include "support/TextFixture.hpp"
 
@@ -73,6 +77,47 @@ TEST_P(Strangers, neither_end_a_process_nor_keep_it_from_answering) {
             replier.kill();
         }
     }
+}
+
+// Genuine traffic, a third of which is changed on the way, in both directions. Ten minutes with ./test --long.
+TEST(TamperedTraffic, ends_no_process_and_stops_no_newcomer) {
+    DDSLog_g_instrumentationMask = 0;
+    const unsigned seed = test_seed();
+    const auto tampered = [&](unsigned number) {
+        return on_loopback(domain_of_test())
+            .property("norvane.fastdds.faults", "tamper=0.3;dup=0.1;seed=" + std::to_string(seed + number));
+    };
+    const auto answers = [](Asker& requester, const Question& question, std::chrono::milliseconds timeout) {
+        try {
+            return requester.call(question, timeout).number == question.number;
+        } catch (const std::exception&) {
+            return false;
+        }
+    };
+    PeerProcess replier("oracle", words_of(tampered(0), {"S", "!"}));
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::seconds(std::getenv("NORVANE_TEST_REPEATS") != nullptr ? 3 * repeats() : 2);
+    int answered = 0;
+    unsigned rounds = 0;
+    while (std::chrono::steady_clock::now() < end || (answered == 0 && rounds < 20)) {
+        const Participant participant(tampered(++rounds));
+        Asker requester(RequesterParams(participant).service_name("S"));
+        if (!answers(requester, {0, "x"}, std::chrono::seconds(2))) {
+            continue;
+        }
+        for (std::int32_t number = 1; number <= 50; ++number) {
+            answered +=
+                answers(requester, {number, number % 5 == 0 ? "octets 200000" : "x"}, std::chrono::milliseconds(50)) ? 1 : 0;
+        }
+    }
+    std::printf("%u rounds, %d of %u calls answered\n", rounds, answered, 50 * rounds);
+    EXPECT_GT(answered, 0);
+    EXPECT_NE("(nothing)", replier.ask("how many"));
+    const Participant newcomer(on_loopback(domain_of_test()));
+    EXPECT_TRUE(eventually([&] {
+        Asker requester(RequesterParams(newcomer).service_name("S"));
+        return answers(requester, {1, "x"}, std::chrono::seconds(1));
+    }));
 }
 
 }  // namespace
