@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "network/PeerProcess.hpp"
+#include "support/ServiceFixture.hpp"
 #include "support/TextFixture.hpp"
 
 namespace norvane::test {
@@ -95,6 +98,7 @@ TEST_P(Choices, a_property_that_is_not_understood_is_refused_by_name) {
         {"buffer", "1073741825"},
         {"batching", "yes"},
         {"window", "-1"},
+        {"max_sample_size", "65535"},
         {"writer_filters", "maybe"},
         {"reach", "moon"},
         {"faults", "drop=DATUM:0.1"},
@@ -138,6 +142,21 @@ TEST_P(Choices, a_buffer_beyond_the_limit_of_the_system_is_told_with_the_remedy)
     EXPECT_NE(nullptr, make({{"norvane.fastdds.buffer", std::to_string(LARGE)}}));
     EXPECT_EQ(1, log.count("sysctl -w net.core.rmem_max=" + std::to_string(LARGE)));
     EXPECT_EQ(1, log.count("buffers of " + std::to_string(granted) + " octets to receive"));
+}
+
+TEST_P(Choices, a_sample_beyond_the_limit_is_refused_on_either_side) {
+    DDSDomainParticipant* const narrow =
+        make({{"norvane.fastdds.max_sample_size", "65536"}, {"norvane.fastdds.interfaces", "127.0.0.1"}});
+    ASSERT_NE(nullptr, narrow);
+    PeerProcess replier("echo", {std::to_string(_domain)});
+    TextRequester requester(RequesterParams(narrow).service_name("S"));
+    EXPECT_EQ("x!", requester.call("x", std::chrono::seconds(10)));
+    const LogCapture log;
+    const std::string longest(65536 - 9, 'x');  // with encapsulation, length and NUL
+    EXPECT_THROW(requester.send_request(longest + "x"), OutOfResourcesException);
+    EXPECT_LE(1, log.count("norvane.fastdds.max_sample_size allows 65536"));
+    requester.send_request(longest);
+    EXPECT_TRUE(eventually([&] { return log.count("a sample longer than norvane.fastdds.max_sample_size") == 1; }));
 }
 
 TEST_P(Choices, a_window_bounds_what_is_on_the_way) {

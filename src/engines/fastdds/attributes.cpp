@@ -47,6 +47,7 @@ constexpr std::chrono::microseconds USUAL_PAUSE{25};
 constexpr std::uint32_t USUAL_BUFFER = 4 * 1024 * 1024;
 // Of a participant: all addresses that its machine has had since it was made (Fast DDS keeps them).
 constexpr std::size_t MOST_PLACES = 16;
+constexpr long SMALLEST_LIMIT = 64 * 1024;  // of a sample
 constexpr long SMALLEST_BUFFER = 64 * 1024;
 constexpr long LARGEST_BUFFER = 1024 * 1024 * 1024;
 
@@ -243,6 +244,10 @@ bool take(const std::string& name, const std::string& value, ParticipantChoice& 
     }
     if (name == "norvane.fastdds.window" && to_number(value, 1, 1000 * 1000, number)) {
         choice.window = number;
+        return true;
+    }
+    if (name == "norvane.fastdds.max_sample_size" && to_number(value, SMALLEST_LIMIT, LARGEST_SAMPLE, number)) {
+        choice.ends.largest_sample = static_cast<std::uint32_t>(number);
         return true;
     }
     if (name == "norvane.fastdds.writer_filters" && (value == "on" || value == "off")) {

@@ -111,6 +111,8 @@ public:
     }
     /// @return octets of a datagram to another machine at most; 0: as long as a message of Fast DDS.
     std::uint32_t far_datagram() const noexcept { return _ends.far_datagram; }
+    /// @return octets of a sample at most.
+    std::uint32_t largest_sample() const noexcept { return _ends.largest_sample; }
     DDS_GUID_t guid() const noexcept { return to_guid(_participant->getGuid()); }
 
     /// Reserves a virtual GUID. @return false if a known endpoint has it.

@@ -77,7 +77,7 @@ public:
 private:
     void deliver(transport::TransportReceiverInterface& next, const rtps::octet* message, std::uint32_t length,
                  const rtps::Locator_t& local, const rtps::Locator_t& remote) const {
-        const WireFault fault = find_wire_fault(message, length);
+        const WireFault fault = find_wire_fault(message, length, _ends.largest_sample);
         if (fault != WireFault::NONE) {
             _ends.refusals->note(fault, remote);
             return;

@@ -32,8 +32,9 @@ struct TransportEnds {
     std::shared_ptr<MovedPeers> moved_peers;
     std::shared_ptr<Paths> paths;  ///< Refers to the interfaces.
     std::shared_ptr<Refusals> refusals;
-    std::shared_ptr<FaultInjector> faults;  ///< Null: what arrives is delivered as it came.
-    std::uint32_t far_datagram = 0;         ///< Octets of a datagram to another machine at most; 0: as long as a message.
+    std::shared_ptr<FaultInjector> faults;            ///< Null: what arrives is delivered as it came.
+    std::uint32_t largest_sample = 64 * 1024 * 1024;  ///< Octets of a sample at most.
+    std::uint32_t far_datagram = 0;                   ///< Octets of a datagram to another machine at most; 0: as long as a message.
 };
 
 /// @param udp  does the sending and receiving.

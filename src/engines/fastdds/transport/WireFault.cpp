@@ -51,7 +51,6 @@ constexpr std::int64_t WIDEST_GAP = 1LL << 16;
 // behind the heads of its message.
 constexpr std::uint32_t LEAST_FRAGMENT = 64;
 constexpr std::uint32_t LARGEST_FRAGMENT = 65400;
-constexpr std::uint32_t LARGEST_SAMPLE = 1U << 30;
 
 std::int64_t highest_number(const Submessage& each, std::size_t writer) noexcept {
     return (each.body[writer + 3] & Submessage::BUILTIN_ENTITY) == Submessage::BUILTIN_ENTITY ? HIGHEST_BUILTIN_NUMBER
@@ -115,7 +114,7 @@ WireFault fault_of_data(const Submessage& each) noexcept {
     return payload < least ? WireFault::LENGTH : WireFault::NONE;
 }
 
-WireFault fault_of_fragment(const Submessage& each) noexcept {
+WireFault fault_of_fragment(const Submessage& each, std::uint32_t largest_sample) noexcept {
     std::size_t payload = 0;
     const WireFault fault = find_payload(each, Submessage::DATA_FRAG_HEAD, payload);
     if (fault != WireFault::NONE) {
@@ -130,9 +129,12 @@ WireFault fault_of_fragment(const Submessage& each) noexcept {
     // With several fragments, Fast DDS copies the size of as many that it knows from the first one, whatever is there. It has no
     // payload for a key.
     const bool is_one = each.read_u16(Submessage::FRAGMENT_COUNT) == 1 && (each.flags & KEY_FLAG_OF_FRAGMENT) == 0;
-    const bool is_sized = size >= LEAST_FRAGMENT && size <= LARGEST_FRAGMENT && sample >= 1 && sample <= LARGEST_SAMPLE;
+    const bool is_sized = size >= LEAST_FRAGMENT && size <= LARGEST_FRAGMENT && sample >= 1;
     if (!is_one || !is_sized || first == 0) {
         return WireFault::FRAGMENT;
+    }
+    if (sample > largest_sample) {
+        return WireFault::SIZE;
     }
     const std::uint64_t before = static_cast<std::uint64_t>(first - 1) * size;
     return before < sample && payload >= std::min<std::uint64_t>(size, sample - before) ? WireFault::NONE : WireFault::FRAGMENT;
@@ -179,13 +181,13 @@ WireFault fault_of_nack_frag(const Submessage& each) noexcept {
                                                                           : WireFault::NONE;
 }
 
-WireFault fault_of(const Submessage& each) noexcept {
+WireFault fault_of(const Submessage& each, std::uint32_t largest_sample) noexcept {
     const auto needs = [&](std::size_t size) { return each.length < size ? WireFault::LENGTH : WireFault::NONE; };
     switch (each.kind) {
         case Submessage::DATA:
             return fault_of_data(each);
         case Submessage::DATA_FRAG:
-            return fault_of_fragment(each);
+            return fault_of_fragment(each, largest_sample);
         case Submessage::HEARTBEAT:
             return fault_of_heartbeat(each);
         case Submessage::GAP:
@@ -209,7 +211,7 @@ WireFault fault_of(const Submessage& each) noexcept {
 
 }  // namespace
 
-WireFault find_wire_fault(const std::uint8_t* octets, std::size_t length) noexcept {
+WireFault find_wire_fault(const std::uint8_t* octets, std::size_t length, std::uint32_t largest_sample) noexcept {
     constexpr std::uint8_t VERSION = 2;
     if (length < Submessage::MESSAGE_HEADER || std::memcmp(octets, "RTPS", 4) != 0 || octets[VERSION_IN_HEADER] != VERSION) {
         return WireFault::NO_MESSAGE;
@@ -228,7 +230,7 @@ WireFault find_wire_fault(const std::uint8_t* octets, std::size_t length) noexce
         if (is_of_fast_dds && each.kind == STATISTICS && (each.length != STATISTICS_SIZE || !is_last)) {
             return WireFault::VENDOR;
         }
-        const WireFault fault = fault_of(each);
+        const WireFault fault = fault_of(each, largest_sample);
         if (fault != WireFault::NONE) {
             return fault;
         }
@@ -243,6 +245,7 @@ const char* text_of(WireFault fault) noexcept {
                                                 "parameters that leave their submessage",
                                                 "a sequence number or range that no writer gets to",
                                                 "a fragment that is not one of its sample",
+                                                "a sample longer than norvane.fastdds.max_sample_size",
                                                 "a vendor's submessage of a wrong size or place"};
     return TEXTS[static_cast<std::size_t>(fault)];
 }

@@ -19,13 +19,18 @@ enum class WireFault : std::uint8_t {
     PARAMETERS,  ///< The list of parameters before a payload leaves its submessage.
     NUMBER,      ///< A sequence number or a range of them that no writer gets to.
     FRAGMENT,    ///< A fragment that is not one of its sample.
+    SIZE,        ///< A fragment of a sample that is too long.
     VENDOR,      ///< A submessage of Fast DDS's own of the wrong size or in the wrong place.
 };
-constexpr std::size_t WIRE_FAULTS = 7;
+constexpr std::size_t WIRE_FAULTS = 8;
+
+/// Octets of a sample that any participant may allow.
+constexpr std::uint32_t LARGEST_SAMPLE = 1U << 30;
 
 /// Looks at a datagram, once over its submessages. No allocation. Any thread.
-/// @param octets  may be null if there are none.
-WireFault find_wire_fault(const std::uint8_t* octets, std::size_t length) noexcept;
+/// @param octets          may be null if there are none.
+/// @param largest_sample  octets of a sample in fragments at most. Fast DDS reserves memory for all of it with the first fragment.
+WireFault find_wire_fault(const std::uint8_t* octets, std::size_t length, std::uint32_t largest_sample = LARGEST_SAMPLE) noexcept;
 
 /// @return the fault in words, which never end.
 const char* text_of(WireFault fault) noexcept;

@@ -14,6 +14,7 @@
 #include "engines/fastdds/PayloadPool.hpp"
 #include "engines/fastdds/attributes.hpp"
 #include "engines/fastdds/discovery/LocalWriters.hpp"
+#include "middleware/Log.hpp"
 #include "middleware/clock.hpp"
 #include "platform/Clock.hpp"
 
@@ -232,6 +233,14 @@ DDS_ReturnCode_t Writer::write(const mw::WriteRequest& request, DDS_SampleIdenti
 rtps::CacheChange_t* Writer::encode(const void* data) {
     const std::size_t size = _pool.encoded_size(data);
     if (size == 0 || size > std::numeric_limits<std::uint32_t>::max()) {
+        return nullptr;
+    }
+    if (size > _domain->largest_sample()) {
+        mw::log_error<mw::LogPart::ENGINE>("Writer::write", [&] {
+            return "topic '" + _info.topic_name + "': a sample of " + std::to_string(size) + " octets, and property " +
+                   "norvane.fastdds.max_sample_size allows " + std::to_string(_domain->largest_sample()) +
+                   ": peers refuse longer ones, unless the property allows them there, too";
+        });
         return nullptr;
     }
     rtps::CacheChange_t* const change = _writer->new_change([size] { return static_cast<std::uint32_t>(size); }, rtps::ALIVE);
