@@ -117,6 +117,15 @@ Path& Paths::hear_locked(ToPlace& to, std::uint32_t writer) {
     return to.paths.back().second;
 }
 
+void Paths::ask_if_due_locked(Path& path, const std::uint8_t* participant, std::uint32_t entity, std::int64_t now_ns) {
+    if (path.is_heartbeat_due(now_ns) && _listener) {
+        rtps::GUID_t writer;
+        std::memcpy(writer.guidPrefix.value, participant, sizeof writer.guidPrefix.value);
+        std::memcpy(writer.entityId.value, &entity, sizeof entity);
+        _listener(writer);
+    }
+}
+
 Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, const rtps::Locator_t& place) noexcept {
     if (!Submessage::begin_a_message(message, length)) {
         return Verdict::PASS;
@@ -143,12 +152,15 @@ Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, cons
         }
         const std::uint32_t first = is_fragment ? each.read_u32(Submessage::FIRST_FRAGMENT) : 0;
         const std::uint32_t last = is_fragment ? first + std::max(each.read_u16(Submessage::FRAGMENT_COUNT), 1U) - 1 : 0;
-        piece.first_fragment = has_piece ? std::min(piece.first_fragment, first) : first;
+        const std::int64_t number = each.read_number(Submessage::NUMBER_OF_DATA);
+        const bool goes_on = has_piece && number == piece.number;
+        piece.is_alone = piece.is_alone && (goes_on || !has_piece);
+        piece.first_fragment = goes_on ? std::min(piece.first_fragment, first) : first;
         piece.last_fragment = last;
         is_end = !is_fragment || static_cast<std::uint64_t>(last) * each.read_u16(Submessage::FRAGMENT_SIZE) >=
                                      each.read_u32(Submessage::SAMPLE_SIZE);
         writer_entity = entity_at(each, Submessage::WRITER_OF_DATA);
-        piece.number = each.read_number(Submessage::NUMBER_OF_DATA);
+        piece.number = number;
         has_piece = true;
     }
     if (!is_wanted) {
@@ -169,14 +181,8 @@ Paths::Verdict Paths::send(const std::uint8_t* message, std::size_t length, cons
         if (path == nullptr) {
             return Verdict::PASS;
         }
-        bool heartbeat_is_due = false;
-        const bool may_leave = path->send(piece, static_cast<std::int64_t>(length), now_ns, heartbeat_is_due);
-        if (heartbeat_is_due && _listener) {
-            rtps::GUID_t writer;
-            std::memcpy(writer.guidPrefix.value, message + PREFIX_IN_HEADER, peer.size());
-            std::memcpy(writer.entityId.value, &writer_entity, sizeof writer_entity);
-            _listener(writer);
-        }
+        const bool may_leave = path->send(piece, static_cast<std::int64_t>(length), now_ns);
+        ask_if_due_locked(*path, message + PREFIX_IN_HEADER, writer_entity, now_ns);
         // A heartbeat behind each fragment would make the reader ask for fragments that are still on the way. The listener sends
         // one at the end of a burst.
         return !may_leave ? Verdict::HOLD : has_heartbeat && !is_end ? Verdict::PASS_WITHOUT_HEARTBEAT : Verdict::PASS;
@@ -189,7 +195,8 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
     if (!Submessage::begin_a_message(message, length)) {
         return true;
     }
-    bool is_current = true;
+    bool is_current = true;  // as long as no request for fragments is looked at
+    bool is_wanted = false;
     const std::uint8_t* destination = nullptr;
     Submessage each;
     for (std::size_t at = Submessage::MESSAGE_HEADER; each.read(message, length, at); at += Submessage::HEADER + each.length) {
@@ -200,8 +207,7 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
         const bool is_acknack = each.kind == Submessage::ACKNACK && each.length >= Submessage::SET_OF_ACKNACK + 12;
         const bool is_nack_frag = each.kind == Submessage::NACK_FRAG && each.length >= Submessage::SET_OF_NACK_FRAG + 8;
         if (is_nack_frag && !asks_for_what_exists(each, destination, _fragments)) {
-            is_current = false;
-            continue;
+            return false;
         }
         if ((!is_acknack && !is_nack_frag) || !is_of_user(each, Submessage::WRITER)) {
             continue;
@@ -228,23 +234,29 @@ bool Paths::receive(const std::uint8_t* message, std::size_t length) noexcept {
                 path->acknowledge(
                     base,
                     [&](std::int64_t number) {
-                        return number - base < MOST_BITS && bits.has(static_cast<std::uint32_t>(number - base));
+                        const auto index = static_cast<std::uint32_t>(std::min<std::int64_t>(number - base, MOST_BITS));
+                        return index >= bits.count ? Path::Fate::UNKNOWN
+                               : bits.has(index)   ? Path::Fate::MISSING
+                                                   : Path::Fate::ARRIVED;
                     },
                     now_ns);
             } else if (path != nullptr) {
                 const std::uint32_t base = each.read_u32(Submessage::SET_OF_NACK_FRAG);
-                const auto missing_up_to = [&](std::uint32_t fragment) {
-                    std::uint32_t missing = 0;
-                    for (std::uint32_t index = 0; index < bits.count && base + index <= fragment; ++index) {
-                        missing += bits.has(index) ? 1 : 0;
-                    }
-                    return missing;
+                const auto fate = [&](std::uint32_t fragment) {
+                    const std::uint32_t index = fragment - base;
+                    return index >= Path::TOLD ? Path::Fate::UNKNOWN : bits.has(index) ? Path::Fate::MISSING : Path::Fate::ARRIVED;
                 };
-                is_current = path->ask_again(each.read_number(Submessage::FIRST_NUMBER), base, missing_up_to, now_ns) && is_current;
+                is_current = false;
+                is_wanted = path->ask_again(each.read_number(Submessage::FIRST_NUMBER), base, fate, now_ns) || is_wanted;
+            } else {
+                is_wanted = true;
+            }
+            if (path != nullptr && destination != nullptr) {
+                ask_if_due_locked(*path, destination, writer, now_ns);
             }
         }
     }
-    return is_current;
+    return is_current || is_wanted;
 }
 
 void Paths::acknowledge(const rtps::GUID_t& writer, std::int64_t up_to) noexcept {
@@ -254,8 +266,7 @@ void Paths::acknowledge(const rtps::GUID_t& writer, std::int64_t up_to) noexcept
     const std::lock_guard<std::mutex> lock(_mutex);
     for (const std::unique_ptr<ToPlace>& to : _places) {
         if (Path* const path = path_of(*to, entity)) {
-            path->acknowledge(
-                up_to + 1, [](std::int64_t) { return false; }, now_ns);
+            path->acknowledge(up_to + 1, now_ns);
         }
     }
 }

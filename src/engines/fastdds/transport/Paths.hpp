@@ -68,8 +68,8 @@ public:
     /// readers have left.
     void acknowledge(const rtps::GUID_t& writer, std::int64_t up_to) noexcept;
 
-    /// A message without a wire fault has arrived. @return false when its requests for fragments are out of date, or for fragments
-    ///         that do not exist, and are to be removed: Fast DDS would send what lies behind the sample in memory.
+    /// A message without a wire fault has arrived. @return false when its requests for fragments are to be removed: all of them are
+    ///         on the way, or one is for fragments that do not exist: Fast DDS would send what lies behind the sample in memory.
     bool receive(const std::uint8_t* message, std::size_t length) noexcept;
 
 private:
@@ -87,6 +87,7 @@ private:
     void learn_locked(const rtps::Locator_t& place, const Prefix& peer, std::int64_t now_ns);
     ToPlace* find_locked(const rtps::Locator_t& place) noexcept;
     static Path* path_of(ToPlace& to, std::uint32_t writer) noexcept;
+    void ask_if_due_locked(Path& path, const std::uint8_t* participant, std::uint32_t entity, std::int64_t now_ns);
     Path& hear_locked(ToPlace& to, std::uint32_t writer);
 
     const std::int64_t _capacity;
