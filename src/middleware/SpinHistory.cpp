@@ -11,16 +11,18 @@ namespace mw {
 
 namespace {
 
-bool spin_is_switched_off() noexcept {
-    const char* choice = std::getenv("NORVANE_SPIN");
-    return choice != nullptr && std::strcmp(choice, "off") == 0;
+bool is_switched_off() noexcept {
+    static const bool SWITCHED_OFF = [] {
+        const char* choice = std::getenv("NORVANE_SPIN");
+        return choice != nullptr && std::strcmp(choice, "off") == 0;
+    }();
+    return SWITCHED_OFF;
 }
 
 }  // namespace
 
 bool SpinHistory::should_spin() noexcept {
-    static const bool SWITCHED_OFF = spin_is_switched_off();
-    if (SWITCHED_OFF || !platform::has_several_processors()) {
+    if (is_switched_off() || !platform::has_several_processors()) {
         return false;
     }
     const std::uint32_t to_skip = _to_skip.load(std::memory_order_relaxed);
@@ -29,6 +31,10 @@ bool SpinHistory::should_spin() noexcept {
         return false;
     }
     return true;
+}
+
+bool SpinHistory::should_yield(std::int64_t now_ns) noexcept {
+    return !is_switched_off() && now_ns >= _no_yield_before_ns.load(std::memory_order_relaxed);
 }
 
 }  // namespace mw

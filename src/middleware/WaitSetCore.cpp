@@ -158,7 +158,7 @@ WaitSetCore::Look WaitSetCore::look(DDSConditionSeq& active, DDS_ReturnCode_t& i
     return found > 0 ? Look::ACTIVE : Look::NOTHING;
 }
 
-bool WaitSetCore::spin(std::uint32_t seen) noexcept {
+bool WaitSetCore::linger(std::uint32_t seen) noexcept {
     DDS_Condition* condition = nullptr;
     {
         std::lock_guard<platform::BriefMutex> lock(_mutex);
@@ -166,11 +166,26 @@ bool WaitSetCore::spin(std::uint32_t seen) noexcept {
             return false;
         }
         condition = _attachments.front().condition;
-        condition->retain();  // it may be deleted, and its reader too, while this thread spins
+        condition->retain();  // it may be deleted, and its reader too, meanwhile
     }
     SpinHistory* history = condition->spin_history();
-    const bool changed = history != nullptr && history->should_spin() && spin_until_changed(seen, *history);
+    // The yield first: a spin would keep a peer that waits for this processor off it.
+    const bool changed = history != nullptr && (has_changed_after_yield(seen, *history) ||
+                                                (history->should_spin() && spin_until_changed(seen, *history)));
     condition->release();
+    return changed;
+}
+
+// On one processor the peer then goes on until it has to wait as well. Otherwise it is preempted, at each write, by the thread that the
+// write wakes, and each side makes two system calls for each sample: one to sleep, and one to wake the other.
+bool WaitSetCore::has_changed_after_yield(std::uint32_t seen, SpinHistory& history) const noexcept {
+    const std::int64_t start = platform::monotonic_ns();
+    if (!history.should_yield(start)) {
+        return false;
+    }
+    platform::yield_processor();
+    const bool changed = _word.load(std::memory_order_relaxed) != seen;
+    history.yielded(changed, start, platform::monotonic_ns());
     return changed;
 }
 
@@ -208,7 +223,7 @@ DDS_ReturnCode_t WaitSetCore::wait_alone(DDSConditionSeq& active, const DDS_Dura
     std::int64_t deadline = 0;
     bool deadline_known = false;
     bool time_is_up = timeout == DDS_DURATION_ZERO;
-    bool has_spun = false;
+    bool has_lingered = false;
     for (;;) {
         std::uint32_t seen = _word.load(std::memory_order_acquire);
         DDS_ReturnCode_t interruption = DDS_RETCODE_OK;
@@ -230,10 +245,10 @@ DDS_ReturnCode_t WaitSetCore::wait_alone(DDSConditionSeq& active, const DDS_Dura
             deadline = deadline_after(timeout);
             deadline_known = true;
         }
-        if (!has_spun) {
-            has_spun = true;
+        if (!has_lingered) {
+            has_lingered = true;
             DeferringEngines::send_deferred();
-            if (spin(seen)) {
+            if (linger(seen)) {
                 continue;
             }
         }

@@ -47,7 +47,9 @@ private:
     bool make_room_for_ready_locked(DDSConditionSeq& active) const noexcept;
     void drop_idle_locked() noexcept;
     void drop_ready_locked(Attachment& attachment) noexcept;
-    bool spin(std::uint32_t seen) noexcept;
+    /// Waits for a moment without sleeping. @return whether the word has changed.
+    bool linger(std::uint32_t seen) noexcept;
+    bool has_changed_after_yield(std::uint32_t seen, SpinHistory& history) const noexcept;
     bool spin_until_changed(std::uint32_t seen, SpinHistory& history) const noexcept;
     [[nodiscard]] DDS_ReturnCode_t wait_alone(DDSConditionSeq& active, const DDS_Duration_t& timeout) noexcept;
     void change_word(platform::WakeBatch& wake) noexcept;

@@ -6,6 +6,8 @@
 namespace norvane {
 namespace platform {
 
+void yield_processor() noexcept { sched_yield(); }
+
 bool has_several_processors() noexcept {
     constexpr unsigned LOOK_UP_EVERY = 1024;
     thread_local unsigned calls = 0;

@@ -20,6 +20,9 @@ inline void relax_processor() noexcept {
 #endif
 }
 
+/// Lets another thread that is ready run on this processor; returns at once when there is none.
+void yield_processor() noexcept;
+
 /// @return whether the calling thread may run on more than one processor. Looked up now and then, since it can change.
 bool has_several_processors() noexcept;
 
