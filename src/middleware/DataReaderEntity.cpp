@@ -168,6 +168,9 @@ public:
                                                       DDS_Boolean data_seq_has_ownership, void* reserved, int sample_size,
                                                       DDS_Long max_samples, DDS_ReadCondition* condition,
                                                       DDS_Boolean take) override;
+    DDS_ReturnCode_t read_or_take_index_key_untyped(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                                    int sample_size, DDS_Long max_samples, const char* index_name,
+                                                    const DDS_SequenceNumber_t& key, DDS_Boolean take) override;
     DDS_ReturnCode_t return_loan_untyped(void** received_data, DDS_SampleInfoSeq& info_seq) override {
         if (received_data == nullptr) {
             return DDS_RETCODE_BAD_PARAMETER;
@@ -184,7 +187,6 @@ protected:
     ~DataReaderEntity() override = default;
 
     SampleStore& store() noexcept { return _store; }
-    void note_access() noexcept { _seen.store(_store.arrivals(), std::memory_order_relaxed); }
 
 private:
     // ---- SampleSink
@@ -204,6 +206,8 @@ private:
     bool peer_changed(const PeerEvent& event) noexcept override;
     void announce() noexcept override;
 
+    [[nodiscard]] DDS_ReturnCode_t check_lending(const char* method, bool data_seq_is_empty, const DDS_SampleInfoSeq& info_seq,
+                                                 int sample_size) const;
     bool wants_arrival() noexcept { return _gate.raise_if_wanted(DDS_DATA_AVAILABLE_STATUS); }
     bool note_status(DDS_StatusMask status) noexcept;
 
@@ -221,8 +225,7 @@ private:
     // ---- StatusSource
     DDSEntity* entity() noexcept override { return this; }
     DDS_StatusMask changes() const noexcept override {
-        const bool unseen = _store.arrivals() != _seen.load(std::memory_order_relaxed);
-        return _changes.load(std::memory_order_relaxed) | (unseen ? DDS_DATA_AVAILABLE_STATUS : 0);
+        return _changes.load(std::memory_order_relaxed) | (_store.has_unseen() ? DDS_DATA_AVAILABLE_STATUS : 0);
     }
     void status_condition_gone() noexcept override { _store.drop_holder(); }
     void reset(DDS_StatusMask status) noexcept { _changes.fetch_and(~status, std::memory_order_relaxed); }
@@ -247,7 +250,6 @@ private:
     PeerRegister _peers;
     ListenerGate<DDSDataReaderListener> _gate;
     std::atomic<DDS_StatusMask> _changes{0};
-    std::atomic<std::int64_t> _seen{0};
     std::atomic<std::int64_t> _losses_reported{0};
 };
 
@@ -327,6 +329,23 @@ DDS_ReturnCode_t DataReaderEntity<Interface>::delete_readcondition(DDSReadCondit
 }
 
 template <typename Interface>
+DDS_ReturnCode_t DataReaderEntity<Interface>::check_lending(const char* method, bool data_seq_is_empty,
+                                                            const DDS_SampleInfoSeq& info_seq, int sample_size) const {
+    if (!data_seq_is_empty || !info_seq.has_ownership() || info_seq.maximum() != 0) {
+        log_error(method, "a sequence already holds samples; samples are only lent, into empty sequences (maximum 0)");
+        return DDS_RETCODE_PRECONDITION_NOT_MET;
+    }
+    if (static_cast<std::size_t>(sample_size) != _type->size) {
+        log_error(method, [&] {
+            return "topic \"" + _topic_name + "\": a sample of type \"" + _type->name + "\" has " + std::to_string(_type->size) +
+                   " octets, the caller expects " + std::to_string(sample_size);
+        });
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    return DDS_RETCODE_OK;
+}
+
+template <typename Interface>
 DDS_ReturnCode_t DataReaderEntity<Interface>::read_or_take_w_condition_untyped(
     DDS_Boolean* is_loan, void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, DDS_Long data_seq_len,
     DDS_Long data_seq_max_len, DDS_Boolean data_seq_has_ownership, void* /*reserved*/, int sample_size, DDS_Long max_samples,
@@ -338,27 +357,42 @@ DDS_ReturnCode_t DataReaderEntity<Interface>::read_or_take_w_condition_untyped(
     }
     *is_loan = DDS_BOOLEAN_FALSE;
     *data_count = 0;
-    if (data_seq_len != 0 || data_seq_max_len != 0 || data_seq_has_ownership == DDS_BOOLEAN_FALSE || !info_seq.has_ownership() ||
-        info_seq.maximum() != 0) {
-        log_error(METHOD, "a sequence already holds samples; samples are only lent, into empty sequences (maximum 0)");
-        return DDS_RETCODE_PRECONDITION_NOT_MET;
-    }
-    if (static_cast<std::size_t>(sample_size) != _type->size) {
-        log_error(METHOD, [&] {
-            return "topic \"" + _topic_name + "\": a sample of type \"" + _type->name + "\" has " + std::to_string(_type->size) +
-                   " octets, the caller expects " + std::to_string(sample_size);
-        });
-        return DDS_RETCODE_BAD_PARAMETER;
+    const bool data_seq_is_empty = data_seq_len == 0 && data_seq_max_len == 0 && data_seq_has_ownership != DDS_BOOLEAN_FALSE;
+    const DDS_ReturnCode_t refusal = check_lending(METHOD, data_seq_is_empty, info_seq, sample_size);
+    if (refusal != DDS_RETCODE_OK) {
+        return refusal;
     }
     ReadCondition* own = ReadCondition::of(condition, _store);
     if (own == nullptr) {
         log_error(METHOD, [this] { return "topic \"" + _topic_name + "\": the condition is of another reader"; });
         return DDS_RETCODE_BAD_PARAMETER;
     }
-    note_access();
     const DDS_ReturnCode_t code =
         _store.read_or_take(received_data, data_count, info_seq, max_samples, *own, take != DDS_BOOLEAN_FALSE);
     *is_loan = code == DDS_RETCODE_OK ? DDS_BOOLEAN_TRUE : DDS_BOOLEAN_FALSE;
+    if (code != DDS_RETCODE_OK) {
+        DeferringEngines::send_deferred();
+    }
+    return code;
+}
+
+template <typename Interface>
+DDS_ReturnCode_t DataReaderEntity<Interface>::read_or_take_index_key_untyped(void*** received_data, int* data_count,
+                                                                             DDS_SampleInfoSeq& info_seq, int sample_size,
+                                                                             DDS_Long max_samples, const char* index_name,
+                                                                             const DDS_SequenceNumber_t& key, DDS_Boolean take) {
+    constexpr const char* METHOD = "DDSDataReader::read_or_take_index_key";
+    if (received_data == nullptr || data_count == nullptr) {
+        log_error(METHOD, "an argument is null");
+        return DDS_RETCODE_BAD_PARAMETER;
+    }
+    *data_count = 0;
+    const DDS_ReturnCode_t refusal = check_lending(METHOD, true, info_seq, sample_size);
+    if (refusal != DDS_RETCODE_OK) {
+        return refusal;
+    }
+    const DDS_ReturnCode_t code = _store.read_or_take_key(received_data, data_count, info_seq, max_samples, index_name, key_of(key),
+                                                          take != DDS_BOOLEAN_FALSE);
     if (code != DDS_RETCODE_OK) {
         DeferringEngines::send_deferred();
     }
@@ -507,7 +541,6 @@ private:
         if ((view_states & DDS_NEW_VIEW_STATE) == 0 || (instance_states & DDS_ALIVE_INSTANCE_STATE) == 0) {
             return DDS_RETCODE_NO_DATA;
         }
-        note_access();
         void** data = nullptr;
         int count = 0;
         const DDS_ReturnCode_t code = store().read_or_take(&data, &count, info_seq, max_samples, sample_states, take);
@@ -543,6 +576,10 @@ ReaderControl* make_reader_entity(DDSSubscriber& subscriber, TopicEntity& topic,
 }  // namespace norvane
 
 DDS_DataReader::~DDS_DataReader() = default;
+DDS_ReturnCode_t DDS_DataReader::read_or_take_index_key_untyped(void***, int*, DDS_SampleInfoSeq&, int, DDS_Long, const char*,
+                                                                const DDS_SequenceNumber_t&, DDS_Boolean) {
+    return DDS_RETCODE_UNSUPPORTED;
+}
 DDSDataReaderListener::~DDSDataReaderListener() = default;
 void DDSDataReaderListener::on_data_available(DDSDataReader*) {}
 void DDSDataReaderListener::on_subscription_matched(DDSDataReader*, const DDS_SubscriptionMatchedStatus&) {}
@@ -561,6 +598,15 @@ DDS_ReturnCode_t DDS_DataReader_read_or_take_w_condition_untypedI(DDS_DataReader
     return reader != nullptr ? reader->read_or_take_w_condition_untyped(is_loan, received_data, data_count, info_seq, data_seq_len,
                                                                         data_seq_max_len, data_seq_has_ownership, reserved,
                                                                         sample_size, max_samples, condition, take)
+                             : DDS_RETCODE_BAD_PARAMETER;
+}
+
+DDS_ReturnCode_t DDS_DataReader_read_or_take_index_key_untypedI(DDS_DataReader* reader, void*** received_data, int* data_count,
+                                                                DDS_SampleInfoSeq& info_seq, int sample_size, DDS_Long max_samples,
+                                                                const char* index_name, const DDS_SequenceNumber_t& key,
+                                                                DDS_Boolean take) {
+    return reader != nullptr ? reader->read_or_take_index_key_untyped(received_data, data_count, info_seq, sample_size, max_samples,
+                                                                      index_name, key, take)
                              : DDS_RETCODE_BAD_PARAMETER;
 }
 

@@ -2,6 +2,7 @@
 #include "middleware/KeyTable.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -9,7 +10,8 @@ namespace norvane {
 namespace mw {
 
 bool KeyTable::has_index(const char* name) const noexcept {
-    return name != nullptr && std::any_of(_names.begin(), _names.end(), [name](const std::string& known) { return known == name; });
+    return name != nullptr && std::any_of(_names.begin(), _names.end(),
+                                          [name](const std::string& known) { return std::strcmp(known.c_str(), name) == 0; });
 }
 
 bool KeyTable::add_index(const char* name) noexcept {

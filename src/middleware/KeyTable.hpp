@@ -49,11 +49,11 @@ public:
     bool close(std::uint64_t key) noexcept { return _open_keys.close(key); }
 
 private:
-    bool _open_only = false;
-    std::vector<std::string> _names;
-    SampleIndex<SampleSelection> _records;
     SampleSelection* _free = nullptr;
     std::size_t _free_count = 0;
+    SampleIndex<SampleSelection> _records;
+    bool _open_only = false;
+    std::vector<std::string> _names;
     std::vector<std::unique_ptr<SampleSelection[]>> _chunks;
     OpenKeys _open_keys;
 };

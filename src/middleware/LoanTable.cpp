@@ -63,11 +63,16 @@ Loan* LoanTable::take(int count) noexcept {
 }
 
 Loan* LoanTable::recall(void** data, const DDS_SampleInfo* infos) noexcept {
-    Loan* loan = _out.find(key_of(data));
+    const bool is_latest = _latest != nullptr && _latest->data == data;
+    Loan* loan = is_latest ? _latest : _out.find(key_of(data));
     if (loan == nullptr || loan->infos != infos) {
         return nullptr;
     }
-    _out.erase(key_of(data));
+    if (is_latest) {
+        _latest = nullptr;
+    } else {
+        _out.erase(key_of(data));
+    }
     return loan;
 }
 

@@ -49,7 +49,12 @@ public:
     /// @return a record with room for `count` samples, for which `lend` cannot fail; null when memory is short.
     [[nodiscard]] Loan* take(int count) noexcept;
     /// The record is out from here on.
-    void lend(Loan& loan) noexcept { _out.insert(key_of(loan.data), &loan); }
+    void lend(Loan& loan) noexcept {
+        if (_latest != nullptr) {
+            _out.insert(key_of(_latest->data), _latest);
+        }
+        _latest = &loan;
+    }
     /// @return the loan with that array, which is not out any more; null when there is none, or its infos are others.
     [[nodiscard]] Loan* recall(void** data, const DDS_SampleInfo* infos) noexcept;
     /// Keeps an empty record for the next loan.
@@ -59,7 +64,8 @@ private:
     static std::uint64_t key_of(void** data) noexcept { return reinterpret_cast<std::uintptr_t>(data); }
 
     Loan* _free = nullptr;
-    SampleIndex<Loan> _out;
+    Loan* _latest = nullptr;  // lent last, and nearly always back first: it is indexed when another one is lent
+    SampleIndex<Loan> _out;   // the others that are out
     std::vector<std::unique_ptr<Loan>> _all;
 };
 

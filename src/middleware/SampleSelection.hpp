@@ -15,6 +15,7 @@
 #include "middleware/Engine.hpp"
 #include "middleware/IntrusiveList.hpp"
 #include "middleware/ReadCondition.hpp"
+#include "platform/Processor.hpp"
 
 namespace norvane {
 namespace mw {
@@ -30,8 +31,8 @@ struct SamplePlace {
     ListHook in_unread;
 };
 
-/// One sample of a store.
-struct SampleSlot {
+/// One sample of a store. Writers and readers change it in turn, from different processors: neighbours share no cache line.
+struct alignas(platform::CACHE_LINE) SampleSlot {
     SampleSlot() = default;
     SampleSlot(const SampleSlot&) = delete;
     SampleSlot& operator=(const SampleSlot&) = delete;
@@ -47,20 +48,21 @@ struct SampleSlot {
     SampleSlot* next_free = nullptr;
 };
 
-struct SampleSelection {
+/// What every sample changes stands first, in one cache line.
+struct alignas(platform::CACHE_LINE) SampleSelection {
     typedef IntrusiveList<SamplePlace, &SamplePlace::in_all> AllPlaces;
     typedef IntrusiveList<SamplePlace, &SamplePlace::in_unread> UnreadPlaces;
 
     typedef IntrusiveList<ReadCondition, &ReadCondition::in_selection> Conditions;
 
-    SamplePlace SampleSlot::*place = &SampleSlot::in_key;
-    std::uint64_t key = 0;
     AllPlaces all;
     UnreadPlaces unread;
     std::atomic<std::int64_t> unread_count{0};
     std::atomic<std::int64_t> read_count{0};
-    std::atomic<int> interruption{DDS_RETCODE_OK};
     Conditions conditions;
+    SamplePlace SampleSlot::*place = &SampleSlot::in_key;
+    std::uint64_t key = 0;
+    std::atomic<int> interruption{DDS_RETCODE_OK};
     SampleSelection* next_free = nullptr;
 
     /// Appends a slot, read or not.

@@ -200,7 +200,9 @@ Sample* SampleStore::store_locked(SampleReference sample, platform::WakeBatch& w
     --_free_slot_count;
     slot.sample = sample.release();
     slot.key = nullptr;
-    slot.reception_number = ++_received;
+    const std::int64_t number = _received.load(std::memory_order_relaxed) + 1;
+    _received.store(number, std::memory_order_release);
+    slot.reception_number = number;
     slot.pins = 0;
     slot.listed = true;
     slot.read = false;
@@ -211,7 +213,6 @@ Sample* SampleStore::store_locked(SampleReference sample, platform::WakeBatch& w
         index_locked(slot);
         list_locked(slot, *slot.key, wake);
     }
-    _arrivals.store(_received, std::memory_order_release);
     if (_status_condition != nullptr && _status_condition->is_attached_locked()) {
         _status_condition->signal_locked(wake);
     }
@@ -489,12 +490,27 @@ DDS_ReturnCode_t SampleStore::read_or_take(void*** received_data, int* data_coun
                 [&](Loan*& loan, platform::WakeBatch& wake) { return lend_locked(loan, max_samples, _whole, states, take, wake); });
 }
 
+DDS_ReturnCode_t SampleStore::read_or_take_key(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                               DDS_Long max_samples, const char* index_name, std::uint64_t key,
+                                               bool take) noexcept {
+    return lend(received_data, data_count, info_seq, [&](Loan*& loan, platform::WakeBatch& wake) {
+        if (!_keys.has_index(index_name)) {
+            return DDS_RETCODE_BAD_PARAMETER;
+        }
+        SampleSelection* const selection = _keys.find(key);
+        return selection != nullptr ? lend_locked(loan, max_samples, *selection, DDS_ANY_SAMPLE_STATE, take, wake)
+               : _closed            ? DDS_RETCODE_ALREADY_DELETED
+                                    : DDS_RETCODE_NO_DATA;
+    });
+}
+
 template <typename Select>
 DDS_ReturnCode_t SampleStore::lend(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq, Select select) noexcept {
     Loan* loan = nullptr;
     {
         platform::WakeBatch wake;
         Lock lock(_mutex);
+        _seen.store(_received.load(std::memory_order_relaxed), std::memory_order_relaxed);
         const DDS_ReturnCode_t code = select(loan, wake);
         if (code != DDS_RETCODE_OK) {
             return code;
@@ -541,7 +557,7 @@ DDS_ReturnCode_t SampleStore::lend_locked(Loan*& loan, DDS_Long max_samples, Sam
             SampleSelection* key = slot.key;
             unlist_locked(slot);
             if (key != nullptr) {
-                _keys.drop_if_idle(*key);  // not the condition's own: that one has a condition
+                _keys.drop_if_idle(*key);  // the selection itself only with its last sample, after which it is not looked at
             }
         } else if (!slot.read) {
             mark_read_locked(slot, wake);

@@ -108,6 +108,9 @@ public:
                                                 DDS_Long max_samples, ReadCondition& condition, bool take) noexcept;
     [[nodiscard]] DDS_ReturnCode_t read_or_take(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
                                                 DDS_Long max_samples, DDS_SampleStateMask states, bool take) noexcept;
+    [[nodiscard]] DDS_ReturnCode_t read_or_take_key(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                                    DDS_Long max_samples, const char* index_name, std::uint64_t key,
+                                                    bool take) noexcept;
     [[nodiscard]] DDS_ReturnCode_t return_loan(void** received_data, DDS_SampleInfoSeq& info_seq) noexcept;
 
     /// Drops all samples that are not on loan, and accepts no more.
@@ -118,8 +121,10 @@ public:
     /// The reader's status condition, which is signalled at every arrival while it is attached. Guarded by `mutex()`.
     void set_status_condition(DDS_Condition* condition) noexcept { _status_condition = condition; }
     platform::BriefMutex& mutex() noexcept { return _mutex; }
-    /// Counts arrivals, for the data-available status.
-    std::int64_t arrivals() const noexcept { return _arrivals.load(std::memory_order_acquire); }
+    /// Counts arrivals.
+    std::int64_t arrivals() const noexcept { return _received.load(std::memory_order_acquire); }
+    /// Whether something has arrived since the last read or take, for the data-available status.
+    bool has_unseen() const noexcept { return arrivals() != _seen.load(std::memory_order_relaxed); }
 
     /// @return the number of samples that have not been taken.
     std::int64_t held() const noexcept {
@@ -169,6 +174,8 @@ private:
     SampleStoreOwner& _owner;
     const SampleStoreSettings _settings;
 
+    // Writers and the reader's threads take turns with what follows, often from different processors. So what every sample changes is
+    // kept together: each cache line costs a transfer at each turn.
     alignas(platform::CACHE_LINE) platform::BriefMutex _mutex;
     bool _closed = false;
     bool _full_reported = false;
@@ -176,24 +183,23 @@ private:
     std::size_t _occupied = 0;
     std::size_t _reserved = 0;
     std::size_t _listed = 0;
-    std::int64_t _received = 0;
-    std::uint64_t _known_asked = 0;  // as of the last look
-    std::size_t _conditions = 0;
-    DDS_Condition* _status_condition = nullptr;
-
-    SampleSlot* _free_slots = nullptr;
-    std::size_t _free_slot_count = 0;
-    std::vector<std::unique_ptr<SampleSlot[]>> _slot_chunks;
+    std::atomic<std::int64_t> _received{0};  // changes under the mutex
+    std::atomic<std::int64_t> _seen{0};      // arrivals before the last read or take; changes under the mutex
+    std::uint64_t _known_asked = 0;          // as of the last look
 
     SampleSelection _whole;
+    SampleSlot* _free_slots = nullptr;
+    std::size_t _free_slot_count = 0;
+    DDS_Condition* _status_condition = nullptr;
     KeyTable _keys;
 
+    std::size_t _conditions = 0;
+    std::vector<std::unique_ptr<SampleSlot[]>> _slot_chunks;
     ReadCondition* _free_conditions = nullptr;
     std::vector<std::unique_ptr<ReadCondition>> _all_conditions;
 
     LoanTable _loans;
 
-    alignas(platform::CACHE_LINE) std::atomic<std::int64_t> _arrivals{0};
     LossCounts _losses;
 };
 

@@ -133,13 +133,22 @@ void swap(RequesterUntypedImpl& a, RequesterUntypedImpl& b) { a.swap(b); }
 
 // ---- replies to one request -----------------------------------------------------------------------------------------------------
 
+namespace {
+
+void check_request_number(const DDS_SequenceNumber_t& sequence_number) {
+    if (sequence_number == DDS_AUTO_SEQUENCE_NUMBER || sequence_number == DDS::SEQUENCE_NUMBER_MAX ||
+        sequence_number == DDS::SEQUENCE_NUMBER_ZERO || sequence_number == DDS::SEQUENCE_NUMBER_UNKNOWN) {
+        check_retcode(DDS_RETCODE_BAD_PARAMETER, "RequesterUntypedImpl::create_correlation_condition", DDS_LOG_BAD_PARAMETER_s,
+                      "sample identity", false);
+    }
+}
+
+}  // namespace
+
 DDSReadCondition* RequesterUntypedImpl::create_correlation_condition(DDS_SampleStateMask state_kind,
                                                                      const DDS_SequenceNumber_t& sequence_number) {
     const char* const METHOD_NAME = "RequesterUntypedImpl::create_correlation_condition";
-    if (sequence_number == DDS_AUTO_SEQUENCE_NUMBER || sequence_number == DDS::SEQUENCE_NUMBER_MAX ||
-        sequence_number == DDS::SEQUENCE_NUMBER_ZERO || sequence_number == DDS::SEQUENCE_NUMBER_UNKNOWN) {
-        check_retcode(DDS_RETCODE_BAD_PARAMETER, METHOD_NAME, DDS_LOG_BAD_PARAMETER_s, "sample identity", false);
-    }
+    check_request_number(sequence_number);
     DDS_SampleInfo key;
     key.related_original_publication_virtual_sequence_number = sequence_number;
     DDSReadCondition* condition = get_datareader()->create_index_condition(state_kind, DDS_ANY_VIEW_STATE, DDS_ANY_INSTANCE_STATE,
@@ -164,6 +173,17 @@ bool RequesterUntypedImpl::wait_for_replies(const DDS_Duration_t& max_wait, int 
 
 void RequesterUntypedImpl::get_reply_loaned(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
                                             DDS_Long max_samples, const DDS_SampleIdentity_t& related_request_id, bool take) {
+    check_request_number(related_request_id.sequence_number);
+    if (received_data != nullptr && data_count != nullptr && (max_samples >= 0 || max_samples == DDS_LENGTH_UNLIMITED)) {
+        const DDS_ReturnCode_t retcode = DDS_DataReader_read_or_take_index_key_untypedI(
+            get_datareader()->get_c_datareader(), received_data, data_count, info_seq, _sample_size, max_samples,
+            CORRELATION_INDEX_NAME, related_request_id.sequence_number, take ? DDS_BOOLEAN_TRUE : DDS_BOOLEAN_FALSE);
+        if (retcode != DDS_RETCODE_UNSUPPORTED) {
+            check_code(retcode, "EntityUntypedImpl::get_sample_loaned", VOST_LOG_ANY_FAILURE_s, "read from DataReader");
+            return;
+        }
+    }
+    // A reader that knows conditions only, and arguments that are refused.
     ScopedReadCondition correlation_condition(
         create_correlation_condition(DDS_ANY_SAMPLE_STATE, related_request_id.sequence_number));
     get_sample_loaned(received_data, data_count, info_seq, max_samples, take, correlation_condition.get());

@@ -22,10 +22,11 @@ protected:
         EXPECT_EQ(OK, made.create_index("index"));
         return made;
     }
-    // What is there under a key, read.
+    // What is there under a key, read through a condition and without one.
     std::string under(DDSDataReader& receiver, DDS_UnsignedLong number) {
         DDSReadCondition& keyed = key_condition(receiver, number);
         const std::string texts = Loan(receiver, keyed, false).texts();
+        EXPECT_EQ(texts, Loan(receiver, "index", number, false).texts());
         EXPECT_EQ(OK, receiver.delete_readcondition(&keyed));
         return texts;
     }
@@ -78,6 +79,13 @@ TEST_P(Index, a_key_selects_what_is_related_to_it_whenever_the_index_was_made) {
     two.related_original_publication_virtual_sequence_number = key(2);
     two.related_original_publication_virtual_guid = {{7, 7, 7}};
     EXPECT_EQ("2b", Loan(receiver, *receiver.create_index_condition(0xffff, 0xffff, 0xffff, "another", two)).texts());
+
+    deliver(sender, "3a", related_to(3));
+    deliver(sender, "3b", related_to(3));
+    EXPECT_EQ("3a", Loan(receiver, "another", 3, true, 1).texts());
+    EXPECT_EQ("3b", Loan(receiver, "index", 3, true).texts());
+    EXPECT_EQ(NO_DATA, Loan(receiver, "index", 3, true).code) << "the key is gone with its last sample";
+    EXPECT_EQ(BAD_PARAMETER, Loan(receiver, "no such index", 3, true).code);
 }
 
 TEST_P(Index, an_interruption_ends_waits_now_and_later_until_it_is_ended) {

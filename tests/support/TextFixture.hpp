@@ -35,6 +35,13 @@ public:
                                                                 DDS_BOOLEAN_TRUE, nullptr, TEXT_SIZE, max_samples,
                                                                 condition.get_c_readcondition(), take);
     }
+    /// What is under an index key.
+    Loan(DDSDataReader& reader, const char* index_name, DDS_UnsignedLong key, bool take,
+         DDS_Long max_samples = DDS_LENGTH_UNLIMITED)
+        : _reader(reader) {
+        code = DDS_DataReader_read_or_take_index_key_untypedI(reader.get_c_datareader(), &data, &count, infos, TEXT_SIZE,
+                                                              max_samples, index_name, {0, key}, take);
+    }
     ~Loan() {
         if (!infos.has_ownership()) {
             EXPECT_EQ(DDS_RETCODE_OK, give_back());

@@ -21,6 +21,10 @@ struct NORVANE_EXPORT DDS_DataReader {
                                                               void* reserved, int sample_size, DDS_Long max_samples,
                                                               DDS_ReadCondition* condition, DDS_Boolean take) = 0;
     virtual DDS_ReturnCode_t return_loan_untyped(void** received_data, DDS_SampleInfoSeq& info_seq) = 0;
+    /// Optional: a record that does not override it is read through a condition.
+    virtual DDS_ReturnCode_t read_or_take_index_key_untyped(void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
+                                                            int sample_size, DDS_Long max_samples, const char* index_name,
+                                                            const DDS_SequenceNumber_t& key, DDS_Boolean take);
 };
 
 /// Reads or takes the samples that a condition selects, as a loan.
@@ -50,6 +54,19 @@ NORVANE_EXPORT DDS_ReturnCode_t DDS_DataReader_read_or_take_w_condition_untypedI
     DDS_DataReader* reader, DDS_Boolean* is_loan, void*** received_data, int* data_count, DDS_SampleInfoSeq& info_seq,
     DDS_Long data_seq_len, DDS_Long data_seq_max_len, DDS_Boolean data_seq_has_ownership, void* reserved, int sample_size,
     DDS_Long max_samples, DDS_ReadCondition* condition, DDS_Boolean take);
+
+/// Reads or takes the samples of one index key in any state, as a loan, without a condition for it.
+/// @param index_name  of an index of the reader. @param key  sequence number of the related identity.
+/// @param others      as those of DDS_DataReader_read_or_take_w_condition_untypedI.
+/// @return as that function; DDS_RETCODE_BAD_PARAMETER also when there is no such index; DDS_RETCODE_UNSUPPORTED from a record that
+///         can only be read through conditions.
+/// @par Threads  Same reader: any.
+/// @par Blocks   Never.
+NORVANE_EXPORT DDS_ReturnCode_t DDS_DataReader_read_or_take_index_key_untypedI(DDS_DataReader* reader, void*** received_data,
+                                                                               int* data_count, DDS_SampleInfoSeq& info_seq,
+                                                                               int sample_size, DDS_Long max_samples,
+                                                                               const char* index_name,
+                                                                               const DDS_SequenceNumber_t& key, DDS_Boolean take);
 
 /// Returns a loan. Any number may be out at once, and they come back in any order, from any thread.
 /// @param received_data, info_seq  as the read gave them. Afterwards `info_seq` is empty and owning.
