@@ -118,6 +118,18 @@ public:
         return LoanedSamples(reader, data_seq, info_seq);
     }
 
+    /// Takes over what an untyped read has lent, in place.
+    /// @param data, count  as the read gave them. @param info_seq  the loan of the infos; empty and owning afterwards.
+    /// @param reader       the reader that lent them; not null; borrowed: it lives until its last loan is back.
+    /// @throws BadParameterException  `reader` is null; nothing has changed then.
+    static LoanedSamples from_untyped_loan(TDataReader* reader, void** data, int count, SampleInfoSeq& info_seq) {
+        if (reader == nullptr) {
+            check_retcode(DDS_RETCODE_BAD_PARAMETER, "LoanedSamples::move_construct_from_loans", DDS_LOG_BAD_PARAMETER_s, "reader",
+                          false);
+        }
+        return LoanedSamples(reader, data, count, info_seq);
+    }
+
     /// Moves the state out; the container holds nothing afterwards.
     operator LoanMemento() noexcept {
         LoanMemento memento;
@@ -136,7 +148,9 @@ public:
             return;
         }
         (void)details::give_back(*_datareader, _seq, _infoseq);
-        set_default();
+        _seq.unloan();
+        _infoseq.unloan();
+        _datareader = nullptr;
     }
 
     /// Hands the loan to the caller, who must then return it to the reader. The container holds nothing afterwards.
@@ -206,6 +220,13 @@ private:
         swap_sequence<DDS_SampleInfo>(_infoseq, info_seq);
     }
 
+    LoanedSamples(TDataReader* reader, void** data, int count, SampleInfoSeq& info_seq) noexcept
+        : _seq(0), _infoseq(0), _datareader(reader) {
+        _seq.loan_discontiguous(reinterpret_cast<typename TSeq::value_type**>(data), count, count);
+        _infoseq.loan_contiguous(info_seq.get_contiguous_buffer(), info_seq.length(), info_seq.maximum());
+        info_seq.unloan();
+    }
+
     // Overwrites the sequences without destroying them: only right when they no longer own their memory.
     void set_default() noexcept {
         const LoanMemento fresh;
@@ -250,10 +271,7 @@ template <class T>
 typename dds_type_traits<T>::LoanedSamplesType create_loaned_samples(void** dataPtrArray, int dataCount,
                                                                      DDS_SampleInfoSeq& info_seq,
                                                                      typename dds_type_traits<T>::DataReader* datareader) {
-    typename dds_type_traits<T>::Seq data_seq(0);
-    data_seq.loan_discontiguous(reinterpret_cast<typename dds_type_traits<T>::Seq::value_type**>(dataPtrArray), dataCount,
-                                dataCount);
-    return LoanedSamples<T>::move_construct_from_loans(datareader, data_seq, info_seq);
+    return LoanedSamples<T>::from_untyped_loan(datareader, dataPtrArray, dataCount, info_seq);
 }
 
 /// Runs one untyped loaned read.

@@ -166,7 +166,13 @@ DDS_ReturnCode_t Writer::attempt_locked(Outgoing& out) noexcept {
                 return code;
             }
         }
-        out.sample->metadata = out.metadata;
+        // Field by field, from where each came: a copy of the whole would wait for the narrower stores that have just been made.
+        mw::SampleMetadata& metadata = out.sample->metadata;
+        metadata.identity.writer_guid = info()->guid;
+        metadata.identity.sequence_number = mw::to_sequence_number(number);
+        metadata.related_identity = out.request.related_identity;
+        metadata.source_timestamp = out.metadata.source_timestamp;
+        metadata.reception_timestamp = out.metadata.reception_timestamp;
         const MatchList* routed = nullptr;
         if (!_routes.empty()) {
             const auto place = _routes.find(out.metadata.related_identity.writer_guid);
