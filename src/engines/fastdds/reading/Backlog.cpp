@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engines/fastdds/reading/Backlog.hpp"
 
+#include <cstring>
 #include <exception>
 #include <utility>
+
+#include "engines/fastdds/PayloadPool.hpp"
 
 namespace norvane {
 namespace fastdds {
@@ -29,7 +32,12 @@ void Backlog::keep(const rtps::CacheChange_t& change) noexcept {
         copy->sequenceNumber = change.sequenceNumber;
         copy->sourceTimestamp = change.sourceTimestamp;
         copy->write_params = change.write_params;
-        if (copy->serializedPayload.copy(&change.serializedPayload, false)) {
+        // From the readers' pool, which would otherwise take the memory's place without giving it back.
+        const rtps::SerializedPayload_t& payload = change.serializedPayload;
+        if (PayloadPool::get()->get_payload(payload.length, *copy)) {
+            std::memcpy(copy->serializedPayload.data, payload.data, payload.length);
+            copy->serializedPayload.length = payload.length;
+            copy->serializedPayload.encapsulation = payload.encapsulation;
             of_writer.octets += change.serializedPayload.length;
             of_writer.samples.emplace(change.sequenceNumber, std::move(copy));
         }
