@@ -64,14 +64,13 @@ std::string measure(int requesters, const std::string& order, const std::string&
     std::string outcome = each_asks(5);  // until all of them have been heard
     if (order == "unheard") {
         service.stop();
-        askers[0]->send_request({1, "me"});
-        const auto start = std::chrono::steady_clock::now();
+        for (const auto& asker : askers) {
+            asker->send_request({1, "me"});
+        }
         const Carried before = carried();
         askers[0]->wait_for_replies(std::chrono::milliseconds(500));
-        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-        const double rate = static_cast<double>(carried().packets - before.packets) / seconds.count();
         service.go_on();
-        return outcome == "ok" ? "0 0 " + std::to_string(rate) : outcome;
+        return outcome == "ok" ? "0 0 " + std::to_string(2 * (carried().packets - before.packets)) : outcome;
     }
     double per_call = 0;
     double octets = 0;
@@ -88,8 +87,8 @@ std::string measure(int requesters, const std::string& order, const std::string&
     return outcome == "ok" ? std::to_string(per_call) + " " + std::to_string(octets) + " " + std::to_string(besides) : outcome;
 }
 
-// A line: how many requesters; whether they ask "in_turn", or each all its questions "together", or one of them a question
-// that is "unheard", since the oracle is stopped; and what the oracle is told.
+// A line: how many requesters; whether they ask "in_turn", or each all its questions "together", or one each that is "unheard",
+// since the oracle is stopped; and what the oracle is told.
 int meter(const std::vector<std::string>&) {
     const bool is_alone = leave_the_network();
     return answer_lines([&](const std::string& line) {
@@ -147,10 +146,9 @@ TEST_F(Traffic, of_a_short_queue_is_not_that_of_repeats) {
 TEST_F(Traffic, of_many_requesters_has_no_heartbeats_for_what_is_answered) {
     measure("40 in_turn on 0");
     EXPECT_GE(MOST_A_SECOND, besides);
-    // Of many, each repeats its heartbeat less often to a peer that does not answer, 20 times a second: 100 times a second each,
-    // they would flood it. (One of them shows that, however slow the machine is.)
+    // Of many, each repeats its heartbeat less often to a peer that does not answer: 100 times a second each, they would flood it.
     measure("250 unheard on 0");
-    EXPECT_GE(60, besides);
+    EXPECT_GE(10000, besides);
 }
 
 }  // namespace
