@@ -87,9 +87,10 @@ std::string PeerProcess::ask(const std::string& line) {
 }
 
 void PeerProcess::kill() {
-    History::note("killed", "", 0, "", _process);
-    ::kill(_process, SIGKILL);
+    const pid_t process = _process;
+    ::kill(process, SIGKILL);
     wait_for_end();
+    History::note("killed", "", 0, "", process);  // after all that it has noted
 }
 
 void PeerProcess::stop() const {
